@@ -1,0 +1,51 @@
+#include "catalogue/DriverFactory.h"
+
+#include <algorithm>
+#include <string>
+
+#include "catalogue/PTZDrivers.h"
+#include "common/Error.h"
+#include "drivers/Axis.h"
+
+namespace ptzd {
+
+namespace {
+
+template <typename Driver>
+constexpr DriverClass Row(std::string_view progID) {
+  return {progID, &Driver::Data, [](const Platform& platform) -> std::unique_ptr<PTZDevice> {
+            return std::make_unique<Driver>(platform);
+          }};
+}
+
+constexpr DriverClass Classes[] = {
+    Row<Axis>("QVPTZ.Axis"),
+};
+
+bool SameProgID(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  return std::ranges::equal(a, b, {}, lower, lower);
+}
+
+}  // namespace
+
+std::span<const DriverClass> DriverClasses() { return Classes; }
+
+const DriverClass* FindDriverClass(std::string_view progID) {
+  const auto found =
+      std::ranges::find_if(Classes, [&](const auto& row) { return SameProgID(row.ProgID, progID); });
+  return found == std::end(Classes) ? nullptr : &*found;
+}
+
+std::unique_ptr<PTZDevice> CreateDriver(std::string_view progID, const Platform& platform) {
+  if (const auto* driver = FindDriverClass(progID)) return driver->Create(platform);
+  const PTZDrivers catalogue;
+  const bool listed = std::ranges::any_of(
+      catalogue.NewEnum(), [&](const auto& entry) { return SameProgID(entry->Class(), progID); });
+  throw Error(ErrorCannotCreateObject, RunTimeErrorText(ErrorCannotCreateObject) + ": " +
+                                           std::string(progID) +
+                                           (listed ? " is listed, but its driver is not in this build"
+                                                   : " is not a driver this library knows"));
+}
+
+}  // namespace ptzd

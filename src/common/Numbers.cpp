@@ -1,0 +1,184 @@
+#include "common/Numbers.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <system_error>
+
+#include "common/Error.h"
+
+namespace ptzd {
+
+namespace {
+
+template <typename Integer>
+Integer RoundTo(double value) {
+  // Written so that NaN fails it too.
+  const double rounded = std::nearbyint(value);
+  if (!(rounded >= std::numeric_limits<Integer>::min() && rounded <= std::numeric_limits<Integer>::max()))
+    Raise(ErrorOverflow);
+  return static_cast<Integer>(rounded);
+}
+
+bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+char ToUpperASCII(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+std::string_view Trim(std::string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+bool EqualsIgnoringCase(std::string_view text, std::string_view upper) {
+  if (text.size() != upper.size()) return false;
+  for (std::size_t i = 0; i < text.size(); ++i)
+    if (ToUpperASCII(text[i]) != upper[i]) return false;
+  return true;
+}
+
+/// The longest decimal number at the start of the text, which is moved behind it; nothing if there is none.
+std::optional<double> TakeDecimal(std::string_view& text) {
+  std::string spelled;  // as std::from_chars reads it: no plus sign, "e" for the exponent
+  std::size_t i = 0;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
+    if (text[i] == '-') spelled += '-';
+    ++i;
+  }
+  bool digits = false, point = false, significant = false;
+  int magnitude = 0;  // places of the first digit other than 0 before the point, negative behind it
+  for (; i < text.size() && (IsDigit(text[i]) || (text[i] == '.' && !point)); ++i) {
+    if (text[i] == '.') {
+      point = true;
+    } else {
+      digits = true;
+      significant = significant || text[i] != '0';
+      if (significant && !point) ++magnitude;
+      if (!significant && point) --magnitude;
+    }
+    spelled += text[i];
+  }
+  if (!digits) return std::nullopt;
+  if (i < text.size() && (ToUpperASCII(text[i]) == 'E' || ToUpperASCII(text[i]) == 'D')) {
+    const bool sign = i + 1 < text.size() && (text[i + 1] == '+' || text[i + 1] == '-');
+    std::size_t end = i + 1 + sign;
+    int exponent = 0;
+    for (; end < text.size() && IsDigit(text[end]); ++end)
+      if (exponent < 1000000) exponent = exponent * 10 + (text[end] - '0');
+    if (IsDigit(text[end - 1])) {  // "1E" and "1E+" are 1, followed by text
+      if (sign && text[i + 1] == '-') exponent = -exponent;
+      spelled += 'e' + std::to_string(exponent);
+      magnitude += exponent;
+      i = end;
+    }
+  }
+  text.remove_prefix(i);
+  double value = 0;
+  const auto error = std::from_chars(spelled.data(), spelled.data() + spelled.size(), value).ec;
+  if (error == std::errc::result_out_of_range && magnitude > 0) Raise(ErrorOverflow);
+  return value;  // 0 where the number is too small for a double
+}
+
+/// "&H" and "&O" numbers: up to 16 bits they are 16-bit signed numbers, beyond that 32-bit ones.
+std::optional<double> PrefixedNumber(std::string_view text) {
+  if (text.size() < 3 || text[0] != '&') return std::nullopt;
+  const char kind = ToUpperASCII(text[1]);
+  if (kind != 'H' && kind != 'O') return std::nullopt;
+  std::uint32_t value = 0;
+  const auto [end, error] =
+      std::from_chars(text.data() + 2, text.data() + text.size(), value, kind == 'H' ? 16 : 8);
+  if (error == std::errc::result_out_of_range) Raise(ErrorOverflow);
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  if (value <= 0xFFFF) return static_cast<std::int16_t>(value);
+  return static_cast<std::int32_t>(value);
+}
+
+std::string DecimalText(double value, int significantDigits) {
+  if (!std::isfinite(value)) Raise(ErrorOverflow);
+  if (value == 0) return "0";  // also for -0
+  char buffer[32];
+  const auto result =
+      std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, significantDigits);
+  std::string text(buffer, result.ptr);
+  if (const auto e = text.find('e'); e != std::string::npos) text[e] = 'E';
+  return text;
+}
+
+struct AsNumber {
+  double operator()(std::monostate) const { return 0; }
+  double operator()(bool flag) const { return flag ? -1 : 0; }
+  double operator()(const std::string& text) const { return NumberFromText(text); }
+  double operator()(const Bytes&) const { Raise(ErrorTypeMismatch); }
+  double operator()(auto number) const { return number; }
+};
+
+struct AsText {
+  std::string operator()(std::monostate) const { return {}; }
+  std::string operator()(bool flag) const { return flag ? "True" : "False"; }
+  std::string operator()(const std::string& text) const { return text; }
+  std::string operator()(const Bytes&) const { Raise(ErrorTypeMismatch); }
+  std::string operator()(auto number) const { return Text(number); }
+};
+
+}  // namespace
+
+std::int32_t ToInt32(double value) { return RoundTo<std::int32_t>(value); }
+std::int16_t ToInt16(double value) { return RoundTo<std::int16_t>(value); }
+std::uint8_t ToByte(double value) { return RoundTo<std::uint8_t>(value); }
+
+float ToSingle(double value) {
+  const float single = static_cast<float>(value);
+  if (!std::isfinite(single)) Raise(ErrorOverflow);
+  return single;
+}
+
+double NumberFromText(std::string_view text) {
+  text = Trim(text);
+  if (const auto prefixed = PrefixedNumber(text)) return *prefixed;
+  const auto value = TakeDecimal(text);
+  if (!value || !text.empty()) Raise(ErrorTypeMismatch);
+  return *value;
+}
+
+double ToDouble(const Variant& value) { return std::visit(AsNumber{}, value); }
+
+std::int32_t ToInt32(const Variant& value) { return ToInt32(ToDouble(value)); }
+std::int16_t ToInt16(const Variant& value) { return ToInt16(ToDouble(value)); }
+
+bool ToBoolean(const Variant& value) {
+  if (const auto* text = std::get_if<std::string>(&value)) {
+    const auto trimmed = Trim(*text);
+    if (EqualsIgnoringCase(trimmed, "TRUE")) return true;
+    if (EqualsIgnoringCase(trimmed, "FALSE")) return false;
+  }
+  return ToDouble(value) != 0;
+}
+
+std::string ToText(const Variant& value) { return std::visit(AsText{}, value); }
+
+double Int(double value) {
+  if (!std::isfinite(value)) Raise(ErrorOverflow);
+  return std::floor(value);
+}
+
+double Val(std::string_view text) {
+  std::string squeezed;
+  for (const char c : text)
+    if (c != ' ' && c != '\t' && c != '\n') squeezed += c;
+  std::string_view rest = squeezed;
+  return TakeDecimal(rest).value_or(0);
+}
+
+std::string Text(std::int32_t value) { return std::to_string(value); }
+std::string Text(float value) { return DecimalText(value, 7); }
+std::string Text(double value) { return DecimalText(value, 15); }
+
+std::string Hex(std::int32_t value) {
+  char buffer[8];
+  auto* end = std::to_chars(buffer, buffer + sizeof buffer, static_cast<std::uint32_t>(value), 16).ptr;
+  for (char* c = buffer; c != end; ++c) *c = ToUpperASCII(*c);
+  return {buffer, end};
+}
+
+}  // namespace ptzd

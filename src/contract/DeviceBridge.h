@@ -1,0 +1,48 @@
+#pragma once
+
+#include "contract/PTZDevice.h"
+#include "contract/PTZDevice2.h"
+
+namespace ptzd {
+
+/// `PTZDevice` and `PTZDevice2` both have `Move`, `MoveBoth` and `Disconnect`, with different results, so no
+/// class can override both. These bases give each interface's three members a name of their own.
+class PTZDeviceBridge : public PTZDevice {
+ public:
+  bool Move(Directions direction, float angle) final { return DeviceMove(direction, angle); }
+  bool MoveBoth(float panAngle, float tiltAngle) final { return DeviceMoveBoth(panAngle, tiltAngle); }
+  Variant Disconnect() final { return DeviceDisconnect(); }
+
+ protected:
+  virtual bool DeviceMove(Directions direction, float angle) = 0;
+  virtual bool DeviceMoveBoth(float panAngle, float tiltAngle) = 0;
+  virtual Variant DeviceDisconnect() = 0;
+};
+
+class PTZDevice2Bridge : public PTZDevice2 {
+ public:
+  void Move(Directions direction, float angle) final { Device2Move(direction, angle); }
+  void MoveBoth(float panAngle, float tiltAngle) final { Device2MoveBoth(panAngle, tiltAngle); }
+  void Disconnect() final { Device2Disconnect(); }
+
+ protected:
+  virtual void Device2Move(Directions direction, float angle) = 0;
+  virtual void Device2MoveBoth(float panAngle, float tiltAngle) = 0;
+  virtual void Device2Disconnect() = 0;
+};
+
+/// Base of a driver with both interfaces. What it does not override of `PTZDevice2` forwards to `PTZDevice`,
+/// which is also what the three names mean on the class itself.
+class DualDevice : public PTZDeviceBridge, public PTZDevice2Bridge {
+ public:
+  using PTZDeviceBridge::Disconnect;
+  using PTZDeviceBridge::Move;
+  using PTZDeviceBridge::MoveBoth;
+
+ protected:
+  void Device2Move(Directions direction, float angle) override { DeviceMove(direction, angle); }
+  void Device2MoveBoth(float panAngle, float tiltAngle) override { DeviceMoveBoth(panAngle, tiltAngle); }
+  void Device2Disconnect() override { DeviceDisconnect(); }
+};
+
+}  // namespace ptzd

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "contract/Enumerations.h"
+
+namespace ptzd {
+
+/// When a Boolean member of `PTZDevice` does its work, and what it answers.
+enum class MemberRule {
+  Nothing,             ///< does nothing and answers False
+  Outcome,             ///< works also while not connected; answers whether the camera took the command
+  OutcomeIfConnected,  ///< works while connected, answers whether the camera took the command; else False
+  TrueIfConnected,     ///< works while connected and answers True whatever happened; else False
+  FalseIfConnected,    ///< works while connected, answers False whatever happened
+  True,                ///< works also while not connected, answers True whatever happened
+  False,               ///< works also while not connected, answers False whatever happened
+};
+
+/// What cannot be told from a driver's capabilities: makes differ in which members need a connection and in
+/// what they answer, partly on purpose. Suites and tools read it from here.
+struct DriverData {
+  MemberRule Move = MemberRule::Nothing;
+  MemberRule MoveTo = MemberRule::Nothing;
+  MemberRule MoveBoth = MemberRule::Nothing;
+  MemberRule Zoom = MemberRule::Nothing;
+  MemberRule Iris = MemberRule::Nothing;
+  MemberRule Focus = MemberRule::Nothing;
+  MemberRule PresetGoto = MemberRule::Nothing;
+  MemberRule PresetSave = MemberRule::Nothing;
+  MemberRule Home = MemberRule::Nothing;
+  bool DisconnectAnswersTrue = true;  ///< else an empty variant
+  bool ReadsPosition = false;         ///< asks the camera where it is; else `Pan` and `Tilt` are estimates
+
+  struct Failure {
+    PTZErrors Number;
+    std::string_view Description;
+  };
+  std::optional<Failure> NoAddress;  ///< what `Connect` raises for want of an address
+};
+
+}  // namespace ptzd

@@ -1,0 +1,45 @@
+#include "contract/HTTPDriver.h"
+
+#include "common/Error.h"
+#include "common/Logging.h"
+#include "common/Numbers.h"
+#include "platform/CodePages.h"
+#include "transport/StringEncoding.h"
+
+namespace ptzd {
+
+HTTPDriver::HTTPDriver(const Platform& platform, const RequestStyle& style)
+    : Client_(*platform.internet), Style_(style), Clock_(*platform.clock) {}
+
+void HTTPDriver::OpenOptions(std::span<const std::uint8_t> contents) {
+  Connected_ = false;
+  Options_ = {};
+  Options_.Contents(contents);
+}
+
+std::string HTTPDriver::Url(std::string_view path) const {
+  return "http://" + Options_.Text("Address").append(path);
+}
+
+std::optional<std::string> HTTPDriver::Request(const std::string& path) {
+  LogMessage(std::string(Style_.Announcement) + path);
+  try {
+    auto reply = DecodeBytes(Client_.GetResource(Url(path), "", ""), CodePage1252);
+    LogMessage(std::string(Style_.Completion) + reply);
+    if (Style_.Accepts != nullptr && !Style_.Accepts(Client_, reply)) return std::nullopt;
+    return reply;
+  } catch (const Error& error) {
+    LogMessage(Style_.DescribesFailure ? "Request failed. " + error.Description() : "Request failed.");
+    return std::nullopt;
+  }
+}
+
+std::string HTTPDriver::CommandPath(std::string_view base, std::string_view channelParameter,
+                                    std::string_view command) const {
+  std::string path(base);
+  if (const auto port = Options_.Long("Port", 0); port != 0)
+    path.append(channelParameter).append(Text(port)).append("&");
+  return path.append(command);
+}
+
+}  // namespace ptzd

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "contract/PropertyBag.h"
+#include "platform/Platform.h"
+#include "transport/HTTPClient.h"
+
+namespace ptzd {
+
+/// How a make's request routine differs from the common one.
+struct RequestStyle {
+  std::string_view Announcement = "Requesting ";              ///< logged with the path before the request
+  std::string_view Completion = "Request complete. Reply: ";  ///< logged with the reply text
+  bool DescribesFailure =
+      true;  ///< logs "Request failed. " and the description, else "Request failed." alone
+  /// Whether a reply is a success; without one, every reply is.
+  bool (*Accepts)(const HTTPClient& client, std::string_view reply) = nullptr;
+};
+
+/// What the HTTP drivers share: the options, the client and the request routine. Its members are a driver's
+/// own; hosts never see them.
+class HTTPDriver {
+ protected:
+  explicit HTTPDriver(const Platform& platform, const RequestStyle& style);
+  ~HTTPDriver() = default;
+
+  /// Begins a `Connect`: not connected from here on, and the new options hold even if they cannot be read.
+  void OpenOptions(std::span<const std::uint8_t> contents);
+
+  /// "http://", the option Address as it stands, and the path.
+  std::string Url(std::string_view path) const;
+
+  /// Fetches a path (which begins with "/") and gives the reply as text, or nothing where the transport
+  /// failed or the style does not accept the reply. Blocks as `HTTPClient::GetResource` does; never raises an
+  /// `Error`.
+  std::optional<std::string> Request(const std::string& path);
+
+  /// A base path, then the channel parameter, the option Port and "&" unless Port is 0, then the command.
+  std::string CommandPath(std::string_view base, std::string_view channelParameter,
+                          std::string_view command) const;
+
+  std::int32_t TickCount() const { return Clock_.TickCount(); }
+
+  PropertyBag Options_;
+  HTTPClient Client_;
+  bool Connected_ = false;
+
+ private:
+  const RequestStyle& Style_;
+  Clock& Clock_;
+};
+
+}  // namespace ptzd

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "contract/Enumerations.h"
+
+namespace ptzd {
+
+/// The extended interface with absolute zoom. Members are as those of `PTZDevice`, with which they share the
+/// driver's state, but moves answer nothing. Zoom positions are in the driver's own scale, 0 being the
+/// widest.
+class PTZDevice2 {
+ public:
+  virtual ~PTZDevice2() = default;
+
+  virtual ptzd::Capabilities Capabilities();
+  virtual bool Connect(std::span<const std::uint8_t> options);
+  virtual bool Connected();
+  virtual float Pan();
+  virtual float Tilt();
+  virtual float ZoomLevel();
+
+  virtual void Move(Directions direction, float angle = 5);
+  virtual void MoveBoth(float panAngle, float tiltAngle);
+  virtual void MoveTo(float pan, float tilt, float zoom);
+  virtual void Zoom(Zooms direction, float amount = 0.25F);
+  virtual void ZoomTo(float zoom);
+  virtual void Disconnect();
+};
+
+}  // namespace ptzd

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "contract/PTZNamedPreset.h"
+
+namespace ptzd {
+
+/// Presets that the camera knows by name.
+class PTZNamedPresets {
+ public:
+  virtual ~PTZNamedPresets() = default;
+
+  /// The presets in the order the device lists them, each with an ID of its own. Raises a `PTZErrors` number
+  /// where the device cannot be asked, 457 where it lists an ID twice.
+  virtual std::vector<PTZNamedPreset> GetNamedPresets();
+  virtual void GotoNamedPreset(const std::string& id);
+};
+
+}  // namespace ptzd

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "contract/DeviceBridge.h"
+#include "contract/DriverData.h"
+#include "contract/HTTPDriver.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZOptions.h"
+
+namespace ptzd {
+
+/// Axis network cameras and video servers (`QVPTZ.Axis`), over their VAPIX HTTP interface.
+///
+/// Options: Address; Port, the camera behind a video server, 1 and up (0, the default: the only or first
+/// one); ZoomStep, camera zoom units per zoom unit here (0, the default: found from the camera's field
+/// angles); Reset, True to go to pan 0, tilt 0, zoom 0 on connecting.
+///
+/// `Connect` raises 17003 without an address, 17001 where the camera does not answer and 17002 where its head
+/// neither pans, tilts nor zooms. Zoom is 0 at the widest; one unit is `ZoomStep` units of the camera.
+/// Continuous speeds: pan and tilt -50 to 50 (the camera's -100 to 100), zoom -10 to 10 (squared); the camera
+/// limits them.
+///
+/// A head without absolute pan, tilt and zoom is moved relatively from where it stands at `Connect`, and has
+/// 63 numbered presets. Any other head reports its position, which is read at most every 5 seconds.
+class Axis final : public DualDevice, public PTZContinuousControl, public TabledOptions, private HTTPDriver {
+ public:
+  static const DriverData Data;
+
+  explicit Axis(const Platform& platform = {});
+
+  ptzd::Capabilities Capabilities() override;
+  bool Connect(std::span<const std::uint8_t> options) override;
+  bool Connected() override { return Connected_; }
+  float Pan() override;
+  float Tilt() override;
+  float ZoomLevel() override;
+
+  bool MoveTo(float pan, float tilt) override;
+  void MoveTo(float pan, float tilt, float zoom) override;
+  bool Zoom(Zooms zoomLevel) override;
+  void Zoom(Zooms direction, float amount) override;
+  void ZoomTo(float zoom) override;
+  bool Iris(ptzd::Iris irisLevel) override;
+  bool Focus(ptzd::Focus focusLevel) override;
+  std::int32_t PresetCount() override;
+  bool PresetGoto(std::int32_t preset) override;
+  bool PresetSave(std::int32_t preset) override;
+  void SetPanTilt(float pan, float tilt) override;
+
+  void ContinuousMove(float pan, float tilt) override;
+  void ContinuousZoom(float amount) override;
+  void StopContinuous() override;
+
+ private:
+  struct Head;
+
+  bool DeviceMove(Directions direction, float angle) override;
+  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
+  Variant DeviceDisconnect() override;
+  std::span<const OptionRow> OptionTable() const override;
+
+  void SetUp(const Head& head);
+  std::optional<std::string> SendCommand(std::string_view command, bool config = false);
+  bool AbsoluteMove(double pan, double tilt, float zoom);
+  std::string MoveCommand(std::int32_t pan, std::int32_t tilt, float zoom) const;
+  void SendContinuous(std::string command, std::string_view stopCommand, std::string& lastCommand);
+  void RefreshPosition();
+  void QueryPosition();
+
+  ptzd::Capabilities Capabilities_{};
+  bool RelativeMode_ = false;
+  float ZoomStep_ = 0;
+  std::int32_t CurrentPan_ = 0;   // degrees
+  std::int32_t CurrentTilt_ = 0;  // degrees
+  float CurrentZoom_ = 0;
+  bool PositionStale_ = false;
+  std::int32_t LastMoveTime_ = 0;
+  std::string LastMoveCommand_;
+  std::string LastZoomCommand_;
+};
+
+}  // namespace ptzd

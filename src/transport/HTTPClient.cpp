@@ -1,0 +1,342 @@
+#include "transport/HTTPClient.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <utility>
+
+#include "common/Error.h"
+#include "common/Logging.h"
+#include "common/Numbers.h"
+#include "platform/CodePages.h"
+#include "transport/HTTP.h"
+#include "transport/HTTPClientHelper.h"
+#include "transport/Split2DModule.h"
+#include "transport/StringEncoding.h"
+
+namespace ptzd {
+
+namespace {
+
+constexpr const char* DefaultAgent = "Qelto HTTP Client Object";
+constexpr std::size_t HeaderBufferSize = 2048;
+constexpr std::size_t LastResponseSize = 1024;
+
+enum HTTPError : std::int32_t {
+  NoSession = 13101,
+  NoRequest = 13102,
+  NoServer = 13104,
+  BrokenOff = 13106,
+  Cancelled = 13107,
+};
+
+/// Errors of the client name no source.
+[[noreturn]] void Fail(std::int32_t number, std::string description) {
+  throw Error(number, std::move(description), "");
+}
+
+bool HasLineBreakOrNul(std::string_view text) {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+}
+
+bool HeaderLinesAreClean(std::string_view headers) {
+  return std::ranges::none_of(Split(headers, "\r\n"), HasLineBreakOrNul);
+}
+
+}  // namespace
+
+/// Where a request goes, and with whose credentials.
+struct HTTPClient::Target {
+  UrlComponents Url;
+  std::string UserName, Password;
+  std::uint32_t AuthFlag;
+  bool Clean;  ///< nothing in it could end a line of the request early
+};
+
+/// A request and its connection, closed request first.
+struct HTTPClient::Exchange {
+  explicit Exchange(ptzd::Internet& layer) : Layer(layer) {}
+  ~Exchange() {
+    if (Request != 0) Layer.CloseHandle(Request);
+    if (Connection != 0) Layer.CloseHandle(Connection);
+  }
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
+
+  ptzd::Internet& Layer;
+  InternetHandle Connection = 0;
+  InternetHandle Request = 0;
+  std::int32_t ContentLength = -1;  ///< -1: not announced
+};
+
+class HTTPClient::WorkingScope {
+ public:
+  explicit WorkingScope(std::int16_t& count) : Count_(count) {
+    if (Count_ == std::numeric_limits<std::int16_t>::max()) Raise(ErrorOverflow);
+    ++Count_;
+  }
+  ~WorkingScope() { --Count_; }
+  WorkingScope(const WorkingScope&) = delete;
+  WorkingScope& operator=(const WorkingScope&) = delete;
+
+ private:
+  std::int16_t& Count_;
+};
+
+HTTPClient::HTTPClient(Internet& internet) : Internet_(internet) { Initialise(); }
+
+HTTPClient::~HTTPClient() { Terminate(); }
+
+void HTTPClient::Initialise() {
+  const std::string agent = AgentText_.empty() ? DefaultAgent : AgentText_;
+  SyncSession_ = Internet_.OpenSession(agent, 0);
+  if (SyncSession_ == 0) Fail(ErrorInvalidCall, "");
+  AsyncSession_ = Internet_.OpenSession(agent, InternetFlagAsync);
+  if (AsyncSession_ == 0) {
+    Internet_.CloseHandle(std::exchange(SyncSession_, 0));
+    Fail(ErrorInvalidCall, "");
+  }
+  // The asynchronous session keeps the system's own time-outs.
+  Internet_.SetOption(SyncSession_, InternetOptionReceiveTimeout, DefaultReceiveTimeout);
+  Internet_.SetOption(SyncSession_, InternetOptionConnectTimeout, DefaultConnectTimeout);
+}
+
+void HTTPClient::Terminate() {
+  if (SyncSession_ == 0) return;
+  Internet_.CloseHandle(std::exchange(SyncSession_, 0));
+  Internet_.CloseHandle(std::exchange(AsyncSession_, 0));
+}
+
+void HTTPClient::UserAgent(const std::string& newUserAgent) {
+  AgentText_ = newUserAgent;
+  Terminate();
+  Initialise();
+}
+
+void HTTPClient::Timeout(std::int32_t newTimeout) {
+  Internet_.SetOption(SyncSession_, InternetOptionReceiveTimeout, static_cast<std::uint32_t>(newTimeout));
+}
+
+void HTTPClient::SetMaxConnections(std::int32_t count) {
+  Internet_.SetOption(0, InternetOptionMaxConnectionsPer10Server, static_cast<std::uint32_t>(count));
+  Internet_.SetOption(0, InternetOptionMaxConnectionsPerServer, static_cast<std::uint32_t>(count));
+}
+
+HTTPClient::Target HTTPClient::Aim(const std::string& address, const std::string& sendHeaders) const {
+  Target target;
+  target.Url = CrackUrl(address, Internet_);
+  target.UserName = PercentDecode(target.Url.UserName);
+  target.Password = PercentDecode(target.Url.Password);
+  target.AuthFlag = target.UserName.empty() && target.Password.empty() ? InternetFlagNoAuth : 0;
+  target.Clean = !HasLineBreakOrNul(address) && !HasLineBreakOrNul(target.UserName) &&
+                 !HasLineBreakOrNul(target.Password) && !HasLineBreakOrNul(AgentText_) &&
+                 HeaderLinesAreClean(sendHeaders);
+  return target;
+}
+
+void HTTPClient::Open(Exchange& exchange, InternetHandle session, const Target& target,
+                      const std::string& postData, std::uint32_t asyncFlag, std::uintptr_t context) {
+  const auto& url = target.Url;
+  exchange.Connection = Internet_.Connect(session, url.HostName, url.Port, target.UserName, target.Password,
+                                          url.SchemeNumber, target.AuthFlag | asyncFlag, context);
+  if (exchange.Connection == 0) Fail(NoSession, "Failed to initialise the HTTP session");
+  LogMessage("Got session handle: " + std::to_string(exchange.Connection));
+  if (asyncFlag != 0) Internet_.SetStatusCallback(exchange.Connection, HttpStatusCallback);
+
+  if (target.Clean)
+    exchange.Request = Internet_.OpenRequest(
+        exchange.Connection, postData.empty() ? "GET" : "POST", url.UrlPath + url.ExtraInfo,
+        target.AuthFlag | InternetFlagReload | InternetFlagNoCacheWrite | asyncFlag, context);
+  if (exchange.Request == 0) Fail(NoRequest, "Failed to initialise the HTTP request");
+  LogMessage("Got request handle: " + std::to_string(exchange.Request));
+}
+
+void HTTPClient::Perform(const std::string& address, const std::string& sendHeaders,
+                         const std::string& postData, const std::function<void(Exchange&)>& receiveBody) {
+  try {
+    const WorkingScope working(WorkingCount_);
+    Exchange exchange(Internet_);
+    const auto target = Aim(address, sendHeaders);
+    LogMessage("Getting request handles");
+    Open(exchange, SyncSession_, target, postData, 0, 0);
+    if (!Internet_.SendRequest(exchange.Request, sendHeaders, EncodeText(postData, AnsiCodePage()))) {
+      if (Internet_.LastError() == SystemErrorOffline) Fail(NoRequest, "Windows is in offline mode.");
+      Fail(NoServer, "Failed to connect to the HTTP server.");
+    }
+    LogMessage("Sent request");
+    if (const auto length = Internet_.QueryContentLength(exchange.Request))
+      exchange.ContentLength = static_cast<std::int32_t>(*length);
+    receiveBody(exchange);
+  } catch (const Error& error) {
+    LogMessage("Request error " + Text(error.Number()) + ", " + error.Description());
+    throw;
+  }
+}
+
+Bytes HTTPClient::GetResource(const std::string& address, const std::string& sendHeaders,
+                              const std::string& postData) {
+  Variant body = Bytes{};
+  Perform(address, sendHeaders, postData, [&](Exchange& exchange) {
+    ReceiveBody(exchange, body);
+    CaptureHeaders(exchange.Request);
+    // No call tells of a body that ends before its announced length.
+    const auto received = static_cast<std::int64_t>(std::get<Bytes>(body).size());
+    if (BodyFollows() && received < exchange.ContentLength)
+      Fail(BrokenOff, "Disconnected while recieving data");
+  });
+  LogMessage("Got all data");
+  return std::get<Bytes>(std::move(body));
+}
+
+void HTTPClient::ReceiveBody(Exchange& exchange, Variant& body) const {
+  std::uint32_t available = 0;
+  // Shows the bytes available, still none, where one would look for the length.
+  LogMessage(std::to_string(available) + "  content length");
+  while (true) {
+    if (!Internet_.QueryDataAvailable(exchange.Request, available))
+      Fail(BrokenOff, "InternetQueryDataAvailable returned failure");
+    auto error = Internet_.LastError();
+    if (error != SystemErrorNone && error != SystemErrorIOPending)
+      Fail(BrokenOff, "GetLastError returned " + std::to_string(error));
+    if (available == 0) break;
+
+    Bytes chunk(available);
+    std::uint32_t length = 0;
+    if (!Internet_.Read(exchange.Request, chunk, length))
+      Fail(BrokenOff, "Disconnected while recieving data");
+    error = Internet_.LastError();
+    if (error != SystemErrorNone) Fail(BrokenOff, "GetLastError returned " + std::to_string(error));
+    LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
+    chunk.resize(length);
+    AppendBytes(body, std::move(chunk));
+    ReportProgress(static_cast<std::int64_t>(std::get<Bytes>(body).size()), exchange);
+  }
+  LogMessage("Got data (0)");  // a total that nothing ever sets
+}
+
+void HTTPClient::DownloadResource(const std::string& address, const std::string& fileName,
+                                  const std::string& sendHeaders, const std::string& postData) {
+  const std::filesystem::path path(std::u8string(fileName.begin(), fileName.end()));
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  if (!file) file.open(path, std::ios::out | std::ios::binary);
+  const auto checkFile = [&] {
+    if (!file) throw Error(ErrorPathAccess, RunTimeErrorText(ErrorPathAccess) + ": " + fileName, "");
+  };
+  checkFile();
+
+  Perform(address, sendHeaders, postData, [&](Exchange& exchange) {
+    // Less strict than a body in memory: a failed query counts as the end, and no left-over error is looked
+    // at.
+    std::int64_t written = 0, size = static_cast<std::int64_t>(std::filesystem::file_size(path));
+    for (std::uint32_t available = 0;;) {
+      if (!Internet_.QueryDataAvailable(exchange.Request, available)) available = 0;
+      if (available == 0) break;
+      Bytes chunk(available);
+      std::uint32_t length = 0;
+      if (!Internet_.Read(exchange.Request, chunk, length))
+        Fail(BrokenOff, "Disconnected while recieving data");
+      LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
+      file.write(reinterpret_cast<const char*>(chunk.data()), length);
+      checkFile();
+      written += length;
+      size = std::max(size, written);
+      ReportProgress(size, exchange);
+    }
+    LogMessage("Got data (0)");
+    file.flush();
+    checkFile();
+    CaptureHeaders(exchange.Request);
+    if (BodyFollows() && size < exchange.ContentLength) Fail(BrokenOff, "Download file truncated");
+  });
+  LogMessage("Got all data");
+}
+
+void HTTPClient::ReportProgress(std::int64_t received, const Exchange& exchange) const {
+  bool cancel = false;
+  if (Progress) Progress(ToInt32(static_cast<double>(received)), exchange.ContentLength, cancel);
+  if (cancel) Fail(Cancelled, "Download cancelled");
+}
+
+void HTTPClient::CaptureHeaders(InternetHandle request) {
+  std::string block(HeaderBufferSize, '\0');
+  std::uint32_t length = 0;
+  const bool fits = Internet_.QueryRawHeaders(request, block, length);
+  // The final empty line goes. Of a block that does not fit only the untouched buffer remains: the headers are
+  // lost, not the request.
+  if (length > 4) block.resize(std::min<std::size_t>(length - 4, HeaderBufferSize));
+  else if (fits) block.clear();
+  LastHeaders_ = std::move(block);
+}
+
+/// Replies 204 and 304 have no body, whatever length they announce.
+bool HTTPClient::BodyFollows() const {
+  const auto words = Split(LastHeaders_.substr(0, LastHeaders_.find("\r\n")), " ");
+  return words.size() < 2 || (words[1] != "204" && words[1] != "304");
+}
+
+std::string HTTPClient::GetResultCode(std::string& text) const {
+  const auto lineEnd = LastHeaders_.find("\r\n");
+  if (lineEnd == std::string::npos) return {};
+  // The line keeps its CR, so a status line without a reason phrase has no code.
+  const auto line = std::string_view(LastHeaders_).substr(0, lineEnd + 1);
+  const auto first = line.find(' ');
+  if (first == std::string_view::npos) return {};
+  const auto second = line.find(' ', first + 1);
+  const auto code = line.substr(first + 1, second == std::string_view::npos ? second : second - first - 1);
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (code.size() != 3 || code[0] < '1' || code[0] > '5' || !isDigit(code[1]) || !isDigit(code[2])) return {};
+  if (second != std::string_view::npos) text = line.substr(second + 1);
+  return std::string(code);
+}
+
+std::string HTTPClient::GetHeader(const std::string& headerName) const {
+  return headerName.empty() ? LastHeaders_ : std::string();
+}
+
+std::string HTTPClient::LastResponse() const {
+  std::string buffer(LastResponseSize, '\0');
+  std::uint32_t length = LastResponseSize;
+  Internet_.GetLastResponseInfo(buffer, length);
+  return buffer;
+}
+
+void HTTPClient::GetResourceAsync(const std::string& address, const std::string& sendHeaders,
+                                  const std::string& postData) {
+  std::uintptr_t context = 0;
+  try {
+    const WorkingScope working(WorkingCount_);
+    Exchange exchange(Internet_);
+    const auto target = Aim(address, sendHeaders);
+    LogMessage("Getting request handles");
+    auto& handles = AsyncHandles();
+    context = static_cast<std::uintptr_t>(handles.NextContext());
+    Open(exchange, AsyncSession_, target, postData, InternetFlagAsync, context);
+
+    std::span<const std::uint8_t> body;
+    if (!postData.empty()) body = handles.KeepBody(context, EncodeText(postData, AnsiCodePage()));
+    if (!Internet_.SendRequest(exchange.Request, sendHeaders, body)) {
+      const auto error = Internet_.LastError();
+      if (error == SystemErrorOffline) Fail(NoRequest, "Windows is in offline mode.");
+      if (error != SystemErrorIOPending) Fail(NoServer, "Failed to connect to the HTTP server");
+    }
+    // From here on the handles belong to the status callback, which may have closed them already.
+    exchange.Request = exchange.Connection = 0;
+    LogMessage("Sent request on thread " + CurrentThreadText());
+  } catch (const Error& error) {
+    AsyncHandles().Remove(context);
+    LogMessage("Request error " + Text(error.Number()) + ", " + error.Description());
+    throw;
+  }
+  LogMessage("Request closed");
+}
+
+void AppendBytes(Variant& first, const Variant& second) {
+  auto* bytes = std::get_if<Bytes>(&first);
+  const auto* more = std::get_if<Bytes>(&second);
+  if (bytes == nullptr || more == nullptr) Raise(ErrorTypeMismatch);
+  bytes->insert(bytes->end(), more->begin(), more->end());
+}
+
+}  // namespace ptzd

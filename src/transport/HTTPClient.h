@@ -1,0 +1,110 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "common/Variant.h"
+#include "platform/Internet.h"
+
+namespace ptzd {
+
+/// The library's HTTP client: one request at a time, or one sent and forgotten.
+///
+/// An instance is used by one thread at a time. Errors are `Error` with the numbers below and an empty
+/// source; the HTTP status is no error. Every step is told to `LogMessage`.
+///
+/// | number | raised when |
+/// |---|---|
+/// | 5 | a session cannot be opened |
+/// | 6 | more than 32767 requests at once |
+/// | 13101 | the URL has no host or a scheme other than http |
+/// | 13102 | the request cannot be made: a CR, LF or NUL in the URL or inside a header line, or the system is
+/// offline | | 13104 | nothing answers: refused, unknown host, time-out, closed without an answer | | 13106 |
+/// the body broke off | | 13107 | `Progress` asked for cancellation |
+class HTTPClient {
+ public:
+  static constexpr std::uint32_t DefaultReceiveTimeout = 5000;   ///< milliseconds
+  static constexpr std::uint32_t DefaultConnectTimeout = 10000;  ///< milliseconds
+
+  explicit HTTPClient(Internet& internet = SystemInternet());
+  ~HTTPClient();
+  HTTPClient(const HTTPClient&) = delete;
+  HTTPClient& operator=(const HTTPClient&) = delete;
+
+  /// Fetches the whole reply body; GET, or POST where `postData` is not empty. `sendHeaders`: further request
+  /// header lines separated by CR LF. Blocks until the body is there, at most the connect time-out for the
+  /// connection and then the receive time-out without progress. Never returns part of a body.
+  Bytes GetResource(const std::string& address, const std::string& sendHeaders, const std::string& postData);
+
+  /// The same into a file, which is overwritten from its first byte on; a longer file keeps its tail. Raises
+  /// 13106 only where a read fails or the file stays shorter than the announced length, 75 (path/file access
+  /// error) where the file cannot be opened or written.
+  void DownloadResource(const std::string& address, const std::string& fileName,
+                        const std::string& sendHeaders, const std::string& postData);
+
+  /// Sends a request whose reply nobody reads and returns without waiting for it. Raises 13101, 13102 or
+  /// 13104 where the request cannot even be handed over.
+  void GetResourceAsync(const std::string& address, const std::string& sendHeaders,
+                        const std::string& postData);
+
+  /// The three-digit status code of the last blocking request, and its reason phrase in `text` (with the CR
+  /// that ends the status line). Empty, with `text` unchanged, where there is no status line or no reason
+  /// phrase.
+  std::string GetResultCode(std::string& text) const;
+
+  /// The header block of the last blocking request, lines separated by CR LF, for an empty name; nothing for
+  /// any other name. A block of 2048 characters and more is not kept.
+  std::string GetHeader(const std::string& headerName = {}) const;
+
+  /// The agent text set; empty means "Qelto HTTP Client Object".
+  const std::string& UserAgent() const { return AgentText_; }
+  /// Opens both sessions anew: kept connections and cookies are gone and the time-outs are the defaults
+  /// again.
+  void UserAgent(const std::string& newUserAgent);
+
+  /// Receive time-out of later blocking requests, in milliseconds.
+  void Timeout(std::int32_t newTimeout);
+
+  /// True while a request is being made by this instance.
+  bool Working() const { return WorkingCount_ >= 1; }
+
+  /// The server's last textual response: always 1024 characters, padded with NUL.
+  std::string LastResponse() const;
+
+  /// Called after every piece of a body with the bytes received, the announced length (-1 where unknown) and
+  /// a flag that cancels the transfer when set. Runs on the requesting thread.
+  std::function<void(std::int32_t received, std::int32_t total, bool& cancel)> Progress;
+
+  /// Most connections to one server, for all of the process.
+  void SetMaxConnections(std::int32_t count);
+
+ private:
+  struct Target;
+  struct Exchange;
+  class WorkingScope;
+
+  void Initialise();
+  void Terminate();
+  void Perform(const std::string& address, const std::string& sendHeaders, const std::string& postData,
+               const std::function<void(Exchange&)>& receiveBody);
+  Target Aim(const std::string& address, const std::string& sendHeaders) const;
+  void Open(Exchange& exchange, InternetHandle session, const Target& target, const std::string& postData,
+            std::uint32_t asyncFlag, std::uintptr_t context);
+  void ReceiveBody(Exchange& exchange, Variant& body) const;
+  void ReportProgress(std::int64_t received, const Exchange& exchange) const;
+  void CaptureHeaders(InternetHandle request);
+  bool BodyFollows() const;
+
+  Internet& Internet_;
+  InternetHandle SyncSession_ = 0;
+  InternetHandle AsyncSession_ = 0;
+  std::string AgentText_;
+  std::string LastHeaders_;
+  std::int16_t WorkingCount_ = 0;
+};
+
+/// Appends the bytes of `second` to those of `first`. Raises 13 (type mismatch) unless both hold bytes.
+void AppendBytes(Variant& first, const Variant& second);
+
+}  // namespace ptzd
