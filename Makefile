@@ -1,0 +1,29 @@
+# The front door. Each command does all its own set-up.
+.PHONY: demo test bench lint format clean
+
+demo:
+	scripts/setup
+	cmake --preset linux
+	cmake --build --preset linux --target ptzctl ptzsim
+	scripts/demo build/linux
+
+test:
+	scripts/test
+
+bench:
+	scripts/setup
+	cmake --preset bench
+	cmake --build --preset bench
+	scripts/bench build/bench
+
+lint:
+	scripts/setup
+	scripts/check
+	cmake --preset linux
+	run-clang-tidy -quiet -p build/linux '/(src|simulators|tools|tests|bench)/'
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build

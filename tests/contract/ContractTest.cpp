@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZDevice2.h"
+#include "contract/PTZErrors.h"
+#include "contract/PTZMoveInImage.h"
+#include "contract/PTZNamedPresets.h"
+#include "contract/PTZOptions.h"
+#include "contract/PropertyBag.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+#include "support/FakeInternet.h"
+
+namespace ptzd {
+namespace {
+
+using test::ErrorOf;
+using test::FakeClock;
+using test::FakeInternet;
+
+// Hosts hold these numbers in compiled code.
+static_assert(CapabilityFullZoom == 132 && (CapabilityFullZoom & CapabilityZoom) != 0);
+static_assert(CapabilityAutoFocus == (CapabilityAutoIris | CapabilityPan));
+static_assert(PTZErrorUnrecognisedDevice == PTZErrorPTZIncapable && PTZErrorPTZIncapable == 17002);
+static_assert(DirectionUpLeft == (DirectionUp | DirectionLeft) &&
+              DirectionDownRight == (DirectionDown | DirectionRight));
+
+TEST(Interfaces, CalledDirectlyAnswerNothing) {
+  PTZDevice device;
+  EXPECT_FALSE(device.Connect({}));
+  EXPECT_FALSE(device.Move(DirectionUp));
+  EXPECT_EQ(device.Disconnect(), Variant());
+  EXPECT_EQ(device.Capabilities(), 0);
+  PTZDevice2 device2;
+  device2.Zoom(ZoomIn);
+  EXPECT_EQ(device2.ZoomLevel(), 0);
+  EXPECT_FALSE(PTZOptions().Item(0).has_value());
+  EXPECT_TRUE(PTZNamedPresets().GetNamedPresets().empty());
+  PTZMoveInImage().MoveInImage(1, 2);
+  PTZContinuousControl().StopContinuous();
+}
+
+TEST(PTZOption, InitOnce) {
+  PTZOption option;
+  option.Init("", "first try without a name", OptionText, {}, {});
+  option.Init("MoveSpeed", "Move speed", OptionInteger, {0, 64}, 63);
+  EXPECT_EQ(ErrorOf([&] { option.Init("Other", "", OptionText, {}, 1); }),
+            "5 Invalid procedure call or argument");
+  EXPECT_EQ(option.Name(), "MoveSpeed");
+  EXPECT_EQ(option.Values(), (std::vector<Variant>{0, 64}));
+  EXPECT_EQ(option.Default(), Variant(63));
+}
+
+/// Runs over every driver of the build; what they answer differs, and stands in their data.
+class EveryDriver : public testing::TestWithParam<DriverClass> {
+ protected:
+  void SetUp() override {
+    Driver = GetParam().Create({.internet = &Internet, .clock = &Clock});
+    Internet.Answer = [](const auto&) { return test::FakeReply{.Answers = false}; };
+  }
+
+  struct BooleanMember {
+    const char* Name;
+    MemberRule Rule;
+    bool (*Call)(PTZDevice&);
+  };
+  std::vector<BooleanMember> BooleanMembers() const {
+    const auto& data = *GetParam().Data;
+    return {
+        {"Move", data.Move, [](PTZDevice& d) { return d.Move(DirectionUpLeft, 7); }},
+        {"MoveTo", data.MoveTo, [](PTZDevice& d) { return d.MoveTo(11, 13); }},
+        {"MoveBoth", data.MoveBoth, [](PTZDevice& d) { return d.MoveBoth(3, -2); }},
+        {"Zoom", data.Zoom, [](PTZDevice& d) { return d.Zoom(ZoomIn); }},
+        {"Iris", data.Iris, [](PTZDevice& d) { return d.Iris(IrisOpen); }},
+        {"Focus", data.Focus, [](PTZDevice& d) { return d.Focus(FocusFar); }},
+        {"PresetGoto", data.PresetGoto, [](PTZDevice& d) { return d.PresetGoto(2); }},
+        {"PresetSave", data.PresetSave, [](PTZDevice& d) { return d.PresetSave(2); }},
+        {"Home", data.Home, [](PTZDevice& d) { return d.Home(); }},
+    };
+  }
+
+  void AnswersAsWhileNotConnected() {
+    EXPECT_FALSE(Driver->Connected());
+    for (const auto& [name, rule, call] : BooleanMembers())
+      EXPECT_EQ(call(*Driver), rule == MemberRule::True) << name;
+    EXPECT_NO_THROW(Driver->Pan());
+    EXPECT_NO_THROW(Driver->Tilt());
+    EXPECT_NO_THROW(Driver->SetPanTilt(1, 2));
+    EXPECT_GE(Driver->PresetCount(), 0);
+    if (auto* device2 = dynamic_cast<PTZDevice2*>(Driver.get())) {
+      device2->Move(DirectionDown);
+      device2->MoveTo(1, 2, 3);
+      device2->ZoomTo(1);
+      EXPECT_NO_THROW(device2->ZoomLevel());
+      EXPECT_EQ(device2->Capabilities(), Driver->Capabilities());
+    }
+    if (auto* continuous = dynamic_cast<PTZContinuousControl*>(Driver.get())) {
+      continuous->ContinuousMove(1, 1);
+      continuous->StopContinuous();
+    }
+  }
+
+  FakeInternet Internet;
+  FakeClock Clock;
+  std::unique_ptr<PTZDevice> Driver;
+};
+
+TEST_P(EveryDriver, AnswersAsItsDataSaysWhileNotConnected) {
+  AnswersAsWhileNotConnected();
+  EXPECT_EQ(Driver->Disconnect(), GetParam().Data->DisconnectAnswersTrue ? Variant(true) : Variant());
+  AnswersAsWhileNotConnected();
+}
+
+TEST_P(EveryDriver, RefusesToConnectWithoutUsableOptions) {
+  if (const auto& refusal = GetParam().Data->NoAddress) {
+    EXPECT_EQ(ErrorOf([&] { Driver->Connect(PropertyBag().Contents()); }),
+              std::to_string(refusal->Number) + " " + std::string(refusal->Description));
+    EXPECT_TRUE(Internet.Sent.empty());
+    PropertyBag options;
+    options.WriteProperty("Address", std::string("camera1"));
+    EXPECT_NE(ErrorOf([&] { Driver->Connect(options.Contents()); }), "") << "a camera that never answers";
+  }
+  EXPECT_NE(ErrorOf([&] { Driver->Connect(Bytes{1, 2, 3}); }), "");
+  EXPECT_NE(ErrorOf([&] { Driver->Connect({}); }), "");
+  AnswersAsWhileNotConnected();
+}
+
+TEST_P(EveryDriver, DescribesItsOptionsAnewEachTime) {
+  auto* options = dynamic_cast<PTZOptions*>(Driver.get());
+  EXPECT_EQ(options != nullptr, (Driver->Capabilities() & CapabilityExtendedOptions) != 0);
+  if (options == nullptr) return;
+  const auto all = options->NewEnum();
+  ASSERT_EQ(static_cast<std::int32_t>(all.size()), options->Count());
+  for (std::int32_t i = 0; i < options->Count(); ++i) {
+    const auto& name = all[i].Name();
+    EXPECT_FALSE(name.empty());
+    EXPECT_EQ(options->Item(i)->Name(), name);
+    EXPECT_EQ(options->Item(static_cast<double>(i))->Name(), name) << "scripts count in doubles";
+    EXPECT_EQ(options->Item(name)->Description(), all[i].Description());
+  }
+  for (const Variant& unknown :
+       {Variant(options->Count()), Variant(-1), Variant(std::string("zoomstep")), Variant()})
+    EXPECT_EQ(options->Item(unknown).value_or(PTZOption()).Name(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Catalogue, EveryDriver,
+                         testing::ValuesIn(DriverClasses().begin(), DriverClasses().end()),
+                         [](const auto& driver) { return std::string(driver.param.ProgID.substr(6)); });
+
+}  // namespace
+}  // namespace ptzd

@@ -1,0 +1,290 @@
+#include "drivers/Axis.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "common/Logging.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+#include "support/FakeInternet.h"
+
+namespace ptzd {
+namespace {
+
+using test::ErrorOf;
+using test::FakeReply;
+using test::NumberOf;
+
+constexpr const char* FullHead =
+    "root.PTZ.Limit.L1.MaxZoom=9999\nroot.PTZ.Limit.L1.MinFieldAngle=2\nroot.PTZ.Limit.L1.MaxFieldAngle=50\n"
+    "root.PTZ.Support.S1.AbsolutePan=true\nroot.PTZ.Support.S1.AbsoluteTilt=true\n"
+    "root.PTZ.Support.S1.AbsoluteZoom=true\nroot.PTZ.Support.S1.RelativeFocus=true\n"
+    "root.PTZ.Support.S1.AutoFocus=true\nroot.PTZ.Support.S1.RelativeIris=true\n"
+    "root.PTZ.Support.S1.AutoIris=false\nroot.PTZ.Support.S1.ContinuousPan=true\n"
+    "root.PTZ.Support.S1.ContinuousZoom=true\nroot.PTZ.Support.S1.ServerPreset=true\n";
+constexpr const char* RelativeHead =
+    "root.PTZ.Support.S1.RelativePan=true\nroot.PTZ.Support.S1.RelativeTilt=true\n"
+    "root.PTZ.Support.S1.RelativeZoom=true\nroot.PTZ.Support.S1.AbsolutePan=true\n";
+constexpr const char* Position = "pan=20.5\r\ntilt=-3.5\r\nzoom=364.6\r\nautofocus=on\r\n";
+
+class AxisTest : public testing::Test {
+ protected:
+  void Connect(const std::string& parameters, PropertyBag options = {},
+               const std::string& position = Position) {
+    options.WriteProperty("Address", std::string("camera1"));
+    Net.Replies = {FakeReply{parameters}, FakeReply{position}};
+    ASSERT_TRUE(Camera.Connect(options.Contents()));
+    Net.Replies.clear();
+    Net.Sent.clear();
+  }
+  std::string Sent() { return Net.TakeSent(); }
+
+  test::FakeInternet Net;
+  test::FakeClock Time;
+  Axis Camera{{.internet = &Net, .clock = &Time}};
+  PTZDevice& Device = Camera;
+  PTZDevice2& Device2 = Camera;
+};
+
+TEST_F(AxisTest, ConnectProbesTheHead) {
+  PropertyBag options;
+  options.WriteProperty("Address", std::string("root:pass@camera1:8080"));
+  options.WriteProperty("Port", std::string("2"));
+  options.WriteProperty("Reset", true);
+  Net.Replies = {FakeReply{FullHead}, FakeReply{Position}};
+  EXPECT_TRUE(Device2.Connect(options.Contents()));
+  EXPECT_EQ(Net.Sent[0].Host, "camera1");
+  EXPECT_EQ(Net.Sent[0].Port, 8080);
+  EXPECT_EQ(Sent(),
+            "/axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L2,root.PTZ.Support.S2\n"
+            "/axis-cgi/com/ptz.cgi?camera=2&query=position\n"
+            "/axis-cgi/com/ptz.cgi?camera=2&pan=0&tilt=0&zoom=1");
+  EXPECT_EQ(Device.Capabilities(), CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityFocus |
+                                       CapabilityAutoFocus2 | CapabilityIris | CapabilityContinuousMove |
+                                       CapabilityContinuousZoom | CapabilityMultiport |
+                                       CapabilityExtendedOptions);
+  EXPECT_EQ(Device.PresetCount(), 0);
+  EXPECT_FALSE(Device.PresetSave(1)) << "only relative heads have presets";
+}
+
+TEST_F(AxisTest, ConnectFailures) {
+  struct Row {
+    const char* address;
+    FakeReply reply;
+    const char* error;
+  };
+  const Row rows[] = {
+      {"", {}, "17003 No address specified"},
+      {"camera1", {.Answers = false}, "17001 Unable to connect to the device"},
+      {"camera1:99999", {}, "17001 Unable to connect to the device"},
+      {"camera1", {}, "17002 This device does not support PTZ."},
+      {"camera1", {"root.PTZ.Support.S1.AbsolutePan=true\r\n"}, "17002 This device does not support PTZ."},
+      {"camera1", {"root.PTZ.Support.S1.AbsolutePan=True\n"}, "17002 This device does not support PTZ."},
+      {"camera1", {"root.PTZ.Support.S1.AutoFocus=true\n"}, "17002 This device does not support PTZ."},
+      {"camera1", {std::string(FullHead) + "MaxZoom=many\n"}, "13 Type mismatch"},
+  };
+  for (const auto& row : rows) {
+    PropertyBag options;
+    if (*row.address) options.WriteProperty("Address", std::string(row.address));
+    Net.Replies = {row.reply};
+    EXPECT_EQ(ErrorOf([&] { Camera.Connect(options.Contents()); }), row.error);
+    EXPECT_FALSE(Camera.Connected());
+  }
+  PropertyBag options;
+  options.WriteProperty("Address", std::string("camera1"));
+  options.WriteProperty("Port", std::string("two"));
+  EXPECT_EQ(NumberOf([&] { Camera.Connect(options.Contents()); }), 13);
+  EXPECT_EQ(Device.Pan(), 0) << "a refused camera may be asked all the same";
+}
+
+TEST_F(AxisTest, PositionsComeFromTheCameraAtMostEveryFiveSeconds) {
+  Connect(FullHead);
+  EXPECT_EQ(Device.Pan(), 20) << "20.5 is a tie";
+  EXPECT_EQ(Device.Tilt(), -4) << "-3.5 is a tie";
+  EXPECT_EQ(Device2.ZoomLevel(), 1) << "snapped to a quarter";
+  Time.Advance(4999);
+  EXPECT_EQ(Device2.Pan(), 20);
+  EXPECT_EQ(Sent(), "");
+  Time.Advance(1);
+  Net.Replies = {FakeReply{"pan=-7\ntilt=8\nzoom=1\n"}};
+  EXPECT_EQ(Device.Tilt(), 8);
+  EXPECT_EQ(Device.Pan(), -7);
+  EXPECT_EQ(Sent(), "/axis-cgi/com/ptz.cgi?query=position");
+
+  Device.SetPanTilt(90, 90);
+  Net.Replies = {FakeReply{.Answers = false}};
+  EXPECT_EQ(Device.Pan(), -7) << "a failed query changes nothing";
+  EXPECT_EQ(Device.Pan(), -7);
+  EXPECT_EQ(Sent(), "/axis-cgi/com/ptz.cgi?query=position") << "and clears stale";
+
+  Time.Advance(5000);
+  Net.Replies = {FakeReply{"pan=1\ntilt=99999999999\n"}};
+  EXPECT_EQ(NumberOf([&] { Device.Pan(); }), 6);
+  Net.Replies = {FakeReply{.Answers = false}};
+  EXPECT_EQ(Device.Pan(), -7) << "an overflow keeps the position";
+}
+
+TEST_F(AxisTest, AbsoluteMoves) {
+  struct Row {
+    std::function<void(PTZDevice&, PTZDevice2&)> move;
+    const char* sent;
+    const char* fault;
+  };
+  const Row rows[] = {
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(DirectionUpLeft, 5)); }, "pan=15&tilt=1", "both change"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(DirectionUpLeft)); }, "pan=15&tilt=1",
+       "5 degrees unless told"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(static_cast<Directions>(15), 5)); }, "pan=15&tilt=1",
+       "left before right, up before down"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(DirectionRight, 0.5F)); }, "",
+       "20.5 rounds to even: no move, True"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(DirectionRight, 1.5F)); }, "pan=22", "21.5 rounds to even"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(static_cast<Directions>(64), 5)); }, "", "no direction"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.MoveBoth(-30, 2)); }, "pan=-10&tilt=-2", "signed amounts"},
+      {[](auto& d, auto&) { EXPECT_FALSE(d.MoveTo(190, 0)); }, "pan=-170&tilt=0", "wraps once; always False"},
+      {[](auto& d, auto&) { EXPECT_FALSE(d.MoveTo(-541, 200)); }, "pan=-181&tilt=180",
+       "wraps only once; clamps"},
+      {[](auto& d, auto&) { EXPECT_FALSE(d.MoveTo(180, -180.4F)); }, "pan=180&tilt=-180",
+       "ends of the range"},
+      {[](auto&, auto& d) { d.MoveTo(20, -4, 0.25F); }, "zoom=91", "only the zoom changes"},
+      {[](auto&, auto& d) { d.ZoomTo(-3); }, "zoom=1", "no zoom below the widest"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Zoom(ZoomIn)); }, "zoom=455", "a quarter in"},
+      {[](auto&, auto& d) { d.Zoom(ZoomOut, 0.5F); }, "zoom=182", "half out"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Zoom(static_cast<Zooms>(3))); }, "", "no zoom direction"},
+      {[](auto&, auto& d) { d.Move(DirectionDown, 1); }, "tilt=-5", "the other interface moves too"},
+  };
+  for (const auto& row : rows) {
+    Connect(FullHead);
+    row.move(Camera, Camera);
+    EXPECT_EQ(Sent(), *row.sent ? "/axis-cgi/com/ptz.cgi?" + std::string(row.sent) : "") << row.fault;
+  }
+}
+
+TEST_F(AxisTest, AMoveThatFailsKeepsThePosition) {
+  Connect(FullHead);
+  Net.Replies = {FakeReply{.Answers = false}};
+  EXPECT_FALSE(Device.Move(DirectionLeft, 5));
+  EXPECT_EQ(Device.Pan(), 20);
+  for (const float angle : {std::nanf(""), INFINITY, 1e30F})
+    EXPECT_EQ(NumberOf([&] { Device.Move(DirectionLeft, angle); }), 6);
+  EXPECT_EQ(NumberOf([&] { Device2.ZoomTo(3e38F); }), 6);
+  EXPECT_EQ(Device.Disconnect(), Variant(true));
+  Sent();
+  EXPECT_FALSE(Device.Move(DirectionLeft, 5));
+  Device2.ZoomTo(2);
+  EXPECT_EQ(Sent(), "");
+  EXPECT_TRUE(Device.MoveBoth(1, 0)) << "is not gated";
+}
+
+TEST_F(AxisTest, RelativeHeadsMoveByDifferences) {
+  PropertyBag options;
+  options.WriteProperty("ZoomStep", 300);
+  options.WriteProperty("Address", std::string("camera1"));
+  Net.Replies = {FakeReply{RelativeHead}};
+  ASSERT_TRUE(Camera.Connect(options.Contents()));
+  EXPECT_EQ(Sent(),
+            "/axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L1,root.PTZ.Support.S1\n"
+            "/axis-cgi/com/ptz.cgi?gotodevicepresetno=1");
+  EXPECT_EQ(Device.Capabilities() & (CapabilityRelativeControl | CapabilityPreset),
+            CapabilityRelativeControl | CapabilityPreset);
+  EXPECT_EQ(Device.PresetCount(), 63);
+
+  Device2.MoveTo(10, -5, 0.5F);
+  Time.Advance(60000);
+  EXPECT_EQ(Device.Pan(), 10) << "has no position to ask for";
+  Device2.ZoomTo(0.25F);
+  Device.SetPanTilt(100.5F, 0);
+  EXPECT_TRUE(Device.Move(DirectionRight, 100));
+  EXPECT_TRUE(Device.PresetSave(0));
+  EXPECT_TRUE(Device.PresetGoto(62));
+  EXPECT_EQ(Sent(),
+            "/axis-cgi/com/ptz.cgi?rpan=10&rtilt=-5&rzoom=151\n"
+            "/axis-cgi/com/ptz.cgi?rzoom=-74\n"
+            "/axis-cgi/com/ptz.cgi?rpan=-260\n"
+            "/axis-cgi/com/ptzconfig.cgi?setserverpresetname=Quor-vane%20Preset%200\n"
+            "/axis-cgi/com/ptz.cgi?gotoserverpresetname=Quor-vane%20Preset%2062");
+}
+
+TEST_F(AxisTest, ZoomStepComesFromTheFieldAngles) {
+  struct Row {
+    const char* limits;
+    const char* zoomOfTen;
+  };
+  const std::string support = "S1.AbsolutePan=true\nS1.AbsoluteTilt=true\nS1.AbsoluteZoom=true\n";
+  for (const auto& [limits, zoomOfTen] : {
+           Row{"MaxZoom=9999\nMinFieldAngle=2\nMaxFieldAngle=50\n", "zoom=3637"},
+           Row{"MaxZoom=9999\nMinFieldAngle=0\nMaxFieldAngle=50\n", "zoom=4001"},
+           Row{"MaxZoom=9999\n", "zoom=4001"},
+           Row{"MaxZoom=19999\nMinFieldAngle=3\nMaxFieldAngle=61\n", "zoom=8942"},
+       }) {
+    Connect(support + limits);
+    Sent();
+    Device2.ZoomTo(10);
+    EXPECT_EQ(Sent(), std::string("/axis-cgi/com/ptz.cgi?") + zoomOfTen) << limits;
+  }
+}
+
+TEST_F(AxisTest, IrisAndFocus) {
+  EXPECT_FALSE(Device.Iris(IrisOpen));
+  Connect(FullHead);
+  EXPECT_TRUE(Device.Iris(IrisOpen) && Device.Iris(IrisClose) && Device.Iris(IrisAuto));
+  EXPECT_TRUE(Device.Focus(FocusNear) && Device.Focus(FocusFar) && Device.Focus(FocusAuto));
+  EXPECT_FALSE(Device.Iris(static_cast<Iris>(3)) || Device.Focus(static_cast<Focus>(-1)));
+  EXPECT_EQ(Sent(),
+            "/axis-cgi/com/ptz.cgi?autoiris=off&riris=1000\n/axis-cgi/com/ptz.cgi?autoiris=off&riris=-1000\n"
+            "/axis-cgi/com/ptz.cgi?autoiris=on\n/axis-cgi/com/ptz.cgi?autofocus=off&rfocus=-1000\n"
+            "/axis-cgi/com/ptz.cgi?autofocus=off&rfocus=1000\n/axis-cgi/com/ptz.cgi?autofocus=on");
+}
+
+TEST_F(AxisTest, ContinuousControlRepeatsOnlyStops) {
+  Connect(FullHead);
+  Camera.ContinuousMove(10, -0.3F);
+  Camera.ContinuousMove(10, -0.3F);
+  Camera.ContinuousMove(0, 0.4F);
+  Camera.ContinuousMove(0, 0);
+  Camera.ContinuousZoom(1.1F);
+  Camera.ContinuousZoom(1.1F);
+  Camera.ContinuousZoom(-3);
+  Camera.StopContinuous();
+  Camera.StopContinuous();
+  EXPECT_EQ(Sent(),
+            "/axis-cgi/com/ptz.cgi?continuouspantiltmove=20,-1\n"
+            "/axis-cgi/com/ptz.cgi?continuouspantiltmove=0,0\n"
+            "/axis-cgi/com/ptz.cgi?continuouspantiltmove=0,0\n"
+            "/axis-cgi/com/ptz.cgi?continuouszoommove=1.21\n"
+            "/axis-cgi/com/ptz.cgi?continuouszoommove=-9\n"
+            "/axis-cgi/com/ptz.cgi?continuouspantiltmove=0,0\n/axis-cgi/com/ptz.cgi?continuouszoommove=0\n"
+            "/axis-cgi/com/ptz.cgi?continuouspantiltmove=0,0\n/axis-cgi/com/ptz.cgi?continuouszoommove=0");
+  Device.Pan();
+  EXPECT_EQ(Sent(), "/axis-cgi/com/ptz.cgi?query=position") << "motion makes the position stale";
+  EXPECT_EQ(NumberOf([&] { Camera.ContinuousZoom(3e38F); }), 6);
+}
+
+TEST_F(AxisTest, LogsAndSingleOptionDescriptor) {
+  std::string log;
+  Connect(FullHead);
+  SetLogSink([&](std::string_view line) { log += std::string(line) + "\n"; });
+  Net.Replies = {FakeReply{"OK"}, FakeReply{.Answers = false}};
+  Device.Iris(IrisAuto);
+  Device.Iris(IrisAuto);
+  SetLogSink({});
+  EXPECT_NE(log.find("Requesting /axis-cgi/com/ptz.cgi?autoiris=on\nGetting request handles\n"),
+            std::string::npos);
+  EXPECT_NE(log.find("0  content length\nWanted 2 and got 2\nGot data (0)\nGot all data\n"
+                     "Request complete. Reply: OK\n"),
+            std::string::npos);
+  EXPECT_NE(log.find("Request error 13104, Failed to connect to the HTTP server.\n"
+                     "Request failed. Failed to connect to the HTTP server.\n"),
+            std::string::npos);
+
+  const auto option = Camera.Item(std::string("ZoomStep")).value();
+  EXPECT_EQ(option.Description(), "Zoom step value");
+  EXPECT_EQ(option.OType(), 2);
+  EXPECT_EQ(option.Values(), (std::vector<Variant>{0, 10000}));
+  EXPECT_EQ(option.Default(), Variant(0));
+  EXPECT_EQ(Camera.Count(), 1);
+}
+
+}  // namespace
+}  // namespace ptzd

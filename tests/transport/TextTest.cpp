@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include "platform/CodePages.h"
+#include "transport/HTTP.h"
+#include "transport/Split2DModule.h"
+#include "transport/StringEncoding.h"
+
+namespace ptzd {
+namespace {
+
+TEST(UrlEncode, EscapesCodeUnits) {
+  struct Row {
+    const char* text;
+    const char* encoded;
+  };
+  for (const auto& [text, encoded] : {
+           Row{"a b&c", "a+b%26c"},
+           {"\t~!'()*-._", "%09~!'()*-._"},
+           {"", ""},
+           {"\"/%", "%22%2F%25"},
+           {"\xC3\xA4", "%E4"},                  // one byte of code page 1252
+           {"\xE2\x82\xAC", "%20%AC"},           // a unit above 255, high byte first
+           {"\xC4\x80", "%01%00"},               // both bytes with their leading zeros
+           {"\xF0\x9F\x8E\xA5", "%D8%3C%DF%A5"}  // two units
+       })
+    EXPECT_EQ(UrlEncode(text), encoded);
+  EXPECT_EQ(UrlEncode(std::string(5000, '&')).size(), 15000U);
+}
+
+TEST(PercentDecode, ResolvesOnceAndLeavesWhatIsNoEscape) {
+  EXPECT_EQ(PercentDecode("p%3Aw%40%2525"), "p:w@%25");
+  EXPECT_EQ(PercentDecode("100%"), "100%");
+  EXPECT_EQ(PercentDecode("%zz%4"), "%zz%4");
+  EXPECT_EQ(PercentDecode("%E4\xC3\xA4%"), "\xC3\xA4\xC3\xA4%");
+}
+
+TEST(DecodeBytes, CodePages) {
+  const auto decode = [](Bytes bytes, std::int32_t codePage) { return DecodeBytes(bytes, codePage); };
+  EXPECT_EQ(decode({}, 1252), "");
+  EXPECT_EQ(decode({0x80}, 1252), "\xE2\x82\xAC");
+  EXPECT_EQ(decode({0x81, 0x9D, 'a', 0, 0xFF}, 1252), std::string("\xC2\x81\xC2\x9D"
+                                                                  "a\0\xC3\xBF",
+                                                                  8));
+  EXPECT_EQ(decode({0xC0, 0xE0}, 1251), "\xD0\x90\xD0\xB0");
+  EXPECT_EQ(decode({'a'}, 12345), "");
+  EXPECT_EQ(EncodeText("\xE2\x82\xAC\xC3\xA4\xE4\xB8\xAD", 1252), (Bytes{0x80, 0xE4, '?'}));
+  Bytes all;
+  for (int byte = 0; byte < 256; ++byte) all.push_back(static_cast<std::uint8_t>(byte));
+  EXPECT_EQ(EncodeText(DecodeBytes(all, 1252), 1252), all) << "every byte comes back";
+}
+
+TEST(Split2D, TwoColumns) {
+  EXPECT_EQ(Split2D("a=1\r\nb=2=3", "\r\n", "="), (std::vector<Row>{{"a", "1"}, {"b", "2"}}));
+  EXPECT_EQ(Split2D("", "\n", "="), (std::vector<Row>{{"", ""}}));
+  EXPECT_EQ(Split2D("name\n=v\n", "\n", "="), (std::vector<Row>{{"name", ""}, {"", "v"}, {"", ""}}));
+}
+
+}  // namespace
+}  // namespace ptzd
