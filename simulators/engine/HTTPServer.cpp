@@ -1,0 +1,433 @@
+#include "simulators/engine/HTTPServer.h"
+
+#include <sys/socket.h>
+#include <algorithm>
+#include <array>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/status.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <stdexcept>
+
+#include "simulators/engine/Authentication.h"
+#include "simulators/engine/Loop.h"
+#include "simulators/engine/Playback.h"
+
+namespace ptzsim {
+namespace {
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using asio::ip::tcp;
+using boost::system::error_code;
+
+/// Requests of cameras are short; the limits only keep a runaway client from eating the memory.
+constexpr std::uint32_t HeaderLimit = 1024 * 1024;
+constexpr std::uint64_t BodyLimit = 64 * 1024 * 1024;
+
+struct Serialised {
+  std::string Bytes{};
+  std::size_t BodyAt = 0;
+  bool Close = false;
+};
+
+std::string Chunk(std::string_view bytes) {
+  char length[24];
+  std::snprintf(length, sizeof length, "%zx\r\n", bytes.size());
+  return length + std::string(bytes) + "\r\n";
+}
+
+/// The reply as a healthy server would word it, before the framing faults have their way.
+void Alter(HTTPReply& reply, const FaultSet& faults) {
+  if (const Fault* status = faults.Find(FaultKind::WrongStatus)) {
+    const auto blank = status->Text.find(' ');
+    reply.Status = std::atoi(status->Text.c_str());
+    reply.Reason = blank == std::string::npos ? "" : status->Text.substr(blank + 1);
+  }
+  if (faults.Has(FaultKind::NoContent)) reply = {.Status = 204, .Violation = reply.Violation};
+  if (faults.Has(FaultKind::EmptyBody)) reply.Body.clear();
+  if (const auto megabytes = faults.Number(FaultKind::OversizedBody)) {
+    const auto size = static_cast<std::size_t>(*megabytes) * 1024 * 1024;
+    if (reply.Body.empty()) reply.Body = "x";
+    reply.Body.reserve(size);
+    while (reply.Body.size() < size) reply.Body.append(reply.Body, 0, size - reply.Body.size());
+    reply.Body.resize(size);
+  }
+  if (const auto length = faults.Number(FaultKind::LongHeaders)) {
+    for (std::int64_t i = 0; i * 1000 <= *length; ++i) {
+      reply.Headers.emplace_back("X-Padding-" + std::to_string(i), std::string(1000, 'p'));
+    }
+  }
+}
+
+Serialised Serialise(const HTTPReply& reply, const std::string& version, const Request& request, bool keep,
+                     const FaultSet& faults) {
+  if (!reply.Raw.empty()) return {reply.Raw, 0, !keep};
+  if (faults.Has(FaultKind::BareBody)) return {reply.Body, 0, true};
+
+  Serialised out{.Bytes = "HTTP/" + version + " " + std::to_string(reply.Status), .Close = !keep};
+  if (!faults.Has(FaultKind::NoReason)) {
+    const auto status = http::int_to_status(static_cast<unsigned>(reply.Status));
+    const std::string usual(status == http::status::unknown ? "Unknown" : http::obsolete_reason(status));
+    out.Bytes += " " + (reply.Reason.empty() ? usual : reply.Reason);
+  }
+  out.Bytes += "\r\n";
+  for (const auto& [name, value] : reply.Headers) out.Bytes += name + ": " + value + "\r\n";
+
+  const bool bodiless = reply.Status == 204 || reply.Status == 304 || reply.Status < 200;
+  std::string body = bodiless ? "" : reply.Body;
+  std::optional<std::size_t> length = body.size();
+  const auto number = [&](FaultKind kind, std::size_t standard) {
+    const auto given = faults.Number(kind);
+    return given ? static_cast<std::size_t>(*given) : standard;
+  };
+  if (faults.Has(FaultKind::NoContentLength)) {
+    length.reset();
+    out.Close = true;
+  } else if (faults.Has(FaultKind::ChunkedCutOff)) {
+    const auto kept = std::min(number(FaultKind::ChunkedCutOff, body.size() / 2), body.size());
+    // The chunk announces one byte more than the body has, so that it is unfinished wherever it is cut.
+    std::string chunk = Chunk(body + "\n");
+    chunk.resize(chunk.find('\n') + 1 + kept);
+    body = std::move(chunk);
+    length.reset();
+    out.Close = true;
+    out.Bytes += "Transfer-Encoding: chunked\r\n";
+  } else if (faults.Has(FaultKind::Chunked)) {
+    std::string chunks;
+    const auto piece = number(FaultKind::Chunked, 16);
+    for (std::size_t at = 0; at < body.size(); at += piece)
+      chunks += Chunk(std::string_view(body).substr(at, piece));
+    body = chunks + "0\r\n\r\n";
+    length.reset();
+    out.Bytes += "Transfer-Encoding: chunked\r\n";
+  } else if (faults.Has(FaultKind::ShortBody)) {
+    length = body.size() + number(FaultKind::ShortBody, 100);
+    out.Close = true;
+  } else if (faults.Has(FaultKind::LongBody)) {
+    body += std::string(number(FaultKind::LongBody, 100), 'x');
+  }
+
+  if (length && !bodiless) out.Bytes += "Content-Length: " + std::to_string(*length) + "\r\n";
+  // A client that was promised a lasting connection is what the cutting faults are for.
+  if (!keep) {
+    out.Bytes += "Connection: close\r\n";
+  } else if (request.Version == "1.0" || version == "1.0") {
+    out.Bytes += "Connection: keep-alive\r\n";
+  }
+  out.Bytes += "\r\n";
+  out.BodyAt = out.Bytes.size();
+  if (request.Method != "HEAD") out.Bytes += body;
+  return out;
+}
+
+// Asio's own sockets are inherited by programs that a test starts, which then hold ports and connections that
+// are closed here; so they are made here and told otherwise from the start.
+template <class Socket>
+void OpenSocket(Socket& socket) {
+  const int handle = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (handle < 0) throw std::runtime_error("no socket can be opened");
+  socket.assign(tcp::v4(), handle);
+}
+
+bool AcceptSocket(tcp::acceptor& acceptor, tcp::socket& socket) {
+  const int handle = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
+  if (handle >= 0) socket.assign(tcp::v4(), handle);
+  return handle >= 0;
+}
+
+void Bind(tcp::acceptor& acceptor, std::uint16_t port, error_code& error) {
+  OpenSocket(acceptor);
+  acceptor.native_non_blocking(true);
+  acceptor.set_option(tcp::acceptor::reuse_address(true));
+  acceptor.bind({asio::ip::address_v4::loopback(), port}, error);
+}
+
+}  // namespace
+
+HTTPReply HTTPReply::Text(std::string body, std::string type) {
+  return {.Headers = {{"Content-Type", std::move(type)}}, .Body = std::move(body)};
+}
+
+class HTTPServer::Implementation {
+ public:
+  Implementation(Handler handler, Options options, RequestLog& log, FaultSwitches& faults);
+  ~Implementation();
+
+  std::uint16_t Port() const { return Port_; }
+
+  RequestLog& Log_;
+  FaultSwitches& Faults_;
+
+ private:
+  class Connection;
+  enum class Mode { Closed, Accepting, Refusing, FullQueue };
+
+  void ApplyListenerFaults();
+  void Listen(Mode mode);
+  void Accept();
+  HTTPReply Answer(const Request& request, const FaultSet& faults);
+
+  Handler Handler_;
+  Options Options_;
+  Authentication Authentication_;
+  bool CookieSet_ = false;
+  Mode Mode_ = Mode::Closed;
+  std::uint16_t Port_ = 0;
+  int Watcher_ = 0;
+  std::map<int, std::weak_ptr<Connection>> Connections_;
+  // The loop ends before all that its handlers reach, and its sockets before the loop.
+  Loop Loop_;
+  // Bound all the time and never listening, so that nobody else gets the port while the listener is closed.
+  tcp::acceptor Reservation_{Loop_.Context()};
+  tcp::acceptor Acceptor_{Loop_.Context()};
+  tcp::socket Filler_{Loop_.Context()};
+};
+
+class HTTPServer::Implementation::Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  Connection(Implementation& server, tcp::socket socket)
+      : Server_(server), Socket_(std::move(socket)), Number_(server.Log_.OpenConnection()) {}
+
+  int Number() const { return Number_; }
+
+  void Start() {
+    error_code ignored;
+    Socket_.set_option(tcp::no_delay(true), ignored);
+    NewRequest();
+    Read();
+  }
+
+  void Close(bool reset = false) {
+    if (!Socket_.is_open()) return;
+    error_code ignored;
+    if (reset) Socket_.set_option(asio::socket_base::linger(true, 0), ignored);
+    Server_.Connections_.erase(Number_);
+    Server_.Log_.CloseConnection();  // first, so that a client that sees the end finds it counted
+    if (!reset) Socket_.shutdown(tcp::socket::shutdown_both, ignored);
+    Socket_.close(ignored);
+  }
+
+ private:
+  using Parser = http::request_parser<http::string_body>;
+
+  void NewRequest() {
+    Parser_.emplace();
+    Parser_->eager(true);
+    Parser_->header_limit(HeaderLimit);
+    Parser_->body_limit(BodyLimit);
+    Raw_.clear();
+  }
+
+  void Read() {
+    Socket_.async_read_some(asio::buffer(Chunk_),
+                            [self = shared_from_this()](const error_code& error, std::size_t count) {
+                              error ? self->Ended() : self->Received(count);
+                            });
+  }
+
+  void Ended() {
+    if (Socket_.is_open() && !(Raw_.empty() && Pending_.empty())) {
+      Server_.Log_.AddViolation("connection " + std::to_string(Number_) +
+                                " was closed in the middle of a request: \"" + Raw_ + Pending_ + "\"");
+    }
+    Close();
+  }
+
+  void Received(std::size_t count) {
+    if (DieOnReuse_) return Close();
+    Pending_.append(Chunk_.data(), count);
+    Parse();
+  }
+
+  void Parse() {
+    while (!Pending_.empty() && !Parser_->is_done()) {
+      error_code error;
+      const std::size_t used = Parser_->put(asio::buffer(Pending_), error);
+      Raw_.append(Pending_, 0, used);
+      Pending_.erase(0, used);
+      if (error == http::error::need_more) break;
+      if (error) return Malformed(error);
+    }
+    Parser_->is_done() ? Handle() : Read();
+  }
+
+  void Malformed(const error_code& error) {
+    Request request{.Connection = Number_, .Raw = Raw_ + Pending_, .Status = 400};
+    request.Violation = "not an HTTP request (" + error.message() + "): \"" + request.Raw + "\"";
+    Pending_.clear();
+    Server_.Log_.Add(std::move(request));
+    Send({.Bytes = "HTTP/" + Server_.Options_.Version + " 400 Bad Request\r\nConnection: close\r\n\r\n",
+          .Close = true},
+         FaultSet());
+  }
+
+  void Handle() {
+    auto& message = Parser_->get();
+    Request request{.Connection = Number_, .Raw = std::move(Raw_)};
+    request.Method = std::string(message.method_string());
+    request.Target = std::string(message.target());
+    request.Version = message.version() == 10 ? "1.0" : "1.1";
+    request.Body = std::move(message.body());
+    for (const auto& field : message) request.Headers.emplace_back(field.name_string(), field.value());
+    const bool keep = message.keep_alive();
+
+    const FaultSet faults = Server_.Faults_.TakeForRequest(request.Target);
+    HTTPReply reply = Server_.Answer(request, faults);
+    Alter(reply, faults);
+    Serialised serialised = Serialise(reply, Server_.Options_.Version, request, keep, faults);
+    request.Status = reply.Status;
+    request.Violation = std::move(reply.Violation);
+    Server_.Log_.Add(std::move(request));
+    Send(std::move(serialised), faults);
+  }
+
+  void Send(Serialised reply, const FaultSet& faults) {
+    Playback<tcp::socket>::Start(Socket_,
+                                 PlanReply(std::move(reply.Bytes), reply.BodyAt, reply.Close, faults),
+                                 [self = shared_from_this()](Ending ending) { self->Sent(ending); });
+  }
+
+  void Sent(Ending ending) {
+    if (!Socket_.is_open()) return;
+    if (ending == Ending::Close) return Close();
+    if (ending == Ending::Reset) return Close(true);
+    DieOnReuse_ = ending == Ending::DieOnReuse;
+    if (DieOnReuse_ && !Pending_.empty()) return Close();
+    NewRequest();
+    Parse();
+  }
+
+  Implementation& Server_;
+  tcp::socket Socket_;
+  int Number_;
+  std::array<char, 16384> Chunk_{};
+  std::string Pending_;  ///< received and not yet parsed
+  std::string Raw_;      ///< the bytes of the request being parsed
+  std::optional<Parser> Parser_;
+  bool DieOnReuse_ = false;
+};
+
+HTTPServer::Implementation::Implementation(Handler handler, Options options, RequestLog& log,
+                                           FaultSwitches& faults)
+    : Log_(log),
+      Faults_(faults),
+      Handler_(std::move(handler)),
+      Options_(std::move(options)),
+      Port_(Options_.Port) {
+  const auto apply = [this] { Loop_.Run([this] { ApplyListenerFaults(); }); };
+  Loop_.Run([this] { Listen(Mode::Accepting); });
+  Watcher_ = Faults_.Watch(apply);
+  apply();
+}
+
+HTTPServer::Implementation::~Implementation() {
+  Faults_.Forget(Watcher_);
+  Loop_.Run([this] {
+    const auto connections = Connections_;
+    for (const auto& [number, connection] : connections) {
+      if (const auto open = connection.lock()) open->Close();
+    }
+  });
+  Loop_.Stop();
+}
+
+void HTTPServer::Implementation::ApplyListenerFaults() {
+  const Mode wanted = Faults_.IsSet(FaultKind::Refuse)            ? Mode::Refusing
+                      : Faults_.IsSet(FaultKind::FullAcceptQueue) ? Mode::FullQueue
+                                                                  : Mode::Accepting;
+  if (wanted == Mode_) return;
+  const auto connections = Connections_;
+  for (const auto& [number, connection] : connections) {
+    if (const auto open = connection.lock()) open->Close();
+  }
+  Listen(wanted);
+}
+
+void HTTPServer::Implementation::Listen(Mode mode) {
+  error_code ignored;
+  // Shut down first: a child process being forked just now would keep a merely closed socket listening.
+  if (Acceptor_.is_open()) ::shutdown(Acceptor_.native_handle(), SHUT_RDWR);
+  Acceptor_.close(ignored);
+  Filler_.close(ignored);
+  Mode_ = Mode::Closed;
+
+  error_code error;
+  if (!Reservation_.is_open()) {
+    Bind(Reservation_, Port_, error);
+    if (!error) Port_ = Reservation_.local_endpoint().port();
+  }
+  if (!error && mode != Mode::Refusing) Bind(Acceptor_, Port_, error);
+  // A backlog of 0 still holds one connection, which will be ours; the next one finds the queue full.
+  const int backlog = mode == Mode::Accepting ? tcp::acceptor::max_listen_connections : 0;
+  if (!error && mode != Mode::Refusing) Acceptor_.listen(backlog, error);
+  if (error)
+    throw std::runtime_error("port " + std::to_string(Port_) + " cannot be served: " + error.message());
+  Mode_ = mode;
+  if (mode == Mode::Accepting) Accept();
+  if (mode == Mode::FullQueue) {
+    OpenSocket(Filler_);
+    Filler_.connect(Acceptor_.local_endpoint());
+  }
+}
+
+void HTTPServer::Implementation::Accept() {
+  Acceptor_.async_wait(tcp::acceptor::wait_read, [this](const error_code& error) {
+    if (error || Mode_ != Mode::Accepting) return;
+    tcp::socket socket(Loop_.Context());
+    if (AcceptSocket(Acceptor_, socket)) {
+      const auto connection = std::make_shared<Connection>(*this, std::move(socket));
+      Connections_[connection->Number()] = connection;
+      Faults_.TakeForConnection() ? connection->Close() : connection->Start();
+    }
+    Accept();
+  });
+}
+
+HTTPReply HTTPServer::Implementation::Answer(const Request& request, const FaultSet& faults) {
+  if (const auto refusal = Authentication_.Check(request, faults)) {
+    return {.Status = 401,
+            .Headers = {{"WWW-Authenticate", refusal->Challenge}, {"Content-Type", "text/html"}},
+            .Body = "<HTML><BODY><H1>401 Unauthorized</H1></BODY></HTML>\r\n",
+            .Violation = refusal->Violation};
+  }
+  if (const Fault* redirect = faults.Find(FaultKind::Redirect)) {
+    return {.Status = 302, .Headers = {{"Location", redirect->Text}}};
+  }
+  const Fault* fault = faults.Find(FaultKind::Cookie);
+  if (!fault) return Handler_(request);
+
+  const std::string cookie = fault->Text.empty() ? "session=4711" : fault->Text;
+  if (CookieSet_ && ("; " + request.Header("Cookie") + ";").find("; " + cookie + ";") == std::string::npos) {
+    return {.Status = 403, .Violation = "the cookie " + cookie + " did not come back with " + request.Target};
+  }
+  HTTPReply reply = Handler_(request);
+  if (!CookieSet_) reply.Headers.emplace_back("Set-Cookie", cookie + "; path=/");
+  CookieSet_ = true;
+  return reply;
+}
+
+HTTPServer::HTTPServer(Handler handler) : HTTPServer(std::move(handler), Options()) {}
+
+HTTPServer::HTTPServer(Handler handler, Options options)
+    : OwnLog_(std::make_unique<RequestLog>()),
+      OwnFaults_(std::make_unique<FaultSwitches>()),
+      Implementation_(
+          std::make_unique<Implementation>(std::move(handler), std::move(options), *OwnLog_, *OwnFaults_)) {}
+
+HTTPServer::HTTPServer(Handler handler, Options options, RequestLog& log, FaultSwitches& faults)
+    : Implementation_(std::make_unique<Implementation>(std::move(handler), std::move(options), log, faults)) {
+}
+
+HTTPServer::~HTTPServer() = default;
+
+std::uint16_t HTTPServer::Port() const { return Implementation_->Port(); }
+std::string HTTPServer::Address() const { return "127.0.0.1:" + std::to_string(Port()); }
+RequestLog& HTTPServer::Log() { return Implementation_->Log_; }
+FaultSwitches& HTTPServer::Faults() { return Implementation_->Faults_; }
+
+}  // namespace ptzsim

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+
+#include "simulators/engine/Clock.h"
+
+namespace ptzsim {
+
+/// One moving quantity of a head (pan, tilt, zoom, focus, iris) in the camera's own units. Its position is
+/// worked out from the clock when it is asked for; it stops at its ends. Not locked: the make guards it.
+class Motion {
+ public:
+  struct Range {
+    double Min;
+    double Max;
+  };
+
+  /// `speed` is in units per second, for moves to a target.
+  Motion(const Clock& clock, double start, Range range, double speed);
+
+  double Position() const;
+  bool Moving() const;
+
+  /// Starts towards `target`, clamped to the range, at the speed of the constructor.
+  void MoveTo(double target);
+  /// The same, counted from where the quantity is now.
+  void MoveBy(double distance) { MoveTo(Position() + distance); }
+  /// Runs at `velocity` units per second until it is told otherwise or meets an end; 0 stops.
+  void Run(double velocity);
+  void Stop() { Run(0); }
+
+  Range Limits() const { return Range_; }
+
+ private:
+  void Start(double target, double velocity);
+
+  const Clock* Clock_;
+  Range Range_;
+  double Speed_;
+  double From_;
+  double Target_;
+  double Velocity_ = 0;
+  std::chrono::milliseconds Since_;
+};
+
+}  // namespace ptzsim

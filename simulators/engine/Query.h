@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace ptzsim {
+
+/// A request target taken apart: "/a/b.cgi?x=1&y" is path "/a/b.cgi" and the pairs (x, 1) and (y, ""), in the
+/// order they came. Names and values are percent-decoded; "+" stays as it is, as cameras leave it.
+struct Query {
+  explicit Query(std::string_view target);
+
+  /// The first value of that name.
+  std::optional<std::string> Find(std::string_view name) const;
+
+  std::string Path;
+  std::string Text;  ///< what stood after the "?", undecoded
+  std::vector<std::pair<std::string, std::string>> Pairs;
+};
+
+/// A decimal number that fills the whole text ("-12.5", "1E-05"); nothing for anything else.
+std::optional<double> Number(std::string_view text);
+
+/// The parts of a text between separators; an empty text is one empty part.
+std::vector<std::string> Split(std::string_view text, char separator);
+
+/// Decimal text with at most `digits` decimals and none that are not needed ("12.5", "-3").
+std::string Decimal(double value, int digits);
+
+}  // namespace ptzsim

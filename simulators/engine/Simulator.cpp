@@ -1,0 +1,7 @@
+#include "simulators/engine/Simulator.h"
+
+namespace ptzsim {
+
+Simulator::~Simulator() = default;
+
+}  // namespace ptzsim

@@ -1,0 +1,208 @@
+// ptzsim: simulated cameras on loopback sockets, for whoever has no camera at hand.
+
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/streambuf.hpp>
+#include <csignal>
+#include <cstdint>
+#include <exception>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "simulators/Axis.h"
+
+namespace {
+
+using namespace ptzsim;
+
+struct Settings {
+  std::string Head;
+  std::uint16_t Port = 0;
+};
+
+/// A make at the shell: one line each.
+struct Make {
+  const char* Name;
+  const char* About;
+  std::vector<std::string> Heads;  ///< the first is the one meant when none is asked for
+  std::function<std::unique_ptr<Simulator>(const Settings&)> Create;
+};
+
+std::unique_ptr<Simulator> CreateAxis(const Settings& settings) {
+  using enum AxisHead;
+  static const std::map<std::string, std::vector<AxisHead>> heads = {
+      {"mechanical", {Mechanical}},
+      {"digital", {Digital}},
+      {"relative", {Relative}},
+      {"none", {None}},
+      {"multi", {Mechanical, Digital, Relative, None}}};
+  return std::make_unique<Axis>(Axis::Options{.Heads = heads.at(settings.Head), .Port = settings.Port});
+}
+
+const std::vector<Make> Makes = {
+    {"axis",
+     "Axis camera or video server (HTTP)",
+     {"mechanical", "digital", "relative", "none", "multi"},
+     CreateAxis},
+};
+
+constexpr char Footer[] =
+    "Examples:\n"
+    "  ptzsim axis\n"
+    "      a camera with everything; its address is printed, Ctrl-C ends it\n"
+    "  ptzsim axis --head multi --port 8080 --log - --state\n"
+    "      four cameras behind one address (camera=1 to 4); what came in is told as JSON at the end\n"
+    "  ptzsim axis --fault next=2,at=query=position,delay=7000 --fault split=1\n"
+    "      the next two position queries are answered late, and all replies leave byte by byte\n"
+    "\n"
+    "Exit code: 0, or 1 when a request came that no such camera knows, or 2 when it could not start.\n"
+    "\n"
+    "A fault is [next=COUNT,][at=TEXT,]NAME[=VALUE]: for the next COUNT requests only, only for requests "
+    "whose\n"
+    "target contains TEXT. Several add up. Faults (in brackets what is meant when the value is left out):\n";
+
+constexpr char CommandHelp[] =
+    "Read commands from standard input and end when it ends: fault FAULT, clear, state, log";
+
+nlohmann::json Report(Simulator& simulator) {
+  nlohmann::json report = simulator.Log().JSON();
+  report["addresses"] = simulator.Addresses();
+  return report;
+}
+
+std::string Print(const nlohmann::json& json) {
+  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+void Obey(Simulator& simulator, const std::string& command) {
+  if (command.rfind("fault ", 0) == 0) {
+    simulator.Faults().Set(command.substr(6));
+  } else if (command == "clear") {
+    simulator.Faults().Clear();
+  } else if (command == "state") {
+    std::cout << Print(simulator.State()) << std::endl;
+  } else if (command == "log") {
+    std::cout << Print(Report(simulator)) << std::endl;
+  } else if (!command.empty()) {
+    throw std::invalid_argument("no command is called \"" + command + "\" (fault FAULT, clear, state, log)");
+  }
+}
+
+/// Serves until a signal, or the end of standard input when its commands are to be read.
+void Serve(Simulator& simulator, bool untilEof) {
+  boost::asio::io_context loop;
+  boost::asio::signal_set signals(loop, SIGINT, SIGTERM);
+  signals.async_wait([&](auto, int) { loop.stop(); });
+  boost::asio::posix::stream_descriptor input(loop);
+  boost::asio::streambuf buffer;
+  const std::function<void()> read = [&] {
+    boost::asio::async_read_until(input, buffer, '\n',
+                                  [&](const boost::system::error_code& error, std::size_t) {
+                                    std::istream lines(&buffer);
+                                    std::string line;
+                                    // What comes before the end of the input without a line end is a command
+                                    // too.
+                                    if (std::getline(lines, line)) {
+                                      try {
+                                        Obey(simulator, line);
+                                      } catch (const std::exception& problem) {
+                                        std::cerr << "ptzsim: " << problem.what() << std::endl;
+                                      }
+                                    }
+                                    error ? loop.stop() : read();
+                                  });
+  };
+  if (untilEof) {
+    input.assign(::dup(STDIN_FILENO));
+    read();
+  }
+  for (const auto& address : simulator.Addresses()) std::cout << address << std::endl;
+  loop.run();
+}
+
+int Run(int argc, char** argv) {
+  CLI::App app(
+      "Simulated cameras on loopback sockets. Prints each address on a line of its own once it can be "
+      "reached, and serves until it is interrupted.");
+  app.require_subcommand(1);
+  app.footer(Footer + FaultHelp());
+  Settings settings;
+  std::vector<std::string> faults;
+  std::string user, password, logFile;
+  std::string scheme = "digest";
+  bool state = false, untilEof = false;
+  for (const Make& make : Makes) {
+    CLI::App* command = app.add_subcommand(make.Name, make.About);
+    command->footer(Footer + FaultHelp());
+    command->add_option("--head", settings.Head, "Kind of head; " + make.Heads.front() + " when not given")
+        ->check(CLI::IsMember(make.Heads));
+    command->add_option("--port", settings.Port,
+                        "Port on 127.0.0.1; when 0 or not given, one chosen by the system");
+    command->add_option("--fault", faults, "A fault as told below; may be given several times")
+        ->allow_extra_args(false);
+    auto* withUser = command->add_option("--user", user, "Demand this user's credentials");
+    command->add_option("--password", password, "Password of that user")->needs(withUser);
+    command
+        ->add_option("--auth", scheme, "How the credentials are demanded: digest (when not given) or basic")
+        ->check(CLI::IsMember({"basic", "digest"}));
+    command->add_flag("--state", state, "Print the state of the camera as JSON at the end");
+    command->add_option(
+        "--log", logFile,
+        "Write connections, requests and violations as JSON to this file at the end; - prints them");
+    command->add_flag("--until-eof", untilEof, CommandHelp);
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+
+  const std::string chosen = app.get_subcommands().front()->get_name();
+  const auto make = std::find_if(Makes.begin(), Makes.end(), [&](const Make& m) { return chosen == m.Name; });
+  if (settings.Head.empty()) settings.Head = make->Heads.front();
+  std::unique_ptr<Simulator> simulator;
+  try {
+    simulator = make->Create(settings);
+    if (!user.empty()) simulator->Faults().Set(scheme + "=" + user + ":" + password);
+    for (const auto& fault : faults) simulator->Faults().Set(fault);
+  } catch (const std::exception& error) {
+    std::cerr << "ptzsim: " << error.what() << std::endl;
+    return 2;
+  }
+  Serve(*simulator, untilEof);
+
+  if (state) std::cout << Print(simulator->State()) << std::endl;
+  if (logFile == "-") {
+    std::cout << Print(Report(*simulator)) << std::endl;
+  } else if (!logFile.empty()) {
+    std::ofstream file(logFile);
+    file << Print(Report(*simulator)) << '\n';
+    if (!file.flush()) {
+      std::cerr << "ptzsim: " << logFile << " cannot be written" << std::endl;
+      return 2;
+    }
+  }
+  const auto violations = simulator->Log().Violations();
+  for (const auto& violation : violations) std::cerr << "ptzsim: violation: " << violation << std::endl;
+  return violations.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "ptzsim: " << error.what() << std::endl;
+    return 2;
+  }
+}
