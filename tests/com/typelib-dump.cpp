@@ -1,0 +1,364 @@
+// Prints all that a type library promises its hosts, as lines that can be compared:
+//
+//   library NAME {identifier} version MAJOR.MINOR "help string"
+//   enum NAME, then its members and values
+//   interface NAME {identifier} : BASE FLAGS, then per member
+//       slot after those of IDispatch, DISPID, get/put/putref/method, name(parameters) -> result FLAGS
+//   class NAME {identifier} FLAGS, then its interfaces
+//
+// Types stand sorted by kind and name, their members in the library's order. A parameter is "name: type",
+// with its flags in brackets unless it is plainly [in].
+
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <oleauto.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& what, HRESULT code) {
+  std::fprintf(stderr, "typelib-dump: %s: error 0x%08lX\n", what.c_str(), static_cast<unsigned long>(code));
+  std::exit(1);
+}
+
+void Check(HRESULT code, const char* call) {
+  if (FAILED(code)) Fail(call, code);
+}
+
+std::string Narrow(const OLECHAR* text) {
+  if (!text || !*text) return {};
+  const int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+  std::string out(static_cast<std::size_t>(size), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text, -1, out.data(), size, nullptr, nullptr);
+  out.pop_back();
+  return out;
+}
+
+std::string Take(BSTR text) {
+  std::string out = Narrow(text);
+  SysFreeString(text);
+  return out;
+}
+
+std::string Format(const char* format, unsigned long value) {
+  char text[40];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+std::string Braced(const GUID& id) {
+  OLECHAR text[40];
+  StringFromGUID2(id, text, 40);
+  return Narrow(text);
+}
+
+template <class T>
+class Ref {
+ public:
+  Ref() = default;
+  Ref(const Ref&) = delete;
+  Ref& operator=(const Ref&) = delete;
+  Ref(Ref&& other) noexcept : Pointer_(other.Pointer_) { other.Pointer_ = nullptr; }
+  ~Ref() {
+    if (Pointer_) Pointer_->Release();
+  }
+  T** operator&() { return &Pointer_; }
+  T* operator->() const { return Pointer_; }
+
+ private:
+  T* Pointer_ = nullptr;
+};
+
+struct Attributes {
+  explicit Attributes(ITypeInfo* info) : Info_(info) { Check(Info_->GetTypeAttr(&Value_), "GetTypeAttr"); }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+  ~Attributes() { Info_->ReleaseTypeAttr(Value_); }
+  const TYPEATTR* operator->() const { return Value_; }
+
+ private:
+  ITypeInfo* Info_;
+  TYPEATTR* Value_ = nullptr;
+};
+
+std::string NameOf(ITypeInfo* info) {
+  BSTR name = nullptr;
+  Check(info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr), "GetDocumentation");
+  return Take(name);
+}
+
+std::string TypeName(ITypeInfo* info, const TYPEDESC& type) {
+  switch (type.vt) {
+    case VT_EMPTY:
+      return "empty";
+    case VT_I1:
+      return "char";
+    case VT_UI1:
+      return "unsigned char";
+    case VT_I2:
+      return "short";
+    case VT_UI2:
+      return "unsigned short";
+    case VT_I4:
+      return "long";
+    case VT_UI4:
+      return "unsigned long";
+    case VT_INT:
+      return "int";
+    case VT_UINT:
+      return "unsigned int";
+    case VT_R4:
+      return "float";
+    case VT_R8:
+      return "double";
+    case VT_BOOL:
+      return "VARIANT_BOOL";
+    case VT_BSTR:
+      return "BSTR";
+    case VT_VARIANT:
+      return "VARIANT";
+    case VT_DISPATCH:
+      return "IDispatch*";
+    case VT_UNKNOWN:
+      return "IUnknown*";
+    case VT_HRESULT:
+      return "HRESULT";
+    case VT_VOID:
+      return "void";
+    case VT_PTR:
+      return TypeName(info, *type.lptdesc) + "*";
+    case VT_SAFEARRAY:
+      return "SAFEARRAY(" + TypeName(info, *type.lptdesc) + ")";
+    case VT_USERDEFINED: {
+      Ref<ITypeInfo> target;
+      Check(info->GetRefTypeInfo(type.hreftype, &target), "GetRefTypeInfo");
+      return NameOf(target.operator->());
+    }
+    default:
+      return Format("type %lu", type.vt);
+  }
+}
+
+std::string Number(const VARIANT& value) {
+  char text[40];
+  switch (value.vt) {
+    case VT_I2:
+      std::snprintf(text, sizeof text, "%d", value.iVal);
+      return text;
+    case VT_I4:
+    case VT_INT:
+      std::snprintf(text, sizeof text, "%ld", value.lVal);
+      return text;
+    case VT_R4:
+      std::snprintf(text, sizeof text, "%.9g", value.fltVal);
+      return text;
+    case VT_R8:
+      std::snprintf(text, sizeof text, "%.17g", value.dblVal);
+      return text;
+    case VT_BSTR:
+      return '"' + Narrow(value.bstrVal) + '"';
+    default:
+      return Format("variant of type %lu", value.vt);
+  }
+}
+
+std::string Parameter(ITypeInfo* info, const ELEMDESC& element, const std::string& name) {
+  const auto& detail = element.paramdesc;
+  std::string text = name + ": " + TypeName(info, element.tdesc);
+  std::string flags;
+  const auto add = [&flags](const char* flag) { flags += (flags.empty() ? "" : ", ") + std::string(flag); };
+  if (detail.wParamFlags & PARAMFLAG_FIN) add("in");
+  if (detail.wParamFlags & PARAMFLAG_FOUT) add("out");
+  if (detail.wParamFlags & PARAMFLAG_FLCID) add("lcid");
+  if (detail.wParamFlags & PARAMFLAG_FRETVAL) add("retval");
+  if (detail.wParamFlags & PARAMFLAG_FOPT) add("optional");
+  if (flags != "in") text += " [" + flags + "]";
+  if (detail.wParamFlags & PARAMFLAG_FHASDEFAULT)
+    text += " = " + Number(detail.pparamdescex->varDefaultValue);
+  return text;
+}
+
+std::string Function(ITypeInfo* info, const FUNCDESC& function) {
+  const int firstSlot = 7;  // IUnknown and IDispatch
+  std::vector<BSTR> names(static_cast<std::size_t>(function.cParams) + 1);
+  UINT count = 0;
+  Check(info->GetNames(function.memid, names.data(), static_cast<UINT>(names.size()), &count), "GetNames");
+
+  std::string kind = "method";
+  if (function.invkind == INVOKE_PROPERTYGET) kind = "get";
+  if (function.invkind == INVOKE_PROPERTYPUT) kind = "put";
+  if (function.invkind == INVOKE_PROPERTYPUTREF) kind = "putref";
+  const bool small = function.memid >= -9 && function.memid <= 9;
+  char head[80];
+  std::snprintf(head, sizeof head, "  %2d  %10s  %-6s  ",
+                function.oVft / static_cast<int>(sizeof(void*)) - firstSlot + 1,
+                small ? std::to_string(function.memid).c_str()
+                      : Format("0x%08lx", static_cast<unsigned long>(function.memid)).c_str(),
+                kind.c_str());
+
+  std::string parameters;
+  std::string result = "nothing";
+  for (int i = 0; i < function.cParams; ++i) {
+    const ELEMDESC& element = function.lprgelemdescParam[i];
+    const auto at = static_cast<UINT>(i) + 1;
+    if ((element.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) && element.tdesc.vt == VT_PTR) {
+      result = TypeName(info, *element.tdesc.lptdesc);
+      if (i + 1 != function.cParams) result += " (not the last parameter)";
+      continue;
+    }
+    // The value of a property put has no name in a type library: the names are those of the get.
+    const bool unnamed = at >= count || (function.invkind != INVOKE_FUNC && i + 1 == function.cParams);
+    if (!parameters.empty()) parameters += ", ";
+    parameters += Parameter(info, element, unnamed ? "value" : Narrow(names[at]));
+  }
+  std::string text = head + Narrow(names[0]) + "(" + parameters + ") -> " + result;
+  if (function.elemdescFunc.tdesc.vt != VT_HRESULT)
+    text += " returning " + TypeName(info, function.elemdescFunc.tdesc);
+  if (function.callconv != CC_STDCALL) text += Format(" calling convention %lu", function.callconv);
+  if (function.wFuncFlags & FUNCFLAG_FHIDDEN) text += " hidden";
+  if (function.wFuncFlags & FUNCFLAG_FRESTRICTED) text += " restricted";
+  for (UINT i = 0; i < count; ++i) SysFreeString(names[i]);
+  return text + "\n";
+}
+
+std::string Enumeration(ITypeInfo* info) {
+  std::string text = "enum " + NameOf(info) + "\n";
+  const Attributes attributes(info);
+  for (UINT i = 0; i < attributes->cVars; ++i) {
+    VARDESC* variable = nullptr;
+    Check(info->GetVarDesc(i, &variable), "GetVarDesc");
+    BSTR name = nullptr;
+    UINT count = 0;
+    Check(info->GetNames(variable->memid, &name, 1, &count), "GetNames");
+    text += "  " + Take(name) + " = " + Number(*variable->lpvarValue) + "\n";
+    info->ReleaseVarDesc(variable);
+  }
+  return text;
+}
+
+std::string Interface(ITypeInfo* info) {
+  const Attributes attributes(info);
+  std::string text = "interface " + NameOf(info) + " " + Braced(attributes->guid);
+  Ref<ITypeInfo> table;  // the virtual table's view of a dual interface
+  HREFTYPE reference = 0;
+  if (attributes->typekind == TKIND_DISPATCH && (attributes->wTypeFlags & TYPEFLAG_FDUAL)) {
+    Check(info->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference), "GetRefTypeOfImplType");
+    Check(info->GetRefTypeInfo(reference, &table), "GetRefTypeInfo");
+  } else {
+    return text + " is not dual\n";
+  }
+  ITypeInfo* members = table.operator->();
+  Ref<ITypeInfo> base;
+  Check(members->GetRefTypeOfImplType(0, &reference), "GetRefTypeOfImplType");
+  Check(members->GetRefTypeInfo(reference, &base), "GetRefTypeInfo");
+  text += " : " + NameOf(base.operator->()) + " dual";
+  const Attributes own(members);
+  if (own->wTypeFlags & TYPEFLAG_FOLEAUTOMATION) text += " oleautomation";
+  if (attributes->wTypeFlags & TYPEFLAG_FHIDDEN) text += " hidden";
+  if (attributes->wTypeFlags & TYPEFLAG_FNONEXTENSIBLE) text += " nonextensible";
+  text += "\n";
+  for (UINT i = 0; i < own->cFuncs; ++i) {
+    FUNCDESC* function = nullptr;
+    Check(members->GetFuncDesc(i, &function), "GetFuncDesc");
+    text += Function(members, *function);
+    members->ReleaseFuncDesc(function);
+  }
+  return text;
+}
+
+std::string Class(ITypeInfo* info) {
+  const Attributes attributes(info);
+  std::string text = "class " + NameOf(info) + " " + Braced(attributes->guid);
+  text += attributes->wTypeFlags & TYPEFLAG_FCANCREATE ? " creatable" : " noncreatable";
+  if (attributes->wTypeFlags & TYPEFLAG_FHIDDEN) text += " hidden";
+  text += "\n";
+  for (UINT i = 0; i < attributes->cImplTypes; ++i) {
+    HREFTYPE reference = 0;
+    INT flags = 0;
+    Ref<ITypeInfo> target;
+    Check(info->GetRefTypeOfImplType(i, &reference), "GetRefTypeOfImplType");
+    Check(info->GetImplTypeFlags(i, &flags), "GetImplTypeFlags");
+    Check(info->GetRefTypeInfo(reference, &target), "GetRefTypeInfo");
+    text += "  " + NameOf(target.operator->());
+    if (flags & IMPLTYPEFLAG_FDEFAULT) text += " default";
+    if (flags & IMPLTYPEFLAG_FSOURCE) text += " source";
+    if (flags & IMPLTYPEFLAG_FRESTRICTED) text += " restricted";
+    text += "\n";
+  }
+  return text;
+}
+
+struct Entry {
+  int Rank;
+  std::string Name;
+  std::string Text;
+};
+
+void Print(ITypeLib* library) {
+  TLIBATTR* attributes = nullptr;
+  BSTR name = nullptr;
+  BSTR help = nullptr;
+  Check(library->GetLibAttr(&attributes), "GetLibAttr");
+  Check(library->GetDocumentation(-1, &name, &help, nullptr, nullptr), "GetDocumentation");
+  std::printf("library %s %s version %u.%u \"%s\"\n", Take(name).c_str(), Braced(attributes->guid).c_str(),
+              attributes->wMajorVerNum, attributes->wMinorVerNum, Take(help).c_str());
+  library->ReleaseTLibAttr(attributes);
+
+  std::vector<Entry> entries;
+  for (UINT i = 0; i < library->GetTypeInfoCount(); ++i) {
+    Ref<ITypeInfo> info;
+    TYPEKIND kind{};
+    Check(library->GetTypeInfo(i, &info), "GetTypeInfo");
+    Check(library->GetTypeInfoType(i, &kind), "GetTypeInfoType");
+    ITypeInfo* type = info.operator->();
+    const std::string typeName = NameOf(type);
+    switch (kind) {
+      case TKIND_ENUM:
+        entries.push_back({0, typeName, Enumeration(type)});
+        break;
+      case TKIND_INTERFACE:
+      case TKIND_DISPATCH:
+        entries.push_back({1, typeName, Interface(type)});
+        break;
+      case TKIND_COCLASS:
+        entries.push_back({2, typeName, Class(type)});
+        break;
+      default:
+        entries.push_back(
+            {3, typeName, Format("type of kind %lu ", static_cast<unsigned long>(kind)) + typeName + "\n"});
+    }
+  }
+  std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
+    return a.Rank != b.Rank ? a.Rank < b.Rank : a.Name < b.Name;
+  });
+  for (const Entry& entry : entries) std::printf("\n%s", entry.Text.c_str());
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 2) {
+    std::fprintf(stderr, "usage: typelib-dump FILE.tlb|FILE.dll\n");
+    return 2;
+  }
+  _setmode(_fileno(stdout), _O_BINARY);
+  OLECHAR path[MAX_PATH];
+  if (!MultiByteToWideChar(CP_ACP, 0, arguments[1], -1, path, MAX_PATH))
+    Fail(arguments[1], HRESULT_FROM_WIN32(GetLastError()));
+  Check(OleInitialize(nullptr), "OleInitialize");
+  {
+    Ref<ITypeLib> library;
+    const HRESULT code = LoadTypeLibEx(path, REGKIND_NONE, &library);
+    if (FAILED(code)) Fail(std::string("cannot load ") + arguments[1], code);
+    Print(library.operator->());
+  }
+  OleUninitialize();
+  return 0;
+}
