@@ -1,0 +1,140 @@
+#include "LoopbackServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace {
+
+constexpr const char* Parameters =
+    "root.PTZ.Support.S1.AbsolutePan=true\nroot.PTZ.Support.S1.AbsoluteTilt=true\n"
+    "root.PTZ.Support.S1.AbsoluteZoom=true\n";
+constexpr const char* Position = "pan=0\r\ntilt=0\r\nzoom=1\r\n";
+
+void Check(bool ok, const char* what) {
+  if (!ok) throw std::system_error(errno, std::generic_category(), what);
+}
+
+sockaddr_in Loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
+std::string ReplyTo(const std::string& request, int connections) {
+  std::string body;
+  if (request.find("/param.cgi?") != std::string::npos)
+    body = Parameters;
+  else if (request.find("query=position") != std::string::npos)
+    body = Position;
+  else if (request.find("/connections") != std::string::npos)
+    body = std::to_string(connections);
+  return "HTTP/1.1 200 OK\r\nServer: loopback\r\nContent-Type: text/plain\r\nContent-Length: " +
+         std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+[[noreturn]] void Serve(const std::vector<int>& listeners) {
+  const int poll = epoll_create1(0);
+  std::map<int, std::string> requests;  // what has come so far, by connection
+  for (const int listener : listeners) {
+    epoll_event event{.events = EPOLLIN, .data = {.fd = listener}};
+    epoll_ctl(poll, EPOLL_CTL_ADD, listener, &event);
+  }
+  int connections = 0;
+  while (true) {
+    epoll_event event{};
+    if (epoll_wait(poll, &event, 1, -1) != 1) continue;
+    const int ready = event.data.fd;
+    const auto found = requests.find(ready);
+    if (found == requests.end()) {
+      const int peer = accept(ready, nullptr, nullptr);
+      if (peer < 0) continue;
+      const int on = 1;
+      setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+      epoll_event added{.events = EPOLLIN, .data = {.fd = peer}};
+      epoll_ctl(poll, EPOLL_CTL_ADD, peer, &added);
+      requests.emplace(peer, "");
+      ++connections;
+      continue;
+    }
+    char buffer[4096];
+    const auto count = recv(ready, buffer, sizeof buffer, 0);
+    if (count <= 0) {
+      close(ready);
+      requests.erase(found);
+      continue;
+    }
+    auto& request = found->second;
+    request.append(buffer, static_cast<std::size_t>(count));
+    if (!request.ends_with("\r\n\r\n")) continue;
+    const auto reply = ReplyTo(request, connections);
+    request.clear();
+    if (send(ready, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) close(ready), requests.erase(ready);
+  }
+}
+
+}  // namespace
+
+LoopbackServer::LoopbackServer(int ports) {
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  files.rlim_cur = files.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &files);
+
+  std::vector<int> listeners;
+  for (int i = 0; i < ports; ++i) {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    auto address = Loopback(0);
+    socklen_t size = sizeof address;
+    Check(listener >= 0 && bind(listener, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
+              listen(listener, 16) == 0 &&
+              getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) == 0,
+          "listen");
+    listeners.push_back(listener);
+    Ports_.push_back(ntohs(address.sin_port));
+  }
+  Child_ = fork();
+  Check(Child_ >= 0, "fork");
+  if (Child_ == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    Serve(listeners);
+  }
+  for (const int listener : listeners) close(listener);
+}
+
+LoopbackServer::~LoopbackServer() {
+  kill(Child_, SIGKILL);
+  waitpid(Child_, nullptr, 0);
+}
+
+int LoopbackServer::Connections() const {
+  const int peer = socket(AF_INET, SOCK_STREAM, 0);
+  const auto address = Loopback(Port());
+  Check(connect(peer, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "connect");
+  const std::string request = "GET /connections HTTP/1.1\r\n\r\n";
+  Check(send(peer, request.data(), request.size(), 0) == static_cast<ssize_t>(request.size()), "send");
+  std::string reply;
+  char buffer[512];
+  while (reply.find("\r\n\r\n") == std::string::npos ||
+         std::isdigit(static_cast<unsigned char>(reply.back())) == 0) {
+    const auto count = recv(peer, buffer, sizeof buffer, 0);
+    if (count <= 0) break;
+    reply.append(buffer, static_cast<std::size_t>(count));
+  }
+  close(peer);
+  return std::atoi(reply.substr(reply.find("\r\n\r\n") + 4).c_str());
+}
