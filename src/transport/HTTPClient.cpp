@@ -42,7 +42,7 @@ bool HasLineBreakOrNul(std::string_view text) {
 }
 
 bool HeaderLinesAreClean(std::string_view headers) {
-  return std::ranges::none_of(Split(headers, "\r\n"), HasLineBreakOrNul);
+  return headers.empty() || std::ranges::none_of(Split(headers, "\r\n"), HasLineBreakOrNul);
 }
 
 }  // namespace
@@ -260,20 +260,20 @@ void HTTPClient::ReportProgress(std::int64_t received, const Exchange& exchange)
 }
 
 void HTTPClient::CaptureHeaders(InternetHandle request) {
-  std::string block(HeaderBufferSize, '\0');
+  std::array<char, HeaderBufferSize> buffer{};
   std::uint32_t length = 0;
-  const bool fits = Internet_.QueryRawHeaders(request, block, length);
-  // The final empty line goes. Of a block that does not fit only the untouched buffer remains: the headers are
-  // lost, not the request.
-  if (length > 4) block.resize(std::min<std::size_t>(length - 4, HeaderBufferSize));
-  else if (fits) block.clear();
-  LastHeaders_ = std::move(block);
+  const bool fits = Internet_.QueryRawHeaders(request, buffer, length);
+  // The final empty line goes. Of a block that does not fit only the untouched buffer remains: the headers
+  // are lost, not the request.
+  const std::size_t kept = length > 4 ? length - 4 : fits ? 0 : HeaderBufferSize;
+  LastHeaders_.assign(buffer.data(), std::min(kept, HeaderBufferSize));
 }
 
 /// Replies 204 and 304 have no body, whatever length they announce.
 bool HTTPClient::BodyFollows() const {
-  const auto words = Split(LastHeaders_.substr(0, LastHeaders_.find("\r\n")), " ");
-  return words.size() < 2 || (words[1] != "204" && words[1] != "304");
+  const auto code =
+      std::string_view(LastHeaders_).substr(std::min(LastHeaders_.find(' '), LastHeaders_.size()));
+  return !code.starts_with(" 204") && !code.starts_with(" 304");
 }
 
 std::string HTTPClient::GetResultCode(std::string& text) const {
