@@ -15,8 +15,8 @@ using LogSink = std::function<void(std::string_view)>;
 /// called on the thread that logs, one message at a time, and must not log itself.
 void SetLogSink(LogSink sink);
 
-/// The text with the credentials of URLs replaced by "***": what stands between "://" and "@", and the values
-/// of the query parameters "usr" and "pwd".
+/// The text with credentials replaced by "***": what stands before the "@" of an address, and the values of
+/// the query parameters "usr" and "pwd".
 std::string MaskCredentials(std::string_view text);
 
 }  // namespace ptzd

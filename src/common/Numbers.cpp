@@ -157,6 +157,11 @@ bool ToBoolean(const Variant& value) {
 
 std::string ToText(const Variant& value) { return std::visit(AsText{}, value); }
 
+double Round(double value, int decimals) {
+  const double unit = std::pow(10.0, decimals);
+  return std::nearbyint(value * unit) / unit;
+}
+
 double Int(double value) {
   if (!std::isfinite(value)) Raise(ErrorOverflow);
   return std::floor(value);
@@ -179,6 +184,15 @@ std::string Hex(std::int32_t value) {
   auto* end = std::to_chars(buffer, buffer + sizeof buffer, static_cast<std::uint32_t>(value), 16).ptr;
   for (char* c = buffer; c != end; ++c) *c = ToUpperASCII(*c);
   return {buffer, end};
+}
+
+std::string Hex4(std::int32_t value) {
+  const auto digits = Hex(value & 0xFFFF);
+  return std::string(4 - digits.size(), '0') + digits;
+}
+
+std::int16_t Int16FromHex(std::string_view digits) {
+  return ToInt16(NumberFromText("&H" + std::string(digits)));
 }
 
 }  // namespace ptzd

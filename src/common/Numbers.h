@@ -40,6 +40,9 @@ bool ToBoolean(const Variant& value);
 /// for bytes.
 std::string ToText(const Variant& value);
 
+/// Nearest number with so many decimals, ties to even.
+double Round(double value, int decimals);
+
 /// The greatest whole number not above the value. Raises 6 for NaN and infinity.
 double Int(double value);
 
@@ -57,5 +60,12 @@ std::string Text(double value);
 
 /// Upper-case hexadecimal digits of the two's complement, without leading zeros.
 std::string Hex(std::int32_t value);
+
+/// The low 16 bits as four upper-case hexadecimal digits.
+std::string Hex4(std::int32_t value);
+
+/// The signed 16-bit number that hexadecimal digits in either case spell: "FDAC" is -596. Raises 13 (type
+/// mismatch) for anything but digits and for none, 6 beyond 16 bits.
+std::int16_t Int16FromHex(std::string_view digits);
 
 }  // namespace ptzd

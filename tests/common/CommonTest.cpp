@@ -60,6 +60,10 @@ TEST(Logging, MasksCredentialsOnTheWayToTheSink) {
            {"/cgi?usr=admin&pwd=geheim&cmd=1 end", "/cgi?usr=***&pwd=***&cmd=1 end"},
            {"/cgi?newpwd=1&pwd=2", "/cgi?newpwd=1&pwd=***"},
            {"mail me@example", "mail me@example"},
+           {"driver to root:secret@camera1:8080.", "driver to ***@camera1:8080."},
+           {"http://root:pa/s@10.0.0.5/x", "http://***@10.0.0.5/x"},
+           {"http://camera1:8080/to?mail=a:b@c", "http://camera1:8080/to?mail=a:b@c"},
+           {"http://[::1]:80/a@b", "http://[::1]:80/a@b"},
        })
     EXPECT_EQ(MaskCredentials(message), seen);
 

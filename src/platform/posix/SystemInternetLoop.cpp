@@ -1,0 +1,162 @@
+#include "platform/posix/SystemInternetLoop.h"
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <new>
+
+namespace ptzd::internet {
+
+namespace {
+
+/// By itself libcurl would keep four connections for all the sessions of a thread.
+constexpr long MaxKeptConnections = 1'000'000;
+
+std::atomic<long> ConnectionLimit = 0;
+
+/// The time left until `due` as poll takes it, rounded up so that it is not woken just before.
+int MillisecondsUntil(TimePoint due, TimePoint now) {
+  if (due == TimePoint::max()) return -1;
+  if (due <= now) return 0;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
+  return static_cast<int>(std::min<std::int64_t>(left, std::numeric_limits<int>::max()));
+}
+
+Transfer* OwnerOf(CURL* easy) {
+  char* owner = nullptr;
+  curl_easy_getinfo(easy, CURLINFO_PRIVATE, &owner);
+  return reinterpret_cast<Transfer*>(owner);
+}
+
+}  // namespace
+
+std::shared_ptr<Loop> Loop::OfThisThread() {
+  thread_local const auto loop = std::make_shared<Loop>();
+  return loop;
+}
+
+void Loop::MaxConnectionsPerServer(long count) { ConnectionLimit = count; }
+
+Loop::Loop() {
+  InitialiseLibrary();
+  Multi_ = curl_multi_init();
+  if (Multi_ == nullptr) throw std::bad_alloc();
+  curl_multi_setopt(Multi_, CURLMOPT_MAXCONNECTS, MaxKeptConnections);
+  curl_multi_setopt(Multi_, CURLMOPT_SOCKETFUNCTION, OnSocket);
+  curl_multi_setopt(Multi_, CURLMOPT_SOCKETDATA, this);
+  curl_multi_setopt(Multi_, CURLMOPT_TIMERFUNCTION, OnTimer);
+  curl_multi_setopt(Multi_, CURLMOPT_TIMERDATA, this);
+}
+
+Loop::~Loop() { curl_multi_cleanup(Multi_); }
+
+bool Loop::Add(Transfer& transfer) {
+  if (const long limit = ConnectionLimit; limit != MaxConnections_) {
+    MaxConnections_ = limit;
+    curl_multi_setopt(Multi_, CURLMOPT_MAX_HOST_CONNECTIONS, limit);
+  }
+  if (HasUnwanted_) CloseUnwanted();
+  transfer.Enter(shared_from_this());
+  return curl_multi_add_handle(Multi_, transfer.Handle()) == CURLM_OK;
+}
+
+void Loop::Remove(Transfer& transfer) {
+  curl_multi_remove_handle(Multi_, transfer.Handle());
+  std::erase_if(Sockets_, [&](const Socket& socket) { return socket.owner == &transfer; });
+}
+
+void Loop::Drive(Transfer& transfer, bool (Transfer::*ready)() const) {
+  if ((transfer.*ready)()) return;
+  transfer.Touch(
+      std::chrono::steady_clock::now());  // what the caller did meanwhile is no delay of the camera's
+  while (!(transfer.*ready)()) {
+    Wait(&transfer, -1, transfer.Deadline());
+    if (!(transfer.*ready)() && transfer.Deadline() <= std::chrono::steady_clock::now())
+      transfer.Finish(CURLE_OPERATION_TIMEDOUT);
+  }
+}
+
+void Loop::CloseConnection(const Origin& origin) {
+  if (std::this_thread::get_id() == Thread_) return CloseNow(origin);
+  const std::lock_guard lock(Mutex_);
+  Unwanted_.push_back(origin);
+  HasUnwanted_ = true;
+}
+
+void Loop::CloseUnwanted() {
+  std::vector<Origin> unwanted;
+  {
+    const std::lock_guard lock(Mutex_);
+    unwanted.swap(Unwanted_);
+    HasUnwanted_ = false;
+  }
+  for (const auto& origin : unwanted) CloseNow(origin);
+}
+
+void Loop::CloseNow(const Origin& origin) {
+  // libcurl has no call for it, but closes the connection of an exchange that is called off before its
+  // request.
+  Transfer closer(origin);
+  if (curl_multi_add_handle(Multi_, closer.Handle()) == CURLM_OK) Drive(closer, &Transfer::Over);
+  curl_multi_remove_handle(Multi_, closer.Handle());
+}
+
+void Loop::Step(int wakeDescriptor, TimePoint deadline) { Wait(nullptr, wakeDescriptor, deadline); }
+
+void Loop::Wait(const Transfer* only, int wakeDescriptor, TimePoint deadline) {
+  auto now = std::chrono::steady_clock::now();
+  if (TimerDue_ > now) {
+    Polled_.clear();
+    for (const auto& socket : Sockets_)
+      if (only == nullptr || socket.owner == only) Polled_.push_back({socket.descriptor, socket.events, 0});
+    if (wakeDescriptor >= 0) Polled_.push_back({wakeDescriptor, POLLIN, 0});
+    poll(Polled_.data(), Polled_.size(), MillisecondsUntil(std::min(TimerDue_, deadline), now));
+
+    now = std::chrono::steady_clock::now();
+    for (const auto& polled : Polled_) {
+      if (polled.revents == 0 || polled.fd == wakeDescriptor) continue;
+      // What libcurl did for the sockets before this one may have closed it.
+      const auto socket = std::ranges::find(Sockets_, polled.fd, &Socket::descriptor);
+      if (socket == Sockets_.end()) continue;
+      if (socket->owner != nullptr) socket->owner->Touch(now);
+      // A socket in error is ready for whatever is tried on it, and trying tells the error.
+      const int ready = polled.revents & (POLLIN | POLLOUT) ? polled.revents : polled.events;
+      Act(polled.fd, (ready & POLLIN ? CURL_CSELECT_IN : 0) | (ready & POLLOUT ? CURL_CSELECT_OUT : 0));
+    }
+  }
+  if (TimerDue_ <= now) {
+    TimerDue_ = TimePoint::max();
+    Act(CURL_SOCKET_TIMEOUT, 0);
+  }
+}
+
+void Loop::Act(curl_socket_t descriptor, int events) {
+  int running = 0;
+  curl_multi_socket_action(Multi_, descriptor, events, &running);
+  for (int left = 0; const auto* message = curl_multi_info_read(Multi_, &left);)
+    if (message->msg == CURLMSG_DONE) OwnerOf(message->easy_handle)->Finish(message->data.result);
+}
+
+int Loop::OnSocket(CURL* easy, curl_socket_t descriptor, int what, void* loop, void*) {
+  auto& sockets = static_cast<Loop*>(loop)->Sockets_;
+  auto socket = std::ranges::find(sockets, descriptor, &Socket::descriptor);
+  if (what == CURL_POLL_REMOVE) {
+    if (socket != sockets.end()) sockets.erase(socket);
+    return 0;
+  }
+  auto* owner = OwnerOf(easy);
+  if (socket == sockets.end()) socket = sockets.insert(socket, {descriptor, 0, owner});
+  socket->owner = owner;
+  socket->events =
+      static_cast<short>((what & CURL_POLL_IN ? POLLIN : 0) | (what & CURL_POLL_OUT ? POLLOUT : 0));
+  if (owner != nullptr) owner->WantsToWrite((what & CURL_POLL_OUT) != 0);
+  return 0;
+}
+
+int Loop::OnTimer(CURLM*, long timeout, void* loop) {
+  static_cast<Loop*>(loop)->TimerDue_ =
+      timeout < 0 ? TimePoint::max() : std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
+  return 0;
+}
+
+}  // namespace ptzd::internet

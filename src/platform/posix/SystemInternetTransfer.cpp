@@ -1,0 +1,419 @@
+#include "platform/posix/SystemInternetTransfer.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "platform/posix/SystemInternetErrors.h"
+#include "platform/posix/SystemInternetLoop.h"
+
+namespace ptzd::internet {
+
+namespace {
+
+constexpr std::size_t MaxHeaderBlock = 256 * 1024;
+constexpr std::size_t MaxKeptBuffer = 1024;
+constexpr long MaxRedirects = 10;
+constexpr long AnyLogin = CURLAUTH_BASIC | CURLAUTH_DIGEST | CURLAUTH_NTLM;
+
+// A name without a value keeps libcurl from sending that line on its own account.
+constexpr std::array FixedHeaders = {"Accept:", "Connection: Keep-Alive", "Cache-Control: no-cache"};
+constexpr std::array FixedPostHeaders = {"Content-Type:", "Expect:"};
+
+bool EqualIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && curl_strnequal(a.data(), b.data(), a.size()) != 0;
+}
+
+/// The value of the first header line of that name; nothing where there is none.
+std::optional<std::string_view> FindHeader(std::string_view block, std::string_view name) {
+  while (!block.empty()) {
+    auto line = block.substr(0, block.find('\n'));
+    block.remove_prefix(std::min(line.size() + 1, block.size()));
+    const auto colon = line.find(':');
+    if (colon == std::string_view::npos || !EqualIgnoringCase(line.substr(0, colon), name)) continue;
+    line.remove_prefix(std::min(line.find_first_not_of(" \t", colon + 1), line.size()));
+    return line.substr(0, line.find_last_not_of(" \t\r") + 1);
+  }
+  return std::nullopt;
+}
+
+/// Hosts that no proxy is asked for: this machine, and what the environment names.
+std::string HostsWithoutProxy() {
+  const char* named = std::getenv("no_proxy");
+  if (named == nullptr) named = std::getenv("NO_PROXY");
+  if (named == nullptr) return "localhost,127.0.0.0/8,::1";
+  if (std::string_view(named) == "*") return named;  // all hosts, where it stands alone
+  return std::string("localhost,127.0.0.0/8,::1,") + named;
+}
+
+/// libcurl's URL parser sends these as they stand in path and query, and cuts the URL at none of them.
+bool PassesUnchanged(char c) { return c > ' ' && c < 0x7F && c != '#'; }
+
+std::string EscapedForUrl(std::string_view object) {
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  std::string escaped;
+  for (const char c : object) {
+    if (PassesUnchanged(c)) {
+      escaped += c;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    escaped += {'%', digits[byte >> 4], digits[byte & 0xF]};
+  }
+  return escaped;
+}
+
+}  // namespace
+
+void InitialiseLibrary() {
+  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  if (result != CURLE_OK) throw std::bad_alloc();
+}
+
+std::uint32_t ErrorOf(CURLcode result) {
+  switch (result) {
+    case CURLE_OK:
+      return 0;
+    case CURLE_OUT_OF_MEMORY:
+      return ErrorOutOfMemory;
+    case CURLE_OPERATION_TIMEDOUT:
+      return ErrorTimeout;
+    case CURLE_URL_MALFORMAT:
+      return ErrorInvalidUrl;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      return ErrorNameNotResolved;
+    case CURLE_COULDNT_CONNECT:
+      return ErrorCannotConnect;
+    case CURLE_GOT_NOTHING:
+    case CURLE_PARTIAL_FILE:
+      return ErrorConnectionAborted;
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+      return ErrorConnectionReset;
+    case CURLE_WRITE_ERROR:  // refused by us: the header block is too long
+    case CURLE_WEIRD_SERVER_REPLY:
+      return ErrorInvalidServerResponse;
+    case CURLE_UNSUPPORTED_PROTOCOL:  // of the place redirected to
+    case CURLE_TOO_MANY_REDIRECTS:
+      return ErrorRedirectFailed;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+      return ErrorSecureChannel;
+    default:
+      return ErrorInternal;
+  }
+}
+
+Channel::Channel(std::string agent) : Agent_(std::move(agent)) {
+  InitialiseLibrary();
+  Share_ = curl_share_init();
+  if (Share_ == nullptr) throw std::bad_alloc();
+  // No locks: one thread at a time.
+  curl_share_setopt(Share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+}
+
+Channel::~Channel() {
+  Idle_.clear();
+  curl_share_cleanup(Share_);
+}
+
+std::unique_ptr<Transfer> Channel::Take(const Origin& origin) {
+  auto found = std::find_if(Idle_.rbegin(), Idle_.rend(),
+                            [&](const auto& transfer) { return transfer->Target() == origin; });
+  if (found == Idle_.rend()) found = Idle_.rbegin();
+  if (found == Idle_.rend()) {
+    auto transfer = std::make_unique<Transfer>(*this);
+    transfer->Aim(origin, Agent_);
+    return transfer;
+  }
+  auto transfer = std::move(*found);
+  Idle_.erase(std::next(found).base());
+  if (transfer->Target() != origin) transfer->Aim(origin, Agent_);
+  return transfer;
+}
+
+void Channel::GiveBack(std::unique_ptr<Transfer> transfer) {
+  transfer->Clear();
+  Idle_.push_back(std::move(transfer));
+}
+
+Transfer::Transfer(const Channel& channel) : Easy_(curl_easy_init()) {
+  if (Easy_ == nullptr) throw std::bad_alloc();
+  Set(CURLOPT_SHARE, channel.Share());
+}
+
+Transfer::Transfer(const Origin& origin) : Easy_(curl_easy_init()) {
+  if (Easy_ == nullptr) throw std::bad_alloc();
+  Aim(origin, {});
+  SetTarget("/");
+  Set(CURLOPT_PREREQFUNCTION, RefuseRequest);
+  Set(CURLOPT_RESOLVER_START_FUNCTION, RefuseResolving);
+  Set(CURLOPT_OPENSOCKETFUNCTION, RefuseSocket);
+}
+
+Transfer::~Transfer() {
+  Leave();
+  curl_easy_cleanup(Easy_);
+}
+
+void Transfer::Enter(const std::shared_ptr<Loop>& loop) {
+  if (Loop_.lock() == loop) return;
+  Leave();
+  Loop_ = loop;
+}
+
+void Transfer::Leave() {
+  if (const auto loop = Loop_.lock()) loop->CloseConnection(Origin_);
+  Loop_.reset();
+}
+
+void Transfer::KeepsConnection(bool keeps) { Set(CURLOPT_FORBID_REUSE, keeps ? 0L : 1L); }
+
+template <typename Value>
+void Transfer::Set(CURLoption option, Value value) {
+  if (curl_easy_setopt(Easy_, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
+}
+
+void Transfer::Aim(const Origin& origin, const std::string& agent) {
+  Leave();
+  curl_easy_reset(Easy_);  // forgets logins, keeps the share
+  Origin_ = origin;
+  LoginKnown_ = false;
+  OwnTarget_ = false;
+  Posts_ = false;
+  Timeouts_ = {};
+  HeaderList_.reset();
+
+  Set(CURLOPT_PRIVATE, this);
+  Set(CURLOPT_HEADERFUNCTION, OnHeader);
+  Set(CURLOPT_HEADERDATA, this);
+  Set(CURLOPT_WRITEFUNCTION, OnBody);
+  Set(CURLOPT_WRITEDATA, this);
+  Set(CURLOPT_PREREQFUNCTION, OnConnected);
+  Set(CURLOPT_PREREQDATA, this);
+  Set(CURLOPT_SOCKOPTFUNCTION, OnSocketOpened);
+  Set(CURLOPT_SOCKOPTDATA, this);
+
+  Set(CURLOPT_NOSIGNAL, 1L);
+  Set(CURLOPT_QUICK_EXIT, 1L);  // a name server that hangs must not hold us up
+  Set(CURLOPT_NOPROXY, HostsWithoutProxy().c_str());
+  Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  Set(CURLOPT_PROTOCOLS_STR, "http,https");
+  Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  Set(CURLOPT_FOLLOWLOCATION, 1L);
+  Set(CURLOPT_MAXREDIRS, MaxRedirects);
+  Set(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+  Set(CURLOPT_HTTP09_ALLOWED, 1L);
+  Set(CURLOPT_PATH_AS_IS, 1L);
+  Set(CURLOPT_USERAGENT, agent.c_str());
+  Set(CURLOPT_COOKIEFILE, "");  // reads no file, but keeps cookies
+  if (origin.authenticates) {
+    Set(CURLOPT_HTTPAUTH, AnyLogin);
+    Set(CURLOPT_USERNAME, origin.userName.c_str());
+    Set(CURLOPT_PASSWORD, origin.password.c_str());
+  }
+}
+
+std::uint32_t Transfer::Prepare(const Message& message, const Timeouts& timeouts, bool keepsBody) {
+  if (HeaderList_ == nullptr || ExtraHeaders_ != message.headers || Posts_ != message.posts)
+    if (!SetHeaders(message.headers, message.posts)) return ErrorInvalidParameter;
+  SetTarget(message.object);
+  if (timeouts.connect != Timeouts_.connect)
+    Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::max<std::uint32_t>(timeouts.connect, 1)));
+  Timeouts_ = timeouts;
+  if (message.posts) {
+    Set(CURLOPT_POST, 1L);
+    Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(message.body.size()));
+    Set(CURLOPT_POSTFIELDS, message.body.empty() ? "" : reinterpret_cast<const char*>(message.body.data()));
+  } else if (Posts_) {
+    Set(CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
+    Set(CURLOPT_HTTPGET, 1L);
+  }
+  Posts_ = message.posts;
+  Object_ = message.object;
+  KeepsBody_ = keepsBody;
+  Retried_ = false;
+  Begin();
+  return 0;
+}
+
+void Transfer::Begin() {
+  Headers_.clear();
+  Body_.clear();
+  BodyRead_ = 0;
+  Result_.reset();
+  Replies_ = 0;
+  Connected_ = WantsToWrite_ = BlockComplete_ = HeadersFinal_ = false;
+}
+
+bool Transfer::NeedsRetry() const { return !Retried_ && LoginKnown_ && Replies_ == 1 && Status() == 401; }
+
+void Transfer::PrepareRetry() {
+  Retried_ = true;
+  LoginKnown_ = false;
+  SetTarget(Object_);
+  Begin();
+}
+
+void Transfer::Clear() {
+  if (Status() != 401 && Result_ == CURLE_OK) LoginKnown_ = Origin_.authenticates;
+  Begin();
+  if (Headers_.capacity() > MaxKeptBuffer) Headers_ = {};
+  if (Body_.capacity() > MaxKeptBuffer) Body_ = {};
+}
+
+bool Transfer::SetHeaders(const std::string& headers, bool posts) {
+  std::unique_ptr<curl_slist, FreeList> list;
+  const auto append = [&](const char* line) {
+    auto* longer = curl_slist_append(list.get(), line);
+    if (longer == nullptr) throw std::bad_alloc();
+    static_cast<void>(list.release());
+    list.reset(longer);
+  };
+  const auto appendUnlessGiven = [&](std::string_view line) {
+    if (!FindHeader(headers, line.substr(0, line.find(':')))) append(line.data());
+  };
+  std::ranges::for_each(FixedHeaders, appendUnlessGiven);
+  if (posts) std::ranges::for_each(FixedPostHeaders, appendUnlessGiven);
+  for (std::size_t start = 0; start < headers.size();) {
+    const auto end = std::min(headers.find("\r\n", start), headers.size());
+    std::string line = headers.substr(start, end - start);
+    start = end + 2;
+    if (line.empty()) continue;
+    const auto colon = line.find(':');
+    if (colon == 0 || colon == std::string::npos) return false;
+    // libcurl sends a name without a value only where a semicolon ends it.
+    if (line.find_first_not_of(" \t", colon + 1) == std::string::npos)
+      line.replace(colon, std::string::npos, ";");
+    append(line.c_str());
+  }
+  Set(CURLOPT_HTTPHEADER, list.get());
+  HeaderList_ = std::move(list);
+  ExtraHeaders_ = headers;
+  return true;
+}
+
+void Transfer::SetTarget(const std::string& object) {
+  std::string url = "http://" + Origin_.host + ":" + std::to_string(Origin_.port);
+  // The URL carries what is asked for wherever it can: only so do Digest and a proxy see the same text.
+  const bool passes = std::ranges::all_of(object, PassesUnchanged) && !object.ends_with('?');
+  url += passes ? object : EscapedForUrl(object);
+  Set(CURLOPT_URL, url.c_str());
+  if (!passes) Set(CURLOPT_REQUEST_TARGET, object.c_str());
+  if (passes && OwnTarget_) Set(CURLOPT_REQUEST_TARGET, static_cast<const char*>(nullptr));
+  OwnTarget_ = !passes;
+}
+
+bool Transfer::Written() const {
+  if (Over() || HeadersFinal_) return true;
+  return Connected_ && !WantsToWrite_ && (!Origin_.authenticates || LoginKnown_);
+}
+
+TimePoint Transfer::Deadline() const {
+  if (!Connected_) return TimePoint::max();
+  return LastProgress_ + std::chrono::milliseconds(Timeouts_.receive);
+}
+
+std::uint32_t Transfer::ReplyError() const {
+  if (HeadersFinal_) return 0;
+  if (Result_ != CURLE_OK && Result_ != CURLE_PARTIAL_FILE) return ErrorOf(*Result_);
+  return BlockComplete_ ? 0 : ErrorInvalidServerResponse;
+}
+
+std::uint32_t Transfer::BodyError() const {
+  if (!Over()) return 0;
+  // As on Windows, where a camera that closes early only makes the body shorter. A chunked body has an end of
+  // its own, and without it is broken.
+  if (Result_ == CURLE_PARTIAL_FILE && ContentLength()) return 0;
+  return ErrorOf(*Result_);
+}
+
+std::optional<std::uint32_t> Transfer::ContentLength() const {
+  const auto encoding = FindHeader(Headers_, "Transfer-Encoding");
+  if (encoding && EqualIgnoringCase(*encoding, "chunked")) return std::nullopt;
+  const auto text = FindHeader(Headers_, "Content-Length");
+  if (!text) return std::nullopt;
+  std::uint32_t length = 0;
+  const auto* end = text->data() + text->size();
+  const auto result = std::from_chars(text->data(), end, length);
+  if (result.ec != std::errc{} || result.ptr != end) return std::nullopt;
+  return length;
+}
+
+std::size_t Transfer::Read(std::span<std::uint8_t> buffer) {
+  const auto length = std::min(buffer.size(), Available());
+  std::copy_n(Body_.begin() + static_cast<std::ptrdiff_t>(BodyRead_), length, buffer.begin());
+  BodyRead_ += length;
+  if (BodyRead_ == Body_.size()) {
+    Body_.clear();
+    BodyRead_ = 0;
+  }
+  return length;
+}
+
+long Transfer::Status() const {
+  long status = 0;
+  curl_easy_getinfo(Easy_, CURLINFO_RESPONSE_CODE, &status);
+  return status;
+}
+
+bool Transfer::AnotherReplyMayFollow() const {
+  const long status = Status();
+  if (status < 200) return true;
+  if (status == 401) return Origin_.authenticates;
+  if (status == 407) return true;
+  return status >= 300 && status < 400 && FindHeader(Headers_, "Location");
+}
+
+bool Transfer::TakeHeader(std::string_view line) {
+  if (HeadersFinal_) return true;  // lines after a chunked body
+  if (BlockComplete_) {
+    if (!line.starts_with("HTTP/")) return true;
+    Headers_.clear();
+    BlockComplete_ = false;
+  }
+  if (Headers_.size() + line.size() > MaxHeaderBlock) return false;
+  Headers_ += line;
+  if (line == "\r\n" || line == "\n") {
+    BlockComplete_ = true;
+    if (Status() >= 200) ++Replies_;
+    HeadersFinal_ = !AnotherReplyMayFollow();
+    // A target given apart from the URL is not the one redirected to.
+    if (!HeadersFinal_ && OwnTarget_ && Status() >= 300 && Status() < 400) {
+      Set(CURLOPT_REQUEST_TARGET, static_cast<const char*>(nullptr));
+      OwnTarget_ = false;
+    }
+  }
+  return true;
+}
+
+std::size_t Transfer::OnHeader(char* data, std::size_t size, std::size_t count, void* transfer) {
+  return static_cast<Transfer*>(transfer)->TakeHeader({data, size * count}) ? size * count : 0;
+}
+
+std::size_t Transfer::OnBody(char* data, std::size_t size, std::size_t count, void* transfer) {
+  auto& self = *static_cast<Transfer*>(transfer);
+  // libcurl drops the bodies of replies that another one follows.
+  self.HeadersFinal_ = true;
+  const auto length = size * count;
+  if (self.KeepsBody_) self.Body_.insert(self.Body_.end(), data, data + length);
+  return length;
+}
+
+int Transfer::OnConnected(void* transfer, char*, char*, int, int) {
+  auto& self = *static_cast<Transfer*>(transfer);
+  self.Connected_ = true;
+  self.Touch(std::chrono::steady_clock::now());
+  return CURL_PREREQFUNC_OK;
+}
+
+int Transfer::OnSocketOpened(void* transfer, curl_socket_t, curlsocktype) {
+  static_cast<Transfer*>(transfer)->Connected_ = false;
+  return CURL_SOCKOPT_OK;
+}
+
+}  // namespace ptzd::internet

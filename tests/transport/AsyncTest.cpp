@@ -1,0 +1,192 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "common/Logging.h"
+#include "support/Errors.h"
+#include "tests/transport/Camera.h"
+#include "transport/HTTPClient.h"
+#include "transport/HTTPClientHelper.h"
+
+namespace ptzd {
+namespace {
+
+using test::Camera;
+
+/// Counts the requests whose handles the status callback has closed, by its last log text.
+class CompletionCounter {
+ public:
+  CompletionCounter() {
+    SetLogSink([this](std::string_view message) {
+      if (!message.starts_with("Closed session handle")) return;
+      const std::lock_guard lock(Mutex_);
+      ++Count_;
+      AllClosed_ = AllClosed_ && message == "Closed session handle 1";
+      Changed_.notify_all();
+    });
+  }
+  ~CompletionCounter() { SetLogSink({}); }
+
+  /// False when so many requests never complete.
+  bool WaitFor(int count) {
+    std::unique_lock lock(Mutex_);
+    return Changed_.wait_for(lock, ptzsim::RequestLog::Deadline, [&] { return Count_ >= count; }) &&
+           AllClosed_;
+  }
+
+ private:
+  std::mutex Mutex_;
+  std::condition_variable Changed_;
+  int Count_ = 0;
+  bool AllClosed_ = true;
+};
+
+class AsyncTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    Client_.reset();
+    EXPECT_EQ(AsyncHandles().Count(), 0U);
+    EXPECT_EQ(SystemInternet().OpenHandles(), HandlesBefore_);
+    EXPECT_TRUE(Camera_.AllConnectionsClose()) << "a connection outlives the client";
+  }
+
+  Camera Camera_;
+  CompletionCounter Completions_;
+  std::size_t HandlesBefore_ = SystemInternet().OpenHandles();
+  std::unique_ptr<HTTPClient> Client_ = std::make_unique<HTTPClient>();
+};
+
+TEST_F(AsyncTest, OneConnectionForCommandsOneAfterTheOther) {
+  for (int i = 1; i <= 5; ++i) {
+    Client_->GetResourceAsync(Camera_.URL("/" + std::to_string(i)), "X-One: 1", i % 2 == 0 ? "a=1" : "");
+    EXPECT_FALSE(Client_->Working());
+    ASSERT_TRUE(Completions_.WaitFor(i));
+  }
+  EXPECT_EQ(Camera_.Requests(), "GET /1\nPOST /2\nGET /3\nPOST /4\nGET /5\n");
+  EXPECT_EQ(Camera_.Log().Requests().back().Header("X-One"), "1");
+  EXPECT_EQ(Camera_.Log().ConnectionsOpened(), 1);
+}
+
+// A stop must not queue behind the replies that a camera holds back.
+TEST_F(AsyncTest, CommandsReachASilentCameraAtOnceAndInOrder) {
+  Camera_.Faults().Set("silent");
+  for (const auto* target : {"/move1", "/move2", "/move3", "/stop"})
+    Client_->GetResourceAsync(Camera_.URL(target), "", "");
+  ASSERT_TRUE(Camera_.Log().WaitForRequests(4));
+  EXPECT_EQ(Camera_.Requests(), "GET /move1\nGET /move2\nGET /move3\nGET /stop\n");
+  // Closing the session ends the waiting for their replies.
+  Client_.reset();
+  EXPECT_TRUE(Completions_.WaitFor(4));
+}
+
+TEST_F(AsyncTest, WhatIsSentJustBeforeClosingStillArrives) {
+  Camera_.Faults().Set("silent");  // so that each command comes over a connection of its own, in their order
+  std::string expected;
+  for (int i = 0; i < 20; ++i) {
+    const auto target = "/" + std::to_string(i);
+    Client_->GetResourceAsync(Camera_.URL(target), "", "a=1");
+    expected += "POST " + target + "\n";
+  }
+  Client_.reset();
+  EXPECT_TRUE(Completions_.WaitFor(20));
+  ASSERT_TRUE(Camera_.Log().WaitForRequests(20));
+  EXPECT_EQ(Camera_.Requests(), expected);
+}
+
+// Bodies beyond what a socket takes at once leave completely, whatever else goes on.
+TEST_F(AsyncTest, LargeBodiesArriveWhole) {
+  const std::string body(3 << 20, 'p');
+  for (int i = 0; i < 3; ++i) Client_->GetResourceAsync(Camera_.URL(), "", body);
+  Client_.reset();
+  EXPECT_TRUE(Completions_.WaitFor(3));
+  ASSERT_TRUE(Camera_.Log().WaitForRequests(3));
+  for (const auto& request : Camera_.Log().Requests()) EXPECT_TRUE(request.Body == body);
+  EXPECT_EQ(Camera_.Log().Violations(), std::vector<std::string>{});
+}
+
+TEST_F(AsyncTest, OneCameraDoesNotDelayAnother) {
+  Camera other;
+  Camera_.Faults().Set("full-accept-queue");
+  HTTPClient otherClient;
+  Client_->GetResourceAsync(Camera_.URL("/stuck"), "", "");
+  otherClient.GetResourceAsync(other.URL("/free"), "", "");
+  EXPECT_TRUE(Completions_.WaitFor(1));
+  EXPECT_EQ(other.Requests(), "GET /free\n");
+  Camera_.Faults().Clear();
+  EXPECT_TRUE(Completions_.WaitFor(2));
+}
+
+TEST_F(AsyncTest, FailuresAreNotTheCallersAndLeaveNothing) {
+  int completed = 0;
+  for (const auto* fault :
+       {"refuse", "close-before-reply", "close-on-accept", "chunked-cut", "status=404 Not Found"}) {
+    SCOPED_TRACE(fault);
+    Camera_.Faults().Set(fault);
+    EXPECT_EQ(test::ErrorOf([&] { Client_->GetResourceAsync(Camera_.URL(), "", ""); }), "");
+    EXPECT_TRUE(Completions_.WaitFor(++completed));
+    Camera_.Faults().Clear();
+  }
+  EXPECT_EQ(test::ErrorOf([&] { Client_->GetResourceAsync("nowhere", "", ""); }),
+            "13101 Failed to initialise the HTTP session");
+  EXPECT_EQ(test::ErrorOf([&] { Client_->GetResourceAsync(Camera_.URL("/\r\n"), "", ""); }),
+            "13102 Failed to initialise the HTTP request");
+  EXPECT_FALSE(Client_->Working());
+}
+
+TEST_F(AsyncTest, LoginIsAgreedOnBeforeTheNextCommand) {
+  Camera_.Faults().Set("digest=us:p");
+  for (const auto* target : {"/1", "/2", "/3"})
+    Client_->GetResourceAsync(Camera_.URL(target, "us:p"), "", "");
+  EXPECT_TRUE(Completions_.WaitFor(3));
+  std::string accepted;
+  for (const auto& request : Camera_.Log().Requests())
+    if (request.Status == 200) accepted += request.Target;
+  EXPECT_EQ(accepted, "/1/2/3");
+}
+
+TEST_F(AsyncTest, ClientsSendingAtOnceLoseNothing) {
+  constexpr int clients = 3, commands = 150;
+  std::vector<std::thread> threads;
+  for (int client = 0; client < clients; ++client)
+    threads.emplace_back([&, client] {
+      HTTPClient own;
+      for (int i = 0; i < commands; ++i)
+        own.GetResourceAsync(Camera_.URL("/" + std::to_string(client) + "/" + std::to_string(i)), "", "");
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_TRUE(Completions_.WaitFor(clients * commands));
+  ASSERT_TRUE(Camera_.Log().WaitForRequests(clients * commands));
+
+  std::set<std::string> targets;
+  for (const auto& request : Camera_.Log().Requests()) targets.insert(request.Target);
+  EXPECT_EQ(targets.size(), std::size_t{clients * commands});
+}
+
+[[noreturn]] void ExitWithSendsInFlight() {
+  Camera silent, stuck;
+  silent.Faults().Set("silent");
+  stuck.Faults().Set("full-accept-queue");
+  HTTPClient client, other;
+  for (int i = 0; i < 3; ++i) {
+    client.GetResourceAsync(silent.URL(), "", "");
+    other.GetResourceAsync(stuck.URL(), "", "");
+  }
+  std::exit(0);
+}
+
+TEST(AsyncExitDeathTest, ProcessEndsWithSendsInFlight) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(ExitWithSendsInFlight(), ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace ptzd
