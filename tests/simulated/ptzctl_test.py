@@ -1,0 +1,290 @@
+#!/usr/bin/env python3
+"""ptzctl against ptzsim, as a person would use them. Usage: ptzctl_test.py PTZCTL PTZSIM"""
+
+import json
+import signal
+import subprocess
+import sys
+import unittest
+
+PTZCTL, PTZSIM = sys.argv.pop(1), sys.argv.pop(1)
+DEADLINE = 60  # seconds; far more than anything here takes
+PTZ, CONFIG = "/axis-cgi/com/ptz.cgi?", "/axis-cgi/com/ptzconfig.cgi?"
+
+
+class Camera:
+    """ptzsim as an Axis camera."""
+
+    def __init__(self, *options):
+        self.process = subprocess.Popen([PTZSIM, "axis", "--until-eof", *options], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.address = self.process.stdout.readline().strip()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.communicate(timeout=DEADLINE)
+
+    def say(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+    def ask(self, what):
+        self.say(what)
+        text = ""
+        for line in self.process.stdout:
+            text += line
+            if line == "}\n":
+                return json.loads(text)
+        raise AssertionError("ptzsim ended")
+
+    def requests(self):
+        return [request["target"] for request in self.ask("log")["requests"]]
+
+    def options(self):
+        return "--driver", "axis", "--address", self.address
+
+
+def start(*arguments):
+    return subprocess.Popen([PTZCTL, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True)
+
+
+def ptzctl(*arguments, text=""):
+    """Exit code, standard output and standard error stream."""
+    process = start(*arguments)
+    out, err = process.communicate(text, timeout=DEADLINE)
+    return process.returncode, out, err
+
+
+def outcomes(*arguments, text=""):
+    code, out, _ = ptzctl("--json", *arguments, text=text)
+    return code, [json.loads(line) for line in out.splitlines()]
+
+
+class ExitCodes(unittest.TestCase):
+    def test_wrong_command_lines_are_told_before_anything_is_sent(self):
+        with Camera() as camera:
+            for arguments, told in (
+                    ("mvoe up", '"mvoe"'),
+                    ("", "a command is missing"),
+                    ("preset", "preset: a command is missing"),
+                    ("move", "direction"),
+                    ("move sideways", "direction"),
+                    ("move up abc", "angle"),
+                    ("move up nan", "angle"),
+                    ("move up inf", "angle"),
+                    ("move up 1e99", "angle"),
+                    ("move up 5x", "angle"),
+                    ("move-to 1", "tilt"),
+                    ("move-to 1 2 3 4", "4"),
+                    ("preset goto 1.5", "number"),
+                    ("preset goto 3000000000", "number"),
+                    ("continuous 1 0 --for 2q", "--for"),
+                    ("continuous 1 0 --for -2s", "--for"),
+                    ("-o Port info", "-o Port: "),
+                    ("-o =5 info", "-o =5: "),
+                    ("-o Port=two info", "Port"),
+                    ("-o ZoomStep=0.5 info", "ZoomStep"),
+                    ("-o Reset=maybe info", "Reset"),
+                    ("--driver nobody info", '"nobody"'),
+                    ("--driver qvptzsimple.simple info", "not in this build"),  # another library's
+            ):
+                with self.subTest(arguments):
+                    code, _, err = ptzctl(*camera.options(), *arguments.split())
+                    self.assertEqual(code, 2, err)
+                    self.assertIn(told, err)
+            # The second operation is wrong, so the first is not done either.
+            self.assertEqual(ptzctl(*camera.options(), "run", "move up", "move up abc")[0], 2)
+            self.assertEqual(ptzctl(*camera.options(), "run", 'move "up')[0], 2)
+            self.assertEqual(camera.requests(), [])
+
+    def test_no_connection_tells_number_and_text(self):
+        with Camera() as camera:
+            gone = camera.address
+        with Camera("--head", "none") as fixed:
+            for address, told in ((gone, "17001 Unable to connect to the device"),
+                                  (fixed.address, "17002 This device does not support PTZ."),
+                                  ("", "17003 No address specified")):
+                with self.subTest(told):
+                    code, _, err = ptzctl("--driver", "Axis", "--address", address, "info")
+                    self.assertEqual(code, 3)
+                    self.assertIn(told, err)
+
+    def test_unusual_options_are_warned_of_and_accepted(self):
+        with Camera() as camera:
+            for option, told in (("zoomstep=1", "do you mean ZoomStep?"), ("ZoomStep=10001", "10000")):
+                code, _, err = ptzctl(*camera.options(), "-o", option, "connected")
+                self.assertEqual(code, 0)
+                self.assertIn(told, err)
+
+    def test_refused_is_told_apart_from_false_on_purpose(self):
+        rows = (  # operation, fault, exit code, answer of the member
+            ("move-to 10 10", None, 0, False),  # False although the camera moved
+            ("move-to 10 10", "at=pan=,close-mid-reply=5", 1, False),
+            ("move up", "at=tilt=,close-mid-reply=5", 1, False),
+            ("zoom in", "at=zoom=,close-mid-reply=5", 1, True),  # True although the camera did not answer
+            ("zoom-to 2", "at=zoom=,close-mid-reply=5", 1, None),
+            ("continuous 5 0 --for 60s", "at=continuous,close-mid-reply=5", 1, None),  # not after a minute
+            ("stop", "at=continuous,close-mid-reply=5", 1, None),
+            ("move up 1e30", None, 4, None),  # overflow, in the driver
+            ("home", None, 1, False),
+            ("preset goto 1", None, 1, False),
+            ("preset list", None, 1, None),  # no such interface
+            ("move-in-image 1 1", None, 1, None),
+        )
+        for operation, fault, expected, answer in rows:
+            with self.subTest(operation, fault=fault), Camera() as camera:
+                if fault:
+                    camera.say("fault " + fault)
+                code, told = outcomes(*camera.options(), *operation.split())
+                self.assertEqual(code, expected, told)
+                self.assertEqual(len(told), 1)
+                self.assertEqual(told[0]["exit"], expected)
+                self.assertEqual(told[0].get("answer"), answer)
+                if expected == 4:
+                    self.assertEqual(told[0]["error"], {"number": 6, "text": "Overflow"})
+                if "continuous" in (fault or ""):
+                    self.assertIn(PTZ + "continuouszoommove=0", camera.requests())
+                    self.assertIn("the camera may still be moving", told[0]["notes"])
+
+    def test_a_run_ends_with_the_first_failure_and_a_shell_goes_on(self):
+        lines = "move up\n# a comment\n\nhome\nmove abc\nzoom in\n"
+        with Camera() as camera:
+            code, told = outcomes(*camera.options(), "run", text=lines)
+            self.assertEqual((code, [o["operation"] for o in told]), (1, ["connect", "move", "home"]))
+            code, told = outcomes(*camera.options(), "shell", text=lines)
+            self.assertEqual((code, [o["result"] for o in told]), (1, ["done", "done", "refused", "usage", "done"]))
+
+
+class Operations(unittest.TestCase):
+    def check(self, camera, rows, *options):
+        """Rows of an operation and the requests that it takes, all on one connection."""
+        code, told = outcomes(*camera.options(), *options, "run", *(operation for operation, *_ in rows))
+        self.assertEqual(code, 0, told)
+        for (operation, *requests), outcome in zip(rows, told[1:], strict=True):
+            self.assertEqual([request["path"] for request in outcome["requests"]], requests, operation)
+        arrived = camera.requests()
+        self.assertEqual(arrived[-sum(len(row) - 1 for row in rows):], [r for row in rows for r in row[1:]])
+        self.assertEqual(camera.ask("log")["violations"], [])
+
+    def test_each_operation_sends_what_it_is_named_after(self):
+        stop = PTZ + "continuouspantiltmove=0,0", PTZ + "continuouszoommove=0", PTZ + "query=position"
+        with Camera() as camera:  # at pan -37.25, tilt 12.5, zoom 2345
+            self.check(camera, (
+                ("connected",),
+                ("position",),
+                ("info",),
+                ("move up-left", PTZ + "pan=-42&tilt=17"),
+                ("move down-right 2 --device2", PTZ + "pan=-40&tilt=15"),
+                ("move RIGHT -.6", PTZ + "pan=-41"),
+                ("move-by 1 -5", PTZ + "pan=-40&tilt=10"),
+                ("move-by -10 5 --device2", PTZ + "pan=-50&tilt=15"),
+                ("move-to 190 -20", PTZ + "pan=-170&tilt=-20"),
+                ("move-to 10 20 0", PTZ + "pan=10&tilt=20&zoom=1"),
+                ("move-to 10 20",),  # there already
+                ("zoom in --device2", PTZ + "zoom=81"),
+                ("zoom out", PTZ + "zoom=1"),
+                ("zoom in 2", PTZ + "zoom=642"),
+                ("zoom-to 0", PTZ + "zoom=1"),
+                ("iris open", PTZ + "autoiris=off&riris=1000"),
+                ("iris close", PTZ + "autoiris=off&riris=-1000"),
+                ("iris auto", PTZ + "autoiris=on"),
+                ("focus near", PTZ + "autofocus=off&rfocus=-1000"),
+                ("focus far", PTZ + "autofocus=off&rfocus=1000"),
+                ("focus auto", PTZ + "autofocus=on"),
+                ("preset count",),
+                ("continuous 10 -5.5", PTZ + "continuouspantiltmove=20,-11"),
+                ("stop", *stop),
+                ("continuous 0 3 --zoom -2 --for 1ms", PTZ + "continuouspantiltmove=0,6",
+                 PTZ + "continuouszoommove=-4", *stop),
+                ("continuous-zoom 3 --for 1ms", PTZ + "continuouszoommove=9", *stop),
+                ("set-position 1 2", PTZ + "query=position"),
+                ("disconnect",),
+                ("connected",),
+            ))
+
+    def test_a_relative_head_behind_a_video_server(self):
+        with Camera("--head", "multi") as camera:
+            third = PTZ + "camera=3&"
+            self.check(camera, (
+                ("preset save 3", CONFIG + "camera=3&setserverpresetname=Quor-vane%20Preset%203"),
+                ("move left 7", third + "rpan=-7"),
+                ("preset goto 3", third + "gotoserverpresetname=Quor-vane%20Preset%203"),
+                ("set-position 10 20",),
+                ("move-to 12 20", third + "rpan=2"),  # which the driver object has to remember
+            ), "-o", "Port=3")
+
+    def test_options_are_stored_with_their_type(self):
+        with Camera() as camera:
+            self.check(camera, (("zoom-to 2", PTZ + "zoom=201"),), "-o", "ZoomStep=100", "-o", "Reset=Yes")
+            self.assertIn(PTZ + "pan=0&tilt=0&zoom=1", camera.requests())
+
+
+class ContinuousMotion(unittest.TestCase):
+    def test_it_is_stopped_when_ptzctl_is_interrupted(self):
+        for arguments, text in ((["continuous", "20", "0", "--for", "1m"], None),
+                                (["run", "continuous 20 0", "wait 1m"], None),
+                                (["shell"], "continuous 20 0\n")):  # then waiting for the next line
+            for number in (signal.SIGINT, signal.SIGTERM):
+                with self.subTest(arguments, signal=number), Camera() as camera:
+                    process = start(*camera.options(), *arguments)
+                    if text:
+                        process.stdin.write(text)
+                        process.stdin.flush()
+                    while PTZ + "continuouspantiltmove=40,0" not in camera.requests():
+                        self.assertIsNone(process.poll(), "ptzctl ended")
+                    process.send_signal(number)
+                    self.assertEqual(process.wait(DEADLINE), 130)
+                    process.communicate()
+                    self.assertIn(PTZ + "continuouspantiltmove=0,0", camera.requests())
+                    self.assertFalse(camera.ask("state")["heads"][0]["moving"])
+
+
+class JSON(unittest.TestCase):
+    def test_what_is_listed(self):
+        _, (drivers,) = outcomes("drivers")
+        rows = drivers["values"]["drivers"]
+        self.assertEqual(rows[2], {"position": 3, "class": "QVPTZ.Axis", "name": "Axis cameras", "available": True})
+        self.assertFalse(rows[23]["available"])
+        _, (options,) = outcomes("options", "qvptz.axis")
+        self.assertEqual(options["values"]["options"], [
+            {"name": "ZoomStep", "kind": "integer 0 to 10000", "default": 0, "description": "Zoom step value",
+             "type": 2, "values": [0, 10000]}])
+        self.assertEqual([o["name"] for o in options["values"]["common_options"]], ["Address", "Port", "Reset"])
+
+    def test_positions_and_errors(self):
+        with Camera() as camera:
+            _, (move,) = outcomes(*camera.options(), "move", "up-left", "5")
+            self.assertEqual(move["before"], {"pan": -37, "tilt": 12, "zoom": 7.25})
+            self.assertEqual(move["after"], {"pan": -42, "tilt": 17, "zoom": 7.25})
+            self.assertEqual((move["operation"], move["result"], move["estimated"]), ("move", "done", False))
+            self.assertEqual(move["requests"], [{"path": PTZ + "pan=-42&tilt=17", "reply": ""}])
+        code, (lost,) = outcomes(*camera.options(), "info")
+        self.assertEqual((code, lost["result"]), (3, "no connection"))
+        self.assertEqual(lost["error"], {"number": 17001, "text": "Unable to connect to the device"})
+        code, (usage,) = outcomes("move", "up", "abc")
+        self.assertEqual((code, usage["result"]), (2, "usage"))
+
+
+class Credentials(unittest.TestCase):
+    def test_they_are_used_and_never_shown(self):
+        for scheme in ("basic", "digest"):
+            with Camera("--auth", scheme, "--user", "operator", "--password", "se@cr:et") as camera:
+                for password, expected in (("se%40cr%3Aet", 0), ("se%40cr%3Bet", 3)):
+                    address = f"operator:{password}@{camera.address}"
+                    for form in ([], ["--json"]):
+                        with self.subTest(scheme, password=password, form=form):
+                            code, out, err = ptzctl("--trace", *form, "--driver", "axis", "--address", address,
+                                                    "run", "info", "move up")
+                            self.assertEqual(code, expected, err)
+                            self.assertIn("trace: Requesting /axis-cgi/", err)
+                            for secret in ("operator", "se%40", "se@", "%3Aet", "%3Bet"):
+                                self.assertNotIn(secret, out + err)
+
+
+if __name__ == "__main__":
+    # A parent may have it ignored, and then the children would ignore it too.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    unittest.main()

@@ -1,0 +1,286 @@
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+
+#include "Operations.h"
+#include "Words.h"
+
+namespace ptzctl {
+
+namespace {
+
+constexpr char Footer[] =
+    "Examples:\n"
+    "  ptzctl drivers\n"
+    "  ptzctl options Axis\n"
+    "  ptzctl --driver Axis --address 192.168.0.90 info\n"
+    "  ptzctl --driver Axis --address user:pass@192.168.0.90:8080 -o Port=2 move up-left 5\n"
+    "  ptzctl --driver Axis --address 192.168.0.90 move-to 10 -20 1.5\n"
+    "  ptzctl --driver Axis --address 192.168.0.90 continuous 10 0 --for 2s\n"
+    "  ptzctl --driver Axis --address 192.168.0.90 run \"preset goto 3\" \"wait 2s\" \"zoom in\"\n"
+    "  ptzctl --driver Axis --address 192.168.0.90 shell\n"
+    "\n"
+    "Every call connects anew. What a driver only estimates (the position of a head that cannot tell it) is\n"
+    "lost in between: use run or shell for several operations on one connection.\n"
+    "\n"
+    "Exit codes:\n"
+    "  0    done\n"
+    "  1    refused: the camera refused or did not answer, or it or its driver cannot do that\n"
+    "  2    usage: the command line or an option is wrong\n"
+    "  3    cannot connect; number and text are told, such as 17001 Unable to connect to the device\n"
+    "  4    the driver raised an error; number and text are told\n"
+    "  130  interrupted; a continuous motion begun here has been stopped\n";
+
+constexpr char ForHelp[] =
+    "Stop again after this time (2s, 500ms, 1m; plain numbers are seconds), also on Ctrl-C. Without it the "
+    "motion goes on when ptzctl has ended, until: ptzctl stop";
+constexpr char Device2Help[] = "Call the member of PTZDevice2 instead of the one of PTZDevice";
+
+using Perform = Outcome (*)(Camera&, const Arguments&);
+
+/// Declares the operations to the parser. The words of the one that is chosen go to `Words_`.
+class OperationParser {
+ public:
+  explicit OperationParser(CLI::App& app) : App_(app) { Declare(); }
+
+  /// Absent where no operation was chosen.
+  Operation Chosen() const {
+    if (Perform_ == nullptr) return {};
+    return {[perform = Perform_, words = Words_](Camera& camera) { return perform(camera, words); },
+            Perform_ == &Connect};
+  }
+
+ private:
+  CLI::App* Add(CLI::App& parent, const char* name, const char* help, Perform perform) {
+    auto* command = parent.add_subcommand(name, help);
+    command->callback([this, perform] { Perform_ = perform; });
+    return command;
+  }
+  CLI::App* Add(const char* name, const char* help, Perform perform) {
+    return Add(App_, name, help, perform);
+  }
+
+  /// A word that `read` turns into a value.
+  template <typename Read, typename Target>
+  static CLI::Option* Take(CLI::App* command, const std::string& name, Read read, Target& target,
+                           const char* help) {
+    return command
+        ->add_option_function<std::string>(
+            name, [name, read, &target](const std::string& word) { target = read(name, word); }, help)
+        ->type_name("");
+  }
+  static void Angles(CLI::App* command, Arguments& words) {
+    Take(command, "pan", ReadNumber, words.Pan, "Degrees, positive to the right")->required();
+    Take(command, "tilt", ReadNumber, words.Tilt, "Degrees, positive upwards")->required();
+  }
+  void Device2(CLI::App* command) { command->add_flag("--device2", Words_.Device2, Device2Help); }
+
+  void Declare();
+
+  CLI::App& App_;
+  Arguments Words_;
+  Perform Perform_ = nullptr;
+};
+
+void OperationParser::Declare() {
+  auto& words = Words_;
+  Add("info", "What the camera is and can do", Info)->alias("capabilities");
+  Add("position", "Where the camera is", ShowPosition)->alias("where");
+  Add("connected", "Whether the driver is connected", ShowConnected);
+  Device2(Add("connect", "Connect (only this, or again)", Connect));
+  Device2(Add("disconnect", "Let go of the camera", Disconnect));
+
+  auto* move = Add("move", "Step in a direction, for example: move up-left 5", Move);
+  Take(move, "direction", ReadDirection, words.Direction,
+       "up, down, left, right, up-left, up-right, down-left or down-right")
+      ->required();
+  Take(move, "angle", ReadNumber, words.Angle, "Degrees; 5 when not given");
+  Device2(move);
+
+  auto* moveBy = Add("move-by", "Step by two angles, for example: move-by -10 2.5", MoveBy);
+  Angles(moveBy, words);
+  Device2(moveBy);
+
+  auto* moveTo =
+      Add("move-to", "Go to a position, for example: move-to 10 -20 or move-to 10 -20 1.5", MoveTo);
+  Angles(moveTo, words);
+  Take(moveTo, "zoom", ReadNumber, words.Zoom,
+       "In the driver's scale, 0 being the widest; kept when not given");
+
+  auto* zoom = Add("zoom", "Zoom by a step, for example: zoom in", Zoom);
+  Take(zoom, "direction", ReadZoom, words.ZoomDirection, "in or out")->required();
+  Take(zoom, "amount", ReadNumber, words.ZoomAmount, "In the driver's scale; its usual step when not given");
+  Device2(zoom);
+
+  auto* zoomTo = Add("zoom-to", "Zoom to a position, for example: zoom-to 2.5", ZoomTo);
+  Take(zoomTo, "zoom", ReadNumber, words.Amount, "In the driver's scale, 0 being the widest")->required();
+
+  auto* iris = Add("iris", "Control the iris", Iris);
+  Take(iris, "level", ReadIris, words.IrisLevel, "open, close or auto")->required();
+  auto* focus = Add("focus", "Control the focus", Focus);
+  Take(focus, "level", ReadFocus, words.FocusLevel, "near, far or auto")->required();
+
+  auto* preset = App_.add_subcommand("preset", "Numbered and named presets");
+  preset->require_subcommand(1);
+  const auto numbered = [&](CLI::App* command) {
+    Take(command, "number", ReadWholeNumber, words.Preset, "Counted from 0")->required();
+  };
+  Add(*preset, "count", "How many numbered presets there are", PresetCount);
+  numbered(Add(*preset, "goto", "Go to a numbered preset, for example: preset goto 3", PresetGoto));
+  numbered(Add(*preset, "save", "Save where the camera is as a numbered preset", PresetSave));
+  Add(*preset, "list", "The presets that the camera knows by name", PresetList);
+  Add(*preset, "goto-named", "Go to a preset of that list", PresetGotoNamed)
+      ->add_option("id", words.ID, "Its id")
+      ->required()
+      ->type_name("");
+
+  Add("home", "Go to the home position", Home);
+
+  auto* setPosition =
+      Add("set-position", "Tell the driver where the camera is, without moving it", SetPosition);
+  Angles(setPosition, words);
+
+  auto* continuous = Add("continuous", "Move at a speed, for example: continuous 10 0 --for 2s", Continuous);
+  Take(continuous, "pan", ReadNumber, words.Pan, "Speed in the driver's scale, positive to the right")
+      ->required();
+  Take(continuous, "tilt", ReadNumber, words.Tilt, "Speed in the driver's scale, positive upwards")
+      ->required();
+  Take(continuous, "--zoom", ReadNumber, words.Zoom, "Zoom as well, at this speed; positive is in")
+      ->type_name("SPEED");
+  Take(continuous, "--for", ReadDuration, words.Duration, ForHelp)->type_name("TIME");
+
+  auto* continuousZoom =
+      Add("continuous-zoom", "Zoom at a speed, for example: continuous-zoom -3 --for 500ms", ContinuousZoom);
+  Take(continuousZoom, "amount", ReadNumber, words.Amount, "Speed in the driver's scale; positive is in")
+      ->required();
+  Take(continuousZoom, "--for", ReadDuration, words.Duration, ForHelp)->type_name("TIME");
+
+  Add("stop", "Stop continuous motion", Stop);
+
+  auto* moveInImage = Add("move-in-image", "Centre on a point of the picture", MoveInImage);
+  Take(moveInImage, "x", ReadWholeNumber, words.X, "Pixels from the left")->required();
+  Take(moveInImage, "y", ReadWholeNumber, words.Y, "Pixels from the top")->required();
+  Take(moveInImage, "width", ReadWholeNumber, words.Width, "Of the picture, pixels");
+  Take(moveInImage, "height", ReadWholeNumber, words.Height, "Of the picture, pixels");
+
+  auto* wait = Add("wait", "Let time pass between two operations of run or shell", Wait);
+  Take(wait, "time", ReadDuration, words.Duration, "2s, 500ms, 1m; plain numbers are seconds")->required();
+}
+
+/// Options that begin with a digit there are none of, so "-20" is a number to the parser; "-.5" is not.
+void SpellOutNumbers(std::vector<std::string>& words) {
+  for (auto& word : words)
+    if (word.size() > 2 && word.starts_with("-.") && word[2] >= '0' && word[2] <= '9') word.insert(1, "0");
+}
+
+/// The command that was being read when the parser stopped.
+const CLI::App& Innermost(const CLI::App& app) {
+  const auto chosen = app.get_subcommands();
+  return chosen.empty() ? app : Innermost(*chosen.front());
+}
+
+std::string CommandsOf(const CLI::App& app) {
+  std::string names;
+  for (const auto* command : app.get_subcommands([](const CLI::App*) { return true; }))
+    names.append(names.empty() ? "" : ", ").append(command->get_name());
+  return names;
+}
+
+/// Raises the problem with the name of the command that it is about.
+[[noreturn]] void Explain(const CLI::App& app, const std::string& problem) {
+  const auto& command = Innermost(app);
+  throw UsageError((&command == &app ? "" : command.get_name() + ": ") + problem);
+}
+
+/// The parser does not say which command it did not know or which there are.
+[[noreturn]] void ExplainMissingCommand(const CLI::App& app) {
+  const auto commands = CommandsOf(Innermost(app));
+  const auto rest = app.remaining(true);
+  Explain(app, rest.empty() ? "a command is missing; one of " + commands
+                            : "\"" + Printable(rest.front()) + "\" is none of " + commands);
+}
+
+void Parse(CLI::App& app, std::vector<std::string> words) {
+  SpellOutNumbers(words);
+  std::ranges::reverse(words);  // as the parser wants them
+  try {
+    app.parse(std::move(words));
+  } catch (const CLI::CallForHelp&) {
+    throw HelpRequest(app.help());
+  } catch (const CLI::ParseError& error) {
+    const auto kind = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    const bool incomplete = kind == CLI::ExitCodes::RequiredError || kind == CLI::ExitCodes::ExtrasError;
+    if (incomplete && !CommandsOf(Innermost(app)).empty()) ExplainMissingCommand(app);
+    Explain(app, error.what());
+  } catch (const UsageError& error) {
+    Explain(app, error.what());
+  }
+}
+
+}  // namespace
+
+Invocation ParseCommandLine(int argc, char** argv) {
+  Invocation invocation;
+  CLI::App app(
+      "Operates pan-tilt-zoom cameras: lists the drivers, connects to a camera, does every operation "
+      "and tells each request that it took.",
+      "ptzctl");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_option("--driver", invocation.Driver,
+                 "Driver of the camera's make: Axis or QVPTZ.Axis, in any case")
+      ->type_name("NAME")
+      ->take_last();
+  app.add_option("--address", invocation.Address,
+                 "The camera: HOST, HOST:PORT or USER:PASSWORD@HOST:PORT; short for -o Address=...")
+      ->type_name("CAMERA")
+      ->take_last();
+  app.add_option("-o,--option", invocation.Options,
+                 "A connection option Key=Value; may be given several times (see ptzctl options DRIVER)")
+      ->allow_extra_args(false)
+      ->type_name("KEY=VALUE");
+  app.add_flag("--json", invocation.JSON, "Tell everything as JSON, one object per line");
+  app.add_flag("--trace", invocation.Trace,
+               "Print the library's log on the standard error stream, passwords masked");
+
+  app.add_subcommand("drivers", "The drivers there are")->callback([&] { invocation.What = Task::Drivers; });
+  auto* options = app.add_subcommand("options", "The connection options of a driver");
+  options->add_option("DRIVER", invocation.Driver, "Axis or QVPTZ.Axis")->type_name("");
+  options->callback([&] { invocation.What = Task::Options; });
+
+  const OperationParser operations(app);
+
+  auto* run =
+      app.add_subcommand("run", "Several operations on one connection; stops at the first that fails");
+  run->add_option("operations", invocation.Lines,
+                  "Each in quotes: \"move up 5\"; lines of the standard input when not given")
+      ->type_name("");
+  run->add_flag("--keep-going", invocation.KeepGoing, "Do the others too when one fails");
+  run->callback([&] { invocation.What = Task::Run; });
+  app.add_subcommand("shell", "Operations from the standard input, one per line; goes on when one fails")
+      ->callback([&] { invocation.What = Task::Shell; });
+
+  app.footer(Footer);  // from here on, so that it is not the operations' too
+  Parse(app, {argv + 1, argv + argc});
+  invocation.Chosen = operations.Chosen();
+  return invocation;
+}
+
+std::optional<Operation> ParseLine(const std::string& line) {
+  auto words = SplitWords(line);
+  if (words.empty() || words.front().starts_with('#')) return std::nullopt;
+  if (words.front() == "help") {
+    words.erase(words.begin());
+    words.push_back("--help");
+  }
+  CLI::App app("Operations; help OPERATION tells more about one.", "");
+  app.require_subcommand(1);
+  app.fallthrough();
+  const OperationParser operations(app);
+  Parse(app, std::move(words));
+  return operations.Chosen();
+}
+
+}  // namespace ptzctl

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Camera.h"
+#include "Outcome.h"
+
+namespace ptzctl {
+
+struct Operation {
+  std::function<Outcome(Camera&)> Perform;
+  bool Connects = false;  ///< needs no connection made before
+};
+
+enum class Task { Drivers, Options, Operate, Run, Shell };
+
+/// What a command line asks for.
+struct Invocation {
+  Task What = Task::Operate;
+  std::string Driver, Address;
+  std::vector<std::string> Options;  ///< "Key=Value"
+  bool JSON = false, Trace = false;
+
+  Operation Chosen;                ///< Operate
+  std::vector<std::string> Lines;  ///< Run; empty: those of the standard input
+  bool KeepGoing = false;          ///< Run
+};
+
+/// Somebody asked for help; the text is the help.
+class HelpRequest : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Both raise `UsageError` and `HelpRequest`.
+Invocation ParseCommandLine(int argc, char** argv);
+/// One operation of a `run` or `shell`; nothing for a line that is empty or a comment.
+std::optional<Operation> ParseLine(const std::string& line);
+
+}  // namespace ptzctl

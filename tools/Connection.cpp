@@ -1,0 +1,161 @@
+#include "Connection.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "Words.h"
+#include "catalogue/PTZDrivers.h"
+#include "common/Error.h"
+#include "common/Numbers.h"
+#include "contract/PTZOptions.h"
+
+namespace ptzctl {
+
+namespace {
+
+using namespace ptzd;
+
+constexpr std::string_view LibraryPrefix = "QVPTZ.";
+
+struct CommonOption {
+  const char* Name;
+  const char* Description;
+  OptionTypes OType;
+  Variant Default;
+  std::string_view Drivers;  // class names, each with a blank on either side; empty: all with an address
+};
+
+const CommonOption CommonOptionTable[] = {
+    {"Address", "Host name or IP address, with :port if not 80", OptionText, "", ""},
+    {"Port", "Camera behind one address; 0: the only or first one", OptionInteger, 0,
+     " Axis Genie Grandeye MeritLilin PanasoniciPro Panogenics "},
+    {"Port", "Address of the camera on the serial line", OptionInteger, 1, " Pelco "},
+    {"Camera", "Camera behind one address", OptionText, "0", " Vivotek "},
+    {"Reset", "Go to the reference position on connecting", OptionBoolean, false,
+     " Axis Elmo Panasonic PanasoniciPro Pelco Quorvane Sony "},
+};
+
+std::string Join(const std::vector<Variant>& values) {
+  std::string text;
+  for (const auto& value : values) text.append(text.empty() ? "" : ", ").append(ToText(value));
+  return text;
+}
+
+/// What a settings page offers is narrower than what a driver takes (serial ports beyond the fourth, say).
+std::string RangeWarning(const PTZOption& option, const Variant& value) {
+  const auto& range = option.Values();
+  if (option.OType() != OptionInteger || range.size() != 2) return {};
+  if (ToInt32(value) >= ToInt32(range[0]) && ToInt32(value) <= ToInt32(range[1])) return {};
+  return option.Name() + ": " + ToText(value) + " is not between " + ToText(range[0]) + " and " +
+         ToText(range[1]) + ", which the driver says is its range";
+}
+
+Variant ReadChoice(const PTZOption& option, const std::string& word) {
+  const auto& choices = option.Values();
+  const auto found =
+      std::ranges::find_if(choices, [&](const auto& choice) { return ToText(choice) == word; });
+  const bool byIndex = option.OType() == OptionChoiceIndex;
+  if (found != choices.end()) {
+    if (byIndex) return static_cast<std::int32_t>(found - choices.begin());
+    return word;
+  }
+  const bool isNumber = !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
+  if (byIndex && isNumber) {
+    const auto index = ReadWholeNumber(option.Name(), word);
+    if (index < static_cast<std::int32_t>(choices.size())) return index;
+  }
+  throw UsageError(option.Name() + ": \"" + Printable(word) + "\" is none of " + Join(choices));
+}
+
+Variant ReadValue(const PTZOption& option, const std::string& word) {
+  switch (option.OType()) {
+    case OptionInteger:
+      return ReadWholeNumber(option.Name(), word);
+    case OptionBoolean:
+      return ReadBoolean(option.Name(), word);
+    case OptionChoiceIndex:
+    case OptionChoiceText:
+      return ReadChoice(option, word);
+    default:
+      return word;
+  }
+}
+
+}  // namespace
+
+const DriverClass& FindDriver(const std::string& name) {
+  if (name.empty())
+    throw UsageError(
+        "--driver is missing: give the make of the camera, for example --driver Axis (ptzctl "
+        "drivers lists them)");
+  if (const auto* driver = FindDriverClass(name)) return *driver;
+  const auto progID = std::string(LibraryPrefix) + name;
+  if (const auto* driver = FindDriverClass(progID)) return *driver;
+  const PTZDrivers catalogue;
+  for (const auto& entry : catalogue.NewEnum()) {
+    const auto listed = Lower(entry->Class());
+    if (listed == Lower(name) || listed == Lower(progID))
+      throw UsageError("the driver " + entry->Class() + " (" + entry->Name() +
+                       ") is listed, but is not in this build");
+  }
+  throw UsageError("there is no driver \"" + Printable(name) + "\" (ptzctl drivers lists them)");
+}
+
+std::vector<PTZOption> DescribedOptions(const DriverClass& driver) {
+  const auto device = driver.Create({});
+  auto* options = dynamic_cast<PTZOptions*>(device.get());
+  return options == nullptr ? std::vector<PTZOption>() : options->NewEnum();
+}
+
+std::vector<PTZOption> CommonOptions(const DriverClass& driver) {
+  const auto device = driver.Create({});
+  const bool hasAddress = (device->Capabilities() & CapabilityNoAddress) == 0;
+  const auto className = " " + std::string(driver.ProgID.substr(driver.ProgID.find('.') + 1)) + " ";
+  std::vector<PTZOption> options;
+  for (const auto& row : CommonOptionTable) {
+    if (row.Drivers.empty() ? !hasAddress : row.Drivers.find(className) == std::string_view::npos) continue;
+    options.emplace_back().Init(row.Name, row.Description, row.OType, {}, row.Default);
+  }
+  return options;
+}
+
+std::string KindText(const PTZOption& option) {
+  switch (option.OType()) {
+    case OptionInteger:
+      if (option.Values().size() != 2) return "integer";
+      return "integer " + ToText(option.Values()[0]) + " to " + ToText(option.Values()[1]);
+    case OptionText:
+      return "text";
+    case OptionBoolean:
+      return "Boolean";
+    case OptionChoiceIndex:
+    case OptionChoiceText:
+      return "one of " + Join(option.Values());
+    default:
+      return "type " + Text(option.OType());
+  }
+}
+
+void StoreOption(PropertyBag& bag, const DriverClass& driver, const std::string& text, std::string& warning) {
+  const auto sign = text.find('=');
+  if (sign == std::string::npos || sign == 0)
+    throw UsageError("-o " + Printable(text) + ": an option has the form Key=Value");
+  const auto key = text.substr(0, sign);
+  const auto word = text.substr(sign + 1);
+
+  auto known = DescribedOptions(driver);
+  std::ranges::move(CommonOptions(driver), std::back_inserter(known));
+  std::string similar;
+  for (const auto& option : known) {
+    if (option.Name() == key) {
+      const auto value = ReadValue(option, word);
+      warning = RangeWarning(option, value);
+      return bag.WriteProperty(key, value);
+    }
+    if (Lower(option.Name()) == Lower(key)) similar = "; do you mean " + option.Name() + "?";
+  }
+  warning = "the driver " + std::string(driver.ProgID) + " knows no option " + Printable(key) + similar;
+  bag.WriteProperty(key, word);
+}
+
+}  // namespace ptzctl

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZOption.h"
+#include "contract/PropertyBag.h"
+
+namespace ptzctl {
+
+/// The driver class of a ProgID or of what follows its "QVPTZ.", in any case of letters. Raises `UsageError`.
+const ptzd::DriverClass& FindDriver(const std::string& name);
+
+/// The options that the driver describes.
+std::vector<ptzd::PTZOption> DescribedOptions(const ptzd::DriverClass& driver);
+/// The options that a driver reads besides, shared by many makes.
+std::vector<ptzd::PTZOption> CommonOptions(const ptzd::DriverClass& driver);
+
+/// "integer 0 to 10000", "text", "Boolean", "one of 2400, 4800".
+std::string KindText(const ptzd::PTZOption& option);
+
+/// Stores "Key=Value" with the type that the driver expects of the key; as text where it knows none of that
+/// name. `warning` then says so, and also of a number outside the range that the driver describes. Raises
+/// `UsageError` for a text of another form or a value of another kind.
+void StoreOption(ptzd::PropertyBag& bag, const ptzd::DriverClass& driver, const std::string& text,
+                 std::string& warning);
+
+}  // namespace ptzctl
