@@ -1,4 +1,4 @@
-// ptzsim: simulated cameras on loopback sockets, for whoever has no camera at hand.
+// ptzsim: simulated cameras on loopback sockets and pseudo-terminals, for whoever has no camera at hand.
 
 #include <unistd.h>
 #include <CLI/CLI.hpp>
@@ -19,6 +19,8 @@
 #include <vector>
 
 #include "simulators/Axis.h"
+#include "simulators/Pelco.h"
+#include "simulators/Secubest.h"
 
 namespace {
 
@@ -27,14 +29,18 @@ using namespace ptzsim;
 struct Settings {
   std::string Head;
   std::uint16_t Port = 0;
+  std::vector<int> Addresses = {1};
+  std::string Protocol = "both";
+  Terminal::Options SerialLine{};
 };
 
 /// A make at the shell: one line each.
 struct Make {
   const char* Name;
   const char* About;
-  std::vector<std::string> Heads;  ///< the first is the one meant when none is asked for
+  std::vector<std::string> Heads;  ///< the first is the one meant when none is asked for; none: one kind only
   std::function<std::unique_ptr<Simulator>(const Settings&)> Create;
+  Line On = Line::HTTP;
 };
 
 std::unique_ptr<Simulator> CreateAxis(const Settings& settings) {
@@ -48,11 +54,26 @@ std::unique_ptr<Simulator> CreateAxis(const Settings& settings) {
   return std::make_unique<Axis>(Axis::Options{.Heads = heads.at(settings.Head), .Port = settings.Port});
 }
 
+const std::map<std::string, PelcoProtocol> PelcoProtocols = {
+    {"d", PelcoProtocol::D}, {"p", PelcoProtocol::P}, {"both", PelcoProtocol::Both}};
+
+std::unique_ptr<Simulator> CreatePelco(const Settings& settings) {
+  return std::make_unique<Pelco>(Pelco::Options{.Addresses = settings.Addresses,
+                                                .Protocol = PelcoProtocols.at(settings.Protocol),
+                                                .Line = settings.SerialLine});
+}
+
+std::unique_ptr<Simulator> CreateSecubest(const Settings& settings) {
+  return std::make_unique<Secubest>(Secubest::Options{.Port = settings.Port});
+}
+
 const std::vector<Make> Makes = {
     {"axis",
      "Axis camera or video server (HTTP)",
      {"mechanical", "digital", "relative", "none", "multi"},
      CreateAxis},
+    {"pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)", {}, CreatePelco, Line::Terminal},
+    {"secubest", "Secubest unit (framed messages over raw TCP)", {}, CreateSecubest, Line::TCP},
 };
 
 constexpr char Footer[] =
@@ -63,6 +84,8 @@ constexpr char Footer[] =
     "      four cameras behind one address (camera=1 to 4); what came in is told as JSON at the end\n"
     "  ptzsim axis --fault next=2,at=query=position,delay=7000 --fault split=1\n"
     "      the next two position queries are answered late, and all replies leave byte by byte\n"
+    "  ptzsim pelco --addresses 1,2 --baud 2400 --line pelco-line\n"
+    "      two receivers on one line, to be opened as the serial port ./pelco-line\n"
     "\n"
     "Exit code: 0, or 1 when a request came that no such camera knows, or 2 when it could not start.\n"
     "\n"
@@ -129,12 +152,31 @@ void Serve(Simulator& simulator, bool untilEof) {
   loop.run();
 }
 
+void AddTerminalOptions(CLI::App& command, Settings& settings) {
+  command.add_option("--addresses", settings.Addresses, "Addresses of the receivers; 1 when not given")
+      ->delimiter(',')
+      ->check(CLI::Range(1, 255));
+  command.add_option("--protocol", settings.Protocol, "Protocol they understand; both when not given")
+      ->check(CLI::IsMember(PelcoProtocols));
+  command
+      .add_option("--baud", settings.SerialLine.Baud,
+                  "Speed they listen at; bytes at another one are a violation. When not given any will do")
+      ->check(CLI::IsMember({1200, 2400, 4800, 9600, 19200, 38400}));
+  command.add_option("--line", settings.SerialLine.Path,
+                     "Path of the symbolic link to the terminal; when not given one is made up");
+  command
+      .add_option("--paced", settings.SerialLine.PacedBaud, "Read no faster than bytes travel at this speed")
+      ->check(CLI::Range(1, 1000000));
+  command.add_flag("!--cooked", settings.SerialLine.Raw,
+                   "Begin with echo, line editing and translated line ends, as terminals are found");
+}
+
 int Run(int argc, char** argv) {
   CLI::App app(
-      "Simulated cameras on loopback sockets. Prints each address on a line of its own once it can be "
-      "reached, and serves until it is interrupted.");
+      "Simulated cameras on loopback sockets and pseudo-terminals. Prints each address on a line of its own "
+      "once it can be reached, and serves until it is interrupted.");
   app.require_subcommand(1);
-  app.footer(Footer + FaultHelp());
+  app.footer(Footer + FaultHelp(Line::HTTP));
   Settings settings;
   std::vector<std::string> faults;
   std::string user, password, logFile;
@@ -142,18 +184,26 @@ int Run(int argc, char** argv) {
   bool state = false, untilEof = false;
   for (const Make& make : Makes) {
     CLI::App* command = app.add_subcommand(make.Name, make.About);
-    command->footer(Footer + FaultHelp());
-    command->add_option("--head", settings.Head, "Kind of head; " + make.Heads.front() + " when not given")
-        ->check(CLI::IsMember(make.Heads));
-    command->add_option("--port", settings.Port,
-                        "Port on 127.0.0.1; when 0 or not given, one chosen by the system");
+    command->footer(Footer + FaultHelp(make.On));
+    if (!make.Heads.empty()) {
+      command->add_option("--head", settings.Head, "Kind of head; " + make.Heads.front() + " when not given")
+          ->check(CLI::IsMember(make.Heads));
+    }
+    if (make.On != Line::Terminal) {
+      command->add_option("--port", settings.Port,
+                          "Port on 127.0.0.1; when 0 or not given, one chosen by the system");
+    } else {
+      AddTerminalOptions(*command, settings);
+    }
     command->add_option("--fault", faults, "A fault as told below; may be given several times")
         ->allow_extra_args(false);
-    auto* withUser = command->add_option("--user", user, "Demand this user's credentials");
-    command->add_option("--password", password, "Password of that user")->needs(withUser);
-    command
-        ->add_option("--auth", scheme, "How the credentials are demanded: digest (when not given) or basic")
-        ->check(CLI::IsMember({"basic", "digest"}));
+    if (make.On == Line::HTTP) {
+      auto* withUser = command->add_option("--user", user, "Demand this user's credentials");
+      command->add_option("--password", password, "Password of that user")->needs(withUser);
+      command
+          ->add_option("--auth", scheme, "How the credentials are demanded: digest (when not given) or basic")
+          ->check(CLI::IsMember({"basic", "digest"}));
+    }
     command->add_flag("--state", state, "Print the state of the camera as JSON at the end");
     command->add_option(
         "--log", logFile,
@@ -168,7 +218,7 @@ int Run(int argc, char** argv) {
 
   const std::string chosen = app.get_subcommands().front()->get_name();
   const auto make = std::find_if(Makes.begin(), Makes.end(), [&](const Make& m) { return chosen == m.Name; });
-  if (settings.Head.empty()) settings.Head = make->Heads.front();
+  if (settings.Head.empty() && !make->Heads.empty()) settings.Head = make->Heads.front();
   std::unique_ptr<Simulator> simulator;
   try {
     simulator = make->Create(settings);

@@ -12,6 +12,11 @@ namespace {
 enum class Value { None, Number, OptionalNumber, OptionalText, Text };
 enum class Reach { Listener, Connection, Request };
 
+constexpr unsigned HTTPOnly = static_cast<unsigned>(Line::HTTP);
+constexpr unsigned Sockets = HTTPOnly | static_cast<unsigned>(Line::TCP);
+constexpr unsigned Bytes = static_cast<unsigned>(Line::TCP) | static_cast<unsigned>(Line::Terminal);
+constexpr unsigned Everywhere = HTTPOnly | Bytes;
+
 struct Entry {
   FaultKind Kind;
   std::string_view Name;
@@ -19,36 +24,43 @@ struct Entry {
   std::string_view Sample;
   Reach At;
   std::string_view Effect;
+  unsigned Lines = HTTPOnly;
 };
 
 using enum FaultKind;
 constexpr std::array Table{
-    Entry{Refuse, "refuse", Value::None, "", Reach::Listener, "connections are refused"},
+    Entry{Refuse, "refuse", Value::None, "", Reach::Listener,
+          "connections are refused, a serial line is not there", Everywhere},
     Entry{FullAcceptQueue, "full-accept-queue", Value::None, "", Reach::Listener,
-          "connecting takes for ever: the queue is full and nothing is accepted"},
+          "connecting takes for ever: the queue is full and nothing is accepted", Sockets},
     Entry{CloseOnAccept, "close-on-accept", Value::None, "", Reach::Connection,
-          "a connection is closed as soon as it is accepted, its request unread"},
-    Entry{DelayReply, "delay", Value::Number, "MS", Reach::Request, "the reply waits MS milliseconds"},
+          "a connection is closed as soon as it is accepted, its request unread", Sockets},
+    Entry{NeverRead, "never-read", Value::None, "", Reach::Listener,
+          "nothing that comes in is read, the line stays open and fills up", Bytes},
+    Entry{DelayReply, "delay", Value::Number, "MS", Reach::Request, "the reply waits MS milliseconds",
+          Everywhere},
     Entry{StaySilent, "silent", Value::None, "", Reach::Request,
-          "no reply ever comes, the connection stays open"},
+          "no reply ever comes, the connection stays open", Sockets},
     Entry{CloseBeforeReply, "close-before-reply", Value::None, "", Reach::Request,
-          "the request is read and acted on, then the connection closed without an answer"},
+          "the request is read and acted on, then the connection closed without an answer (a serial line "
+          "hangs up and is there again)",
+          Everywhere},
     Entry{CloseInMidReply, "close-mid-reply", Value::OptionalNumber, "BYTES", Reach::Request,
-          "closed after BYTES of the reply (half of it)"},
+          "closed after BYTES of the reply (half of it)", Sockets},
     Entry{ResetInMidReply, "reset-mid-reply", Value::OptionalNumber, "BYTES", Reach::Request,
-          "reset after BYTES of the reply (half of it)"},
+          "reset after BYTES of the reply (half of it)", Sockets},
     Entry{StallInMidBody, "stall-mid-body", Value::OptionalNumber, "BYTES", Reach::Request,
           "nothing follows after BYTES of the body (half of it), the connection stays open"},
     Entry{SplitReply, "split", Value::Number, "BYTES", Reach::Request,
-          "the reply leaves in separate writes of BYTES each"},
+          "the reply leaves in separate writes of BYTES each", Everywhere},
     Entry{PauseBetweenPieces, "pause", Value::Number, "MS", Reach::Request,
-          "with split: MS milliseconds between the writes"},
+          "with split: MS milliseconds between the writes", Everywhere},
     Entry{GarbageBeforeReply, "garbage", Value::OptionalText, "TEXT", Reach::Request,
-          "TEXT (\"!?garbage\" and a line end) comes before the reply"},
+          "TEXT (\"!?garbage\" and a line end) comes before the reply", Everywhere},
     Entry{CloseAfterReply, "close-after-reply", Value::None, "", Reach::Request,
-          "a connection promised to stay is closed right after the reply"},
+          "a connection promised to stay is closed right after the reply", Sockets},
     Entry{CloseOnReuse, "close-on-reuse", Value::None, "", Reach::Request,
-          "a kept connection is closed without an answer when its next request arrives"},
+          "a kept connection is closed without an answer when its next request arrives", Sockets},
     Entry{WrongStatus, "status", Value::Text, "\"CODE REASON\"", Reach::Request,
           "the status line carries this status, all else is as usual"},
     Entry{NoReason, "no-reason", Value::None, "", Reach::Request, "the status line ends after the code"},
@@ -95,6 +107,8 @@ std::int64_t ParseCount(std::string_view what, std::string_view text) {
   }
   return number;
 }
+
+bool Knows(const Entry& entry, Line line) { return entry.Lines & static_cast<unsigned>(line); }
 
 void Check(const Fault& fault) {
   const Entry& entry = EntryOf(fault.Kind);
@@ -167,9 +181,10 @@ Fault ParseFault(std::string_view text) {
   return fault;
 }
 
-std::string FaultHelp() {
+std::string FaultHelp(Line line) {
   std::string help;
   for (const auto& entry : Table) {
+    if (!Knows(entry, line)) continue;
     std::string form(entry.Name);
     if (entry.Takes == Value::OptionalNumber || entry.Takes == Value::OptionalText) {
       form += "[=" + std::string(entry.Sample) + "]";
@@ -199,6 +214,9 @@ void FaultSwitches::Set(Fault fault) {
   Check(fault);
   {
     const std::lock_guard lock(Mutex_);
+    const Entry& entry = EntryOf(fault.Kind);
+    if (!Knows(entry, Line_))
+      throw std::invalid_argument(std::string(entry.Name) + ": has no meaning on this kind of line");
     Faults_.push_back(std::move(fault));
   }
   Changed();
@@ -223,6 +241,11 @@ void FaultSwitches::Clear(FaultKind kind) {
 bool FaultSwitches::IsSet(FaultKind kind) const {
   const std::lock_guard lock(Mutex_);
   return std::any_of(Faults_.begin(), Faults_.end(), [&](const Fault& fault) { return fault.Kind == kind; });
+}
+
+void FaultSwitches::Serve(Line line) {
+  const std::lock_guard lock(Mutex_);
+  Line_ = line;
 }
 
 FaultSet FaultSwitches::TakeForRequest(std::string_view target) {

@@ -21,6 +21,8 @@ enum class FaultKind {
   FullAcceptQueue,
   // A new connection.
   CloseOnAccept,
+  // What the other side sends, from the moment the switch is set until it is cleared.
+  NeverRead,
   // The bytes of a reply, on any kind of line.
   DelayReply,
   StaySilent,
@@ -53,6 +55,9 @@ enum class FaultKind {
   DigestStale,
 };
 
+/// What a device hangs on. A fault that means nothing there is refused.
+enum class Line : unsigned { HTTP = 1, TCP = 2, Terminal = 4 };
+
 struct Fault {
   FaultKind Kind;
   std::int64_t Number = Unset;  ///< for kinds that take a number
@@ -67,8 +72,8 @@ struct Fault {
 /// the end of the text. Throws std::invalid_argument with a message that names what is wrong.
 Fault ParseFault(std::string_view text);
 
-/// One line per fault: name, value, effect.
-std::string FaultHelp();
+/// One line per fault of that kind of line: name, value, effect.
+std::string FaultHelp(Line line);
 
 /// The faults a reply has been dealt.
 class FaultSet {
@@ -89,7 +94,8 @@ class FaultSet {
 class FaultSwitches {
  public:
   /// Adds a fault; when the call returns it is in force. Different kinds add up. Of several of one kind the
-  /// first that fits a request serves it. Throws std::invalid_argument for a combination that cannot be.
+  /// first that fits a request serves it. Throws std::invalid_argument for a combination that cannot be and
+  /// for a fault that the device's kind of line does not know.
   void Set(Fault fault);
   void Set(std::string_view text) { Set(ParseFault(text)); }
   void Clear();
@@ -97,6 +103,8 @@ class FaultSwitches {
 
   bool IsSet(FaultKind kind) const;
 
+  /// For servers: what they serve; HTTP unless told otherwise.
+  void Serve(Line line);
   /// For servers: the faults for a request to `target`, each counted off by one.
   FaultSet TakeForRequest(std::string_view target);
   /// For servers: whether a new connection is to be closed at once, counted off by one.
@@ -110,6 +118,7 @@ class FaultSwitches {
   void Changed();
 
   mutable std::mutex Mutex_;
+  Line Line_ = Line::HTTP;
   std::vector<Fault> Faults_;
   std::mutex WatchersMutex_;
   std::map<int, std::function<void()>> Watchers_;

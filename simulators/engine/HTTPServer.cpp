@@ -1,6 +1,5 @@
 #include "simulators/engine/HTTPServer.h"
 
-#include <sys/socket.h>
 #include <algorithm>
 #include <array>
 #include <boost/asio/ip/tcp.hpp>
@@ -11,9 +10,9 @@
 #include <cstdlib>
 #include <map>
 #include <optional>
-#include <stdexcept>
 
 #include "simulators/engine/Authentication.h"
+#include "simulators/engine/Listener.h"
 #include "simulators/engine/Loop.h"
 #include "simulators/engine/Playback.h"
 
@@ -125,28 +124,6 @@ Serialised Serialise(const HTTPReply& reply, const std::string& version, const R
   return out;
 }
 
-// Asio's own sockets are inherited by programs that a test starts, which then hold ports and connections that
-// are closed here; so they are made here and told otherwise from the start.
-template <class Socket>
-void OpenSocket(Socket& socket) {
-  const int handle = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (handle < 0) throw std::runtime_error("no socket can be opened");
-  socket.assign(tcp::v4(), handle);
-}
-
-bool AcceptSocket(tcp::acceptor& acceptor, tcp::socket& socket) {
-  const int handle = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
-  if (handle >= 0) socket.assign(tcp::v4(), handle);
-  return handle >= 0;
-}
-
-void Bind(tcp::acceptor& acceptor, std::uint16_t port, error_code& error) {
-  OpenSocket(acceptor);
-  acceptor.native_non_blocking(true);
-  acceptor.set_option(tcp::acceptor::reuse_address(true));
-  acceptor.bind({asio::ip::address_v4::loopback(), port}, error);
-}
-
 }  // namespace
 
 HTTPReply HTTPReply::Text(std::string body, std::string type) {
@@ -158,34 +135,26 @@ class HTTPServer::Implementation {
   Implementation(Handler handler, Options options, RequestLog& log, FaultSwitches& faults);
   ~Implementation();
 
-  std::uint16_t Port() const { return Port_; }
+  std::uint16_t Port() const { return Listener_->Port(); }
 
   RequestLog& Log_;
   FaultSwitches& Faults_;
 
  private:
   class Connection;
-  enum class Mode { Closed, Accepting, Refusing, FullQueue };
 
-  void ApplyListenerFaults();
-  void Listen(Mode mode);
-  void Accept();
+  void Accepted(tcp::socket socket);
+  void CloseAll();
   HTTPReply Answer(const Request& request, const FaultSet& faults);
 
   Handler Handler_;
   Options Options_;
   Authentication Authentication_;
   bool CookieSet_ = false;
-  Mode Mode_ = Mode::Closed;
-  std::uint16_t Port_ = 0;
-  int Watcher_ = 0;
   std::map<int, std::weak_ptr<Connection>> Connections_;
   // The loop ends before all that its handlers reach, and its sockets before the loop.
   Loop Loop_;
-  // Bound all the time and never listening, so that nobody else gets the port while the listener is closed.
-  tcp::acceptor Reservation_{Loop_.Context()};
-  tcp::acceptor Acceptor_{Loop_.Context()};
-  tcp::socket Filler_{Loop_.Context()};
+  std::optional<Listener> Listener_;
 };
 
 class HTTPServer::Implementation::Connection : public std::enable_shared_from_this<Connection> {
@@ -314,78 +283,29 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
 
 HTTPServer::Implementation::Implementation(Handler handler, Options options, RequestLog& log,
                                            FaultSwitches& faults)
-    : Log_(log),
-      Faults_(faults),
-      Handler_(std::move(handler)),
-      Options_(std::move(options)),
-      Port_(Options_.Port) {
-  const auto apply = [this] { Loop_.Run([this] { ApplyListenerFaults(); }); };
-  Loop_.Run([this] { Listen(Mode::Accepting); });
-  Watcher_ = Faults_.Watch(apply);
-  apply();
+    : Log_(log), Faults_(faults), Handler_(std::move(handler)), Options_(std::move(options)) {
+  Listener_.emplace(
+      Loop_, Options_.Port, Faults_, [this](tcp::socket socket) { Accepted(std::move(socket)); },
+      [this] { CloseAll(); });
 }
 
 HTTPServer::Implementation::~Implementation() {
-  Faults_.Forget(Watcher_);
-  Loop_.Run([this] {
-    const auto connections = Connections_;
-    for (const auto& [number, connection] : connections) {
-      if (const auto open = connection.lock()) open->Close();
-    }
-  });
+  Listener_.reset();
+  Loop_.Run([this] { CloseAll(); });
   Loop_.Stop();
 }
 
-void HTTPServer::Implementation::ApplyListenerFaults() {
-  const Mode wanted = Faults_.IsSet(FaultKind::Refuse)            ? Mode::Refusing
-                      : Faults_.IsSet(FaultKind::FullAcceptQueue) ? Mode::FullQueue
-                                                                  : Mode::Accepting;
-  if (wanted == Mode_) return;
+void HTTPServer::Implementation::Accepted(tcp::socket socket) {
+  const auto connection = std::make_shared<Connection>(*this, std::move(socket));
+  Connections_[connection->Number()] = connection;
+  Faults_.TakeForConnection() ? connection->Close() : connection->Start();
+}
+
+void HTTPServer::Implementation::CloseAll() {
   const auto connections = Connections_;
   for (const auto& [number, connection] : connections) {
     if (const auto open = connection.lock()) open->Close();
   }
-  Listen(wanted);
-}
-
-void HTTPServer::Implementation::Listen(Mode mode) {
-  error_code ignored;
-  // Shut down first: a child process being forked just now would keep a merely closed socket listening.
-  if (Acceptor_.is_open()) ::shutdown(Acceptor_.native_handle(), SHUT_RDWR);
-  Acceptor_.close(ignored);
-  Filler_.close(ignored);
-  Mode_ = Mode::Closed;
-
-  error_code error;
-  if (!Reservation_.is_open()) {
-    Bind(Reservation_, Port_, error);
-    if (!error) Port_ = Reservation_.local_endpoint().port();
-  }
-  if (!error && mode != Mode::Refusing) Bind(Acceptor_, Port_, error);
-  // A backlog of 0 still holds one connection, which will be ours; the next one finds the queue full.
-  const int backlog = mode == Mode::Accepting ? tcp::acceptor::max_listen_connections : 0;
-  if (!error && mode != Mode::Refusing) Acceptor_.listen(backlog, error);
-  if (error)
-    throw std::runtime_error("port " + std::to_string(Port_) + " cannot be served: " + error.message());
-  Mode_ = mode;
-  if (mode == Mode::Accepting) Accept();
-  if (mode == Mode::FullQueue) {
-    OpenSocket(Filler_);
-    Filler_.connect(Acceptor_.local_endpoint());
-  }
-}
-
-void HTTPServer::Implementation::Accept() {
-  Acceptor_.async_wait(tcp::acceptor::wait_read, [this](const error_code& error) {
-    if (error || Mode_ != Mode::Accepting) return;
-    tcp::socket socket(Loop_.Context());
-    if (AcceptSocket(Acceptor_, socket)) {
-      const auto connection = std::make_shared<Connection>(*this, std::move(socket));
-      Connections_[connection->Number()] = connection;
-      Faults_.TakeForConnection() ? connection->Close() : connection->Start();
-    }
-    Accept();
-  });
 }
 
 HTTPReply HTTPServer::Implementation::Answer(const Request& request, const FaultSet& faults) {

@@ -125,6 +125,8 @@ nlohmann::json RequestLog::JSON() const {
       }
       entry["body"] = BytesAsText(request.Body);
       entry["status"] = request.Status;
+    } else if (!request.Target.empty()) {
+      entry["target"] = request.Target;
     }
     if (!request.Violation.empty()) entry["violation"] = BytesAsText(request.Violation);
     requests.push_back(std::move(entry));

@@ -13,7 +13,8 @@
 
 namespace ptzsim {
 
-/// One request as it arrived. On lines without HTTP only `Raw` and what stands above it are filled.
+/// One request as it arrived. On lines of bare bytes only `Raw` and what stands above it are filled, and
+/// `Target` with what the message means in words.
 struct Request {
   std::size_t Order = 0;             ///< 0, 1, 2, ... in the order of arrival
   std::chrono::milliseconds Time{};  ///< since the log was made

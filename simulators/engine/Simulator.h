@@ -35,9 +35,9 @@
 //       HTTPServer Server_;
 //     };
 //
-// Faults, log and clock do not know about HTTP. A server for another kind of line takes `RequestLog&` and
-// `FaultSwitches&` as `HTTPServer` does, asks `TakeForRequest` for each message, turns the answer into steps
-// with `PlanReply` and lets `Playback` play them over its Asio stream on a `Loop`.
+// Makes that do not speak HTTP give a `MessageHandler` to a `TCPServer` or a `Terminal` in place of the
+// handler of an `HTTPServer`: it takes one message after the other off the bytes that came. Faults, log and
+// clock are the same.
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
