@@ -56,7 +56,8 @@ using InternetStatusCallback = void (*)(Internet& internet, InternetHandle handl
 /// another library. Text is UTF-8 and meets the system's ANSI code page inside. A call that fails answers 0,
 /// False or nothing and leaves the reason in `LastError`; a call that succeeds leaves 0 there.
 ///
-/// Handles of one session are used by one thread at a time. Closing a session ends its requests.
+/// Handles of one session are used by one thread at a time. Closing a session ends its blocking requests;
+/// what was sent asynchronously still goes out, and each such request is still told complete.
 class Internet {
  public:
   virtual ~Internet() = default;

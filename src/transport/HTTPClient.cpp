@@ -11,9 +11,9 @@
 #include "common/Logging.h"
 #include "common/Numbers.h"
 #include "platform/CodePages.h"
+#include "platform/RequestText.h"
 #include "transport/HTTP.h"
 #include "transport/HTTPClientHelper.h"
-#include "transport/Split2DModule.h"
 #include "transport/StringEncoding.h"
 
 namespace ptzd {
@@ -35,14 +35,6 @@ enum HTTPError : std::int32_t {
 /// Errors of the client name no source.
 [[noreturn]] void Fail(std::int32_t number, std::string description) {
   throw Error(number, std::move(description), "");
-}
-
-bool HasLineBreakOrNul(std::string_view text) {
-  return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
-}
-
-bool HeaderLinesAreClean(std::string_view headers) {
-  return headers.empty() || std::ranges::none_of(Split(headers, "\r\n"), HasLineBreakOrNul);
 }
 
 }  // namespace
@@ -132,7 +124,7 @@ HTTPClient::Target HTTPClient::Aim(const std::string& address, const std::string
   target.AuthFlag = target.UserName.empty() && target.Password.empty() ? InternetFlagNoAuth : 0;
   target.Clean = !HasLineBreakOrNul(address) && !HasLineBreakOrNul(target.UserName) &&
                  !HasLineBreakOrNul(target.Password) && !HasLineBreakOrNul(AgentText_) &&
-                 HeaderLinesAreClean(sendHeaders);
+                 AreHeaderLines(sendHeaders);
   return target;
 }
 

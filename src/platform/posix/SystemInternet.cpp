@@ -11,6 +11,7 @@
 
 #include "platform/CodePages.h"
 #include "platform/Internet.h"
+#include "platform/RequestText.h"
 #include "platform/posix/SystemInternetErrors.h"
 #include "platform/posix/SystemInternetHandles.h"
 #include "platform/posix/SystemInternetLoop.h"
@@ -40,20 +41,6 @@ std::string AnsiText(std::string text) {
   if (std::ranges::all_of(text, isAscii)) return text;
   const auto bytes = TextToCodePage(text, AnsiCodePage());
   return {bytes.begin(), bytes.end()};
-}
-
-bool HasLineBreakOrNul(std::string_view text) {
-  return std::ranges::any_of(text, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
-}
-
-/// Header lines are separated by CR LF; any other CR, LF or NUL would let a value pass for a line.
-bool AreHeaderLines(std::string_view headers) {
-  while (!headers.empty()) {
-    const auto line = headers.substr(0, headers.find("\r\n"));
-    if (HasLineBreakOrNul(line)) return false;
-    headers.remove_prefix(std::min(line.size() + 2, headers.size()));
-  }
-  return true;
 }
 
 /// False for what would end the host within a URL, or is none.

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <algorithm>
+#include <string_view>
+
+namespace ptzd {
+
+/// A CR, LF or NUL in a part of a request would end its line early and let what follows pass for another
+/// line.
+inline bool HasLineBreakOrNul(std::string_view text) {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+}
+
+/// Header lines are separated by CR LF and hold no other CR, LF or NUL.
+inline bool AreHeaderLines(std::string_view headers) {
+  while (!headers.empty()) {
+    const auto line = headers.substr(0, headers.find("\r\n"));
+    if (HasLineBreakOrNul(line)) return false;
+    headers.remove_prefix(std::min(line.size() + 2, headers.size()));
+  }
+  return true;
+}
+
+}  // namespace ptzd
