@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-/// What everything is measured against: one libcurl easy handle, reused, that fetches a URL into memory. It sends
-/// the same bytes as the library does.
+/// What everything is measured against: one libcurl easy handle, reused, that fetches a URL into memory. It
+/// sends the same bytes as the library does.
 class BareCurl {
  public:
   BareCurl() : Handle_(curl_easy_init(), curl_easy_cleanup) {

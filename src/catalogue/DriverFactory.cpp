@@ -6,6 +6,11 @@
 #include "catalogue/PTZDrivers.h"
 #include "common/Error.h"
 #include "drivers/Axis.h"
+#include "drivers/Pelco.h"
+#include "drivers/Quorvane.h"
+#include "drivers/Secubest.h"
+#include "drivers/Sony.h"
+#include "drivers/Vivotek.h"
 
 namespace ptzd {
 
@@ -18,9 +23,16 @@ constexpr DriverClass Row(std::string_view progID) {
           }};
 }
 
+// clang-format off
 constexpr DriverClass Classes[] = {
     Row<Axis>("QVPTZ.Axis"),
+    Row<Pelco>("QVPTZ.Pelco"),
+    Row<Quorvane>("QVPTZ.Quorvane"),
+    Row<Secubest>("QVPTZ.Secubest"),
+    Row<Sony>("QVPTZ.Sony"),
+    Row<Vivotek>("QVPTZ.Vivotek"),
 };
+// clang-format on
 
 bool SameProgID(std::string_view a, std::string_view b) {
   const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };

@@ -32,6 +32,10 @@ struct DriverData {
   MemberRule Home = MemberRule::Nothing;
   bool DisconnectAnswersTrue = true;  ///< else an empty variant
   bool ReadsPosition = false;         ///< asks the camera where it is; else `Pan` and `Tilt` are estimates
+  /// Without a line to write to, `Disconnect` and the members that need no connection raise 91.
+  bool NeedsLine = false;
+  /// Before the first `Connect`, successful or not, the members that need no connection raise 91.
+  bool NeedsOptions = false;
 
   struct Failure {
     PTZErrors Number;

@@ -1,12 +1,31 @@
 #include "contract/HTTPDriver.h"
 
+#include <algorithm>
+
 #include "common/Error.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
+#include "contract/PTZErrors.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"
 
 namespace ptzd {
+
+HTTPStatus StatusOf(const HTTPClient& client) {
+  auto line = client.GetHeader();
+  line.resize(std::min(line.find("\r\n"), line.size()));
+  const std::span bytes(reinterpret_cast<const std::uint8_t*>(line.data()), line.size());
+  const auto text = DecodeBytes(bytes, AnsiCodePage());
+  const auto blank = text.find(' ');
+  if (blank == std::string::npos) return {};
+  auto status = text.substr(blank + 1);
+  return {status.substr(0, status.find(' ')), status};
+}
+
+void RequireStatusOK(const HTTPClient& client) {
+  const auto status = StatusOf(client);
+  if (status.Code != "200") Raise(PTZErrorConnectionFailed, "Received HTTP error " + status.Text);
+}
 
 HTTPDriver::HTTPDriver(const Platform& platform, const RequestStyle& style)
     : Client_(*platform.internet), Style_(style), Clock_(*platform.clock) {}

@@ -22,6 +22,16 @@ struct RequestStyle {
   bool (*Accepts)(const HTTPClient& client, std::string_view reply) = nullptr;
 };
 
+/// The status line of a client's last blocking request, such as "HTTP/1.1 404 Not Found".
+struct HTTPStatus {
+  std::string Code;  ///< its second blank-separated word, "404"; empty where there is none
+  std::string Text;  ///< what follows its first blank, "404 Not Found"
+};
+HTTPStatus StatusOf(const HTTPClient& client);
+
+/// Raises 17001 "Received HTTP error 404 Not Found" unless the last reply's code is 200.
+void RequireStatusOK(const HTTPClient& client);
+
 /// What the HTTP drivers share: the options, the client and the request routine. Its members are a driver's
 /// own; hosts never see them.
 class HTTPDriver {

@@ -1,6 +1,7 @@
 #include "contract/PropertyBag.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <limits>
 
@@ -10,6 +11,8 @@
 namespace ptzd {
 
 namespace {
+
+std::atomic<ForeignContentsOpener> OpenForeign{nullptr};
 
 constexpr std::uint8_t Magic[] = {'P', 'T', 'Z', 'B'};
 
@@ -103,10 +106,13 @@ auto Converted(std::string_view name, const Convert& convert) {
 
 }  // namespace
 
-const Variant* PropertyBag::Find(std::string_view name) const {
+void SetForeignContentsOpener(ForeignContentsOpener opener) { OpenForeign = opener; }
+
+std::optional<Variant> PropertyBag::Find(std::string_view name) const {
   const auto found =
       std::ranges::find(Values_, name, [](const auto& entry) { return std::string_view(entry.first); });
-  return found == Values_.end() ? nullptr : &found->second;
+  if (found != Values_.end()) return found->second;
+  return Foreign_ ? Foreign_->Read(name) : std::nullopt;
 }
 
 void PropertyBag::WriteProperty(const std::string& name, Variant value) {
@@ -120,36 +126,38 @@ void PropertyBag::WriteProperty(const std::string& name, Variant value) {
 }
 
 Variant PropertyBag::ReadProperty(std::string_view name, const Variant& defaultValue) const {
-  const auto* value = Find(name);
+  const auto value = Find(name);
   return value ? *value : defaultValue;
 }
 
 std::string PropertyBag::Text(std::string_view name, std::string defaultValue) const {
-  const auto* value = Find(name);
+  const auto value = Find(name);
   return value ? Converted(name, [&] { return ToText(*value); }) : std::move(defaultValue);
 }
 
 std::int32_t PropertyBag::Long(std::string_view name, std::int32_t defaultValue) const {
-  const auto* value = Find(name);
+  const auto value = Find(name);
   return value ? Converted(name, [&] { return ToInt32(*value); }) : defaultValue;
 }
 
 std::int16_t PropertyBag::Integer(std::string_view name, std::int16_t defaultValue) const {
-  const auto* value = Find(name);
+  const auto value = Find(name);
   return value ? Converted(name, [&] { return ToInt16(*value); }) : defaultValue;
 }
 
 float PropertyBag::Single(std::string_view name, float defaultValue) const {
-  const auto* value = Find(name);
+  const auto value = Find(name);
   return value ? Converted(name, [&] { return ToSingle(ToDouble(*value)); }) : defaultValue;
 }
 
 bool PropertyBag::Boolean(std::string_view name, bool defaultValue) const {
-  const auto* value = Find(name);
+  const auto value = Find(name);
   return value ? Converted(name, [&] { return ToBoolean(*value); }) : defaultValue;
 }
 
 Bytes PropertyBag::Contents() const {
+  if (Foreign_)
+    throw Error(ErrorInvalidCall, "The values cannot be listed: they came from another kind of property bag");
   if (Values_.size() > std::numeric_limits<std::uint16_t>::max()) Raise(ErrorOverflow);
   Writer writer;
   for (const auto byte : Magic) writer.Number(byte);
@@ -163,8 +171,14 @@ Bytes PropertyBag::Contents() const {
 }
 
 void PropertyBag::Contents(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() < sizeof Magic || !std::ranges::equal(bytes.first(sizeof Magic), Magic))
-    RaiseUnreadable("they do not begin as the contents of a property bag do");
+  if (bytes.size() < sizeof Magic || !std::ranges::equal(bytes.first(sizeof Magic), Magic)) {
+    const auto open = OpenForeign.load();
+    std::shared_ptr<const ForeignContents> foreign = open ? open(bytes) : nullptr;
+    if (!foreign) RaiseUnreadable("they do not begin as the contents of a property bag do");
+    Foreign_ = std::move(foreign);
+    Values_.clear();
+    return;
+  }
   Reader reader(bytes.subspan(sizeof Magic));
   const auto version = reader.Number<std::uint16_t>();
   if (version != FormatVersion)
@@ -178,6 +192,7 @@ void PropertyBag::Contents(std::span<const std::uint8_t> bytes) {
   }
   if (!reader.AtEnd()) RaiseUnreadable("bytes follow the last value");
   Values_ = std::move(values);
+  Foreign_ = nullptr;
 }
 
 }  // namespace ptzd

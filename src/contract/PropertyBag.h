@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,6 +12,22 @@
 #include "common/Variant.h"
 
 namespace ptzd {
+
+/// Contents that another kind of property bag wrote. Only that kind can read them, a value at a time.
+class ForeignContents {
+ public:
+  virtual ~ForeignContents() = default;
+  /// The value of a name, nothing where there is none. Raises 13 for a value of a kind that no option has.
+  virtual std::optional<Variant> Read(std::string_view name) const = 0;
+};
+
+/// Opens such contents: null where the system has no such kind of bag. What it raises passes on to whoever
+/// assigned the contents.
+using ForeignContentsOpener = std::unique_ptr<const ForeignContents> (*)(std::span<const std::uint8_t> bytes);
+
+/// Sets what is asked about contents that do not begin as ours do; nothing is until then. Safe to call from
+/// any thread.
+void SetForeignContentsOpener(ForeignContentsOpener opener);
 
 /// Named values: the connection options that a host hands to `Connect` as `Contents`. Names compare exactly.
 ///
@@ -34,17 +52,20 @@ class PropertyBag {
   float Single(std::string_view name, float defaultValue) const;
   bool Boolean(std::string_view name, bool defaultValue) const;
 
+  /// Raises 5 where the values came in foreign contents, which cannot be listed.
   Bytes Contents() const;
   /// Replaces all values. Raises 5 with a description of what is wrong, and changes nothing, for bytes that
-  /// are no contents of a property bag or of another format version.
+  /// are no contents of a property bag, neither ours nor foreign ones, or of another format version.
   void Contents(std::span<const std::uint8_t> bytes);
 
+  /// What was written or came in contents of ours.
   const std::vector<std::pair<std::string, Variant>>& Values() const { return Values_; }
 
  private:
-  const Variant* Find(std::string_view name) const;
+  std::optional<Variant> Find(std::string_view name) const;
 
   std::vector<std::pair<std::string, Variant>> Values_;  // few, so a search is a walk
+  std::shared_ptr<const ForeignContents> Foreign_;       // asked for what is not among them
 };
 
 }  // namespace ptzd

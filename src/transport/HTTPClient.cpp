@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <utility>
 
@@ -14,6 +12,7 @@
 #include "platform/RequestText.h"
 #include "transport/HTTP.h"
 #include "transport/HTTPClientHelper.h"
+#include "transport/HTTPExchange.h"
 #include "transport/StringEncoding.h"
 
 namespace ptzd {
@@ -24,19 +23,6 @@ constexpr const char* DefaultAgent = "Qelto HTTP Client Object";
 constexpr std::size_t HeaderBufferSize = 2048;
 constexpr std::size_t LastResponseSize = 1024;
 
-enum HTTPError : std::int32_t {
-  NoSession = 13101,
-  NoRequest = 13102,
-  NoServer = 13104,
-  BrokenOff = 13106,
-  Cancelled = 13107,
-};
-
-/// Errors of the client name no source.
-[[noreturn]] void Fail(std::int32_t number, std::string description) {
-  throw Error(number, std::move(description), "");
-}
-
 }  // namespace
 
 /// Where a request goes, and with whose credentials.
@@ -45,22 +31,6 @@ struct HTTPClient::Target {
   std::string UserName, Password;
   std::uint32_t AuthFlag;
   bool Clean;  ///< nothing in it could end a line of the request early
-};
-
-/// A request and its connection, closed request first.
-struct HTTPClient::Exchange {
-  explicit Exchange(ptzd::Internet& layer) : Layer(layer) {}
-  ~Exchange() {
-    if (Request != 0) Layer.CloseHandle(Request);
-    if (Connection != 0) Layer.CloseHandle(Connection);
-  }
-  Exchange(const Exchange&) = delete;
-  Exchange& operator=(const Exchange&) = delete;
-
-  ptzd::Internet& Layer;
-  InternetHandle Connection = 0;
-  InternetHandle Request = 0;
-  std::int32_t ContentLength = -1;  ///< -1: not announced
 };
 
 class HTTPClient::WorkingScope {
@@ -206,43 +176,6 @@ void HTTPClient::ReceiveBody(Exchange& exchange, Variant& body) const {
     ReportProgress(static_cast<std::int64_t>(std::get<Bytes>(body).size()), exchange);
   }
   LogMessage("Got data (0)");  // a total that nothing ever sets
-}
-
-void HTTPClient::DownloadResource(const std::string& address, const std::string& fileName,
-                                  const std::string& sendHeaders, const std::string& postData) {
-  const std::filesystem::path path(std::u8string(fileName.begin(), fileName.end()));
-  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-  if (!file) file.open(path, std::ios::out | std::ios::binary);
-  const auto checkFile = [&] {
-    if (!file) throw Error(ErrorPathAccess, RunTimeErrorText(ErrorPathAccess) + ": " + fileName, "");
-  };
-  checkFile();
-
-  Perform(address, sendHeaders, postData, [&](Exchange& exchange) {
-    // Less strict than a body in memory: a failed query counts as the end, and no left-over error is looked
-    // at.
-    std::int64_t written = 0, size = static_cast<std::int64_t>(std::filesystem::file_size(path));
-    for (std::uint32_t available = 0;;) {
-      if (!Internet_.QueryDataAvailable(exchange.Request, available)) available = 0;
-      if (available == 0) break;
-      Bytes chunk(available);
-      std::uint32_t length = 0;
-      if (!Internet_.Read(exchange.Request, chunk, length))
-        Fail(BrokenOff, "Disconnected while recieving data");
-      LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
-      file.write(reinterpret_cast<const char*>(chunk.data()), length);
-      checkFile();
-      written += length;
-      size = std::max(size, written);
-      ReportProgress(size, exchange);
-    }
-    LogMessage("Got data (0)");
-    file.flush();
-    checkFile();
-    CaptureHeaders(exchange.Request);
-    if (BodyFollows() && size < exchange.ContentLength) Fail(BrokenOff, "Download file truncated");
-  });
-  LogMessage("Got all data");
 }
 
 void HTTPClient::ReportProgress(std::int64_t received, const Exchange& exchange) const {

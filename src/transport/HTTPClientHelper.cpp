@@ -1,7 +1,7 @@
 #include "transport/HTTPClientHelper.h"
 
 #include <atomic>
-#include <sstream>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -54,9 +54,7 @@ AsyncHandleCollection& AsyncHandles() {
 }
 
 std::string CurrentThreadText() {
-  std::ostringstream text;
-  text << std::this_thread::get_id();
-  return text.str();
+  return std::to_string(std::hash<std::thread::id>()(std::this_thread::get_id()));
 }
 
 void HttpStatusCallback(Internet& internet, InternetHandle handle, std::uintptr_t context,

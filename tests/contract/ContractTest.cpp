@@ -11,13 +11,19 @@
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"
+#include "support/FakeSerialPort.h"
+#include "support/FakeSocket.h"
 
 namespace ptzd {
+
+void PrintTo(const DriverClass& driver, std::ostream* out) { *out << driver.ProgID; }
+
 namespace {
 
 using test::ErrorOf;
 using test::FakeClock;
 using test::FakeInternet;
+using test::NumberOf;
 
 // Hosts hold these numbers in compiled code.
 static_assert(CapabilityFullZoom == 132 && (CapabilityFullZoom & CapabilityZoom) != 0);
@@ -56,8 +62,10 @@ TEST(PTZOption, InitOnce) {
 class EveryDriver : public testing::TestWithParam<DriverClass> {
  protected:
   void SetUp() override {
-    Driver = GetParam().Create({.internet = &Internet, .clock = &Clock});
+    Driver = GetParam().Create({.internet = &Internet, .clock = &Clock, .sockets = &Sockets});
     Internet.Answer = [](const auto&) { return test::FakeReply{.Answers = false}; };
+    Sockets.ConnectError = 10061;
+    Ports.Line.Plugged = false;
   }
 
   struct BooleanMember {
@@ -80,10 +88,23 @@ class EveryDriver : public testing::TestWithParam<DriverClass> {
     };
   }
 
+  /// What a member that needs no connection raises while there is none.
+  std::int32_t ErrorWithoutConnection() const {
+    const auto& data = *GetParam().Data;
+    return data.NeedsLine || (data.NeedsOptions && !HasBeenConnected) ? ErrorObjectNotSet : 0;
+  }
+
   void AnswersAsWhileNotConnected() {
     EXPECT_FALSE(Driver->Connected());
-    for (const auto& [name, rule, call] : BooleanMembers())
-      EXPECT_EQ(call(*Driver), rule == MemberRule::True) << name;
+    for (const auto& [name, rule, call] : BooleanMembers()) {
+      bool answer = false;
+      const bool ungated =
+          rule == MemberRule::Outcome || rule == MemberRule::True || rule == MemberRule::False;
+      EXPECT_EQ(NumberOf([&, member = call] { answer = member(*Driver); }),
+                ungated ? ErrorWithoutConnection() : 0)
+          << name;
+      EXPECT_EQ(answer, rule == MemberRule::True && !GetParam().Data->NeedsLine) << name;
+    }
     EXPECT_NO_THROW(Driver->Pan());
     EXPECT_NO_THROW(Driver->Tilt());
     EXPECT_NO_THROW(Driver->SetPanTilt(1, 2));
@@ -96,19 +117,25 @@ class EveryDriver : public testing::TestWithParam<DriverClass> {
       EXPECT_EQ(device2->Capabilities(), Driver->Capabilities());
     }
     if (auto* continuous = dynamic_cast<PTZContinuousControl*>(Driver.get())) {
-      continuous->ContinuousMove(1, 1);
-      continuous->StopContinuous();
+      EXPECT_EQ(NumberOf([&] { continuous->ContinuousMove(1, 1); }), ErrorWithoutConnection());
+      EXPECT_EQ(NumberOf([&] { continuous->StopContinuous(); }), ErrorWithoutConnection());
     }
   }
 
   FakeInternet Internet;
   FakeClock Clock;
+  test::FakeSockets Sockets{Clock};
+  test::FakeSerialPorts Ports{Clock};
   std::unique_ptr<PTZDevice> Driver;
+  bool HasBeenConnected = false;  // or was tried to
 };
 
 TEST_P(EveryDriver, AnswersAsItsDataSaysWhileNotConnected) {
   AnswersAsWhileNotConnected();
-  EXPECT_EQ(Driver->Disconnect(), GetParam().Data->DisconnectAnswersTrue ? Variant(true) : Variant());
+  if (GetParam().Data->NeedsLine)
+    EXPECT_EQ(NumberOf([&] { Driver->Disconnect(); }), ErrorObjectNotSet);
+  else
+    EXPECT_EQ(Driver->Disconnect(), GetParam().Data->DisconnectAnswersTrue ? Variant(true) : Variant());
   AnswersAsWhileNotConnected();
 }
 
@@ -117,12 +144,14 @@ TEST_P(EveryDriver, RefusesToConnectWithoutUsableOptions) {
     EXPECT_EQ(ErrorOf([&] { Driver->Connect(PropertyBag().Contents()); }),
               std::to_string(refusal->Number) + " " + std::string(refusal->Description));
     EXPECT_TRUE(Internet.Sent.empty());
+    EXPECT_TRUE(Sockets.Connects.empty());
     PropertyBag options;
     options.WriteProperty("Address", std::string("camera1"));
     EXPECT_NE(ErrorOf([&] { Driver->Connect(options.Contents()); }), "") << "a camera that never answers";
   }
   EXPECT_NE(ErrorOf([&] { Driver->Connect(Bytes{1, 2, 3}); }), "");
   EXPECT_NE(ErrorOf([&] { Driver->Connect({}); }), "");
+  HasBeenConnected = true;
   AnswersAsWhileNotConnected();
 }
 

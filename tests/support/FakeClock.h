@@ -5,7 +5,7 @@
 namespace ptzd::test {
 
 /// A clock that stands still until it is told, or until someone sleeps.
-class FakeClock final : public Clock {
+class FakeClock : public Clock {
  public:
   explicit FakeClock(std::int64_t milliseconds = 100000) : Time_(std::chrono::milliseconds(milliseconds)) {}
 

@@ -26,7 +26,7 @@ struct FakeReply {
 
 /// Stands in for the system's HTTP layer: notes every request and answers it at once from what the test
 /// prepared. Completes asynchronous requests inside `SendRequest`.
-class FakeInternet final : public Internet {
+class FakeInternet : public Internet {
  public:
   std::vector<SentRequest> Sent;
   std::map<std::uint32_t, std::uint32_t> OptionsSet;

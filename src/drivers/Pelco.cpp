@@ -1,0 +1,326 @@
+// Pelco receivers: frames of 7 bytes (Pelco-D) or 8 (Pelco-P) written to a serial line, never answered. Both
+// protocols carry two command and two data bytes; most commands are the same in both. Every receiver on the
+// line reads every frame and acts on those with its address.
+
+#include "drivers/Pelco.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "common/Error.h"
+#include "common/Logging.h"
+#include "common/Numbers.h"
+#include "contract/TimedMove.h"
+
+namespace ptzd {
+
+namespace {
+
+enum Protocols : std::int32_t { PelcoD = 0, PelcoP = 1 };
+
+// Bits of command 2.
+enum Motion : std::uint8_t { Right = 0x02, Left = 0x04, Up = 0x08, Down = 0x10, Tele = 0x20, Wide = 0x40 };
+
+constexpr std::uint8_t SyncD = 0xFF;
+constexpr std::uint8_t StartP = 0xA0, EndP = 0xAF;
+
+constexpr std::int32_t TurboSpeed = 64;  // a pan speed only
+constexpr std::int32_t FullSpeed = 63;
+constexpr std::int32_t LensInterval = 250;  // milliseconds of an iris or focus step
+constexpr double DegreesPerInterval = 5;
+constexpr float MinPan = -180, MaxPan = 180, MinTilt = -90, MaxTilt = 90;  // degrees
+
+// The counts are those of the other protocol's receivers, on purpose.
+constexpr std::int32_t PresetsOfPelcoD = 32, PresetsOfPelcoP = 255;
+
+std::uint8_t MotionBits(double pan, double tilt) {
+  const int panBit = pan < 0 ? Left : pan > 0 ? Right : 0;
+  const int tiltBit = tilt < 0 ? Down : tilt > 0 ? Up : 0;
+  return static_cast<std::uint8_t>(panBit | tiltBit);
+}
+
+/// The same angle between -180 and 180 degrees. Raises 6 beyond 32 bits.
+float NormalisePan(float pan) {
+  ToInt32(pan);
+  double angle = pan;
+  if (angle < MinPan) angle += 360 * std::ceil((MinPan - angle) / 360);
+  if (angle > MaxPan) angle -= 360 * std::ceil((angle - MaxPan) / 360);
+  return ToSingle(angle);
+}
+
+}  // namespace
+
+struct Pelco::Command {
+  std::uint8_t Command1 = 0, Command2 = 0, Data1 = 0, Data2 = 0;
+};
+
+struct Pelco::Frame {
+  std::array<std::uint8_t, 8> Bytes{};
+  std::size_t Size = 0;
+};
+
+/// What `Iris` or `Focus` sends: first the automatic mode on or off, then the motor's command, which is not
+/// the same in both protocols.
+template <typename Mode>
+struct Pelco::ModeRow {
+  Mode Value;
+  Command Automatic;
+  Command MotorD, MotorP;
+};
+
+struct Pelco::Tables {
+  static constexpr Command Stop{};
+  static constexpr Command ZoomTele{.Command2 = Tele}, ZoomWide{.Command2 = Wide};
+  static constexpr std::uint8_t SetPreset = 0x03, GotoPreset = 0x07;  // command 2
+  static constexpr Command AutoIrisOn{.Command2 = 0x2D}, AutoIrisOff{.Command2 = 0x2D, .Data2 = 2};
+  static constexpr Command AutoFocusOn{.Command2 = 0x2B}, AutoFocusOff{.Command2 = 0x2B, .Data2 = 2};
+
+  static constexpr ModeRow<ptzd::Iris> Iris[] = {
+      {IrisAuto, AutoIrisOn, AutoIrisOn, AutoIrisOn},
+      {IrisOpen, AutoIrisOff, {.Command1 = 0x02}, {.Command1 = 0x04}},
+      {IrisClose, AutoIrisOff, {.Command1 = 0x04}, {.Command1 = 0x08}},
+  };
+  static constexpr ModeRow<ptzd::Focus> Focus[] = {
+      {FocusAuto, AutoFocusOn, AutoFocusOn, AutoFocusOn},
+      {FocusNear, AutoFocusOff, {.Command1 = 0x01}, {.Command1 = 0x02}},
+      {FocusFar, AutoFocusOff, {.Command2 = 0x80}, {.Command1 = 0x01}},
+  };
+};
+
+const DriverData Pelco::Data = {
+    .Move = MemberRule::TrueIfConnected,
+    .MoveTo = MemberRule::TrueIfConnected,
+    .MoveBoth = MemberRule::TrueIfConnected,
+    .Zoom = MemberRule::FalseIfConnected,
+    .Iris = MemberRule::TrueIfConnected,
+    .Focus = MemberRule::TrueIfConnected,
+    .PresetGoto = MemberRule::True,
+    .PresetSave = MemberRule::True,
+    .DisconnectAnswersTrue = true,
+    .NeedsLine = true,
+};
+
+Pelco::Pelco(const Platform& platform) : Clock_(*platform.clock) {}
+
+Pelco::~Pelco() {
+  try {
+    GiveBackPort();
+  } catch (const std::exception& error) {
+    LogMessage(std::string("The serial port could not be given back. ") + error.what());
+  }
+}
+
+Capabilities Pelco::Capabilities() {
+  return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityIris | CapabilityFocus |
+         CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus2 | CapabilityMultiport |
+         CapabilityContinuousMove | CapabilityExtendedOptions | CapabilityNoAddress |
+         CapabilitySimpleControl | CapabilityContinuousZoom;
+}
+
+bool Pelco::Connect(std::span<const std::uint8_t> options) {
+  Connected_ = false;
+  Options_ = {};
+  GiveBackPort();
+  Port_.reset();
+  Options_.Contents(options);
+  const auto portNumber = Options_.Long("COMPort", 0);
+  if (portNumber == 0) return false;
+
+  try {
+    OpenPort(portNumber);
+    Connected_ = true;  // and stays so where an option below raises
+  } catch (const std::exception& error) {
+    LogMessage(std::string("The serial port could not be opened. ") + error.what());
+    GiveBackPort();
+  }
+
+  Protocol_ = Options_.Long("Protocol", PelcoD);
+  MoveInterval_ = Options_.Long("MoveInterval", 50);
+  MoveSpeed_ = Options_.Long("MoveSpeed", FullSpeed);
+  ZoomInterval_ = Options_.Long("ZoomInterval", 200);
+  if (Options_.Boolean("Reset", false)) TimedMove(0, 0);
+  return Connected_;
+}
+
+void Pelco::OpenPort(std::int32_t portNumber) {
+  Pool_ = ThreadSerialPortPool();
+  Port_ = Pool_->Acquire(portNumber);
+  if (!Port_) Raise(ErrorObjectNotSet);
+  Acquired_ = true;
+  if (Port_->PortOpen()) return;  // with the settings of whoever opened it
+  Port_->Settings(Options_.Text("Baud", "2400") + ",n,8,1");
+  Port_->PortOpen(true);
+}
+
+/// Once for every acquisition. True where this was the last user, who closes the port.
+bool Pelco::GiveBackPort() {
+  if (!Acquired_) return false;
+  Acquired_ = false;
+  if (!Pool_->Release(Port_->CommPort())) return false;
+  Port_->PortOpen(false);
+  return true;
+}
+
+Variant Pelco::Disconnect() {
+  if (!Port_) Raise(ErrorObjectNotSet);
+  Connected_ = false;
+  // While others use the port the driver keeps hold of it, and can still write to it.
+  if (GiveBackPort()) Port_.reset();
+  return true;
+}
+
+bool Pelco::Move(Directions direction, float angle) {
+  if (!Connected_) return false;
+  double pan = CurrentPan_, tilt = CurrentTilt_;
+  if (direction & DirectionLeft)
+    pan -= angle;
+  else if (direction & DirectionRight)
+    pan += angle;
+  if (direction & DirectionUp)
+    tilt += angle;
+  else if (direction & DirectionDown)
+    tilt -= angle;
+  return TimedMove(ToSingle(pan), ToSingle(tilt));
+}
+
+bool Pelco::MoveBoth(float panAngle, float tiltAngle) {
+  if (!Connected_) return false;
+  return TimedMove(ToSingle(static_cast<double>(CurrentPan_) + panAngle),
+                   ToSingle(static_cast<double>(CurrentTilt_) + tiltAngle));
+}
+
+bool Pelco::MoveTo(float pan, float tilt) { return Connected_ && TimedMove(pan, tilt); }
+
+bool Pelco::TimedMove(float pan, float tilt) {
+  const float panAway = ToSingle(static_cast<double>(pan) - CurrentPan_);
+  const float tiltAway = ToSingle(static_cast<double>(tilt) - CurrentTilt_);
+  const float distance = ToSingle(static_cast<double>(std::fabs(tiltAway)) + std::fabs(panAway));
+  // Both motors run at once, so a diagonal takes the mean of both ways.
+  const int motors = panAway != 0 && tiltAway != 0 ? 2 : 1;
+  const auto degrees = ToInt32(static_cast<double>(distance) / motors);
+  const auto wait = ToInt32(MoveInterval_ / DegreesPerInterval * degrees);
+  const float newPan = NormalisePan(pan);
+
+  Drive({.Command2 = MotionBits(panAway, tiltAway),
+         .Data1 = ToByte(MoveSpeed_),
+         .Data2 = ToByte(MoveSpeed_ == TurboSpeed ? FullSpeed : MoveSpeed_)},
+        wait);
+  CurrentPan_ = newPan;
+  CurrentTilt_ = std::clamp(tilt, MinTilt, MaxTilt);
+  return true;
+}
+
+void Pelco::SetPanTilt(float pan, float tilt) {
+  if (!Connected_) return;
+  const float newPan = NormalisePan(pan);
+  // Only the old tilt is clamped, which the new one replaces at once: a host may set any tilt, on purpose.
+  CurrentTilt_ = ToSingle(tilt);
+  CurrentPan_ = newPan;
+}
+
+bool Pelco::Zoom(Zooms zoomLevel) {
+  if (!Connected_) return false;
+  if (zoomLevel == ZoomIn) Drive(Tables::ZoomTele, ZoomInterval_);
+  if (zoomLevel == ZoomOut) Drive(Tables::ZoomWide, ZoomInterval_);
+  return false;  // on purpose, also though it was driven
+}
+
+bool Pelco::Iris(ptzd::Iris irisLevel) {
+  return Connected_ && DriveMode(std::span<const ModeRow<ptzd::Iris>>(Tables::Iris), irisLevel);
+}
+
+bool Pelco::Focus(ptzd::Focus focusLevel) {
+  return Connected_ && DriveMode(std::span<const ModeRow<ptzd::Focus>>(Tables::Focus), focusLevel);
+}
+
+std::int32_t Pelco::PresetCount() { return Protocol_ == PelcoD ? PresetsOfPelcoD : PresetsOfPelcoP; }
+
+bool Pelco::PresetGoto(std::int32_t preset) {
+  Send({.Command2 = Tables::GotoPreset, .Data2 = ToByte(preset + 1.0)});
+  return true;
+}
+
+bool Pelco::PresetSave(std::int32_t preset) {
+  Send({.Command2 = Tables::SetPreset, .Data2 = ToByte(preset + 1.0)});
+  return true;
+}
+
+void Pelco::ContinuousMove(float pan, float tilt) {
+  Send(
+      {.Command2 = MotionBits(pan, tilt), .Data1 = ToByte(std::fabs(pan)), .Data2 = ToByte(std::fabs(tilt))});
+}
+
+void Pelco::ContinuousZoom(float amount) {
+  Send(amount > 0 ? Tables::ZoomTele : amount < 0 ? Tables::ZoomWide : Tables::Stop);
+}
+
+void Pelco::StopContinuous() {
+  ContinuousMove(0, 0);
+  ContinuousZoom(0);
+}
+
+Pelco::Frame Pelco::BuildFrame(const Command& command) const {
+  const auto option = Options_.Long("Port", 1);
+  if (option < 0 || option > 255)
+    throw Error(ErrorOverflow, RunTimeErrorText(ErrorOverflow) + ": option Port");
+  const auto address = static_cast<std::uint8_t>(std::max(option, 1));
+  const auto& [command1, command2, data1, data2] = command;
+
+  if (Protocol_ == PelcoD) {
+    // The protocol's sum is modulo 256. A sum beyond a byte is refused all the same, on purpose.
+    const auto checksum = ToByte(address + command1 + command2 + data1 + data2);
+    return {{SyncD, address, command1, command2, data1, data2, checksum}, 7};
+  }
+  if (Protocol_ == PelcoP) {
+    const auto line = static_cast<std::uint8_t>(address - 1);
+    const auto checksum =
+        static_cast<std::uint8_t>(StartP ^ line ^ command1 ^ command2 ^ data1 ^ data2 ^ EndP);
+    return {{StartP, line, command1, command2, data1, data2, EndP, checksum}, 8};
+  }
+  return {};  // an unknown protocol has empty frames
+}
+
+void Pelco::Output(const Frame& frame) {
+  if (!Port_) Raise(ErrorObjectNotSet);
+  Port_->Output(std::span(frame.Bytes).first(frame.Size));
+}
+
+void Pelco::Send(const Command& command) { Output(BuildFrame(command)); }
+
+void Pelco::Drive(const Command& command, std::int32_t wait) {
+  const auto frame = BuildFrame(command), stop = BuildFrame(Tables::Stop);
+  DriveFor(
+      Clock_, wait, [&] { Output(frame); }, [&] { Output(stop); });
+}
+
+template <typename Mode>
+bool Pelco::DriveMode(std::span<const ModeRow<Mode>> table, Mode mode) {
+  const auto row = std::ranges::find(table, mode, &ModeRow<Mode>::Value);
+  if (row == table.end()) return false;
+  const auto automatic = BuildFrame(row->Automatic);
+  const auto motor = BuildFrame(Protocol_ == PelcoP ? row->MotorP : row->MotorD);
+  const auto stop = BuildFrame(Tables::Stop);
+  DriveFor(
+      Clock_, LensInterval,
+      [&] {
+        Output(automatic);
+        Output(motor);
+      },
+      [&] { Output(stop); });
+  return true;
+}
+
+std::span<const OptionRow> Pelco::OptionTable() const {
+  static const OptionRow table[] = {
+      {"COMPort", "COM Port", OptionInteger, {1, 4}, 1},
+      {"Baud", "Port speed", OptionChoiceText, {"2400", "4800", "9600"}, "2400"},
+      {"Protocol", "Protocol", OptionChoiceIndex, {"Pelco D", "Pelco P"}, PelcoD},
+      {"MoveInterval", "Move interval", OptionInteger, {0, 10000}, 50},
+      {"MoveSpeed", "Move speed", OptionInteger, {0, TurboSpeed}, FullSpeed},
+      {"ZoomInterval", "Zoom interval", OptionInteger, {0, 10000}, 200},
+  };
+  return table;
+}
+
+}  // namespace ptzd

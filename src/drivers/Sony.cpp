@@ -1,0 +1,399 @@
+// Sony SNC cameras: CGI inquiries answered by "name=value" pairs joined with "&", VISCA frames in hexadecimal
+// characters, positions as signed 16-bit camera units in hexadecimal. Inquiries are waited for, commands are
+// not: nobody reads their replies.
+
+#include "drivers/Sony.h"
+
+#include <algorithm>
+#include <array>
+
+#include "common/Error.h"
+#include "common/Logging.h"
+#include "common/Numbers.h"
+#include "common/TimeDiffMod.h"
+#include "contract/PTZErrors.h"
+#include "transport/Split2DModule.h"
+
+namespace ptzd {
+
+namespace {
+
+constexpr RequestStyle Style;
+
+constexpr const char* SystemPath = "/command/inquiry.cgi?inq=system";
+constexpr const char* SysInfoPath = "/command/inquiry.cgi?inq=sysinfo";
+constexpr const char* PtzfPath = "/command/inquiry.cgi?inq=ptzf";
+constexpr const char* ViscaInquiryPath = "/command/visca-inquiry.cgi?visca=81090612ff";
+constexpr const char* ControlPath = "/command/ptzf.cgi";
+
+constexpr std::string_view NoViscaInquiry = "HTTP/1.1 404 Not Found";
+constexpr const char* NoInformation = "Unable to get the device information";
+
+constexpr std::string_view TiltRangeKey = "TiltMovementRange";
+constexpr std::string_view PtzfTiltRangeKey = "TiltPanoramaRange";  // firmware that answers the ptzf inquiry
+constexpr std::string_view PtzfPositionKey = "AbsolutePTZF";
+constexpr double PtzfFirmware = 6.0;  // CGI version
+
+constexpr std::int32_t PositionLifetime = 5000;  // milliseconds
+constexpr float ZoomUnits = 5200;                // camera units of zoom 1
+constexpr std::int32_t MaxZoomPosition = 65535;
+constexpr float ZoomStepAmount = 0.25F;
+
+// Camera speeds in one unit of `ContinuousMove` and of `ContinuousZoom`.
+constexpr float MoveSpeedUnits = 4;
+constexpr float ZoomSpeedUnits = 8;
+
+std::vector<Row> Rows(std::string_view reply) {
+  if (reply.ends_with("\r\n")) reply.remove_suffix(2);
+  return Split2D(reply, "&", "=");
+}
+
+/// The first two numbers of a value such as "FDAC,0254".
+std::array<std::int32_t, 2> HexPair(std::string_view value) {
+  const auto parts = Split(value, ",");
+  if (parts.size() < 2) Raise(ErrorSubscript);
+  return {Int16FromHex(parts[0]), Int16FromHex(parts[1])};
+}
+
+/// Four hexadecimal digits, each behind a 0: VISCA carries such a number in the low halves of four bytes.
+std::string ViscaNumber(std::int32_t value) {
+  std::string text;
+  for (const char digit : Hex4(value)) (text += '0') += digit;
+  return text;
+}
+
+/// To four decimals. Raises 11 where a camera told no range, for then no angle can be told in its units.
+double UnitsPerDegree(std::int32_t units, float degrees) {
+  const double scale = Round(units / static_cast<double>(degrees), 4);
+  if (scale == 0) Raise(ErrorDivisionByZero);
+  return scale;
+}
+
+std::int32_t ZoomPosition(float zoom) {
+  const auto units = ToInt32(ToSingle(zoom * ZoomUnits));
+  if (units > MaxZoomPosition) Raise(ErrorOverflow);
+  return units;
+}
+
+}  // namespace
+
+/// How a model's camera units lie to degrees. Without units the camera tells its limits.
+struct Sony::Model {
+  struct DegreeRange {
+    float Min, Max;
+    float Span() const { return Max - Min; }
+  };
+
+  std::string_view Name;
+  std::optional<Range> PanUnits;
+  DegreeRange PanDegrees;
+  std::optional<Range> TiltUnits;
+  DegreeRange TiltDegrees;
+  bool EndlessPan = false;
+
+  static const Model* Find(std::string_view name);
+};
+
+const Sony::Model* Sony::Model::Find(std::string_view name) {
+  constexpr auto camera = std::nullopt;
+  constexpr Range rz25Pan{-2275, 2275}, rz25Tilt{-1199, 417};
+  constexpr Range rz50Pan{-2448, 2448}, rz50Tilt{-828, 828};
+  // The units of these heads run against degrees, in both axes.
+  constexpr Range rz30Pan{2448, -2448}, rz30Tilt{828, -828};
+  constexpr DegreeRange headPan{-170, 170}, domePan{-180, 180};
+  static constexpr Model table[] = {
+      {"SNC-P5", Range{-564, 564}, {-60, 60}, Range{-226, 339}, {-65, 10}},
+      {"SNC-RZ25P", rz25Pan, headPan, rz25Tilt, {-90, 30}},
+      {"SNC-RZ25N", rz25Pan, headPan, rz25Tilt, {-90, 30}},
+      {"SNC-RZ30P", rz30Pan, headPan, rz30Tilt, {-90, 25}},
+      {"SNC-RZ30N", rz30Pan, headPan, rz30Tilt, {-90, 25}},
+      {"SNC-RZ50P", rz50Pan, headPan, rz50Tilt, {-90, 25}},
+      {"SNC-RZ50N", rz50Pan, headPan, rz50Tilt, {-90, 25}},
+      {"SNC-EP521", camera, headPan, camera, {-90, 15}},
+      {"SNC-RX530P", camera, domePan, camera, {-90, 0}, true},
+      {"SNC-RX530N", camera, domePan, camera, {-90, 0}, true},
+      {"SNC-RX550P", camera, domePan, camera, {-90, 0}, true},
+      {"SNC-RX550N", camera, domePan, camera, {-90, 0}, true},
+      {"SNC-RX570P", camera, domePan, camera, {-90, 0}, true},
+      {"SNC-RX570N", camera, domePan, camera, {-90, 0}, true},
+      {"SNC-RH164", camera, domePan, camera, {-90, 15}, true},
+      {"SNC-RS46P", camera, domePan, camera, {-90, 15}, true},
+      {"SNC-RS46N", camera, domePan, camera, {-90, 15}, true},
+  };
+  const auto* found = std::ranges::find(table, name, &Model::Name);
+  return found == std::end(table) ? nullptr : found;
+}
+
+const DriverData Sony::Data = {
+    .Move = MemberRule::TrueIfConnected,
+    .MoveTo = MemberRule::TrueIfConnected,
+    .MoveBoth = MemberRule::TrueIfConnected,
+    .Zoom = MemberRule::TrueIfConnected,
+    .DisconnectAnswersTrue = false,
+    .ReadsPosition = true,
+    .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
+};
+
+/// Takes over the rows that it knows; the others are the camera's own business.
+void Sony::Head::Read(std::string_view reply, std::string_view tiltRangeKey) {
+  for (const auto& [name, value] : Rows(reply)) {
+    if (name == "CGIVersion") CgiVersion = Val(value.substr(0, 3));
+    if (name == "ModelName") ModelName = value;
+    if (value == "1") {
+      if (name == "PanTiltFunc") Flags |= CapabilityPan | CapabilityTilt;
+      if (name == "ZoomFunc") Flags |= CapabilityZoom | CapabilityFullZoom;
+      if (name == "ContinuousPanTiltZoomFunc") Flags |= CapabilityContinuousMove | CapabilityContinuousZoom;
+    }
+    const auto readRange = [&value = value](Range& range) {
+      const auto [min, max] = HexPair(value);
+      range = {min, max};
+    };
+    if (name == "PanMovementRange") readRange(PanRange);
+    if (name == tiltRangeKey) readRange(TiltRange);
+    if (name == "PanTiltMaxVelocity") MaxVelocity = ToInt32(Variant(value));
+    if (name == PtzfPositionKey) At = PtzfPosition(value);
+  }
+}
+
+void Sony::Head::Apply(const Model& model) {
+  PanRange = model.PanUnits.value_or(PanRange);
+  TiltRange = model.TiltUnits.value_or(TiltRange);
+  EndlessPan = model.EndlessPan;
+  if (!Has(CapabilityPan)) return;  // and no tilt either
+  PanScale = UnitsPerDegree(PanRange.Max - PanRange.Min, model.PanDegrees.Span());
+  TiltScale = UnitsPerDegree(TiltRange.Max - TiltRange.Min, model.TiltDegrees.Span());
+  TiltCentre = ToSingle(Round(-TiltRange.Min / TiltScale + model.TiltDegrees.Min, 2));
+}
+
+bool Sony::Head::ReportsPtzf() const { return CgiVersion >= PtzfFirmware; }
+
+Sony::Sony(const Platform& platform) : HTTPDriver(platform, Style) {}
+
+bool Sony::Connect(std::span<const std::uint8_t> options) {
+  OpenOptions(options);
+  Head_ = {};
+  if (Options_.Text("Address").empty())
+    Raise(Data.NoAddress->Number, std::string(Data.NoAddress->Description));
+
+  Head head;
+  head.Read(Inquire(SystemPath), TiltRangeKey);
+  head.Read(Inquire(SysInfoPath), TiltRangeKey);
+  if (head.ReportsPtzf()) head.Read(Inquire(PtzfPath), PtzfTiltRangeKey);
+  if (head.ModelName.empty()) Raise(PTZErrorConnectionFailed, NoInformation);
+  const auto* model = Model::Find(head.ModelName);
+  if (model == nullptr) Raise(PTZErrorUnrecognisedDevice, "Unrecognised model: " + head.ModelName);
+  head.Apply(*model);
+
+  if (head.Has(CapabilityPan)) {
+    const auto reply = Request(ViscaInquiryPath);
+    if (!reply) Raise(PTZErrorConnectionFailed, NoInformation);
+    // No other status speaks against VISCA.
+    head.ViscaInquiry = !Client_.GetHeader().starts_with(NoViscaInquiry);
+    if (head.ViscaInquiry)
+      if (const auto position = ViscaPosition(*reply)) head.At = position;
+  }
+
+  Head_ = head;
+  Store(head.At);
+  PositionStale_ = true;
+  Continuous_ = {};
+  LastContinuous_.clear();
+  if (Options_.Boolean("Reset", false)) AbsoluteMove(0, 0, 0);
+  Connected_ = true;
+  return true;
+}
+
+/// Raises 17001 where nothing answers and for another status than 200.
+std::string Sony::Inquire(const std::string& path) {
+  auto reply = Request(path);
+  if (!reply) Raise(PTZErrorConnectionFailed, NoInformation);
+  RequireStatusOK(Client_);
+  return *std::move(reply);
+}
+
+Sony::Position Sony::PtzfPosition(std::string_view value) {
+  const auto [pan, tilt] = HexPair(value);
+  return {pan, tilt};
+}
+
+/// From "90500p0p0p0p0t0t0t0tFF" in either case, where the p and t are the digits; nothing from any other
+/// text.
+std::optional<Sony::Position> Sony::ViscaPosition(std::string_view reply) {
+  constexpr std::size_t firstPanDigit = 5, firstTiltDigit = 13, end = 20;
+  if (reply.size() < end ||
+      reply.substr(0, end).find_first_not_of("0123456789ABCDEFabcdef") != std::string_view::npos)
+    return std::nullopt;
+  const auto number = [&](std::size_t first) -> std::int32_t {
+    return Int16FromHex(std::string{reply[first], reply[first + 2], reply[first + 4], reply[first + 6]});
+  };
+  return Position{number(firstPanDigit), number(firstTiltDigit)};
+}
+
+void Sony::RefreshPosition() {
+  if (!PositionStale_ && TimeDiff(LastRefreshTick_, TickCount()) < PositionLifetime) return;
+  LastRefreshTick_ = TickCount();
+  PositionStale_ = false;
+  try {
+    ReadPosition();
+  } catch (const Error& error) {
+    if (error.Number() == ErrorOverflow) throw;
+    LogMessage("Position not read. " + error.Description());
+  }
+}
+
+void Sony::ReadPosition() {
+  if (Head_.ReportsPtzf()) {
+    for (const auto& [name, value] : Rows(Inquire(PtzfPath)))
+      if (name == PtzfPositionKey) Store(PtzfPosition(value));
+  } else if (Head_.ViscaInquiry) {
+    Store(ViscaPosition(Inquire(ViscaInquiryPath)));
+  }
+}
+
+void Sony::Store(const std::optional<Position>& position) {
+  if (!position) return;
+  CurrentPan_ = position->Pan;
+  CurrentTilt_ = position->Tilt;
+}
+
+float Sony::Pan() {
+  if (!Head_.Has(CapabilityPan)) return 0;
+  RefreshPosition();
+  return ToSingle(Round(CurrentPan_ / Head_.PanScale, 3));  // pan has no centre offset, on purpose
+}
+
+float Sony::Tilt() {
+  if (!Head_.Has(CapabilityTilt)) return 0;
+  RefreshPosition();
+  return ToSingle(Round(CurrentTilt_ / Head_.TiltScale, 3) + Head_.TiltCentre);
+}
+
+bool Sony::DeviceMove(Directions direction, float angle) {
+  float pan = 0, tilt = 0;
+  if (direction & DirectionLeft)
+    pan = -angle;
+  else if (direction & DirectionRight)
+    pan = angle;
+  if (direction & DirectionUp)
+    tilt = angle;
+  else if (direction & DirectionDown)
+    tilt = -angle;
+  return DeviceMoveBoth(pan, tilt);
+}
+
+bool Sony::DeviceMoveBoth(float panAngle, float tiltAngle) {
+  if (!Connected_) return false;
+  RefreshPosition();
+  double pan = CurrentPan_ + Head_.PanScale * panAngle;
+  if (Head_.EndlessPan) {
+    const double low = Head_.PanRange.Low(), high = Head_.PanRange.High();
+    if (pan < low)
+      pan += high - low;
+    else if (pan > high)
+      pan -= high - low;
+  }
+  AbsoluteMove(pan, CurrentTilt_ + Head_.TiltScale * tiltAngle, CurrentZoom_);
+  return true;
+}
+
+bool Sony::MoveTo(float pan, float tilt) {
+  MoveTo(pan, tilt, CurrentZoom_);
+  return Connected_;
+}
+
+void Sony::MoveTo(float pan, float tilt, float zoom) {
+  if (!Connected_) return;
+  // Tilt counts from its centre, pan does not, on purpose.
+  AbsoluteMove(Head_.PanScale * pan, Head_.TiltScale * ToSingle(tilt - Head_.TiltCentre), zoom);
+}
+
+bool Sony::Zoom(Zooms zoomLevel) {
+  Zoom(zoomLevel, ZoomStepAmount);
+  return Connected_;
+}
+
+void Sony::Zoom(Zooms direction, float amount) {
+  if (direction == ZoomIn)
+    ZoomTo(CurrentZoom_ + amount);
+  else if (direction == ZoomOut)
+    ZoomTo(CurrentZoom_ - amount);
+}
+
+void Sony::ZoomTo(float zoom) {
+  if (Connected_) AbsoluteMove(CurrentPan_, CurrentTilt_, zoom);
+}
+
+void Sony::SetPanTilt(float, float) { PositionStale_ = true; }
+
+Variant Sony::DeviceDisconnect() {
+  Connected_ = false;
+  return {};
+}
+
+void Sony::AbsoluteMove(double targetPan, double targetTilt, float zoom) {
+  const auto pan = std::clamp(ToInt32(targetPan), Head_.PanRange.Low(), Head_.PanRange.High());
+  const auto tilt = std::clamp(ToInt32(targetTilt), Head_.TiltRange.Low(), Head_.TiltRange.High());
+  if (zoom < 0) zoom = 0;
+  const auto zoomPosition = ZoomPosition(zoom);
+  const bool zooms = zoom != CurrentZoom_;
+
+  if (Head_.ViscaInquiry) {
+    if (pan != CurrentPan_ || tilt != CurrentTilt_) SendVisca(ViscaMove(pan, tilt));
+    if (zooms) SendVisca("81010447" + ViscaNumber(zoomPosition) + "FF");
+  } else {
+    // Unlike VISCA moves this one also goes out where it changes nothing.
+    SendCGI("AbsolutePanTilt=" + Hex4(pan) + "," + Hex4(tilt) + "," + Text(Head_.MaxVelocity));
+    if (zooms && Head_.Has(CapabilityFullZoom))
+      SendCGI("AbsoluteZoom=" + Hex4(zoomPosition));
+    else if (zooms)
+      SendCGI(zoom > CurrentZoom_ ? "RelativeZoom=0080" : "RelativeZoom=FF80");
+  }
+  CurrentPan_ = pan;
+  CurrentTilt_ = tilt;
+  CurrentZoom_ = zoom;
+}
+
+/// Raises 6 where the camera's highest speed does not fit the command's byte.
+std::string Sony::ViscaMove(std::int32_t pan, std::int32_t tilt) const {
+  const auto speed = Hex4(ToByte(Head_.MaxVelocity)).substr(2);
+  return "81010602" + speed + speed + ViscaNumber(pan) + ViscaNumber(tilt) + "FF";
+}
+
+void Sony::SendVisca(const std::string& command) {
+  SendAsync(std::string(ControlPath) + "?visca=" + command, "");
+}
+
+void Sony::SendCGI(const std::string& body) { SendAsync(ControlPath, body); }
+
+void Sony::SendAsync(const std::string& path, const std::string& body) {
+  const auto url = Url(path);
+  LogMessage("Requesting " + url + ", " + body);
+  try {
+    Client_.GetResourceAsync(url, "", body);
+  } catch (const Error& error) {
+    LogMessage("Request failed. " + error.Description());
+  }
+}
+
+void Sony::ContinuousMove(float pan, float tilt) {
+  SendContinuous({.Pan = ToInt32(pan), .Tilt = tilt, .Zoom = Continuous_.Zoom});
+}
+
+void Sony::ContinuousZoom(float amount) {
+  SendContinuous({.Pan = Continuous_.Pan, .Tilt = Continuous_.Tilt, .Zoom = amount});
+}
+
+/// A repeated motion is sent once; whatever goes with a pan and tilt at rest is always sent.
+void Sony::SendContinuous(const Speeds& speeds) {
+  if (!Connected_) return;
+  auto body = "ContinuousPanTiltZoom=" + Text(ToInt32(static_cast<double>(speeds.Pan) * MoveSpeedUnits)) +
+              "," + Text(ToSingle(speeds.Tilt * MoveSpeedUnits)) + "," +
+              Text(ToSingle(speeds.Zoom * ZoomSpeedUnits)) + ",Image1";
+  Continuous_ = speeds;
+  if (body == LastContinuous_ && !(speeds.Pan == 0 && speeds.Tilt == 0)) return;
+  SendCGI(body);
+  LastContinuous_ = std::move(body);
+  PositionStale_ = true;
+}
+
+}  // namespace ptzd

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "contract/DeviceBridge.h"
+#include "contract/DriverData.h"
+#include "contract/HTTPDriver.h"
+#include "contract/PTZContinuousControl.h"
+
+namespace ptzd {
+
+/// Sony SNC network cameras (`QVPTZ.Sony`), over their CGI interface: VISCA commands where the camera lets
+/// them through, its own CGI parameters where not.
+///
+/// Options: Address; Reset, True to go to camera position 0, 0 and zoom 0 on connecting.
+///
+/// `Connect` asks the camera and blocks for each answer. It raises 17003 without an address; 17001 where the
+/// camera does not answer, answers with another status than 200 or names no model; 17002 for a model that is
+/// not in the table; 6, 9 or 13 for numbers that are out of range, missing or none; 11 for a camera that
+/// leaves out the movement range that its model's scale comes from.
+///
+/// Commands are sent and not waited for: they return at once and their failures only show in the log, so
+/// `PTZDevice` moves and `Zoom` answer True while connected. The position is the last one commanded or, where
+/// the camera reports it (firmware 6 and up, or VISCA), one read at most every 5 seconds; a reading that
+/// fails keeps it. Moves end at the camera's limits, except that relative pan goes around on endless heads.
+///
+/// Zoom is 0 at the widest and 1 at full tele; below 0 is 0, above 12.6 raises 6. There is no iris, focus,
+/// home or preset. Continuous speeds are the camera's divided by 4 for pan (rounded) and tilt, by 8 for zoom;
+/// a motion is ended by `ContinuousMove(0, 0)`, for `StopContinuous` sends nothing.
+class Sony final : public DualDevice, public PTZContinuousControl, private HTTPDriver {
+ public:
+  static const DriverData Data;
+
+  explicit Sony(const Platform& platform = {});
+
+  ptzd::Capabilities Capabilities() override { return Head_.Flags; }
+  bool Connect(std::span<const std::uint8_t> options) override;
+  bool Connected() override { return Connected_; }
+  /// Degrees to three decimals. Raises 6 where the camera reports a position beyond 16 bits.
+  float Pan() override;
+  float Tilt() override;
+  /// The zoom last commanded; the camera is not asked.
+  float ZoomLevel() override { return CurrentZoom_; }
+
+  bool MoveTo(float pan, float tilt) override;
+  void MoveTo(float pan, float tilt, float zoom) override;
+  bool Zoom(Zooms zoomLevel) override;
+  void Zoom(Zooms direction, float amount) override;
+  void ZoomTo(float zoom) override;
+  /// Has the position read anew before it is used next.
+  void SetPanTilt(float pan, float tilt) override;
+
+  void ContinuousMove(float pan, float tilt) override;
+  void ContinuousZoom(float amount) override;
+
+ private:
+  struct Model;
+  struct Position {
+    std::int32_t Pan, Tilt;  // camera units
+  };
+  /// Limits in camera units. Their ends are reversed where units run against degrees.
+  struct Range {
+    std::int32_t Min = 0, Max = 0;
+    std::int32_t Low() const { return std::min(Min, Max); }
+    std::int32_t High() const { return std::max(Min, Max); }
+  };
+  /// What a camera tells of itself and what follows from its model.
+  struct Head {
+    double CgiVersion = 0;
+    std::string ModelName;
+    ptzd::Capabilities Flags{};
+    Range PanRange, TiltRange;
+    std::int32_t MaxVelocity = 0;
+    std::optional<Position> At;
+    bool EndlessPan = false;
+    double PanScale = 0, TiltScale = 0;  // camera units per degree, to four decimals
+    float TiltCentre = 0;                // degrees at unit 0, to two decimals
+    bool ViscaInquiry = false;
+
+    void Read(std::string_view reply, std::string_view tiltRangeKey);
+    void Apply(const Model& model);
+    bool ReportsPtzf() const;
+    bool Has(ptzd::Capabilities capability) const { return (Flags & capability) == capability; }
+  };
+  struct Speeds {
+    std::int32_t Pan = 0;
+    float Tilt = 0;
+    float Zoom = 0;
+  };
+
+  bool DeviceMove(Directions direction, float angle) override;
+  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
+  Variant DeviceDisconnect() override;
+
+  static Position PtzfPosition(std::string_view value);
+  static std::optional<Position> ViscaPosition(std::string_view reply);
+
+  std::string Inquire(const std::string& path);
+  void RefreshPosition();
+  void ReadPosition();
+  void Store(const std::optional<Position>& position);
+  void AbsoluteMove(double targetPan, double targetTilt, float zoom);
+  std::string ViscaMove(std::int32_t pan, std::int32_t tilt) const;
+  void SendVisca(const std::string& command);
+  void SendCGI(const std::string& body);
+  void SendAsync(const std::string& path, const std::string& body);
+  void SendContinuous(const Speeds& speeds);
+
+  Head Head_;
+  std::int32_t CurrentPan_ = 0;   // camera units
+  std::int32_t CurrentTilt_ = 0;  // camera units
+  float CurrentZoom_ = 0;
+  bool PositionStale_ = false;
+  std::int32_t LastRefreshTick_ = 0;
+  Speeds Continuous_;
+  std::string LastContinuous_;
+};
+
+}  // namespace ptzd
