@@ -1,14 +1,13 @@
 // ptzsim: simulated cameras on loopback sockets and pseudo-terminals, for whoever has no camera at hand.
 
-#include <unistd.h>
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/read_until.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
-#include <boost/asio/streambuf.hpp>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <functional>
@@ -16,6 +15,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "simulators/Axis.h"
@@ -57,11 +57,13 @@ std::unique_ptr<Simulator> CreateAxis(const Settings& settings) {
 const std::map<std::string, PelcoProtocol> PelcoProtocols = {
     {"d", PelcoProtocol::D}, {"p", PelcoProtocol::P}, {"both", PelcoProtocol::Both}};
 
+#ifndef _WIN32  // has no pseudo-terminals
 std::unique_ptr<Simulator> CreatePelco(const Settings& settings) {
   return std::make_unique<Pelco>(Pelco::Options{.Addresses = settings.Addresses,
                                                 .Protocol = PelcoProtocols.at(settings.Protocol),
                                                 .Line = settings.SerialLine});
 }
+#endif
 
 std::unique_ptr<Simulator> CreateSecubest(const Settings& settings) {
   return std::make_unique<Secubest>(Secubest::Options{.Port = settings.Port});
@@ -72,7 +74,9 @@ const std::vector<Make> Makes = {
      "Axis camera or video server (HTTP)",
      {"mechanical", "digital", "relative", "none", "multi"},
      CreateAxis},
+#ifndef _WIN32
     {"pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)", {}, CreatePelco, Line::Terminal},
+#endif
     {"secubest", "Secubest unit (framed messages over raw TCP)", {}, CreateSecubest, Line::TCP},
 };
 
@@ -120,36 +124,34 @@ void Obey(Simulator& simulator, const std::string& command) {
   }
 }
 
+void ObeyOrTell(Simulator& simulator, const std::string& command) {
+  try {
+    Obey(simulator, command);
+  } catch (const std::exception& problem) {
+    std::cerr << "ptzsim: " << problem.what() << std::endl;
+  }
+}
+
+/// Whether a thread still waits for input. Nothing can end it, so the process cannot end in the ordinary way.
+std::atomic<bool> WaitingForInput = false;
+
 /// Serves until a signal, or the end of standard input when its commands are to be read.
 void Serve(Simulator& simulator, bool untilEof) {
-  boost::asio::io_context loop;
-  boost::asio::signal_set signals(loop, SIGINT, SIGTERM);
-  signals.async_wait([&](auto, int) { loop.stop(); });
-  boost::asio::posix::stream_descriptor input(loop);
-  boost::asio::streambuf buffer;
-  const std::function<void()> read = [&] {
-    boost::asio::async_read_until(input, buffer, '\n',
-                                  [&](const boost::system::error_code& error, std::size_t) {
-                                    std::istream lines(&buffer);
-                                    std::string line;
-                                    // What comes before the end of the input without a line end is a command
-                                    // too.
-                                    if (std::getline(lines, line)) {
-                                      try {
-                                        Obey(simulator, line);
-                                      } catch (const std::exception& problem) {
-                                        std::cerr << "ptzsim: " << problem.what() << std::endl;
-                                      }
-                                    }
-                                    error ? loop.stop() : read();
-                                  });
-  };
+  const auto loop = std::make_shared<boost::asio::io_context>();
+  boost::asio::signal_set signals(*loop, SIGINT, SIGTERM);
+  signals.async_wait([&](auto, int) { loop->stop(); });
   if (untilEof) {
-    input.assign(::dup(STDIN_FILENO));
-    read();
+    // Not every system can wait for standard input as for a socket.
+    WaitingForInput = true;
+    std::thread([loop, &simulator] {
+      for (std::string line; std::getline(std::cin, line);)
+        boost::asio::post(*loop, [&simulator, line] { ObeyOrTell(simulator, line); });
+      WaitingForInput = false;
+      boost::asio::post(*loop, [&context = *loop] { context.stop(); });
+    }).detach();
   }
   for (const auto& address : simulator.Addresses()) std::cout << address << std::endl;
-  loop.run();
+  loop->run();
 }
 
 void AddTerminalOptions(CLI::App& command, Settings& settings) {
@@ -249,10 +251,13 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  int code = 2;
   try {
-    return Run(argc, argv);
+    code = Run(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "ptzsim: " << error.what() << std::endl;
-    return 2;
   }
+  if (!WaitingForInput) return code;
+  std::cout.flush();
+  std::_Exit(code);
 }

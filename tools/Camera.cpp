@@ -36,6 +36,10 @@ Outcome Camera::Connect(bool device2) {
     outcome.Text = std::to_string(error.Number()) + " " + error.Description();
   }
   outcome.Requests = Log_.Take();
+  const bool lineFailed =
+      !outcome.ErrorNumber && !outcome.Requests.empty() && outcome.Requests.back().Path.empty();
+  if (outcome.Result == Result::NoConnection && lineFailed)
+    outcome.Text += ": " + outcome.Requests.back().Failure;
   return outcome;
 }
 

@@ -21,6 +21,7 @@ constexpr char Footer[] =
     "  ptzctl --driver Axis --address 192.168.0.90 continuous 10 0 --for 2s\n"
     "  ptzctl --driver Axis --address 192.168.0.90 run \"preset goto 3\" \"wait 2s\" \"zoom in\"\n"
     "  ptzctl --driver Axis --address 192.168.0.90 shell\n"
+    "  ptzctl --driver Pelco --line /dev/ttyUSB0 -o Port=2 move left 10\n"
     "\n"
     "Every call connects anew. What a driver only estimates (the position of a head that cannot tell it) is\n"
     "lost in between: use run or shell for several operations on one connection.\n"
@@ -236,6 +237,10 @@ Invocation ParseCommandLine(int argc, char** argv) {
   app.add_option("--address", invocation.Address,
                  "The camera: HOST, HOST:PORT or USER:PASSWORD@HOST:PORT; short for -o Address=...")
       ->type_name("CAMERA")
+      ->take_last();
+  app.add_option("--line", invocation.Line,
+                 "The serial line of a camera on one: a device like /dev/ttyUSB0, or a port number")
+      ->type_name("DEVICE")
       ->take_last();
   app.add_option("-o,--option", invocation.Options,
                  "A connection option Key=Value; may be given several times (see ptzctl options DRIVER)")

@@ -21,7 +21,7 @@ enum class Task { Drivers, Options, Operate, Run, Shell };
 /// What a command line asks for.
 struct Invocation {
   Task What = Task::Operate;
-  std::string Driver, Address;
+  std::string Driver, Address, Line;
   std::vector<std::string> Options;  ///< "Key=Value"
   bool JSON = false, Trace = false;
 

@@ -1,6 +1,7 @@
 #include "Connection.h"
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 
 #include "Words.h"
@@ -8,6 +9,7 @@
 #include "common/Error.h"
 #include "common/Numbers.h"
 #include "contract/PTZOptions.h"
+#include "contract/SerialPortPool.h"
 
 namespace ptzctl {
 
@@ -156,6 +158,16 @@ void StoreOption(PropertyBag& bag, const DriverClass& driver, const std::string&
   }
   warning = "the driver " + std::string(driver.ProgID) + " knows no option " + Printable(key) + similar;
   bag.WriteProperty(key, word);
+}
+
+void UseLine(PropertyBag& bag, const std::string& line) {
+  constexpr std::int32_t mappedPort = 1;
+  const bool isNumber = line.find_first_not_of("0123456789") == std::string::npos;
+  if (isNumber) return bag.WriteProperty("COMPort", ReadWholeNumber("--line", line));
+  auto ports = std::make_shared<ptzd::SharedSerialPorts>();
+  ports->MapDevice(mappedPort, line);
+  ptzd::UseSerialPortPool(std::move(ports));
+  bag.WriteProperty("COMPort", mappedPort);
 }
 
 }  // namespace ptzctl

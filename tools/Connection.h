@@ -27,4 +27,7 @@ std::string KindText(const ptzd::PTZOption& option);
 void StoreOption(ptzd::PropertyBag& bag, const ptzd::DriverClass& driver, const std::string& text,
                  std::string& warning);
 
+/// Has the driver use a serial line: a port number, or any device, which then stands for a number.
+void UseLine(ptzd::PropertyBag& bag, const std::string& line);
+
 }  // namespace ptzctl

@@ -16,6 +16,7 @@ constexpr std::string_view Announcements[] = {"Requesting ", "Sending: "};
 constexpr std::string_view Completions[] = {"Request complete. Reply: ", "Received: "};
 constexpr std::string_view DriverFailure = "Request failed.";
 constexpr std::string_view ClientFailure = "Request error ";
+constexpr std::string_view LineFailure = "The serial port could not be opened. ";
 
 bool Skip(std::string_view& line, std::string_view beginning) {
   if (!line.starts_with(beginning)) return false;
@@ -41,7 +42,8 @@ void LogWatch::Read(std::string_view line) {
     if (Skip(path, beginning) && (path.starts_with('/') || path.starts_with("http")))
       return void(Requests_.push_back({std::string(path), std::nullopt, ""}));
   }
-  const bool failed = line.starts_with(DriverFailure) || line.starts_with(ClientFailure);
+  const bool failed =
+      line.starts_with(DriverFailure) || line.starts_with(ClientFailure) || line.starts_with(LineFailure);
   if (failed && Requests_.empty()) Requests_.emplace_back();
   if (Requests_.empty()) return;
   auto& request = Requests_.back();
@@ -49,7 +51,7 @@ void LogWatch::Read(std::string_view line) {
     if (auto reply = line; Skip(reply, beginning)) request.Reply = reply;
   // The client tells number and text; the driver's own line adds nothing to that.
   if (failed && request.Failure.empty()) {
-    Skip(line, ClientFailure);
+    Skip(line, ClientFailure) || Skip(line, LineFailure);
     request.Failure = line;
   }
 }

@@ -38,6 +38,7 @@ Camera MakeCamera(const Invocation& invocation, const Report& report, LogWatch& 
     if (!warning.empty()) report.Warn(warning);
   }
   if (!invocation.Address.empty()) options.WriteProperty("Address", invocation.Address);
+  if (!invocation.Line.empty()) UseLine(options, invocation.Line);
   return {driver, std::move(options), log};
 }
 

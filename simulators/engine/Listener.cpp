@@ -1,9 +1,10 @@
 #include "simulators/engine/Listener.h"
 
-#include <sys/socket.h>
 #include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "simulators/engine/Sockets.h"
 
 namespace ptzsim {
 namespace {
@@ -11,21 +12,6 @@ namespace {
 namespace asio = boost::asio;
 using asio::ip::tcp;
 using boost::system::error_code;
-
-// Asio's own sockets are inherited by programs that a test starts, which then hold ports and connections that
-// are closed here; so they are made here and told otherwise from the start.
-template <class Socket>
-void OpenSocket(Socket& socket) {
-  const int handle = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (handle < 0) throw std::runtime_error("no socket can be opened");
-  socket.assign(tcp::v4(), handle);
-}
-
-bool AcceptSocket(tcp::acceptor& acceptor, tcp::socket& socket) {
-  const int handle = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
-  if (handle >= 0) socket.assign(tcp::v4(), handle);
-  return handle >= 0;
-}
 
 void Bind(tcp::acceptor& acceptor, std::uint16_t port, error_code& error) {
   OpenSocket(acceptor);
@@ -69,9 +55,7 @@ void Listener::Apply() {
 
 void Listener::Listen(Mode mode) {
   error_code ignored;
-  // Shut down first: a child process being forked just now would keep a merely closed socket listening.
-  if (Acceptor_.is_open()) ::shutdown(Acceptor_.native_handle(), SHUT_RDWR);
-  Acceptor_.close(ignored);
+  CloseAcceptor(Acceptor_);
   Filler_.close(ignored);
   Mode_ = Mode::Closed;
 
@@ -95,10 +79,9 @@ void Listener::Listen(Mode mode) {
 }
 
 void Listener::Accept() {
-  Acceptor_.async_wait(tcp::acceptor::wait_read, [this](const error_code& error) {
-    if (error || Mode_ != Mode::Accepting) return;
-    Socket socket(Loop_.Context());
-    if (AcceptSocket(Acceptor_, socket)) Accepted_(std::move(socket));
+  AcceptSocket(Acceptor_, [this](const error_code& error, Socket socket) {
+    if (error == asio::error::operation_aborted || Mode_ != Mode::Accepting) return;
+    if (!error) Accepted_(std::move(socket));
     Accept();
   });
 }

@@ -13,10 +13,10 @@ PTZ, CONFIG = "/axis-cgi/com/ptz.cgi?", "/axis-cgi/com/ptzconfig.cgi?"
 
 
 class Camera:
-    """ptzsim as an Axis camera."""
+    """ptzsim as a camera, an Axis one unless told otherwise."""
 
-    def __init__(self, *options):
-        self.process = subprocess.Popen([PTZSIM, "axis", "--until-eof", *options], stdin=subprocess.PIPE,
+    def __init__(self, *options, make="axis"):
+        self.process = subprocess.Popen([PTZSIM, make, "--until-eof", *options], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.address = self.process.stdout.readline().strip()
 
@@ -240,6 +240,29 @@ class ContinuousMotion(unittest.TestCase):
                     process.communicate()
                     self.assertIn(PTZ + "continuouspantiltmove=0,0", camera.requests())
                     self.assertFalse(camera.ask("state")["heads"][0]["moving"])
+
+
+class OtherConnections(unittest.TestCase):
+    def test_a_receiver_on_a_serial_line(self):
+        with Camera("--addresses", "1,2", "--baud", "4800", make="pelco") as line:
+            camera = "--driver", "pelco", "--line", line.address, "-o", "Baud=4800", "-o", "Port=2"
+            self.assertEqual(ptzctl(*camera, "move", "right", "5")[0], 0)
+            self.assertEqual(ptzctl(*camera, "run", "preset save 3", "zoom in")[0], 0)
+            while len(line.requests()) < 5:
+                pass
+            self.assertEqual(line.ask("log")["violations"], [])
+        code, out, err = ptzctl(*camera, "home")
+        self.assertEqual(code, 3)
+        self.assertIn(line.address, out + err, "names the line that is not there")
+
+    def test_a_unit_on_a_raw_connection(self):
+        with Camera(make="secubest") as unit:
+            camera = "--driver", "secubest", "--address", unit.address
+            self.assertEqual(ptzctl(*camera, "-o", "MoveInterval=50", "move", "left", "5")[0], 0)
+            while len(unit.requests()) < 2:
+                pass
+            self.assertEqual(unit.ask("log")["violations"], [])
+        self.assertEqual(ptzctl("--driver", "secubest", "--address", "camera1", "info")[0], 3)
 
 
 class JSON(unittest.TestCase):

@@ -1,0 +1,97 @@
+// The Secubest driver over TCP against a unit that checks every frame.
+
+#include "simulators/Secubest.h"
+
+#include <gtest/gtest.h>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZDevice2.h"
+#include "contract/PropertyBag.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+
+namespace ptzd {
+namespace {
+
+using test::ErrorOf;
+
+/// Lets the unit's time pass where the driver waits, once the frames before have arrived.
+class UnitClock final : public test::FakeClock {
+ public:
+  explicit UnitClock(ptzsim::Secubest& unit) : Unit_(unit) {}
+  void SleepUntil(TimePoint deadline) override {
+    Unit_.Log().WaitForRequests(FramesBefore);
+    Unit_.Time().Advance(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Now()));
+    FakeClock::SleepUntil(deadline);
+  }
+  std::size_t FramesBefore = 0;
+
+ private:
+  ptzsim::Secubest& Unit_;
+};
+
+class SecubestSimulated : public testing::Test {
+ protected:
+  bool Connect() {
+    PropertyBag options;
+    options.WriteProperty("Address", Unit.Addresses()[0]);
+    return Driver->Connect(options.Contents());
+  }
+  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
+  void TearDown() override { EXPECT_EQ(Unit.Log().Violations(), std::vector<std::string>{}); }
+
+  ptzsim::Secubest Unit{{.Clock = ptzsim::ClockKind::Manual}};
+  UnitClock Clock{Unit};
+  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Secubest", {.clock = &Clock});
+};
+
+TEST_F(SecubestSimulated, TimedMovesEndWhereTheyShould) {
+  ASSERT_TRUE(Connect());
+  const auto start = Unit.Unit();
+  Clock.FramesBefore = 1;
+  EXPECT_TRUE(Driver->Move(DirectionRight, 10));
+  ASSERT_TRUE(Unit.Log().WaitForRequests(2));
+  EXPECT_FALSE(Unit.Unit().Moving);
+  EXPECT_NEAR(Unit.Unit().Pan, start.Pan + 10, 0.01) << "400 ms at 25 degrees a second";
+  EXPECT_EQ(Driver->Pan(), 10);
+
+  Clock.FramesBefore = 4;
+  dynamic_cast<PTZDevice2&>(*Driver).MoveTo(10, 5, 2);
+  ASSERT_TRUE(Unit.Log().WaitForRequests(6));
+  EXPECT_NEAR(Unit.Unit().Tilt, start.Tilt + 5, 0.01);
+  EXPECT_FALSE(Unit.Unit().Moving) << "pan, tilt and zoom are all stopped";
+}
+
+TEST_F(SecubestSimulated, ContinuousMotionIsUnderstood) {
+  ASSERT_TRUE(Connect());
+  Continuous().ContinuousMove(0.5F, -0.5F);
+  Continuous().ContinuousZoom(-30);
+  ASSERT_TRUE(Unit.Log().WaitForRequests(2));
+  EXPECT_TRUE(Unit.Unit().Moving);
+  Continuous().StopContinuous();
+  ASSERT_TRUE(Unit.Log().WaitForRequests(4));
+  EXPECT_FALSE(Unit.Unit().Moving);
+}
+
+TEST_F(SecubestSimulated, ABrokenConnectionLosesCommandsSilently) {
+  ASSERT_TRUE(Connect());
+  ASSERT_TRUE(Unit.Log().WaitForConnections(1));
+  Unit.CloseConnections(true);
+  ASSERT_TRUE(Unit.Log().WaitForClosed(1));
+  for (int i = 0; i < 5; ++i) Continuous().StopContinuous();
+  EXPECT_TRUE(Connect());
+  EXPECT_TRUE(Connect()) << "an open connection is closed first";
+  Continuous().StopContinuous();
+  EXPECT_TRUE(Unit.Log().WaitForRequests(2));
+  dynamic_cast<PTZDevice2&>(*Driver).Disconnect();
+  EXPECT_FALSE(Driver->Connected());
+  EXPECT_EQ(Unit.Log().ConnectionsClosed(), 2) << "only PTZDevice closes the connection";
+  Driver->Disconnect();
+  EXPECT_TRUE(Unit.Log().WaitForClosed(3));
+  Unit.Faults().Set("refuse");
+  EXPECT_TRUE(ErrorOf([&] { Connect(); }).starts_with("17001 Unable to connect to the server: "));
+}
+
+}  // namespace
+}  // namespace ptzd

@@ -1,0 +1,152 @@
+// The Pelco driver over a pseudo-terminal against receivers written from the two protocols.
+
+#include <gtest/gtest.h>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PropertyBag.h"
+#include "contract/SerialPortPool.h"
+#include "simulators/Pelco.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+
+namespace ptzd {
+namespace {
+
+using namespace std::chrono_literals;
+using ptzsim::PelcoProtocol;
+using test::NumberOf;
+
+/// Lets the receivers' time pass where a driver waits, once the line has carried all that was sent.
+class LineClock final : public test::FakeClock {
+ public:
+  explicit LineClock(ptzsim::Pelco& line) : Line_(line) {}
+  void SleepUntil(TimePoint deadline) override {
+    Line_.Log().WaitForRequests(++Frames);
+    Line_.Time().Advance(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Now()));
+    FakeClock::SleepUntil(deadline);
+    ++Frames;  // the stop that follows
+  }
+  std::size_t Frames = 0;
+
+ private:
+  ptzsim::Pelco& Line_;
+};
+
+class PelcoLine : public testing::TestWithParam<int> {
+ protected:
+  PelcoLine() {
+    auto ports = std::make_shared<SharedSerialPorts>();
+    ports->MapDevice(1, Line.Addresses()[0]);
+    UseSerialPortPool(ports);
+  }
+  ~PelcoLine() override { UseSerialPortPool(nullptr); }
+
+  std::unique_ptr<PTZDevice> Connect(int address, int baud = 4800) {
+    auto driver = CreateDriver("QVPTZ.Pelco", {.clock = &Clock});
+    PropertyBag options;
+    options.WriteProperty("COMPort", 1);
+    options.WriteProperty("Port", address);
+    options.WriteProperty("Baud", baud);
+    options.WriteProperty("Protocol", GetParam());
+    options.WriteProperty("MoveSpeed", 40);
+    EXPECT_TRUE(driver->Connect(options.Contents()));
+    return driver;
+  }
+  void TearDown() override { EXPECT_EQ(Line.Log().Violations(), std::vector<std::string>{}); }
+
+  ptzsim::Pelco Line{{.Addresses = {1, 2},
+                      .Protocol = GetParam() == 0 ? PelcoProtocol::D : PelcoProtocol::P,
+                      .Line = {.Baud = 4800, .Raw = false},
+                      .Clock = ptzsim::ClockKind::Manual}};
+  LineClock Clock{Line};
+};
+
+TEST_P(PelcoLine, TimedMovesTurnTheAddressedReceiverAndStopIt) {
+  const auto driver = Connect(2);
+  const auto start = Line.Receiver(2), other = Line.Receiver(1);
+  EXPECT_TRUE(driver->Move(DirectionRight, 30));
+  ASSERT_TRUE(Line.Log().WaitForRequests(2));
+  const double turned = Line.Receiver(2).At.Pan - start.At.Pan;
+  EXPECT_NEAR(turned, 80.0 * 40 / 63 * 0.3, 0.01) << "300 ms at speed 40";
+  EXPECT_FALSE(Line.Receiver(2).Moving);
+  EXPECT_EQ(driver->Pan(), 30);
+  EXPECT_EQ(Line.Receiver(1).At.Pan, other.At.Pan);
+}
+
+TEST_P(PelcoLine, EveryCommandIsUnderstood) {
+  const auto driver = Connect(1);
+  auto& continuous = dynamic_cast<PTZContinuousControl&>(*driver);
+  EXPECT_TRUE(driver->Iris(IrisOpen) && driver->Focus(FocusNear));
+  Clock.Frames = 0;
+  Line.Log().WaitForRequests(6);
+  EXPECT_EQ(Line.Receiver(1).AutoIris, 2);
+  EXPECT_EQ(Line.Receiver(1).AutoFocus, 2);
+
+  const auto stored = Line.Receiver(1).At;
+  EXPECT_TRUE(driver->PresetSave(0) && driver->PresetSave(driver->PresetCount() - 1));
+  continuous.ContinuousMove(-63, 20);
+  ASSERT_TRUE(Line.Log().WaitForRequests(9));
+  Line.Time().Advance(1s);
+  EXPECT_LT(Line.Receiver(1).At.Pan, stored.Pan);
+  EXPECT_GT(Line.Receiver(1).At.Tilt, stored.Tilt);
+  continuous.ContinuousMove(64, 0);  // turbo
+  continuous.ContinuousZoom(1);
+  continuous.StopContinuous();
+  ASSERT_TRUE(Line.Log().WaitForRequests(13));
+  EXPECT_FALSE(Line.Receiver(1).Moving);
+  EXPECT_TRUE(driver->PresetGoto(0));
+  ASSERT_TRUE(Line.Log().WaitForRequests(14));
+  Line.Time().Advance(60s);
+  EXPECT_NEAR(Line.Receiver(1).At.Pan, stored.Pan, 1e-6);
+  EXPECT_EQ(Line.Receiver(1).Presets.size(), 2U);
+}
+
+TEST_P(PelcoLine, DriversShareThePortUntilTheLastLeaves) {
+  const auto first = Connect(1);
+  const auto second = Connect(2, 9600);  // the line keeps the first one's speed
+  EXPECT_TRUE(first->PresetSave(3) && second->PresetSave(3));
+  first->Disconnect();
+  EXPECT_TRUE(second->PresetGoto(3));
+  ASSERT_TRUE(Line.Log().WaitForRequests(3));
+  EXPECT_TRUE(Line.Line().Port().has_value());
+  second->Disconnect();
+  EXPECT_TRUE(Line.Log().WaitForClosed(1));
+  EXPECT_EQ(Line.Log().ConnectionsOpened(), 1);
+  EXPECT_EQ(NumberOf([&] { second->Disconnect(); }), 91);
+  const auto third = Connect(2);  // a line that is set up already
+  EXPECT_TRUE(third->PresetGoto(3));
+  EXPECT_TRUE(Line.Log().WaitForRequests(4));
+}
+
+TEST_P(PelcoLine, ALineThatVanishesFailsTheCallAndComesBack) {
+  const auto driver = Connect(1);
+  EXPECT_TRUE(driver->PresetSave(1));
+  ASSERT_TRUE(Line.Log().WaitForRequests(1));
+  Line.Faults().Set("refuse");
+  EXPECT_NE(NumberOf([&] { driver->PresetGoto(1); }), 0);
+  EXPECT_NE(NumberOf([&] { driver->PresetGoto(1); }), 0);
+  Line.Faults().Clear();
+  PropertyBag options;
+  options.WriteProperty("COMPort", 1);
+  options.WriteProperty("Baud", 4800);
+  options.WriteProperty("Protocol", GetParam());
+  EXPECT_TRUE(driver->Connect(options.Contents()));
+  EXPECT_TRUE(driver->PresetGoto(1));
+  EXPECT_TRUE(Line.Log().WaitForRequests(2));
+}
+
+TEST_P(PelcoLine, UnreadInputNeverBlocksTheLine) {
+  const auto driver = Connect(1);
+  for (std::size_t frames = 1; frames <= 64; ++frames) {
+    Line.Line().Push(std::string(1 << 14, 'x'));
+    EXPECT_TRUE(driver->PresetSave(static_cast<std::int32_t>(frames)));
+    ASSERT_TRUE(Line.Log().WaitForRequests(frames));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Protocols, PelcoLine, testing::Values(0, 1),
+                         [](const auto& protocol) { return protocol.param == 0 ? "PelcoD" : "PelcoP"; });
+
+}  // namespace
+}  // namespace ptzd
