@@ -1,0 +1,11 @@
+#pragma once
+
+/// COM automation's own headers, in the order in which they take each other.
+
+// clang-format off
+#include <windows.h>
+#include <objbase.h>
+#include <oleauto.h>
+// clang-format on
+
+#undef interface

@@ -1,0 +1,83 @@
+#pragma once
+
+/// Late-bound calls. A table of members is read once from the type library; arguments are matched and
+/// converted here and not by the type information, which takes neither a script's variables for a byte array
+/// nor a member that two interfaces have with different parameters.
+
+#include "com/Automation.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "com/ComPtr.h"
+#include "com/Values.h"
+
+namespace ptzd::com {
+
+struct Parameter {
+  std::wstring Name;
+  VARTYPE Type;
+  bool Optional = false;
+  OwnedVariant Default{};  ///< of `Type`; without one (missing) only where `Type` is VT_VARIANT
+};
+
+/// A function of an interface's virtual table.
+struct Member {
+  std::wstring Name;
+  DISPID Id;
+  INVOKEKIND Kind;
+  std::size_t Offset;  ///< in the virtual table, in bytes
+  std::vector<Parameter> Parameters;
+  VARTYPE Result;  ///< VT_VOID for none
+};
+
+struct InterfaceDescription {
+  std::vector<Member> Members;
+  ComPtr<ITypeInfo> Type;  ///< null for an interface that the type library does not hold
+};
+
+/// The description of an interface of the type library, made on first use and kept until
+/// `ForgetInterfaceDescriptions`. Raises the HRESULT where the library cannot be read.
+std::shared_ptr<const InterfaceDescription> DescribeInterface(REFIID iid);
+void ForgetInterfaceDescriptions();
+
+/// The members of one interface, or of several under one roof. The first interface's members keep their
+/// DISPIDs; those of the others, whose DISPIDs collide, get numbers of their own, except the default member
+/// and the enumerator. Where a name comes again, the first interface whose member can take a call's arguments
+/// answers it.
+class DispatchTable {
+ public:
+  explicit DispatchTable(std::vector<std::shared_ptr<const InterfaceDescription>> interfaces);
+
+  /// The first interface's; null where the type library does not hold it.
+  ITypeInfo* Type() const { return Interfaces_.front()->Type.Get(); }
+
+  HRESULT GetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) const;
+
+  /// Calls a member; `targets` are the objects' pointers to the table's interfaces, in the same order.
+  HRESULT Invoke(const std::vector<IUnknown*>& targets, DISPID id, LCID locale, WORD flags,
+                 const DISPPARAMS& arguments, VARIANT* result, EXCEPINFO* exception,
+                 UINT* wrongArgument) const;
+
+ private:
+  struct Candidate {
+    const Member* Function;
+    std::size_t Interface;
+  };
+  struct Entry {
+    DISPID Id;
+    std::wstring Name;
+    std::vector<std::wstring> ParameterNames;  ///< their positions are their DISPIDs
+    std::vector<Candidate> Candidates;
+  };
+
+  void Add(const Member& member, std::size_t interface, DISPID id);
+  static HRESULT Match(const Entry& entry, const Member& member, const DISPPARAMS& arguments,
+                       std::vector<const VARIANT*>& matched, UINT* wrongArgument);
+
+  std::vector<std::shared_ptr<const InterfaceDescription>> Interfaces_;
+  std::vector<Entry> Entries_;
+};
+
+}  // namespace ptzd::com
