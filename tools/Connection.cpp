@@ -19,22 +19,21 @@ using namespace ptzd;
 
 constexpr std::string_view LibraryPrefix = "QVPTZ.";
 
-struct CommonOption {
+struct SharedOption {
+  unsigned Flag;  ///< of `DriverData::SharedOptions`
   const char* Name;
   const char* Description;
   OptionTypes OType;
   Variant Default;
-  std::string_view Drivers;  // class names, each with a blank on either side; empty: all with an address
 };
 
-const CommonOption CommonOptionTable[] = {
-    {"Address", "Host name or IP address, with :port if not 80", OptionText, "", ""},
-    {"Port", "Camera behind one address; 0: the only or first one", OptionInteger, 0,
-     " Axis Genie Grandeye MeritLilin PanasoniciPro Panogenics "},
-    {"Port", "Address of the camera on the serial line", OptionInteger, 1, " Pelco "},
-    {"Camera", "Camera behind one address", OptionText, "0", " Vivotek "},
-    {"Reset", "Go to the reference position on connecting", OptionBoolean, false,
-     " Axis Elmo Panasonic PanasoniciPro Pelco Quorvane Sony "},
+const SharedOption SharedOptionTable[] = {
+    {SharesAddress, "Address", "Host name or IP address, with :port if not the usual one", OptionText, ""},
+    {SharesPort, "Port", "Camera behind one address; 0: the only or first one", OptionInteger, 0},
+    {SharesBusAddress, "Port", "Address of the camera on the serial line", OptionInteger, 1},
+    {SharesCamera, "Camera", "Camera behind one address", OptionText, "0"},
+    {SharesFeed, "Feed", "Name of the camera on the remote system", OptionText, ""},
+    {SharesReset, "Reset", "Go to the reference position on connecting", OptionBoolean, false},
 };
 
 std::string Join(const std::vector<Variant>& values) {
@@ -110,14 +109,10 @@ std::vector<PTZOption> DescribedOptions(const DriverClass& driver) {
 }
 
 std::vector<PTZOption> CommonOptions(const DriverClass& driver) {
-  const auto device = driver.Create({});
-  const bool hasAddress = (device->Capabilities() & CapabilityNoAddress) == 0;
-  const auto className = " " + std::string(driver.ProgID.substr(driver.ProgID.find('.') + 1)) + " ";
   std::vector<PTZOption> options;
-  for (const auto& row : CommonOptionTable) {
-    if (row.Drivers.empty() ? !hasAddress : row.Drivers.find(className) == std::string_view::npos) continue;
-    options.emplace_back().Init(row.Name, row.Description, row.OType, {}, row.Default);
-  }
+  for (const auto& row : SharedOptionTable)
+    if (driver.Data->SharedOptions & row.Flag)
+      options.emplace_back().Init(row.Name, row.Description, row.OType, {}, row.Default);
   return options;
 }
 

@@ -18,6 +18,16 @@ enum class MemberRule {
   False,               ///< works also while not connected, answers False whatever happened
 };
 
+/// Options that more than one make reads; the rest a driver describes itself, through `PTZOptions`.
+enum SharedOptions : unsigned {
+  SharesAddress = 1,
+  SharesPort = 2,        ///< Port: the camera behind one address, 0 for the only or first one
+  SharesBusAddress = 4,  ///< Port: the camera's address on its serial line
+  SharesCamera = 8,      ///< Camera: the camera behind one address
+  SharesFeed = 16,       ///< Feed: the camera's name on a remote system
+  SharesReset = 32,      ///< Reset: go to the reference position on connecting
+};
+
 /// What cannot be told from a driver's capabilities: makes differ in which members need a connection and in
 /// what they answer, partly on purpose. Suites and tools read it from here.
 struct DriverData {
@@ -36,6 +46,8 @@ struct DriverData {
   bool NeedsLine = false;
   /// Before the first `Connect`, successful or not, the members that need no connection raise 91.
   bool NeedsOptions = false;
+
+  unsigned SharedOptions = SharesAddress;
 
   struct Failure {
     PTZErrors Number;

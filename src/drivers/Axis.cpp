@@ -78,6 +78,7 @@ const DriverData Axis::Data = {
     .PresetSave = MemberRule::OutcomeIfConnected,
     .DisconnectAnswersTrue = true,
     .ReadsPosition = true,
+    .SharedOptions = SharesAddress | SharesPort | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
 

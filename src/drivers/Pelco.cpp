@@ -99,6 +99,7 @@ const DriverData Pelco::Data = {
     .PresetSave = MemberRule::True,
     .DisconnectAnswersTrue = true,
     .NeedsLine = true,
+    .SharedOptions = SharesBusAddress | SharesReset,
 };
 
 Pelco::Pelco(const Platform& platform) : Clock_(*platform.clock) {}

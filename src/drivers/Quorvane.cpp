@@ -37,6 +37,7 @@ const DriverData Quorvane::Data = {
     .Zoom = MemberRule::TrueIfConnected,
     .DisconnectAnswersTrue = false,
     .NeedsOptions = true,
+    .SharedOptions = SharesAddress | SharesFeed | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
 

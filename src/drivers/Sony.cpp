@@ -131,6 +131,7 @@ const DriverData Sony::Data = {
     .Zoom = MemberRule::TrueIfConnected,
     .DisconnectAnswersTrue = false,
     .ReadsPosition = true,
+    .SharedOptions = SharesAddress | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
 

@@ -100,6 +100,7 @@ const DriverData Vivotek::Data = {
     .PresetSave = MemberRule::False,
     .Home = MemberRule::OutcomeIfConnected,
     .DisconnectAnswersTrue = false,
+    .SharedOptions = SharesAddress | SharesCamera,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
 

@@ -29,7 +29,7 @@ bool PortInRange(std::string_view url) {
   url = url.substr(0, url.find_first_of("/?#"));
   if (const auto at = url.rfind('@'); at != std::string_view::npos) url.remove_prefix(at + 1);
   if (const auto bracket = url.rfind(']'); bracket != std::string_view::npos) url.remove_prefix(bracket + 1);
-  const auto colon = url.rfind(':');
+  const auto colon = url.find(':');
   if (colon == std::string_view::npos || colon + 1 == url.size()) return true;
   std::uint16_t port = 0;
   const auto [end, error] = std::from_chars(url.data() + colon + 1, url.data() + url.size(), port);
