@@ -25,7 +25,8 @@ class MonotonicClock final : public Clock {
     timespec until{};
     until.tv_sec = seconds.count();
     until.tv_nsec = std::chrono::duration_cast<std::chrono::nanoseconds>(since - seconds).count();
-    // A motor runs on until its stop: the 50 microseconds by which the system may delay a thread are too many.
+    // A motor runs on until its stop: the 50 microseconds by which the system may delay a thread are too
+    // many.
     const int slack = prctl(PR_GET_TIMERSLACK);
     prctl(PR_SET_TIMERSLACK, 1UL);
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
