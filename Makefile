@@ -1,5 +1,5 @@
 # The front door. Each command does all its own set-up.
-.PHONY: demo test bench lint format clean
+.PHONY: demo test sanitize bench lint format clean
 
 demo:
 	scripts/setup
@@ -9,6 +9,16 @@ demo:
 
 test:
 	scripts/test
+
+# Address, undefined-behaviour and thread sanitizers; the last needs the address space as it always was.
+sanitize:
+	scripts/setup
+	cmake --preset linux-asan
+	cmake --build --preset linux-asan
+	ctest --preset linux-asan
+	cmake --preset linux-tsan
+	cmake --build --preset linux-tsan
+	setarch -R ctest --preset linux-tsan
 
 bench:
 	scripts/setup
