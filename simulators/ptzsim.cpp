@@ -20,7 +20,10 @@
 
 #include "simulators/Axis.h"
 #include "simulators/Pelco.h"
+#include "simulators/Quorvane.h"
 #include "simulators/Secubest.h"
+#include "simulators/Sony.h"
+#include "simulators/Vivotek.h"
 
 namespace {
 
@@ -29,6 +32,8 @@ using namespace ptzsim;
 struct Settings {
   std::string Head;
   std::uint16_t Port = 0;
+  std::vector<std::string> Feeds;
+  bool BadXML = false;
   std::vector<int> Addresses = {1};
   std::string Protocol = "both";
   Terminal::Options SerialLine{};
@@ -41,6 +46,8 @@ struct Make {
   std::vector<std::string> Heads;  ///< the first is the one meant when none is asked for; none: one kind only
   std::function<std::unique_ptr<Simulator>(const Settings&)> Create;
   Line On = Line::HTTP;
+  const char* HeadOption = "--head";  ///< what the kinds are called
+  void (*AddOptions)(CLI::App&, Settings&) = nullptr;
 };
 
 std::unique_ptr<Simulator> CreateAxis(const Settings& settings) {
@@ -69,6 +76,36 @@ std::unique_ptr<Simulator> CreateSecubest(const Settings& settings) {
   return std::make_unique<Secubest>(Secubest::Options{.Port = settings.Port});
 }
 
+std::unique_ptr<Simulator> CreateSony(const Settings& settings) {
+  return std::make_unique<Sony>(Sony::Options{.Model = settings.Head, .Port = settings.Port});
+}
+
+std::unique_ptr<Simulator> CreateVivotek(const Settings& settings) {
+  const char* model = settings.Head == "old" ? "PT7135" : "PZ7132";
+  return std::make_unique<Vivotek>(Vivotek::Options{.Model = model, .Port = settings.Port});
+}
+
+std::unique_ptr<Simulator> CreateQuorvane(const Settings& settings) {
+  Quorvane::Options options{.BadXML = settings.BadXML, .Port = settings.Port};
+  if (!settings.Feeds.empty()) options.Feeds.clear();
+  for (const auto& feed : settings.Feeds) {
+    const auto equals = feed.find('=');
+    if (equals == feed.npos) throw std::invalid_argument("--feeds " + feed + ": is not ID=NAME");
+    options.Feeds.push_back(
+        {feed.substr(0, equals), feed.substr(equals + 1), Quorvane::SomeFeeds()[0].Presets});
+  }
+  return std::make_unique<Quorvane>(std::move(options));
+}
+
+void AddQuorvaneOptions(CLI::App& command, Settings& settings) {
+  command
+      .add_option(
+          "--feeds", settings.Feeds,
+          "The feeds as ID=NAME, with commas between them; when not given \"3=Front Door\" and another")
+      ->delimiter(',');
+  command.add_flag("--bad-xml", settings.BadXML, "Break off the lists of feeds and presets in mid-element");
+}
+
 const std::vector<Make> Makes = {
     {"axis",
      "Axis camera or video server (HTTP)",
@@ -77,7 +114,16 @@ const std::vector<Make> Makes = {
 #ifndef _WIN32
     {"pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)", {}, CreatePelco, Line::Terminal},
 #endif
+    {"quorvane",
+     "Another installation of the surveillance system (HTTP)",
+     {},
+     CreateQuorvane,
+     Line::HTTP,
+     "",
+     AddQuorvaneOptions},
     {"secubest", "Secubest unit (framed messages over raw TCP)", {}, CreateSecubest, Line::TCP},
+    {"sony", "Sony SNC camera (HTTP)", Sony::Models(), CreateSony, Line::HTTP, "--model"},
+    {"vivotek", "Vivotek or D-Link camera (HTTP)", {"new", "old"}, CreateVivotek, Line::HTTP, "--generation"},
 };
 
 constexpr char Footer[] =
@@ -188,7 +234,9 @@ int Run(int argc, char** argv) {
     CLI::App* command = app.add_subcommand(make.Name, make.About);
     command->footer(Footer + FaultHelp(make.On));
     if (!make.Heads.empty()) {
-      command->add_option("--head", settings.Head, "Kind of head; " + make.Heads.front() + " when not given")
+      command
+          ->add_option(make.HeadOption, settings.Head,
+                       "Kind of camera; " + make.Heads.front() + " when not given")
           ->check(CLI::IsMember(make.Heads));
     }
     if (make.On != Line::Terminal) {
@@ -197,6 +245,7 @@ int Run(int argc, char** argv) {
     } else {
       AddTerminalOptions(*command, settings);
     }
+    if (make.AddOptions) make.AddOptions(*command, settings);
     command->add_option("--fault", faults, "A fault as told below; may be given several times")
         ->allow_extra_args(false);
     if (make.On == Line::HTTP) {

@@ -31,8 +31,11 @@ const SharedOption SharedOptionTable[] = {
     {SharesAddress, "Address", "Host name or IP address, with :port if not the usual one", OptionText, ""},
     {SharesPort, "Port", "Camera behind one address; 0: the only or first one", OptionInteger, 0},
     {SharesBusAddress, "Port", "Address of the camera on the serial line", OptionInteger, 1},
-    {SharesCamera, "Camera", "Camera behind one address", OptionText, "0"},
-    {SharesFeed, "Feed", "Name of the camera on the remote system", OptionText, ""},
+    {SharesCamera,
+     "Camera",
+     "Camera behind one address, from 0 on newer models and from 1 on older ones",
+     OptionText,
+     {}},
     {SharesReset, "Reset", "Go to the reference position on connecting", OptionBoolean, false},
 };
 

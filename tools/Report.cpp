@@ -112,7 +112,7 @@ std::string RequestText(const RequestRecord& request) {
   auto text = "  " + Printable(request.Path) + "  ->  ";
   if (!request.Failure.empty()) return text + Printable(request.Failure);
   if (!request.Reply) return text + "no reply told";
-  if (request.Reply->empty()) return text + "accepted, empty reply";
+  if (request.Reply->empty()) return text + "answered, empty reply";
   const auto reply = Printable(*request.Reply);
   return text + (reply.size() > longest ? reply.substr(0, longest) + "..." : reply);
 }

@@ -7,7 +7,7 @@
 namespace ptzsim {
 namespace {
 
-std::string PercentDecode(std::string_view text) {
+std::string PercentDecode(std::string_view text, bool plusIsBlank = false) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {
     std::uint8_t byte = 0;
@@ -17,7 +17,7 @@ std::string PercentDecode(std::string_view text) {
       decoded += static_cast<char>(byte);
       i += 2;
     } else {
-      decoded += text[i];
+      decoded += plusIsBlank && text[i] == '+' ? ' ' : text[i];
     }
   }
   return decoded;
@@ -25,7 +25,7 @@ std::string PercentDecode(std::string_view text) {
 
 }  // namespace
 
-Query::Query(std::string_view target) {
+Query::Query(std::string_view target, bool plusIsBlank) {
   const auto mark = target.find('?');
   Path = PercentDecode(target.substr(0, mark));
   if (mark == std::string_view::npos) return;
@@ -34,8 +34,8 @@ Query::Query(std::string_view target) {
   for (const auto& pair : Split(Text, '&')) {
     const auto equals = pair.find('=');
     const bool valued = equals != std::string::npos;
-    Pairs.emplace_back(PercentDecode(std::string_view(pair).substr(0, equals)),
-                       valued ? PercentDecode(std::string_view(pair).substr(equals + 1)) : "");
+    Pairs.emplace_back(PercentDecode(std::string_view(pair).substr(0, equals), plusIsBlank),
+                       valued ? PercentDecode(std::string_view(pair).substr(equals + 1), plusIsBlank) : "");
   }
 }
 

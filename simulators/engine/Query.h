@@ -9,9 +9,10 @@
 namespace ptzsim {
 
 /// A request target taken apart: "/a/b.cgi?x=1&y" is path "/a/b.cgi" and the pairs (x, 1) and (y, ""), in the
-/// order they came. Names and values are percent-decoded; "+" stays as it is, as cameras leave it.
+/// order they came. Names and values are percent-decoded; "+" stays as it is, as most cameras leave it, or is
+/// a blank, as in forms.
 struct Query {
-  explicit Query(std::string_view target);
+  explicit Query(std::string_view target, bool plusIsBlank = false);
 
   /// The first value of that name.
   std::optional<std::string> Find(std::string_view name) const;

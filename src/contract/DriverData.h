@@ -18,14 +18,13 @@ enum class MemberRule {
   False,               ///< works also while not connected, answers False whatever happened
 };
 
-/// Options that more than one make reads; the rest a driver describes itself, through `PTZOptions`.
+/// Options that drivers read beside those that they describe through `PTZOptions`.
 enum SharedOptions : unsigned {
   SharesAddress = 1,
   SharesPort = 2,        ///< Port: the camera behind one address, 0 for the only or first one
   SharesBusAddress = 4,  ///< Port: the camera's address on its serial line
   SharesCamera = 8,      ///< Camera: the camera behind one address
-  SharesFeed = 16,       ///< Feed: the camera's name on a remote system
-  SharesReset = 32,      ///< Reset: go to the reference position on connecting
+  SharesReset = 16,      ///< Reset: go to the reference position on connecting
 };
 
 /// What cannot be told from a driver's capabilities: makes differ in which members need a connection and in

@@ -70,4 +70,16 @@ constexpr Directions operator|(Directions a, Directions b) {
   return static_cast<Directions>(static_cast<std::int32_t>(a) | static_cast<std::int32_t>(b));
 }
 
+/// A step in a direction as signed amounts: left before right and up before down where both bits are set.
+struct DirectionStep {
+  double Pan = 0;
+  double Tilt = 0;
+};
+constexpr DirectionStep StepOf(Directions direction, float angle) {
+  DirectionStep step;
+  if (direction & (DirectionLeft | DirectionRight)) step.Pan = direction & DirectionLeft ? -angle : angle;
+  if (direction & (DirectionUp | DirectionDown)) step.Tilt = direction & DirectionUp ? angle : -angle;
+  return step;
+}
+
 }  // namespace ptzd

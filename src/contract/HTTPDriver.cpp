@@ -45,8 +45,10 @@ std::optional<std::string> HTTPDriver::Request(const std::string& path) {
   try {
     auto reply = DecodeBytes(Client_.GetResource(Url(path), "", ""), CodePage1252);
     LogMessage(std::string(Style_.Completion) + reply);
-    if (Style_.Accepts != nullptr && !Style_.Accepts(Client_, reply)) return std::nullopt;
-    return reply;
+    if (Style_.Accepts == nullptr) return reply;
+    LastReply_ = std::move(reply);
+    if (!Style_.Accepts(Client_, LastReply_)) return std::nullopt;
+    return LastReply_;
   } catch (const Error& error) {
     LogMessage(Style_.DescribesFailure ? "Request failed. " + error.Description() : "Request failed.");
     return std::nullopt;

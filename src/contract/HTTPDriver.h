@@ -16,8 +16,8 @@ namespace ptzd {
 struct RequestStyle {
   std::string_view Announcement = "Requesting ";              ///< logged with the path before the request
   std::string_view Completion = "Request complete. Reply: ";  ///< logged with the reply text
-  bool DescribesFailure =
-      true;  ///< logs "Request failed. " and the description, else "Request failed." alone
+  /// Logs "Request failed. " and the description, else "Request failed." alone.
+  bool DescribesFailure = true;
   /// Whether a reply is a success; without one, every reply is.
   bool (*Accepts)(const HTTPClient& client, std::string_view reply) = nullptr;
 };
@@ -46,8 +46,8 @@ class HTTPDriver {
   std::string Url(std::string_view path) const;
 
   /// Fetches a path (which begins with "/") and gives the reply as text, or nothing where the transport
-  /// failed or the style does not accept the reply. Blocks as `HTTPClient::GetResource` does; never raises an
-  /// `Error`.
+  /// failed or the style does not accept the reply; then `LastReply_` has it all the same. Blocks as
+  /// `HTTPClient::GetResource` does; never raises an `Error`.
   std::optional<std::string> Request(const std::string& path);
 
   /// A base path, then the channel parameter, the option Port and "&" unless Port is 0, then the command.
@@ -57,11 +57,12 @@ class HTTPDriver {
   std::int32_t TickCount() const { return Clock_.TickCount(); }
 
   PropertyBag Options_;
+  std::string LastReply_;  ///< the last reply that a style had to judge, accepted or not
   HTTPClient Client_;
   bool Connected_ = false;
 
  private:
-  const RequestStyle& Style_;
+  RequestStyle Style_;
   Clock& Clock_;
 };
 

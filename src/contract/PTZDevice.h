@@ -15,7 +15,8 @@ namespace ptzd {
 ///
 /// A device is used by one thread at a time. Members block until the camera has answered or the request
 /// failed. Only `Connect` raises errors for a device's failure; every member raises 6 (overflow) for an
-/// argument that does not fit the camera's numbers.
+/// argument that does not fit the camera's numbers, and some drivers 91 for want of a line or of options
+/// (`DriverData`).
 class PTZDevice {
  public:
   virtual ~PTZDevice() = default;

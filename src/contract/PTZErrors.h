@@ -3,13 +3,22 @@
 #include <string>
 
 #include "common/Error.h"
+#include "contract/DriverData.h"
 #include "contract/Enumerations.h"
+#include "contract/PropertyBag.h"
 
 namespace ptzd {
 
 /// Raises a driver's hard failure to the host; the source is the driver's own class.
 [[noreturn]] inline void Raise(PTZErrors number, std::string description) {
   throw Error(number, std::move(description));
+}
+
+/// The option Address. Raises what the driver's data says for want of one.
+inline std::string RequireAddress(const PropertyBag& options, const DriverData& data) {
+  auto address = options.Text("Address");
+  if (address.empty()) Raise(data.NoAddress->Number, std::string(data.NoAddress->Description));
+  return address;
 }
 
 }  // namespace ptzd

@@ -60,6 +60,9 @@ constexpr std::array SupportTable = {
     SupportRow{"ContinuousZoom", CapabilityContinuousZoom},
 };
 
+/// The camera's speed is twice the interface's, as a whole number.
+std::string SpeedText(float speed) { return Text(ToSingle(Int(ToSingle(speed * 2.0)))); }
+
 void AppendPart(std::string& command, std::string_view name, const std::string& value) {
   if (!command.empty()) command += '&';
   command.append(name).append(value);
@@ -120,8 +123,7 @@ Capabilities Axis::Capabilities() { return Capabilities_ | CapabilityMultiport |
 
 bool Axis::Connect(std::span<const std::uint8_t> options) {
   OpenOptions(options);
-  if (Options_.Text("Address").empty())
-    Raise(Data.NoAddress->Number, std::string(Data.NoAddress->Description));
+  RequireAddress(Options_, Data);
 
   const auto port = Options_.Long("Port", 0);
   const auto camera = Text(port == 0 ? 1 : port);
@@ -161,15 +163,8 @@ std::optional<std::string> Axis::SendCommand(std::string_view command, bool conf
 bool Axis::DeviceMove(Directions direction, float angle) {
   if (!Connected_) return false;
   RefreshPosition();
-  double pan = CurrentPan_, tilt = CurrentTilt_;
-  if (direction & DirectionLeft)
-    pan -= angle;
-  else if (direction & DirectionRight)
-    pan += angle;
-  if (direction & DirectionUp)
-    tilt += angle;
-  else if (direction & DirectionDown)
-    tilt -= angle;
+  const auto step = StepOf(direction, angle);
+  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
   return AbsoluteMove(pan, tilt, CurrentZoom_);
 }
 
@@ -271,8 +266,8 @@ bool Axis::PresetGoto(std::int32_t preset) {
 }
 
 void Axis::ContinuousMove(float pan, float tilt) {
-  SendContinuous("continuouspantiltmove=" + Text(Int(pan * 2.0)) + "," + Text(Int(tilt * 2.0)),
-                 StopMoveCommand, LastMoveCommand_);
+  SendContinuous("continuouspantiltmove=" + SpeedText(pan) + "," + SpeedText(tilt), StopMoveCommand,
+                 LastMoveCommand_);
 }
 
 void Axis::ContinuousZoom(float amount) {
@@ -354,7 +349,7 @@ void Axis::QueryPosition() {
   for (const auto& [name, value] : Split2D(*reply, "\n", "=")) {
     if (name == "pan") pan = ToInt32(Val(value));
     if (name == "tilt") tilt = ToInt32(Val(value));
-    // A head that was refused has no zoom step yet.
+    // Without a successful `Connect` there is no zoom step yet.
     if (name == "zoom" && ZoomStep_ != 0) {
       const auto units = ToSingle((Val(value) - 1) / ZoomStep_);
       zoom = ToSingle(Int(units * 4.0 + 0.5) / 4);  // the nearest quarter

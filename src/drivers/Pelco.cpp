@@ -40,6 +40,12 @@ std::uint8_t MotionBits(double pan, double tilt) {
   return static_cast<std::uint8_t>(panBit | tiltBit);
 }
 
+/// Receivers count presets from 1. Raises 6 outside 0 to 254.
+std::uint8_t PresetByte(std::int32_t preset) {
+  if (preset < 0) Raise(ErrorOverflow);
+  return ToByte(preset + 1.0);
+}
+
 /// The same angle between -180 and 180 degrees. Raises 6 beyond 32 bits.
 float NormalisePan(float pan) {
   ToInt32(pan);
@@ -104,13 +110,7 @@ const DriverData Pelco::Data = {
 
 Pelco::Pelco(const Platform& platform) : Clock_(*platform.clock) {}
 
-Pelco::~Pelco() {
-  try {
-    GiveBackPort();
-  } catch (const std::exception& error) {
-    LogMessage(std::string("The serial port could not be given back. ") + error.what());
-  }
-}
+Pelco::~Pelco() { GiveBackQuietly(); }
 
 Capabilities Pelco::Capabilities() {
   return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityIris | CapabilityFocus |
@@ -122,7 +122,7 @@ Capabilities Pelco::Capabilities() {
 bool Pelco::Connect(std::span<const std::uint8_t> options) {
   Connected_ = false;
   Options_ = {};
-  GiveBackPort();
+  GiveBackQuietly();
   Port_.reset();
   Options_.Contents(options);
   const auto portNumber = Options_.Long("COMPort", 0);
@@ -133,7 +133,7 @@ bool Pelco::Connect(std::span<const std::uint8_t> options) {
     Connected_ = true;  // and stays so where an option below raises
   } catch (const std::exception& error) {
     LogMessage(std::string("The serial port could not be opened. ") + error.what());
-    GiveBackPort();
+    GiveBackQuietly();
   }
 
   Protocol_ = Options_.Long("Protocol", PelcoD);
@@ -157,10 +157,19 @@ void Pelco::OpenPort(std::int32_t portNumber) {
 /// Once for every acquisition. True where this was the last user, who closes the port.
 bool Pelco::GiveBackPort() {
   if (!Acquired_) return false;
+  const auto portNumber = Port_->CommPort();
   Acquired_ = false;
-  if (!Pool_->Release(Port_->CommPort())) return false;
+  if (!Pool_->Release(portNumber)) return false;
   Port_->PortOpen(false);
   return true;
+}
+
+void Pelco::GiveBackQuietly() {
+  try {
+    GiveBackPort();
+  } catch (const std::exception& error) {
+    LogMessage(std::string("The serial port could not be given back. ") + error.what());
+  }
 }
 
 Variant Pelco::Disconnect() {
@@ -173,15 +182,8 @@ Variant Pelco::Disconnect() {
 
 bool Pelco::Move(Directions direction, float angle) {
   if (!Connected_) return false;
-  double pan = CurrentPan_, tilt = CurrentTilt_;
-  if (direction & DirectionLeft)
-    pan -= angle;
-  else if (direction & DirectionRight)
-    pan += angle;
-  if (direction & DirectionUp)
-    tilt += angle;
-  else if (direction & DirectionDown)
-    tilt -= angle;
+  const auto step = StepOf(direction, angle);
+  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
   return TimedMove(ToSingle(pan), ToSingle(tilt));
 }
 
@@ -202,6 +204,7 @@ bool Pelco::TimedMove(float pan, float tilt) {
   const auto degrees = ToInt32(static_cast<double>(distance) / motors);
   const auto wait = ToInt32(MoveInterval_ / DegreesPerInterval * degrees);
   const float newPan = NormalisePan(pan);
+  ToInt32(tilt);
 
   Drive({.Command2 = MotionBits(panAway, tiltAway),
          .Data1 = ToByte(MoveSpeed_),
@@ -238,12 +241,12 @@ bool Pelco::Focus(ptzd::Focus focusLevel) {
 std::int32_t Pelco::PresetCount() { return Protocol_ == PelcoD ? PresetsOfPelcoD : PresetsOfPelcoP; }
 
 bool Pelco::PresetGoto(std::int32_t preset) {
-  Send({.Command2 = Tables::GotoPreset, .Data2 = ToByte(preset + 1.0)});
+  Send({.Command2 = Tables::GotoPreset, .Data2 = PresetByte(preset)});
   return true;
 }
 
 bool Pelco::PresetSave(std::int32_t preset) {
-  Send({.Command2 = Tables::SetPreset, .Data2 = ToByte(preset + 1.0)});
+  Send({.Command2 = Tables::SetPreset, .Data2 = PresetByte(preset)});
   return true;
 }
 
@@ -253,6 +256,7 @@ void Pelco::ContinuousMove(float pan, float tilt) {
 }
 
 void Pelco::ContinuousZoom(float amount) {
+  ToSingle(amount);  // no speed that is no number passes for a stop
   Send(amount > 0 ? Tables::ZoomTele : amount < 0 ? Tables::ZoomWide : Tables::Stop);
 }
 

@@ -78,6 +78,7 @@ class Pelco final : public PTZDevice, public PTZContinuousControl, public Tabled
 
   void OpenPort(std::int32_t portNumber);
   bool GiveBackPort();
+  void GiveBackQuietly();
   bool TimedMove(float pan, float tilt);
   Frame BuildFrame(const Command& command) const;
   void Output(const Frame& frame);

@@ -37,7 +37,7 @@ const DriverData Quorvane::Data = {
     .Zoom = MemberRule::TrueIfConnected,
     .DisconnectAnswersTrue = false,
     .NeedsOptions = true,
-    .SharedOptions = SharesAddress | SharesFeed | SharesReset,
+    .SharedOptions = SharesAddress | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
 
@@ -58,8 +58,7 @@ Capabilities Quorvane::Capabilities() {
 bool Quorvane::Connect(std::span<const std::uint8_t> options) {
   HasOptions_ = true;
   OpenOptions(options);
-  if (Options_.Text("Address").empty())
-    Raise(Data.NoAddress->Number, std::string(Data.NoAddress->Description));
+  RequireAddress(Options_, Data);
   FeedID_ = FindFeed(Options_.Text("Feed"));
   if (FeedID_.empty()) Raise(PTZErrorUnrecognisedDevice, "Unrecognised feed");
   if (!Request("").Reply) Raise(PTZErrorConnectionFailed, "Unable to connect to the device");
@@ -143,15 +142,8 @@ bool Quorvane::SetPosition(float pan, float tilt, float zoom) {
 
 bool Quorvane::DeviceMove(Directions direction, float angle) {
   if (!Connected_) return false;
-  double pan = CurrentPan_, tilt = CurrentTilt_;
-  if (direction & DirectionLeft)
-    pan -= angle;
-  else if (direction & DirectionRight)
-    pan += angle;
-  if (direction & DirectionUp)
-    tilt += angle;
-  else if (direction & DirectionDown)
-    tilt -= angle;
+  const auto step = StepOf(direction, angle);
+  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
   return SetPosition(static_cast<float>(ToInt32(pan)), static_cast<float>(ToInt32(tilt)), CurrentZoom_);
 }
 

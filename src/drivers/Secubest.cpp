@@ -89,8 +89,7 @@ bool Secubest::Connect(std::span<const std::uint8_t> options) {
   Options_.Contents(options);
   MoveInterval_ = Options_.Long("MoveInterval", DefaultMoveInterval);
   Options_.Long("MoveSpeed", DefaultMoveSpeed);  // no command uses it, but it must be a number
-  const auto address = Options_.Text("Address");
-  if (address.empty()) Raise(Data.NoAddress->Number, std::string(Data.NoAddress->Description));
+  const auto address = RequireAddress(Options_, Data);
 
   const auto url = ParseUrl("secubest://" + address, *Platform_.internet);
   auto socket = Platform_.sockets->Create();
@@ -113,15 +112,8 @@ Variant Secubest::DeviceDisconnect() {
 }
 
 bool Secubest::DeviceMove(Directions direction, float angle) {
-  double pan = CurrentPan_, tilt = CurrentTilt_;
-  if (direction & DirectionLeft)
-    pan -= angle;
-  else if (direction & DirectionRight)
-    pan += angle;
-  if (direction & DirectionUp)
-    tilt += angle;
-  else if (direction & DirectionDown)
-    tilt -= angle;
+  const auto step = StepOf(direction, angle);
+  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
   return TimedMove(pan, tilt, CurrentZoom_);
 }
 

@@ -44,7 +44,7 @@ constexpr float MoveSpeedUnits = 4;
 constexpr float ZoomSpeedUnits = 8;
 
 std::vector<Row> Rows(std::string_view reply) {
-  if (reply.ends_with("\r\n")) reply.remove_suffix(2);
+  while (reply.ends_with('\n') || reply.ends_with('\r')) reply.remove_suffix(1);
   return Split2D(reply, "&", "=");
 }
 
@@ -152,7 +152,7 @@ void Sony::Head::Read(std::string_view reply, std::string_view tiltRangeKey) {
     if (name == "PanMovementRange") readRange(PanRange);
     if (name == tiltRangeKey) readRange(TiltRange);
     if (name == "PanTiltMaxVelocity") MaxVelocity = ToInt32(Variant(value));
-    if (name == PtzfPositionKey) At = PtzfPosition(value);
+    if (name == PtzfPositionKey) At = PtzfPosition(value);  // unreadable: the next refresh asks again
   }
 }
 
@@ -173,8 +173,7 @@ Sony::Sony(const Platform& platform) : HTTPDriver(platform, Style) {}
 bool Sony::Connect(std::span<const std::uint8_t> options) {
   OpenOptions(options);
   Head_ = {};
-  if (Options_.Text("Address").empty())
-    Raise(Data.NoAddress->Number, std::string(Data.NoAddress->Description));
+  RequireAddress(Options_, Data);
 
   Head head;
   head.Read(Inquire(SystemPath), TiltRangeKey);
@@ -270,16 +269,8 @@ float Sony::Tilt() {
 }
 
 bool Sony::DeviceMove(Directions direction, float angle) {
-  float pan = 0, tilt = 0;
-  if (direction & DirectionLeft)
-    pan = -angle;
-  else if (direction & DirectionRight)
-    pan = angle;
-  if (direction & DirectionUp)
-    tilt = angle;
-  else if (direction & DirectionDown)
-    tilt = -angle;
-  return DeviceMoveBoth(pan, tilt);
+  const auto step = StepOf(direction, angle);
+  return DeviceMoveBoth(ToSingle(step.Pan), ToSingle(step.Tilt));
 }
 
 bool Sony::DeviceMoveBoth(float panAngle, float tiltAngle) {

@@ -13,6 +13,7 @@
 #include "common/Numbers.h"
 #include "contract/PTZErrors.h"
 #include "platform/CodePages.h"
+#include "platform/LetterCase.h"
 #include "transport/HTTP.h"
 #include "transport/Split2DModule.h"
 #include "transport/StringEncoding.h"
@@ -44,12 +45,6 @@ constexpr double TiltPixels = 6;
 // Camera speeds per unit of `ContinuousMove` and of `ContinuousZoom`.
 constexpr float MoveSpeedUnits = 5;
 constexpr float ZoomSpeedUnits = 10;
-
-std::string LowerCase(std::string text) {
-  for (char& c : text)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return text;
-}
 
 /// Lines may end in CR LF as well as in LF.
 std::vector<Row> Rows(std::string_view text) {
@@ -135,8 +130,7 @@ bool Vivotek::SendCommand(const std::string& parameters) {
 bool Vivotek::Connect(std::span<const std::uint8_t> options) {
   OpenOptions(options);
   CapabilityBits_ = {};
-  const auto address = Options_.Text("Address");
-  if (address.empty()) Raise(Data.NoAddress->Number, std::string(Data.NoAddress->Description));
+  const auto address = RequireAddress(Options_, Data);
   LogMessage("Connecting PTZ driver to " + address);
 
   const auto reply = Fetch(InformationPath);
@@ -164,7 +158,6 @@ bool Vivotek::Connect(std::span<const std::uint8_t> options) {
   CapabilityBits_ = bits;
   Model_ = model;
   SendCommand(HomeCommand);
-  CurrentPan_ = CurrentTilt_ = 0;
   Connected_ = true;
   return true;
 }

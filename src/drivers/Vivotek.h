@@ -25,7 +25,7 @@ namespace ptzd {
 /// number beyond 32 bits; `HTTPClient`'s numbers where the camera does not answer.
 ///
 /// The position is an estimate in whole degrees from the moves made since. The camera keeps to its limits,
-/// the driver knows none. Newer models have 128 numbered presets and named ones; these five members work on
+/// none is consulted here. Newer models have 128 numbered presets and named ones; these five members work on
 /// the model of the last `Connect` also after `Disconnect` and raise 17001 or `HTTPClient`'s numbers where
 /// the camera refuses or does not answer. Continuous speeds are sent as told, with a speed of five times
 /// their sum (ten times for zoom) plus 1 beside them; no connection is needed for them either.

@@ -103,7 +103,7 @@ void HTTPClient::Open(Exchange& exchange, InternetHandle session, const Target& 
   const auto& url = target.Url;
   exchange.Connection = Internet_.Connect(session, url.HostName, url.Port, target.UserName, target.Password,
                                           url.SchemeNumber, target.AuthFlag | asyncFlag, context);
-  if (exchange.Connection == 0) Fail(NoSession, "Failed to initialise the HTTP session");
+  if (exchange.Connection == 0) Fail(HTTPErrorNoSession, "Failed to initialise the HTTP session");
   LogMessage("Got session handle: " + std::to_string(exchange.Connection));
   if (asyncFlag != 0) Internet_.SetStatusCallback(exchange.Connection, HttpStatusCallback);
 
@@ -111,7 +111,7 @@ void HTTPClient::Open(Exchange& exchange, InternetHandle session, const Target& 
     exchange.Request = Internet_.OpenRequest(
         exchange.Connection, postData.empty() ? "GET" : "POST", url.UrlPath + url.ExtraInfo,
         target.AuthFlag | InternetFlagReload | InternetFlagNoCacheWrite | asyncFlag, context);
-  if (exchange.Request == 0) Fail(NoRequest, "Failed to initialise the HTTP request");
+  if (exchange.Request == 0) Fail(HTTPErrorNoRequest, "Failed to initialise the HTTP request");
   LogMessage("Got request handle: " + std::to_string(exchange.Request));
 }
 
@@ -124,8 +124,9 @@ void HTTPClient::Perform(const std::string& address, const std::string& sendHead
     LogMessage("Getting request handles");
     Open(exchange, SyncSession_, target, postData, 0, 0);
     if (!Internet_.SendRequest(exchange.Request, sendHeaders, EncodeText(postData, AnsiCodePage()))) {
-      if (Internet_.LastError() == SystemErrorOffline) Fail(NoRequest, "Windows is in offline mode.");
-      Fail(NoServer, "Failed to connect to the HTTP server.");
+      if (Internet_.LastError() == SystemErrorOffline)
+        Fail(HTTPErrorNoRequest, "Windows is in offline mode.");
+      Fail(HTTPErrorNoServer, "Failed to connect to the HTTP server.");
     }
     LogMessage("Sent request");
     if (const auto length = Internet_.QueryContentLength(exchange.Request))
@@ -146,7 +147,7 @@ Bytes HTTPClient::GetResource(const std::string& address, const std::string& sen
     // No call tells of a body that ends before its announced length.
     const auto received = static_cast<std::int64_t>(std::get<Bytes>(body).size());
     if (BodyFollows() && received < exchange.ContentLength)
-      Fail(BrokenOff, "Disconnected while recieving data");
+      Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
   });
   LogMessage("Got all data");
   return std::get<Bytes>(std::move(body));
@@ -158,18 +159,18 @@ void HTTPClient::ReceiveBody(Exchange& exchange, Variant& body) const {
   LogMessage(std::to_string(available) + "  content length");
   while (true) {
     if (!Internet_.QueryDataAvailable(exchange.Request, available))
-      Fail(BrokenOff, "InternetQueryDataAvailable returned failure");
+      Fail(HTTPErrorBrokenOff, "InternetQueryDataAvailable returned failure");
     auto error = Internet_.LastError();
     if (error != SystemErrorNone && error != SystemErrorIOPending)
-      Fail(BrokenOff, "GetLastError returned " + std::to_string(error));
+      Fail(HTTPErrorBrokenOff, "GetLastError returned " + std::to_string(error));
     if (available == 0) break;
 
     Bytes chunk(available);
     std::uint32_t length = 0;
     if (!Internet_.Read(exchange.Request, chunk, length))
-      Fail(BrokenOff, "Disconnected while recieving data");
+      Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
     error = Internet_.LastError();
-    if (error != SystemErrorNone) Fail(BrokenOff, "GetLastError returned " + std::to_string(error));
+    if (error != SystemErrorNone) Fail(HTTPErrorBrokenOff, "GetLastError returned " + std::to_string(error));
     LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
     chunk.resize(length);
     AppendBytes(body, std::move(chunk));
@@ -181,7 +182,7 @@ void HTTPClient::ReceiveBody(Exchange& exchange, Variant& body) const {
 void HTTPClient::ReportProgress(std::int64_t received, const Exchange& exchange) const {
   bool cancel = false;
   if (Progress) Progress(ToInt32(static_cast<double>(received)), exchange.ContentLength, cancel);
-  if (cancel) Fail(Cancelled, "Download cancelled");
+  if (cancel) Fail(HTTPErrorCancelled, "Download cancelled");
 }
 
 void HTTPClient::CaptureHeaders(InternetHandle request) {
@@ -243,8 +244,8 @@ void HTTPClient::GetResourceAsync(const std::string& address, const std::string&
     if (!postData.empty()) body = handles.KeepBody(context, EncodeText(postData, AnsiCodePage()));
     if (!Internet_.SendRequest(exchange.Request, sendHeaders, body)) {
       const auto error = Internet_.LastError();
-      if (error == SystemErrorOffline) Fail(NoRequest, "Windows is in offline mode.");
-      if (error != SystemErrorIOPending) Fail(NoServer, "Failed to connect to the HTTP server");
+      if (error == SystemErrorOffline) Fail(HTTPErrorNoRequest, "Windows is in offline mode.");
+      if (error != SystemErrorIOPending) Fail(HTTPErrorNoServer, "Failed to connect to the HTTP server");
     }
     // From here on the handles belong to the status callback, which may have closed them already.
     exchange.Request = exchange.Connection = 0;

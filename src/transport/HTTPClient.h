@@ -14,14 +14,13 @@ namespace ptzd {
 /// An instance is used by one thread at a time. Errors are `Error` with the numbers below and an empty
 /// source; the HTTP status is no error. Every step is told to `LogMessage`.
 ///
-/// | number | raised when |
-/// |---|---|
-/// | 5 | a session cannot be opened |
-/// | 6 | more than 32767 requests at once |
-/// | 13101 | the URL has no host or a scheme other than http |
-/// | 13102 | the request cannot be made: a CR, LF or NUL in the URL or inside a header line, or the system is
-/// offline | | 13104 | nothing answers: refused, unknown host, time-out, closed without an answer | | 13106 |
-/// the body broke off | | 13107 | `Progress` asked for cancellation |
+/// - 5: a session cannot be opened
+/// - 6: more than 32767 requests at once
+/// - 13101: the URL has no host or a scheme other than http
+/// - 13102: the request cannot be made (a CR, LF or NUL in the URL or inside a header line; offline)
+/// - 13104: it cannot be sent, or nothing answers: refused, unknown host, time-out, closed without an answer
+/// - 13106: the body broke off
+/// - 13107: `Progress` asked for cancellation
 class HTTPClient {
  public:
   static constexpr std::uint32_t DefaultReceiveTimeout = 5000;   ///< milliseconds
@@ -54,7 +53,7 @@ class HTTPClient {
   std::string GetResultCode(std::string& text) const;
 
   /// The header block of the last blocking request, lines separated by CR LF, for an empty name; nothing for
-  /// any other name. A block of 2048 characters and more is not kept.
+  /// any other name. A block of 2048 characters and more is not kept: then 2048 NULs stand in its place.
   std::string GetHeader(const std::string& headerName = {}) const;
 
   /// The agent text set; empty means "Qelto HTTP Client Object".

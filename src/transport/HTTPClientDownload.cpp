@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <system_error>
 
 #include "common/Logging.h"
 #include "transport/HTTPExchange.h"
@@ -13,23 +14,29 @@ void HTTPClient::DownloadResource(const std::string& address, const std::string&
                                   const std::string& sendHeaders, const std::string& postData) {
   const std::filesystem::path path(std::u8string(fileName.begin(), fileName.end()));
   std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-  if (!file) file.open(path, std::ios::out | std::ios::binary);
+  // Only a file that is not there is made; to open one for writing alone would cut it.
+  std::error_code error;
+  if (!file && !std::filesystem::exists(path, error)) file.open(path, std::ios::out | std::ios::binary);
   const auto checkFile = [&] {
     if (!file) throw Error(ErrorPathAccess, RunTimeErrorText(ErrorPathAccess) + ": " + fileName, "");
   };
   checkFile();
+  file.seekp(0, std::ios::end);
+  std::int64_t size = file ? static_cast<std::int64_t>(file.tellp()) : 0;  // a device has no end
+  file.clear();
+  file.seekp(0);
+  file.clear();
 
   Perform(address, sendHeaders, postData, [&](Exchange& exchange) {
-    // Less strict than a body in memory: a failed query counts as the end, and no left-over error is looked
-    // at.
-    std::int64_t written = 0, size = static_cast<std::int64_t>(std::filesystem::file_size(path));
+    // Less strict than in memory: a failed query counts as the end, and left-over errors are not looked at.
+    std::int64_t written = 0;
     for (std::uint32_t available = 0;;) {
       if (!Internet_.QueryDataAvailable(exchange.Request, available)) available = 0;
       if (available == 0) break;
       Bytes chunk(available);
       std::uint32_t length = 0;
       if (!Internet_.Read(exchange.Request, chunk, length))
-        Fail(BrokenOff, "Disconnected while recieving data");
+        Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
       LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
       file.write(reinterpret_cast<const char*>(chunk.data()), length);
       checkFile();
@@ -41,7 +48,7 @@ void HTTPClient::DownloadResource(const std::string& address, const std::string&
     file.flush();
     checkFile();
     CaptureHeaders(exchange.Request);
-    if (BodyFollows() && size < exchange.ContentLength) Fail(BrokenOff, "Download file truncated");
+    if (BodyFollows() && size < exchange.ContentLength) Fail(HTTPErrorBrokenOff, "Download file truncated");
   });
   LogMessage("Got all data");
 }

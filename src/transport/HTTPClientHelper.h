@@ -17,6 +17,8 @@ namespace ptzd {
 /// thread.
 class AsyncHandleCollection {
  public:
+  explicit AsyncHandleCollection(std::int32_t lastContext = 0) : ContextCounter_(lastContext) {}
+
   /// A context value that no request under way has: 1 to 0x10000000, then again from 1.
   std::int32_t NextContext();
 
@@ -36,7 +38,7 @@ class AsyncHandleCollection {
 
   mutable std::mutex Mutex_;
   std::map<std::uintptr_t, Entry> Entries_;
-  std::int32_t ContextCounter_ = 0;
+  std::int32_t ContextCounter_;
 };
 
 /// The one collection of the process, created on first use.

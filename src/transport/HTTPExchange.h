@@ -12,11 +12,11 @@
 namespace ptzd {
 
 enum HTTPError : std::int32_t {
-  NoSession = 13101,
-  NoRequest = 13102,
-  NoServer = 13104,
-  BrokenOff = 13106,
-  Cancelled = 13107,
+  HTTPErrorNoSession = 13101,
+  HTTPErrorNoRequest = 13102,
+  HTTPErrorNoServer = 13104,
+  HTTPErrorBrokenOff = 13106,
+  HTTPErrorCancelled = 13107,
 };
 
 /// Errors of the client name no source.

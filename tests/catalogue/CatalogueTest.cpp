@@ -58,10 +58,8 @@ TEST(DriverFactory, SaysWhyItCannotCreate) {
 
 #ifndef _WIN32
 TEST(AnnouncementFiles, SkipsWhatIsMalformedAndSaysSo) {
-  const auto folder =
-      std::filesystem::temp_directory_path() /
-      ("ptzd-announcements-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()));
-  std::filesystem::create_directories(folder);
+  std::string name = std::filesystem::temp_directory_path() / "ptzd-announcements-XXXXXX";
+  const std::filesystem::path folder = mkdtemp(name.data());
   const auto file = folder / "drivers";
   std::ofstream(file, std::ios::binary) << "\xEF\xBB\xBF# drivers of this machine\r\n"
                                            "; another comment\n\n"

@@ -123,6 +123,24 @@ TEST_F(AxisTest, PositionsComeFromTheCameraAtMostEveryFiveSeconds) {
   EXPECT_EQ(NumberOf([&] { Device.Pan(); }), 6);
   Net.Replies = {FakeReply{.Answers = false}};
   EXPECT_EQ(Device.Pan(), -7) << "an overflow keeps the position";
+
+  Time.Advance(5000);
+  Sent();
+  Net.Replies = {FakeReply{.Answers = false}, FakeReply{"pan=3\ntilt=4\n"}};
+  EXPECT_EQ(Device.Pan(), -7);
+  EXPECT_EQ(Device.Pan(), 3) << "a failed query does not count as a reading";
+}
+
+TEST_F(AxisTest, AFailedConnectLeavesTheNewOptionsInPlace) {
+  Connect(FullHead);
+  PropertyBag options;
+  options.WriteProperty("Address", std::string("camera2"));
+  Net.Replies = {FakeReply{.Answers = false}};
+  EXPECT_EQ(NumberOf([&] { Camera.Connect(options.Contents()); }), 17001);
+  EXPECT_TRUE(Device.MoveBoth(1, 1));
+  EXPECT_EQ(Net.Sent.back().Host, "camera2");
+  EXPECT_EQ(NumberOf([&] { Camera.Connect(Bytes{1, 2}); }), 5);
+  EXPECT_FALSE(Device.MoveBoth(1, 1)) << "options that cannot be read hold no address";
 }
 
 TEST_F(AxisTest, AbsoluteMoves) {
@@ -258,7 +276,13 @@ TEST_F(AxisTest, ContinuousControlRepeatsOnlyStops) {
             "/axis-cgi/com/ptz.cgi?continuouspantiltmove=0,0\n/axis-cgi/com/ptz.cgi?continuouszoommove=0");
   Device.Pan();
   EXPECT_EQ(Sent(), "/axis-cgi/com/ptz.cgi?query=position") << "motion makes the position stale";
-  EXPECT_EQ(NumberOf([&] { Camera.ContinuousZoom(3e38F); }), 6);
+  for (const float speed : {3e38F, NAN}) {
+    EXPECT_EQ(NumberOf([&] { Camera.ContinuousZoom(speed); }), 6);
+    EXPECT_EQ(NumberOf([&] { Camera.ContinuousMove(speed, 0); }), 6);
+  }
+  Sent();
+  Camera.ContinuousMove(5e6F, 0);
+  EXPECT_EQ(Sent(), "/axis-cgi/com/ptz.cgi?continuouspantiltmove=1E+07,0") << "is the text of a single";
 }
 
 TEST_F(AxisTest, LogsAndSingleOptionDescriptor) {

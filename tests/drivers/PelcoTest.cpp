@@ -199,7 +199,7 @@ TEST_F(PelcoTest, WhatDoesNotFitIsRefusedBeforeAnythingIsSent) {
   const Row rows[] = {
       {{}, [](auto& c) { c.PresetGoto(247); }},  // the sum of the frame is 256
       {{{"Protocol", 1}}, [](auto& c) { c.PresetGoto(255); }},
-      {{{"Protocol", 1}}, [](auto& c) { c.PresetSave(-2); }},
+      {{{"Protocol", 1}}, [](auto& c) { c.PresetSave(-1); }},
       {{{"Protocol", 1}}, [](auto& c) { c.PresetSave(std::numeric_limits<std::int32_t>::max()); }},
       {{{"Protocol", 1}}, [](auto& c) { c.ContinuousMove(256, 0); }},
       {{{"Protocol", 1}}, [](auto& c) { c.ContinuousMove(0, std::nanf("")); }},

@@ -24,6 +24,7 @@ class VivotekTest : public testing::Test {
     if (!camera.empty()) options.WriteProperty("Camera", camera);
     Net.Replies = {FakeReply{"Model=" + model + "\r\nPTZEnabled=1\r\n"}};
     ASSERT_TRUE(Camera.Connect(options.Contents()));
+    Camera.SetPanTilt(0, 0);
     Sent();
   }
   std::string Sent() { return Net.TakeSent(); }
@@ -88,6 +89,7 @@ TEST_F(VivotekTest, ModelsSetGenerationAndPicture) {
     options.WriteProperty("Address", std::string("camera1"));
     Net.Replies = {FakeReply{"x=1\r\nMODEL=" + std::string(model) + "\r\nptzenabled=3\r\n"}};
     EXPECT_TRUE(Camera.Connect(options.Contents()));
+    Camera.SetPanTilt(0, 0);
     EXPECT_TRUE(Camera.MoveTo(10, -3));
     const auto& path = sent == newClick ? newPath : oldPath;
     EXPECT_EQ(Sent(), "/cgi-bin/sysinfo.cgi\n" + path + "move=home\n" + path + sent) << model;

@@ -67,9 +67,10 @@ TEST_F(HTTPClientTest, OutcomeOfEachFault) {
     std::string error;
     std::string body;
     const char* code;
+    const char* notUnderWine = nullptr;
   };
   const std::string& body = Camera::Body;
-  for (const auto& [faults, error, expectedBody, code] : {
+  for (const auto& [faults, error, expectedBody, code, notUnderWine] : {
            Row{{}, "", body, "200 OK\r"},
            {{"refuse"}, NoServer, "", ""},
            {{"close-on-accept"}, NoServer, "", ""},
@@ -78,20 +79,20 @@ TEST_F(HTTPClientTest, OutcomeOfEachFault) {
            {{"silent"}, NoServer, "", ""},
            {{"stall-mid-body"}, BodyBroke, "", ""},
            {{"stall-mid-body=0"}, BodyBroke, "", ""},
-           {{"reset-mid-reply"}, BodyBroke, "", ""},
-           {{"chunked-cut"}, BodyBroke, "", ""},
-           {{"chunked-cut=0"}, BodyBroke, "", ""},
+           {{"reset-mid-reply"}, BodyBroke, "", "", "may take the reset for an end"},
+           {{"chunked-cut"}, BodyBroke, "", "", "takes the end for the last chunk"},
+           {{"chunked-cut=0"}, BodyBroke, "", "", "takes the end for the last chunk"},
            {{"close-mid-reply"}, BodyShort, "", "200 OK\r"},
            {{"short-body"}, BodyShort, "", "200 OK\r"},
            {{"empty-body", "short-body"}, BodyShort, "", "200 OK\r"},
-           {{"long-body"}, "", body, "200 OK\r"},
+           {{"long-body"}, "", body, "200 OK\r", "hands it all on and waits for more"},
            {{"chunked"}, "", body, "200 OK\r"},
            {{"chunked", "split=1"}, "", body, "200 OK\r"},
            {{"no-length"}, "", body, "200 OK\r"},
            {{"empty-body"}, "", "", "200 OK\r"},
            {{"no-content"}, "", "", ""},  // a block of one line has no line end left
-           {{"bare-body"}, "", body, ""},
-           {{"no-reason"}, "", body, ""},
+           {{"bare-body"}, "", body, "", "takes its first line for the status line"},
+           {{"no-reason"}, "", body, "", "makes a status line of its own"},
            {{"status=404 Not Found"}, "", body, "404 Not Found\r"},
            {{"status=503 Busy, try later"}, "", body, "503 Busy, try later\r"},
            {{"status=301 Moved"}, "", body, "301 Moved\r"},  // to nowhere
@@ -102,6 +103,7 @@ TEST_F(HTTPClientTest, OutcomeOfEachFault) {
     std::string name;
     for (const auto* fault : faults) name += std::string(fault) + " ";
     SCOPED_TRACE(name);
+    if (test::LeftOutUnderWine(name, notUnderWine)) continue;
     Client_ = std::make_unique<HTTPClient>();
     for (const auto* fault : faults) Camera_.Faults().Set(fault);
     if (IsWaitedOut(name)) Client_->Timeout(ShortTimeout);
@@ -137,7 +139,11 @@ TEST_F(HTTPClientTest, BytesOnTheWire) {
     std::string line, requestLine;
     std::vector<std::string> lines;
     std::getline(raw, requestLine);
-    while (std::getline(raw, line) && line != "\r") lines.push_back(line);
+    while (std::getline(raw, line) && line != "\r") {
+      // Wine leaves these away as it likes.
+      const bool isWines = line.starts_with("Connection:") || line.starts_with("Cache-Control:");
+      if (!isWines || !test::UnderWine()) lines.push_back(line);
+    }
     std::ranges::sort(lines);  // their order is the platform's
     std::string text = requestLine + "\n";
     for (const auto& header : lines) text += header + "\n";
@@ -147,14 +153,14 @@ TEST_F(HTTPClientTest, BytesOnTheWire) {
   const std::string target = "/axis-cgi/com/ptz.cgi?continuouspantiltmove=-5,5 HTTP/1.1\r\n";
   const std::string agent = "User-Agent: Qelto HTTP Client Object\r\n";
 
-  EXPECT_EQ(sent("", ""), "GET " + target + "Cache-Control: no-cache\r\nConnection: Keep-Alive\r\n" + host +
-                              agent + "\r\n");
+  const std::string always = test::UnderWine() ? "" : "Cache-Control: no-cache\r\nConnection: Keep-Alive\r\n";
+
+  EXPECT_EQ(sent("", ""), "GET " + target + always + host + agent + "\r\n");
   EXPECT_EQ(sent("X-One: 1\r\nAccept: text/plain\r\n", "\xC3\xA4=1"),
-            "POST " + target + "Accept: text/plain\r\nCache-Control: no-cache\r\nConnection: Keep-Alive\r\n" +
-                "Content-Length: 3\r\n" + host + agent + "X-One: 1\r\n\r\n\xE4=1");
+            "POST " + target + "Accept: text/plain\r\n" + always + "Content-Length: 3\r\n" + host + agent +
+                "X-One: 1\r\n\r\n\xE4=1");
   // Nothing of the request before is left over.
-  EXPECT_EQ(sent("", ""), "GET " + target + "Cache-Control: no-cache\r\nConnection: Keep-Alive\r\n" + host +
-                              agent + "\r\n");
+  EXPECT_EQ(sent("", ""), "GET " + target + always + host + agent + "\r\n");
   EXPECT_EQ(Camera_.Log().ConnectionsOpened(), 1);
 }
 
@@ -162,19 +168,22 @@ TEST_F(HTTPClientTest, TargetsLeaveAsTheyStand) {
   struct Row {
     const char* object;
     const char* target;
+    const char* notUnderWine = nullptr;
   };
-  for (const auto& [object, target] : {
+  for (const auto& [object, target, notUnderWine] : {
            Row{"", "/"},
            {"?a=1", "/?a=1"},
            {"/a b?c d", "/a%20b?c%20d"},
-           {"/a/../b/./c//d", "/a/../b/./c//d"},
+           {"/a/../b/./c//d", "/a/../b/./c//d", "resolves the dots"},
            {"/%41%zz%", "/%41%zz%"},
-           {"/x?y?z=[1]{2}|<3>\"^`\\'", "/x?y?z=[1]{2}|<3>\"^`\\'"},
+           {"/x?y?z=[1]{2}|<3>\"^`'", "/x?y?z=[1]{2}|<3>\"^`'"},
+           {"/x?a\\b", "/x?a\\b", "turns the backslash round"},
            {"/x?", "/x?"},
            {"/x?a=1#b", "/x?a=1#b"},
            {"/\xC3\xA4?\xE2\x82\xAC", "/\xE4?\x80"},  // code page 1252
            {"/plain?after=all", "/plain?after=all"},
        }) {
+    if (test::LeftOutUnderWine(object, notUnderWine)) continue;
     Camera_.Log().Clear();
     Get(Camera_.URL(object));
     const auto raw = Camera_.Log().Requests().at(0).Raw;
@@ -215,6 +224,8 @@ TEST_F(HTTPClientTest, OneConnectionForManyCommands) {
   for (int i = 0; i < 20; ++i) Get(Camera_.URL(), "", i % 3 == 0 ? "a=1" : "");
   EXPECT_EQ(Camera_.Log().ConnectionsOpened(), 1);
 
+  if (test::LeftOutUnderWine("a new agent", "its connections are the process's")) return;
+
   // A new agent is a new session.
   Client_->UserAgent("Other Agent");
   Get(Camera_.URL());
@@ -252,6 +263,7 @@ TEST_F(HTTPClientTest, CookiesStayWithTheSession) {
   Get(Camera_.URL("/2"));
   EXPECT_EQ(CodeOf(*Client_), "200 OK\r");
   EXPECT_EQ(Camera_.Log().Requests().at(1).Header("Cookie"), "session=4711");
+  if (test::LeftOutUnderWine("a new agent", "its cookies are the process's")) return;
   Client_->UserAgent("");
   Get(Camera_.URL("/3"));
   EXPECT_EQ(CodeOf(*Client_), "403 Forbidden\r");
@@ -264,15 +276,17 @@ TEST_F(HTTPClientTest, Redirects) {
     const char* postData;
     const char* error;
     const char* requests;
+    const char* notUnderWine = nullptr;
   };
-  for (const auto& [object, location, postData, error, requests] : {
+  for (const auto& [object, location, postData, error, requests, notUnderWine] : {
            Row{"/old", "/new?x=1", "", "", "GET /old\nGET /new?x=1\n"},
            {"/old?", Camera_.URL("/new"), "", "", "GET /old?\nGET /new\n"},
            {"/old", "/new", "a=1", "", "POST /old\nGET /new\n"},
-           {"/old", "ftp://127.0.0.1/", "", NoServer, "GET /old\n"},
-           {"/old", "file:///etc/passwd", "", NoServer, "GET /old\n"},
+           {"/old", "ftp://127.0.0.1/", "", NoServer, "GET /old\n", "hands the redirect itself on"},
+           {"/old", "file:///etc/passwd", "", NoServer, "GET /old\n", "hands the redirect itself on"},
        }) {
     SCOPED_TRACE(location);
+    if (test::LeftOutUnderWine(location, notUnderWine)) continue;
     Camera_.Log().Clear();
     Camera_.Faults().Set("at=old,redirect=" + location);
     Get(Camera_.URL(object), "", postData);
@@ -293,18 +307,21 @@ TEST_F(HTTPClientTest, Logins) {
     const char* login;
     const char* code;
     std::size_t requestsOfFirst, requestsOfSecond;
+    const char* notUnderWine = nullptr;
   };
-  for (const auto& [fault, login, code, requestsOfFirst, requestsOfSecond] : {
+  constexpr auto noDigest = "answers no Digest challenge";
+  for (const auto& [fault, login, code, requestsOfFirst, requestsOfSecond, notUnderWine] : {
            Row{"basic=us:p:w@d", "us:p%3Aw%40d", "200 OK\r", 2, 1},
-           {"basic=us:p:w@d", "us:p:w@d", "200 OK\r", 2, 1},
+           {"basic=us:p:w@d", "us:p:w@d", "200 OK\r", 2, 1, "ends the login at the first @"},
            {"basic=us:p", "", "401 Unauthorized\r", 1, 1},
            {"basic=us:p", "us:wrong", "401 Unauthorized\r", 2, 1},
            {"basic=us:", "us", "200 OK\r", 2, 1},
-           {"digest=us:p:w@d", "us:p%3Aw%40d", "200 OK\r", 2, 1},
+           {"digest=us:p:w@d", "us:p%3Aw%40d", "200 OK\r", 2, 1, noDigest},
            {"digest=us:p", "", "401 Unauthorized\r", 1, 1},
-           {"digest-stale=us:p", "us:p", "200 OK\r", 3, 1},
+           {"digest-stale=us:p", "us:p", "200 OK\r", 3, 1, noDigest},
        }) {
     SCOPED_TRACE(std::string(fault) + " as " + login);
+    if (test::LeftOutUnderWine(fault, notUnderWine)) continue;
     Client_->UserAgent("");
     Camera_.Log().Clear();
     Camera_.Faults().Set(fault);
@@ -316,7 +333,7 @@ TEST_F(HTTPClientTest, Logins) {
     Camera_.Log().Clear();
     Get(Camera_.URL("/f", login), "", "g=h");
     EXPECT_EQ(CodeOf(*Client_), code);
-    if (code == std::string("200 OK\r")) {
+    if (code == std::string("200 OK\r") && !test::UnderWine()) {  // which is asked again at another path
       EXPECT_EQ(Camera_.Log().Requests().size(), requestsOfSecond);
     }
     EXPECT_EQ(Camera_.Log().Violations(), std::vector<std::string>{});
@@ -331,6 +348,7 @@ TEST_F(HTTPClientTest, CredentialsStayHomeUnlessAskedFor) {
 
 // A camera that was restarted knows nothing of the nonce it gave out.
 TEST_F(HTTPClientTest, DigestAfterTheCameraForgot) {
+  if (test::UnderWine()) GTEST_SKIP() << "Wine answers no Digest challenge";
   Camera_.Faults().Set("digest=us:p");
   Get(Camera_.URL("/", "us:p"));
   Camera_.Restart();
@@ -399,6 +417,7 @@ TEST(HTTPClientOptions, TimeoutsAreTheSyncSessionsAndComeBackWithTheAgent) {
 }
 
 TEST(HTTPClientOptions, FullAcceptQueueEndsWithTheConnectTimeout) {
+  if (test::UnderWine()) GTEST_SKIP() << "Wine waits as long as the system does, over two minutes";
   Camera camera;
   camera.Faults().Set("full-accept-queue");
   test::ForwardingInternet internet;

@@ -53,7 +53,7 @@ struct Converter {
   bool Opened() const { return handle != reinterpret_cast<iconv_t>(-1); }
 };
 
-/// Converts all it can; a byte sequence that cannot be converted is replaced, `unit` bytes of it at a time.
+/// Converts all it can; what cannot be converted is replaced, a byte or a whole UTF-8 character at a time.
 template <typename Output>
 Output Convert(std::string_view input, const std::string& to, const std::string& from,
                std::string_view replacement, bool wholeCharacters) {

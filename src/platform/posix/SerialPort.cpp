@@ -111,7 +111,8 @@ class TerminalPort final : public SerialPort {
     if (!isatty(File_)) throw Failure(SerialErrorNoPort, "this is no serial port");
     // The terminal's own mark does not stop a privileged program, so there is a lock besides.
     if (flock(File_, LOCK_EX | LOCK_NB) != 0 || ioctl(File_, TIOCEXCL) != 0)
-      throw Failure(SerialErrorAlreadyOpen, Reason(errno));
+      throw Failure(SerialErrorAlreadyOpen, "another program or thread has it open");
+    Marked_ = true;
   }
 
   void SetUp() {
@@ -142,15 +143,17 @@ class TerminalPort final : public SerialPort {
 
   void Close() {
     if (File_ < 0) return;
-    ioctl(File_, TIOCNXCL);  // the mark would outlive us while another program has the terminal open
+    if (Marked_) ioctl(File_, TIOCNXCL);  // would outlive us while another program has the terminal open
     ::close(File_);
     File_ = -1;
+    Marked_ = false;
   }
 
   std::int32_t CommPort_;
   std::string Device_;
   std::uint32_t Baud_ = 9600;
   int File_ = -1;
+  bool Marked_ = false;            ///< for exclusive use, by us
   unsigned Frames_ = 0;
 };
 

@@ -13,7 +13,7 @@
 
 namespace ptzd::internet {
 
-/// /// Drives transfers on the thread that made it and keeps their connections: a libcurl multi handle that
+/// Drives transfers on the thread that made it and keeps their connections: a libcurl multi handle that
 /// waits with our own poll, which costs a request fewer system calls than libcurl's.
 class Loop : public std::enable_shared_from_this<Loop> {
  public:

@@ -40,9 +40,8 @@ AsyncWorker::AsyncWorker() : WakeDescriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLO
 
 bool AsyncWorker::Send(std::shared_ptr<AsyncRequest> request) {
   return Post([request = std::move(request)](AsyncWorker& worker) {
-    auto& session = *request->session;
-    session.waiting.push_back(request);
-    worker.StartNext(session);
+    request->session->waiting.push_back(request);
+    worker.StartNext(request->session);
   });
 }
 
@@ -115,7 +114,9 @@ bool AsyncWorker::TakeJobs() {
   return now < GiveUpAt_ && std::ranges::any_of(Active_, unwritten);
 }
 
-void AsyncWorker::StartNext(AsyncSession& session) {
+/// Takes part in owning the session: a request that is completed at once may have been its last owner.
+void AsyncWorker::StartNext(std::shared_ptr<AsyncSession> owned) {
+  auto& session = *owned;
   while (session.writing == nullptr && !session.waiting.empty()) {
     const auto request = std::move(session.waiting.front());
     session.waiting.pop_front();
@@ -156,7 +157,7 @@ void AsyncWorker::FinishOver() {
     }
     if (written && session->writing == request.get()) {
       session->writing = nullptr;
-      StartNext(*session);
+      StartNext(session);
     }
     if (over) Complete(request);
   }

@@ -69,7 +69,7 @@ class AsyncWorker {
   void Run();
   /// False when the thread is to end.
   bool TakeJobs();
-  void StartNext(AsyncSession& session);
+  void StartNext(std::shared_ptr<AsyncSession> session);
   void FinishOver();
   void Complete(const std::shared_ptr<AsyncRequest>& request);
   void GiveUpAll();

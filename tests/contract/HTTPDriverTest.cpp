@@ -1,0 +1,82 @@
+#include "contract/HTTPDriver.h"
+
+#include <gtest/gtest.h>
+
+#include "common/Logging.h"
+#include "support/FakeClock.h"
+#include "support/FakeInternet.h"
+
+namespace ptzd {
+namespace {
+
+class Driver : public HTTPDriver {
+ public:
+  Driver(const Platform& platform, const RequestStyle& style) : HTTPDriver(platform, style) {
+    Options_.WriteProperty("Address", std::string("camera1"));
+  }
+  using HTTPDriver::LastReply_;
+  using HTTPDriver::Request;
+};
+
+TEST(HTTPDriver, MakesVaryTheCommonRoutine) {
+  const auto isOK = [](const HTTPClient&, std::string_view reply) { return reply == "OK"; };
+  struct Row {
+    RequestStyle Style;
+    test::FakeReply Reply;
+    std::optional<std::string> Accepted;
+    std::string LastReply, Log;
+    const char* Fault;
+  };
+  const Row rows[] = {
+      {{}, {"pan=1"}, "pan=1", "", "Requesting /x|Request complete. Reply: pan=1", "the common routine"},
+      {{},
+       {.Answers = false},
+       {},
+       "",
+       "Requesting /x|Request failed. Failed to connect to the HTTP server.",
+       ""},
+      {{.DescribesFailure = false},
+       {.Answers = false},
+       {},
+       "",
+       "Requesting /x|Request failed.",
+       "no description"},
+      {{.Announcement = "Sending: ", .Completion = "Received: ", .Accepts = isOK},
+       {"OK"},
+       "OK",
+       "OK",
+       "Sending: /x|Received: OK",
+       "texts of its own"},
+      {{.Accepts = isOK},
+       {"NG"},
+       {},
+       "NG",
+       "Requesting /x|Request complete. Reply: NG",
+       "a refused reply can be read"},
+      {{.Accepts = isOK},
+       {.Answers = false},
+       {},
+       "",
+       "Requesting /x|Request failed. Failed to connect to the HTTP server.",
+       "no reply leaves the last one"},
+  };
+  for (const auto& row : rows) {
+    test::FakeInternet net;
+    test::FakeClock clock;
+    Driver driver({.internet = &net, .clock = &clock}, row.Style);
+    net.Replies = {row.Reply};
+    std::string log;
+    SetLogSink([&](std::string_view line) {
+      for (const char* begin :
+           {"Requesting ", "Sending: ", "Request complete", "Request failed", "Received: "})
+        if (line.starts_with(begin)) log += (log.empty() ? "" : "|") + std::string(line);
+    });
+    EXPECT_EQ(driver.Request("/x"), row.Accepted) << row.Fault;
+    SetLogSink({});
+    EXPECT_EQ(driver.LastReply_, row.LastReply) << row.Fault;
+    EXPECT_EQ(log, row.Log) << row.Fault;
+  }
+}
+
+}  // namespace
+}  // namespace ptzd

@@ -1,0 +1,188 @@
+// The driver for another installation of the surveillance system, over real sockets.
+
+#include "simulators/Quorvane.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "catalogue/DriverFactory.h"
+#include "common/Error.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZDevice2.h"
+#include "contract/PTZNamedPresets.h"
+#include "contract/PropertyBag.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+
+namespace ptzd {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ErrorOf;
+
+class QuorvaneSimulated : public testing::Test {
+ protected:
+  void Start(ptzsim::Quorvane::Options options = {}) {
+    options.Clock = ptzsim::ClockKind::Manual;
+    if (System) CheckLog();
+    System.emplace(std::move(options));
+  }
+  void Connect(const std::string& feed, const std::string& user = "") {
+    if (!System) Start();
+    PropertyBag options;
+    options.WriteProperty("Address", user + System->Addresses().at(0));
+    options.WriteProperty("Feed", feed);
+    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    System->Log().Clear();
+  }
+  void Settle() { System->Time().Advance(60s); }
+  PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
+  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
+  PTZNamedPresets& Presets() { return dynamic_cast<PTZNamedPresets&>(*Driver); }
+
+  void TearDown() override { CheckLog(); }
+  void CheckLog() { EXPECT_EQ(System->Log().Violations(), std::vector<std::string>{}); }
+
+  test::FakeClock Clock;
+  std::optional<ptzsim::Quorvane> System;
+  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
+};
+
+// The address that the feed list is asked for leads nowhere and must not cost a look-up or a time-out.
+TEST_F(QuorvaneSimulated, ConnectOnlyAsksWhetherTheInstallationIsThere) {
+  Start();
+  PropertyBag options;
+  options.WriteProperty("Address", System->Addresses().at(0));
+  options.WriteProperty("Feed", std::string("3"));
+  options.WriteProperty("Reset", true);
+  EXPECT_TRUE(Driver->Connect(options.Contents()));
+  std::string targets;
+  for (const auto& request : System->Log().Requests()) targets += request.Target + "\n";
+  EXPECT_EQ(targets, "/\n/ptz/control.htm?feed=3&move=offset\n");
+}
+
+TEST_F(QuorvaneSimulated, MovesAreOffsetsFromWhereItBegan) {
+  for (const auto* feed : {"3", "north yard"}) {
+    SCOPED_TRACE(feed);
+    Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
+    Connect(feed);
+    const auto start = System->At(feed);
+    for (const int pan : {-1500, -7, 0, 1, 433, 1500})
+      for (const int tilt : {-350, 0, 12, 350}) {
+        EXPECT_FALSE(Driver->MoveTo(static_cast<float>(pan), static_cast<float>(tilt)));
+        Settle();
+        EXPECT_EQ(System->At(feed).Pan, start.Pan + pan);
+        EXPECT_EQ(System->At(feed).Tilt, start.Tilt + tilt);
+        EXPECT_EQ(Driver->Pan(), pan);
+        EXPECT_EQ(Driver->Tilt(), tilt);
+      }
+    Driver->MoveTo(0, 0);
+    Settle();
+    EXPECT_TRUE(Driver->Move(DirectionUpLeft, 10));
+    Settle();
+    EXPECT_TRUE(Driver->MoveBoth(-15, 5));
+    Settle();
+    EXPECT_EQ(System->At(feed).Pan, start.Pan - 25);
+    EXPECT_EQ(System->At(feed).Tilt, start.Tilt + 15);
+
+    Device2().ZoomTo(1.5F);
+    Settle();
+    EXPECT_TRUE(Driver->Zoom(ZoomIn));
+    Settle();
+    EXPECT_EQ(System->At(feed).Zoom, start.Zoom + 1.75);
+    EXPECT_EQ(Device2().ZoomLevel(), 1.75F);
+
+    Driver->MoveTo(4000, -4000);
+    Settle();
+    EXPECT_EQ(System->At(feed).Pan, 1800);
+    EXPECT_EQ(System->At(feed).Tilt, -450);
+    EXPECT_EQ(Driver->Pan(), 4000) << "the remote system's ends are not known here";
+  }
+}
+
+TEST_F(QuorvaneSimulated, TheJoystickRunsUntilItIsLetGo) {
+  Connect("3");
+  const auto start = System->At("3");
+  Continuous().ContinuousMove(-30, 12.5F);
+  Continuous().ContinuousMove(-30, 12.5F);
+  Continuous().ContinuousZoom(20);
+  EXPECT_EQ(System->Log().Requests().size(), 2U) << "a repeated motion is sent once";
+  System->Time().Advance(500ms);
+  EXPECT_LT(System->At("3").Pan, start.Pan);
+  EXPECT_GT(System->At("3").Tilt, start.Tilt);
+  EXPECT_GT(System->At("3").Zoom, start.Zoom);
+  Continuous().StopContinuous();
+  EXPECT_FALSE(System->At("3").Moving);
+}
+
+TEST_F(QuorvaneSimulated, NamedPresets) {
+  Connect("3");
+  std::string listed;
+  for (const auto& preset : Presets().GetNamedPresets())
+    listed += std::to_string(preset.Index()) + " " + preset.ID() + ": " + preset.Name() + "\n";
+  EXPECT_EQ(listed, "0 main gate: Main gate\n1 7: Ramp & <yard>\n");
+  Presets().GotoNamedPreset("main gate");
+  Settle();
+  EXPECT_EQ(System->At("3").Pan, -317);
+  EXPECT_EQ(System->At("3").Zoom, 2.5);
+  Presets().GotoNamedPreset("7");
+  Presets().GotoNamedPreset("nowhere");
+  Settle();
+  EXPECT_EQ(System->At("3").Pan, 905);
+
+  Connect("north yard");
+  EXPECT_TRUE(Presets().GetNamedPresets().empty()) << "the feed's id goes out as it stands, blank and all";
+}
+
+TEST_F(QuorvaneSimulated, CredentialsThatAreAskedFor) {
+  Start();
+  System->Faults().Set("basic=us er:p@ss");
+  Connect("3");
+  EXPECT_EQ(ErrorOf([&] { Presets().GetNamedPresets(); }), "17004 Invalid authentication details");
+  EXPECT_FALSE(Driver->MoveBoth(5, 5));
+  EXPECT_EQ(Driver->Pan(), 0) << "a move that was not taken is not counted";
+  Connect("3", "us%20er:p%40ss@");
+  EXPECT_EQ(Presets().GetNamedPresets().size(), 2U);
+  EXPECT_TRUE(Driver->MoveBoth(5, 5));
+}
+
+TEST_F(QuorvaneSimulated, PresetListsThatAreNone) {
+  struct Row {
+    const char* fault;
+    const char* error;
+  };
+  Connect("3");
+  for (const auto& [fault, error] : {
+           Row{"status=503 Service Unavailable", "17001 HTTP error 503 Service Unavailable\r"},
+           Row{"bare-body", "17001 Unrecognised HTTP reply"},
+           Row{"close-before-reply", "13104 Failed to connect to the HTTP server."},
+           Row{"short-body", "13106 Disconnected while recieving data"},
+       }) {
+    System->Faults().Set(fault);
+    EXPECT_EQ(ErrorOf([&] { Presets().GetNamedPresets(); }), error) << fault;
+    System->Faults().Clear();
+  }
+  Connect("4");
+  EXPECT_FALSE(Driver->MoveBoth(1, 1)) << "a feed that is not there";
+  EXPECT_EQ(ErrorOf([&] { Presets().GetNamedPresets(); }), "17001 HTTP error 404 Not Found\r");
+
+  const ptzsim::Quorvane::Feed twice{"3", "Front Door", {{"a", "One"}, {"b", "Two"}, {"a", "Three"}}};
+  Start({.Feeds = {twice}});
+  Connect("3");
+  EXPECT_EQ(ErrorOf([&] { Presets().GetNamedPresets(); }).substr(0, 4), "457 ");
+
+  Start({.BadXML = true});
+  Connect("3");
+  try {
+    Presets().GetNamedPresets();
+    ADD_FAILURE() << "a list that breaks off is taken";
+  } catch (const Error& error) {
+    EXPECT_LT(error.Number(), 0);
+    EXPECT_EQ(error.Source(), "MS XML");
+    EXPECT_NE(error.Description(), "");
+  }
+}
+
+}  // namespace
+}  // namespace ptzd

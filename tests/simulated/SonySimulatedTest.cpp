@@ -1,0 +1,301 @@
+// The Sony driver over real sockets against cameras that check every byte, and its sends that wait for
+// nobody.
+
+#include "simulators/Sony.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <list>
+#include <optional>
+#include <thread>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZDevice2.h"
+#include "contract/PropertyBag.h"
+#include "support/AsyncSends.h"
+#include "support/FakeClock.h"
+#include "transport/HTTPClientHelper.h"
+
+namespace ptzd {
+namespace {
+
+using namespace std::chrono_literals;
+using Camera = ptzsim::Sony;
+
+class SonySimulated : public testing::Test {
+ protected:
+  struct Connection {
+    std::unique_ptr<PTZDevice> Driver;
+    PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
+    PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
+    void Run(int speed) { Continuous().ContinuousMove(static_cast<float>(speed), 0); }
+  };
+
+  Camera& Start(const char* model) {
+    return Cameras.emplace_back(Camera::Options{.Model = model, .Clock = ptzsim::ClockKind::Manual});
+  }
+  /// Connects and forgets the requests of it.
+  Connection Connect(Camera& camera) {
+    Connection connection{CreateDriver("QVPTZ.Sony", {.clock = &Clock})};
+    PropertyBag options;
+    options.WriteProperty("Address", camera.Addresses().at(0));
+    EXPECT_TRUE(connection.Driver->Connect(options.Contents()));
+    camera.Log().Clear();
+    return connection;
+  }
+  /// Until the camera has the command; then long enough for any motion to end, and for the driver to ask
+  /// again.
+  void Settle(Camera& camera, std::size_t commands = 1) {
+    ASSERT_TRUE(camera.Log().WaitForRequests(commands));
+    camera.Time().Advance(60s);
+    camera.Log().Clear();
+    Clock.Advance(5000);
+  }
+
+  void TearDown() override {
+    EXPECT_TRUE(Sends.WaitForClosed(Sends.Sent()));
+    EXPECT_EQ(AsyncHandles().Count(), 0U);
+    EXPECT_EQ(SystemInternet().OpenHandles(), HandlesBefore);
+    for (auto& camera : Cameras) EXPECT_EQ(camera.Log().Violations(), std::vector<std::string>{});
+  }
+
+  test::FakeClock Clock;
+  test::AsyncSends Sends;
+  std::size_t HandlesBefore = SystemInternet().OpenHandles();
+  std::list<Camera> Cameras;
+};
+
+/// "GET /a?b" or "POST /a body" per line.
+std::string Commands(Camera& camera) {
+  std::string commands;
+  for (const auto& request : camera.Log().Requests())
+    commands +=
+        request.Method + " " + request.Target + (request.Body.empty() ? "" : " ") + request.Body + "\n";
+  return commands;
+}
+
+struct ModelRow {
+  struct Place {
+    float Pan, Tilt;  // degrees
+    long PanUnits, TiltUnits;
+  };
+  const char* Model;
+  bool TellsPosition;
+  std::array<Place, 5> Places;  // the last two beyond the ends
+};
+
+class SonyModel : public SonySimulated, public testing::WithParamInterface<ModelRow> {};
+
+TEST_P(SonyModel, GoesWhereItIsSent) {
+  const auto& row = GetParam();
+  auto& camera = Start(row.Model);
+  {
+    auto connection = Connect(camera);
+    for (const auto& [pan, tilt, panUnits, tiltUnits] : row.Places) {
+      SCOPED_TRACE(std::to_string(pan) + ", " + std::to_string(tilt));
+      EXPECT_TRUE(connection.Driver->MoveTo(pan, tilt));
+      Settle(camera);
+      EXPECT_EQ(camera.Head().Pan, panUnits);
+      EXPECT_EQ(camera.Head().Tilt, tiltUnits);
+    }
+    // Back and forth over the whole range: what is read is what was meant, to half a unit of the camera.
+    for (int pan = -59; pan < 60; pan += 13)
+      for (int tilt = -64; tilt <= 0; tilt += 16) {
+        connection.Driver->MoveTo(static_cast<float>(pan), static_cast<float>(tilt));
+        Settle(camera);
+        EXPECT_NEAR(connection.Driver->Pan(), pan, 0.06);
+        EXPECT_NEAR(connection.Driver->Tilt(), tilt, 0.07);
+        EXPECT_EQ(!camera.Log().Requests().empty(), row.TellsPosition);
+        camera.Log().Clear();
+      }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SonyModel,
+                         testing::Values(ModelRow{"SNC-RZ50P",
+                                                  true,
+                                                  {{{10, 0, 144, 468},
+                                                    {-170, -90, -2448, -828},
+                                                    {170, 25, 2448, 828},
+                                                    {-200, -100, -2448, -828},
+                                                    {200, 60, 2448, 828}}}},
+                                         ModelRow{"SNC-RZ30N",  // units run against degrees
+                                                  true,
+                                                  {{{10, 0, -144, -468},
+                                                    {-170, -90, 2448, 828},
+                                                    {170, 25, -2448, -828},
+                                                    {-200, -100, 2448, 828},
+                                                    {200, 60, -2448, -828}}}},
+                                         ModelRow{"SNC-RX550N",  // both ends of pan are the same place
+                                                  true,
+                                                  {{{90, -45, 1872, -384},
+                                                    {-180, -90, -3744, -1024},
+                                                    {180, 0, -3744, 256},
+                                                    {-200, -100, -3744, -1024},
+                                                    {179, 60, 3723, 256}}}},
+                                         ModelRow{"SNC-P5",
+                                                  false,
+                                                  {{{30, -30, 282, 38},
+                                                    {-60, -65, -564, -226},
+                                                    {60, 10, 564, 339},
+                                                    {-70, -80, -564, -226},
+                                                    {70, 40, 564, 339}}}},
+                                         ModelRow{"SNC-EP521",
+                                                  true,
+                                                  {{{100, -45, 1400, -504},
+                                                    {-170, -90, -2380, -1008},
+                                                    {170, 15, 2380, 168},
+                                                    {-200, -100, -2380, -1008},
+                                                    {200, 60, 2380, 168}}}}),
+                         [](const auto& row) { return std::string(row.param.Model).substr(4); });
+
+TEST_F(SonySimulated, StepsCountFromWhereTheCameraIs) {
+  struct Row {
+    const char* model;
+    float pan, tilt;
+    long panUnits, tiltUnits;
+    const char* fault;
+  };
+  // All begin at 217, -134.
+  for (const auto& [model, pan, tilt, panUnits, tiltUnits, fault] : {
+           Row{"SNC-RZ50P", 10, -5, 361, -206, "right and down"},
+           Row{"SNC-RZ50P", 200, 0, 2448, -134, "beyond the end"},
+           Row{"SNC-RZ30N", 10, -5, 73, -62, "units run against degrees"},
+           Row{"SNC-RX550N", 175, 0, -3631, -134, "right over the end of an endless head"},
+           Row{"SNC-RX550N", -200, 0, 3545, -134, "left over it"},
+           Row{"SNC-EP521", 20, 10, 497, -22, "read from the ptzf page"},
+       }) {
+    SCOPED_TRACE(fault);
+    auto& camera = Start(model);
+    auto connection = Connect(camera);
+    EXPECT_TRUE(connection.Driver->MoveBoth(pan, tilt));
+    Settle(camera, 2);
+    EXPECT_EQ(camera.Head().Pan, panUnits);
+    EXPECT_EQ(camera.Head().Tilt, tiltUnits);
+  }
+}
+
+TEST_F(SonySimulated, Zoom) {
+  for (const auto* model : {"SNC-RZ30N", "SNC-EP521"}) {
+    SCOPED_TRACE(model);
+    auto& camera = Start(model);
+    auto connection = Connect(camera);
+    // Without VISCA the place goes out with every zoom.
+    const std::size_t commands = std::string(model) == "SNC-EP521" ? 2 : 1;
+    for (const auto& [zoom, units] : {std::pair{1.0F, 5200}, {0.25F, 1300}, {4.0F, 16384}, {-1.0F, 0}}) {
+      connection.Device2().ZoomTo(zoom);
+      Settle(camera, commands);
+      EXPECT_EQ(camera.Head().Zoom, units);
+    }
+    EXPECT_TRUE(connection.Driver->Zoom(ZoomIn));
+    Settle(camera, commands);
+    EXPECT_EQ(camera.Head().Zoom, 1300);
+    EXPECT_EQ(camera.Head().Pan, 217) << "the head stays where it is";
+  }
+
+  auto& steps = Start("SNC-P5");
+  auto connection = Connect(steps);
+  EXPECT_TRUE(connection.Driver->Zoom(ZoomIn));
+  Settle(steps, 2);
+  EXPECT_EQ(steps.Head().Zoom, 3456 + 128);
+  EXPECT_TRUE(connection.Driver->Zoom(ZoomOut));
+  Settle(steps, 2);
+  EXPECT_EQ(steps.Head().Zoom, 3456);
+}
+
+TEST_F(SonySimulated, ContinuousMotionRunsUntilStopped) {
+  auto& camera = Start("SNC-RZ30N");
+  auto connection = Connect(camera);
+  connection.Continuous().ContinuousMove(5, -2.5F);
+  connection.Continuous().ContinuousMove(5, -2.5F);
+  connection.Continuous().ContinuousZoom(-1);
+  connection.Continuous().StopContinuous();
+  ASSERT_TRUE(camera.Log().WaitForRequests(2))
+      << "a repeated motion is sent once, the last member sends nothing";
+  camera.Time().Advance(500ms);
+  EXPECT_LT(camera.Head().Pan, 217) << "to the right";
+  EXPECT_GT(camera.Head().Tilt, -134) << "down";
+  EXPECT_LT(camera.Head().Zoom, 3456);
+  connection.Continuous().ContinuousZoom(0);
+  ASSERT_TRUE(camera.Log().WaitForRequests(3));
+  connection.Continuous().ContinuousMove(0, 0);
+  ASSERT_TRUE(camera.Log().WaitForRequests(4));
+  EXPECT_FALSE(camera.Head().Moving);
+  EXPECT_NEAR(connection.Driver->Pan(), static_cast<double>(camera.Head().Pan) / -14.4, 0.001)
+      << "asks where the motion ended";
+}
+
+// A stop must not queue behind the answers that a camera holds back, nor may any move wait for one.
+TEST_F(SonySimulated, CommandsReachASilentCameraAtOnceAndInOrder) {
+  auto& camera = Start("SNC-RZ50P");
+  auto connection = Connect(camera);
+  camera.Faults().Set("at=ptzf.cgi,silent");
+  EXPECT_TRUE(connection.Driver->MoveTo(10, 0));
+  EXPECT_EQ(AsyncHandles().Count(), 1U) << "the move has returned and its answer is still out";
+  EXPECT_TRUE(connection.Driver->MoveTo(-10, 0));
+  connection.Device2().MoveTo(0, -90, 1);
+  connection.Continuous().ContinuousMove(0, 0);
+  ASSERT_TRUE(camera.Log().WaitForRequests(5));
+  EXPECT_EQ(Commands(camera),
+            // 144, 468; -144, 468; 0, -828; zoom 5200
+            "GET /command/ptzf.cgi?visca=8101060218180000090000010D04FF\n"
+            "GET /command/ptzf.cgi?visca=8101060218180F0F070000010D04FF\n"
+            "GET /command/ptzf.cgi?visca=810106021818000000000F0C0C04FF\n"
+            "GET /command/ptzf.cgi?visca=8101044701040500FF\n"
+            "POST /command/ptzf.cgi ContinuousPanTiltZoom=0,0,0,Image1\n");
+  EXPECT_EQ(AsyncHandles().Count(), 5U);
+  camera.Faults().Clear();
+  EXPECT_NEAR(connection.Driver->Tilt(), -90, 60) << "an inquiry does not wait for them either";
+}
+
+TEST_F(SonySimulated, DriversSendingAtOnceCloseOnlyTheirOwnHandles) {
+  constexpr int sends = 40;
+  auto &silent = Start("SNC-EP521"), &lively = Start("SNC-RZ50P");
+  auto first = std::make_optional(Connect(silent)), second = std::make_optional(Connect(lively));
+  silent.Faults().Set("at=ptzf.cgi,silent");
+  const auto send = [](Connection& connection) {
+    for (int i = 1; i <= sends; ++i) connection.Run(i);
+  };
+  std::thread other([&] { send(*first); });
+  send(*second);
+  other.join();
+  ASSERT_TRUE(Sends.WaitForClosed(sends)) << "those that are answered";
+  EXPECT_EQ(AsyncHandles().Count(), std::size_t{sends}) << "those of the silent camera";
+  second.reset();
+  EXPECT_EQ(AsyncHandles().Count(), std::size_t{sends});
+  ASSERT_TRUE(silent.Log().WaitForRequests(sends));
+  ASSERT_TRUE(lively.Log().WaitForRequests(sends));
+  for (int i = 1; i <= sends; ++i) {
+    const auto body = "ContinuousPanTiltZoom=" + std::to_string(4 * i) + ",0,0,Image1";
+    EXPECT_EQ(silent.Log().Requests().at(i - 1).Body, body);
+  }
+  first.reset();  // with all its sends in flight
+}
+
+// Made for the thread sanitizer: several drivers, on threads of their own, share one worker and one
+// collection.
+TEST_F(SonySimulated, TenThousandSends) {
+  constexpr int drivers = 4, sends = 2500, atOnce = 20;
+  auto &one = Start("SNC-RZ50P"), &other = Start("SNC-P5");
+  std::vector<Connection> connections;
+  for (int i = 0; i < drivers; ++i) connections.push_back(Connect(i % 2 == 0 ? one : other));
+  std::vector<std::thread> threads;
+  for (auto& connection : connections) {
+    threads.emplace_back([&] {
+      for (int i = 1; i <= sends; ++i) {
+        connection.Run(1 + i % 20);
+        // Nobody waits for a command, so whoever never pauses runs out of file descriptors.
+        if (i % atOnce == 0) Sends.WaitForClosed(Sends.Sent() - drivers * atOnce);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  connections.clear();
+  EXPECT_EQ(Sends.Sent(), drivers * sends);
+  for (auto* camera : {&one, &other}) EXPECT_TRUE(camera->Log().WaitForRequests(drivers / 2 * sends));
+}
+
+}  // namespace
+}  // namespace ptzd

@@ -1,0 +1,180 @@
+// The Vivotek driver over real sockets against cameras of both generations.
+
+#include "simulators/Vivotek.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZNamedPresets.h"
+#include "contract/PropertyBag.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+
+namespace ptzd {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ErrorOf;
+
+class VivotekSimulated : public testing::Test {
+ protected:
+  void Connect(const char* model) {
+    if (Camera) CheckLog();
+    Camera.emplace(ptzsim::Vivotek::Options{.Model = model, .Clock = ptzsim::ClockKind::Manual});
+    Driver = CreateDriver("QVPTZ.Vivotek", {.clock = &Clock});
+    PropertyBag options;
+    options.WriteProperty("Address", Camera->Addresses().at(0));
+    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    Settle();
+    EXPECT_EQ(Camera->Head().Pan, 0) << "goes home";
+    EXPECT_EQ(Camera->Head().Tilt, 0);
+  }
+  void Settle() { Camera->Time().Advance(60s); }
+  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
+  PTZNamedPresets& Presets() { return dynamic_cast<PTZNamedPresets&>(*Driver); }
+
+  void TearDown() override { CheckLog(); }
+  void CheckLog() {
+    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
+    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
+  }
+
+  test::FakeClock Clock;
+  std::optional<ptzsim::Vivotek> Camera;
+  std::unique_ptr<PTZDevice> Driver;
+};
+
+struct ModelRow {
+  const char* Model;
+  float PanEnd, TiltMin, TiltMax;
+  double Across, Down;  // degrees of a pixel
+};
+
+class VivotekModel : public VivotekSimulated, public testing::WithParamInterface<ModelRow> {};
+
+TEST_P(VivotekModel, ClicksEndWhereTheyAreMeant) {
+  const auto& [model, panEnd, tiltMin, tiltMax, across, down] = GetParam();
+  Connect(model);
+  for (const float pan : {-panEnd, -91.0F, -24.0F, -1.0F, 0.0F, 1.0F, 24.0F, panEnd})
+    for (const float tilt : {tiltMin, -23.0F, 0.0F, tiltMax}) {
+      EXPECT_TRUE(Driver->Home());
+      Settle();
+      Driver->SetPanTilt(0, 0);
+      EXPECT_TRUE(Driver->MoveTo(pan, tilt));
+      Settle();
+      // A click is the pixel left of and above the point meant.
+      EXPECT_NEAR(Camera->Head().Pan, pan, across);
+      EXPECT_NEAR(Camera->Head().Tilt, tilt, down);
+      EXPECT_EQ(Driver->Pan(), pan);
+      EXPECT_EQ(Driver->Tilt(), tilt);
+    }
+  EXPECT_TRUE(Driver->MoveTo(panEnd + 60, tiltMin - 60));
+  Settle();
+  EXPECT_EQ(Camera->Head().Pan, panEnd) << "the camera keeps to its limits, the driver knows none";
+  EXPECT_EQ(Camera->Head().Tilt, tiltMin);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, VivotekModel,
+                         testing::Values(ModelRow{"PT7135", 135, -90, 45, 1 / 7.74, 1 / 6.0},
+                                         ModelRow{"PT31x", 135, -45, 45, 1 / 7.74, 1 / 6.0},
+                                         ModelRow{"PZ61x", 135, -45, 90, 1 / 7.74, 1 / 6.0},
+                                         ModelRow{"PZ7132", 175, -35, 90, 48 / 704.0, 48 / 576.0},
+                                         ModelRow{"SD8362", 180, -90, 0, 48 / 704.0, 48 / 576.0}),
+                         [](const auto& row) { return std::string(row.param.Model); });
+
+TEST_F(VivotekSimulated, StepsZoomAndContinuousMotion) {
+  for (const char* model : {"PT7135", "PZ7132"}) {
+    SCOPED_TRACE(model);
+    Connect(model);
+    EXPECT_TRUE(Driver->MoveBoth(30, 20));
+    Settle();
+    EXPECT_TRUE(Driver->Move(DirectionDownLeft, 7));
+    Settle();
+    EXPECT_NEAR(Camera->Head().Pan, 23, 0.5);
+    EXPECT_NEAR(Camera->Head().Tilt, 13, 0.5);
+
+    const auto before = Camera->Head();
+    EXPECT_TRUE(Driver->Zoom(ZoomIn));
+    Settle();
+    EXPECT_GT(Camera->Head().Zoom, before.Zoom);
+    EXPECT_TRUE(Driver->Zoom(ZoomOut));
+    Settle();
+    EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
+
+    Camera->Log().Clear();
+    Continuous().ContinuousMove(-0.5F, 0.25F);
+    Continuous().ContinuousMove(-0.5F, 0.25F);
+    Continuous().ContinuousZoom(-0.25F);
+    EXPECT_EQ(Camera->Log().Requests().size(), 2U) << "a repeated motion is sent once";
+    Camera->Time().Advance(200ms);
+    EXPECT_LT(Camera->Head().Pan, before.Pan);
+    EXPECT_GT(Camera->Head().Tilt, before.Tilt);
+    EXPECT_LT(Camera->Head().Zoom, before.Zoom);
+    EXPECT_TRUE(Camera->Head().Moving);
+    Continuous().StopContinuous();
+    EXPECT_FALSE(Camera->Head().Moving);
+  }
+}
+
+TEST_F(VivotekSimulated, PresetsByNumberAndByName) {
+  Connect("PZ7132");
+  const auto save = [&](int preset) { return Driver->PresetSave(preset); };
+  EXPECT_TRUE(Driver->MoveTo(40, 30));
+  Settle();
+  const auto place = Camera->Head();
+  EXPECT_FALSE(save(7)) << "never True, though the camera stores it";
+  EXPECT_TRUE(Driver->Home());
+  Settle();
+  EXPECT_FALSE(Driver->PresetGoto(7));
+  Settle();
+  EXPECT_EQ(Camera->Head().Pan, place.Pan);
+  EXPECT_EQ(Camera->Head().Tilt, place.Tilt);
+
+  std::string names;
+  for (const auto& preset : Presets().GetNamedPresets()) {
+    EXPECT_EQ(preset.Index(), 0);
+    EXPECT_EQ(preset.ID(), preset.Name());
+    names += preset.Name() + ", ";
+  }
+  EXPECT_EQ(names, "Main gate, Car park & ramp, Quorvane preset 7, ");
+  Presets().GotoNamedPreset("Car park & ramp");
+  Settle();
+  EXPECT_EQ(Camera->Head().Pan, 88);
+  Presets().GotoNamedPreset("Main gate");
+  Settle();
+  EXPECT_EQ(Camera->Head().Pan, -52.25);
+  EXPECT_EQ(Camera->Head().Zoom, 610);
+
+  const char* refused = "17001 Received HTTP error 400 Bad Request";
+  EXPECT_EQ(ErrorOf([&] { Presets().GotoNamedPreset("nowhere"); }), refused);
+  EXPECT_EQ(ErrorOf([&] { Driver->PresetGoto(8); }), refused);
+  Camera->Faults().Set("status=401 Unauthorized");
+  EXPECT_EQ(ErrorOf([&] { save(9); }), "17001 Received HTTP error 401 Unauthorized");
+}
+
+TEST_F(VivotekSimulated, TheOlderGenerationHasNoPresets) {
+  Connect("PT7135");
+  Camera->Log().Clear();
+  EXPECT_EQ(Driver->PresetCount(), 0);
+  EXPECT_FALSE(Driver->PresetSave(1));
+  EXPECT_FALSE(Driver->PresetGoto(1));
+  EXPECT_TRUE(Presets().GetNamedPresets().empty());
+  Presets().GotoNamedPreset("Main gate");
+  EXPECT_TRUE(Camera->Log().Requests().empty());
+}
+
+TEST_F(VivotekSimulated, ARefusedMoveIsNotCounted) {
+  Connect("SD8362");
+  Camera->Faults().Set("next=1,status=503 Busy");
+  EXPECT_FALSE(Driver->MoveTo(50, -20));
+  EXPECT_EQ(Driver->Pan(), 0);
+  EXPECT_EQ(Driver->Tilt(), 0);
+  EXPECT_TRUE(Driver->MoveTo(5, -2));
+  EXPECT_EQ(Driver->Pan(), 5);
+}
+
+}  // namespace
+}  // namespace ptzd
