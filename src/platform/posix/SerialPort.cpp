@@ -153,7 +153,7 @@ class TerminalPort final : public SerialPort {
   std::string Device_;
   std::uint32_t Baud_ = 9600;
   int File_ = -1;
-  bool Marked_ = false;            ///< for exclusive use, by us
+  bool Marked_ = false;  ///< for exclusive use, by us
   unsigned Frames_ = 0;
 };
 
