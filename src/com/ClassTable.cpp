@@ -7,6 +7,7 @@
 #include "catalogue/DriverFactory.h"
 #include "com/Driver.h"
 #include "com/Records.h"
+#include "com/SerialPorts.h"
 
 namespace ptzd::com {
 
@@ -50,7 +51,13 @@ std::span<const CreatableClass> CreatableClasses() {
       {__uuidof(::PTZOption), "PTZOption", [](const CreatableClass&) { return NewEmptyOption(); }},
       {__uuidof(::PTZDrivers), "PTZDrivers", [](const CreatableClass&) { return NewCatalogue(); }},
       {__uuidof(::PropertyBag), "PropertyBag", [](const CreatableClass&) { return NewPropertyBag(); }},
+      {__uuidof(::SerialPorts), "SerialPorts", [](const CreatableClass&) { return NewSerialPorts(); }},
       DriverRow<::Axis, ::_Axis>("Axis"),
+      DriverRow<::Pelco, ::_Pelco>("Pelco"),
+      DriverRow<::Quorvane, ::_Quorvane>("Quorvane"),
+      DriverRow<::Secubest, ::_Secubest>("Secubest"),
+      DriverRow<::Sony, ::_Sony>("Sony"),
+      DriverRow<::Vivotek, ::_Vivotek>("Vivotek"),
   };
   return classes;
 }

@@ -3,7 +3,7 @@
 #include "com/Automation.h"
 
 #include "com/ComPtr.h"
-#include "com/Errors.h"
+#include "com/LateBound.h"
 #include "com/Values.h"
 
 namespace ptzd::com {
@@ -17,27 +17,6 @@ constexpr CLSID RunTimePropertyBag = {
 // A default that no host stores tells an absent value from all others.
 constexpr wchar_t Absent[] = L"{3B1DF1D2-7E0C-4B57-9A0F-5C8F7A4E21D6}";
 
-/// A late-bound call; arguments are last to first.
-OwnedVariant Invoke(IDispatch* object, const wchar_t* name, WORD kind, std::span<VARIANT> arguments) {
-  auto* text = const_cast<LPOLESTR>(name);
-  DISPID id = DISPID_UNKNOWN;
-  Check(object->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, &id),
-        "The run time's property bag lacks a member");
-  DISPID put = DISPID_PROPERTYPUT;
-  DISPPARAMS parameters{arguments.data(), nullptr, static_cast<UINT>(arguments.size()), 0};
-  if (kind == DISPATCH_PROPERTYPUT) {
-    parameters.rgdispidNamedArgs = &put;
-    parameters.cNamedArgs = 1;
-  }
-  OwnedVariant result;
-  EXCEPINFO exception{};
-  const auto called =
-      object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, kind, &parameters,
-                     kind == DISPATCH_PROPERTYPUT ? nullptr : result.Get(), &exception, nullptr);
-  if (FAILED(called)) ThrowException(called, exception);
-  return result;
-}
-
 class RunTimeContents final : public ForeignContents {
  public:
   explicit RunTimeContents(ComPtr<IDispatch> bag) : Bag_(std::move(bag)) {}
@@ -46,7 +25,7 @@ class RunTimeContents final : public ForeignContents {
     const auto nameText = ToVariant(std::string(name));
     const auto absent = ToVariant(Utf8(std::wstring_view(Absent)));
     VARIANT arguments[] = {*absent, *nameText};
-    const auto value = Invoke(Bag_.Get(), L"ReadProperty", DISPATCH_METHOD, arguments);
+    const auto value = CallByName(Bag_.Get(), L"ReadProperty", DISPATCH_METHOD, arguments);
     if (V_VT(&*value) == VT_BSTR && Utf8(V_BSTR(&*value)) == Utf8(std::wstring_view(Absent)))
       return std::nullopt;
     return FromVariant(*value);
@@ -65,7 +44,7 @@ std::unique_ptr<const ForeignContents> OpenForeignContents(std::span<const std::
   if (FAILED(created)) return nullptr;
   const auto contents = ToVariant(Bytes(bytes.begin(), bytes.end()));
   VARIANT arguments[] = {*contents};
-  Invoke(bag.Get(), L"Contents", DISPATCH_PROPERTYPUT, arguments);
+  CallByName(bag.Get(), L"Contents", DISPATCH_PROPERTYPUT, arguments);
   return std::make_unique<RunTimeContents>(std::move(bag));
 }
 

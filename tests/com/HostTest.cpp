@@ -1,8 +1,13 @@
 // A host of the registered PTZD.dll that knows nothing but its type library. The environment variable
 // CAMERA is the address of a simulated Axis camera.
 
+// clang-format off
+#include <winsock2.h>
+// clang-format on
+
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <thread>
@@ -116,6 +121,12 @@ TEST_F(HostTest, OnlyTheCreatableClassesAreCreated) {
     bool Creatable;
   } rows[] = {
       {__uuidof(Axis), true},
+      {__uuidof(Pelco), true},
+      {__uuidof(Quorvane), true},
+      {__uuidof(Secubest), true},
+      {__uuidof(Sony), true},
+      {__uuidof(Vivotek), true},
+      {__uuidof(SerialPorts), true},
       {__uuidof(PTZContinuousControl), true},
       {__uuidof(PTZOption), true},
       {__uuidof(PTZDrivers), true},
@@ -637,6 +648,251 @@ TEST_F(HostTest, ReadsTheBagOfTheRunTimeWhereItIsInstalled) {
   EXPECT_EQ(device->Connect(&ours.parray, &connected), S_OK);  // the class is not asked about our own bytes
   EXPECT_FALSE(bag.Opened);
   CoRevokeClassObject(registered);
+}
+
+/// A value that is the receiver's from now on.
+VARIANT Give(Value value) {
+  VARIANT given = value;
+  VariantInit(&value);
+  return given;
+}
+
+/// What a host's objects have in common: late-bound members by name, in the order of their numbers from 1.
+class ScriptObject : public IDispatch {
+ public:
+  explicit ScriptObject(std::vector<std::wstring> members) : Members_(std::move(members)) {}
+  virtual ~ScriptObject() = default;
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+    const bool known = IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, IID_IUnknown);
+    *object = known ? this : nullptr;
+    if (known) AddRef();
+    return known ? S_OK : E_NOINTERFACE;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++References; }
+  ULONG STDMETHODCALLTYPE Release() override { return --References; }
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR* names, UINT, LCID, DISPID* ids) override {
+    for (std::size_t i = 0; i < Members_.size(); ++i)
+      if (Members_[i] == names[0]) return *ids = static_cast<DISPID>(i + 1), S_OK;
+    return *ids = DISPID_UNKNOWN, DISP_E_UNKNOWNNAME;
+  }
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD kind, DISPPARAMS* arguments, VARIANT* result,
+                                   EXCEPINFO* error, UINT*) override {
+    const auto name = Members_.at(static_cast<std::size_t>(id) - 1);
+    return Call(name, kind, arguments->cArgs ? arguments->rgvarg[0] : Value(), result, error);
+  }
+
+  ULONG References = 1;
+
+ private:
+  virtual HRESULT Call(const std::wstring& name, WORD kind, const VARIANT& argument, VARIANT* result,
+                       EXCEPINFO* error) = 0;
+
+  std::vector<std::wstring> Members_;
+};
+
+class HostPort final : public ScriptObject {
+ public:
+  HostPort() : ScriptObject({L"CommPort", L"Settings", L"PortOpen", L"Output"}) {}
+
+  bool Open = false, Broken = false;
+  std::wstring Settings;
+  std::vector<std::vector<BYTE>> Frames;
+
+ private:
+  HRESULT Call(const std::wstring& name, WORD kind, const VARIANT& argument, VARIANT* result,
+               EXCEPINFO* error) override {
+    if (kind == DISPATCH_PROPERTYGET && name == L"CommPort") return *result = Give(Value::Long(7)), S_OK;
+    if (kind == DISPATCH_PROPERTYGET && name == L"PortOpen")
+      return *result = Give(Value::Boolean(Open)), S_OK;
+    if (kind != DISPATCH_PROPERTYPUT) return DISP_E_MEMBERNOTFOUND;
+    if (name == L"Settings" && argument.vt == VT_BSTR) return Settings = argument.bstrVal, S_OK;
+    if (name == L"PortOpen" && argument.vt == VT_BOOL) return Open = argument.boolVal != VARIANT_FALSE, S_OK;
+    if (name != L"Output" || argument.vt != (VT_ARRAY | VT_UI1)) return DISP_E_TYPEMISMATCH;
+    if (Broken) {
+      error->scode = Number(8020);
+      error->bstrDescription = SysAllocString(L"Error reading comm device");
+      error->bstrSource = SysAllocString(L"HostPort");
+      return DISP_E_EXCEPTION;
+    }
+    const auto* bytes = static_cast<BYTE*>(argument.parray->pvData);
+    Frames.emplace_back(bytes, bytes + argument.parray->rgsabound[0].cElements);
+    return S_OK;
+  }
+};
+
+class HostPool final : public ScriptObject {
+ public:
+  HostPool() : ScriptObject({L"AcquirePort", L"ReleasePort"}) {}
+
+  HostPort Port;
+  int Users = 0;
+
+ private:
+  HRESULT Call(const std::wstring& name, WORD kind, const VARIANT& argument, VARIANT* result,
+               EXCEPINFO*) override {
+    if (kind != DISPATCH_METHOD || argument.vt != VT_I4) return DISP_E_MEMBERNOTFOUND;
+    if (name == L"AcquirePort") {
+      const bool there = argument.lVal == 7;
+      Users += there;
+      return *result = Give(Value::Object(there ? &Port : nullptr)), S_OK;
+    }
+    return *result = Give(Value::Boolean(--Users == 0)), S_OK;
+  }
+};
+
+TEST_F(HostTest, DriversUseTheHostsSerialPorts) {
+  HostPool pool;
+  const auto contents = [](LONG port) {
+    const auto bag = Create<_PropertyBag>(__uuidof(PropertyBag));
+    auto name = Value::Text(L"COMPort");
+    bag->WriteProperty(name.bstrVal, Value::Long(port));
+    Value bytes;
+    bag->get_Contents(&bytes);
+    return bytes;
+  };
+  {
+    const auto ports = Create<_SerialPorts>(__uuidof(SerialPorts));
+    const auto first = Create<IDispatch>(__uuidof(Pelco)), second = Create<IDispatch>(__uuidof(Pelco));
+    EXPECT_EQ(ports->UsePool(&pool), S_OK);
+    const auto connected = [&](const Ref<IDispatch>& driver, LONG port) {
+      return Call(driver.Get(), L"Connect", {contents(port)}).Result.boolVal != VARIANT_FALSE;
+    };
+    EXPECT_FALSE(connected(first, 8));  // the host has no such port
+    EXPECT_TRUE(connected(first, 7));
+    EXPECT_EQ(pool.Port.Settings, L"2400,n,8,1");
+    EXPECT_TRUE(pool.Port.Open);
+    pool.Port.Settings.clear();
+    EXPECT_TRUE(connected(second, 7));
+    EXPECT_EQ(pool.Port.Settings, L"") << "the port was open already";
+    EXPECT_EQ(pool.Users, 2);
+
+    EXPECT_EQ(Call(first.Get(), L"PresetGoto", {Value::Long(2)}).Status, S_OK);
+    const std::vector<std::vector<BYTE>> frames = {{0xFF, 0x01, 0x00, 0x07, 0x00, 0x03, 0x0B}};
+    EXPECT_EQ(pool.Port.Frames, frames);
+    pool.Port.Broken = true;
+    const auto failed = Call(first.Get(), L"PresetGoto", {Value::Long(2)});
+    EXPECT_EQ(failed.Number, Number(8020));  // as the host raised it
+    EXPECT_EQ(failed.Description, L"Error reading comm device");
+    EXPECT_EQ(failed.Source, L"HostPort");
+
+    Call(first.Get(), L"Disconnect");
+    EXPECT_TRUE(pool.Port.Open) << "the second driver still uses it";
+    // Connected drivers stay with the pool that their port is from.
+    EXPECT_EQ(Call(ports.Get(), L"UsePool", {Value::Object(nullptr)}).Status, S_OK);
+    Call(second.Get(), L"Disconnect");
+    EXPECT_FALSE(pool.Port.Open);
+    EXPECT_EQ(pool.Users, 0);
+    EXPECT_FALSE(connected(second, 7)) << "the library's own ports are not back";
+
+    EXPECT_EQ(Call(ports.Get(), L"UsePool", {Value::Text(L"pool")}).Status, DISP_E_TYPEMISMATCH);
+    EXPECT_EQ(ports->UsePool(&pool.Port), S_OK);
+    EXPECT_FALSE(connected(first, 7)) << "the object has no member AcquirePort";
+    EXPECT_EQ(ports->UsePool(&pool), S_OK);
+    EXPECT_TRUE(connected(first, 7));
+  }
+  EXPECT_EQ(pool.Users, 0);
+  EXPECT_EQ(pool.References, 1U) << "the host's pool is held";
+  EXPECT_EQ(pool.Port.References, 1U);
+  const auto after = Create<IDispatch>(__uuidof(Pelco));
+  EXPECT_EQ(Call(after.Get(), L"Connect", {contents(7)}).Result.boolVal, VARIANT_FALSE)
+      << "the pool outlived its SerialPorts object";
+}
+
+/// A Sony camera that answers inquiries and never a command. It closes every connection but a command's.
+class SilentCamera {
+ public:
+  SilentCamera() {
+    WSADATA data;
+    WSAStartup(MAKEWORD(2, 2), &data);
+    Listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    Address_.sin_family = AF_INET;
+    Address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int size = sizeof Address_;
+    EXPECT_EQ(bind(Listener_, reinterpret_cast<sockaddr*>(&Address_), size), 0);
+    getsockname(Listener_, reinterpret_cast<sockaddr*>(&Address_), &size);
+    listen(Listener_, 8);
+    CommandCame_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    Thread_ = std::thread([this] { Serve(); });
+  }
+  ~SilentCamera() {
+    HangUp();
+    closesocket(Listener_);
+    CloseHandle(CommandCame_);
+    WSACleanup();
+  }
+
+  std::wstring Address() const { return L"127.0.0.1:" + std::to_wstring(ntohs(Address_.sin_port)); }
+  bool HasCommand() { return WaitForSingleObject(CommandCame_, 30000) == WAIT_OBJECT_0; }
+  void HangUp() {
+    if (!Thread_.joinable()) return;
+    Ended_ = true;
+    const auto wake = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    connect(wake, reinterpret_cast<sockaddr*>(&Address_), sizeof Address_);
+    Thread_.join();
+    closesocket(wake);
+    for (const auto held : Commands_) closesocket(held);
+    Commands_.clear();
+  }
+
+ private:
+  void Serve() {
+    for (;;) {
+      const auto connection = accept(Listener_, nullptr, nullptr);
+      if (Ended_) {
+        closesocket(connection);
+        return;
+      }
+      std::string request;
+      char bytes[1000];
+      for (int count = 1; count > 0 && request.find("\r\n\r\n") == request.npos;) {
+        count = recv(connection, bytes, sizeof bytes, 0);
+        if (count > 0) request.append(bytes, static_cast<std::size_t>(count));
+      }
+      const auto path = request.substr(0, request.find(" HTTP"));
+      std::string reply;
+      if (path.starts_with("GET /command/inquiry.cgi"))
+        reply =
+            "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n"
+            "CGIVersion=1.00&ModelName=SNC-P5&PanTiltFunc=1&PanTiltMaxVelocity=24";
+      else if (path.starts_with("GET /command/visca-inquiry.cgi"))
+        reply = "HTTP/1.1 404 Not Found\r\nConnection: close\r\nContent-Length: 0\r\n\r\n";
+      if (reply.empty()) {
+        Commands_.push_back(connection);
+        SetEvent(CommandCame_);
+      } else {
+        send(connection, reply.data(), static_cast<int>(reply.size()), 0);
+        closesocket(connection);
+      }
+    }
+  }
+
+  SOCKET Listener_;
+  sockaddr_in Address_{};
+  HANDLE CommandCame_;
+  std::atomic<bool> Ended_ = false;
+  std::vector<SOCKET> Commands_;
+  std::thread Thread_;
+};
+
+TEST_F(HostTest, StaysLoadedWhileACommandIsUnderWay) {
+  SilentCamera camera;
+  {
+    const auto device = Create<_PTZDevice>(__uuidof(Sony));
+    auto options = Contents(camera.Address());
+    VARIANT_BOOL truth = VARIANT_FALSE;
+    ASSERT_EQ(device->Connect(&options.parray, &truth), S_OK);
+    EXPECT_EQ(device->MoveTo(10, 5, &truth), S_OK);  // returns though the camera never answers
+    EXPECT_EQ(truth, VARIANT_TRUE);
+    EXPECT_TRUE(camera.HasCommand());
+  }
+  EXPECT_EQ(CanUnload(), S_FALSE);
+  camera.HangUp();
+  // A thread of the system tells the end.
+  const auto deadline = GetTickCount64() + 30000;
+  while (CanUnload() != S_OK && GetTickCount64() < deadline) SwitchToThread();
 }
 
 /// Runs work on a thread of the other apartment while this one answers its calls.

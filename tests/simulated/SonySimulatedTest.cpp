@@ -16,6 +16,7 @@
 #include "contract/PropertyBag.h"
 #include "support/AsyncSends.h"
 #include "support/FakeClock.h"
+#include "support/Wine.h"
 #include "transport/HTTPClientHelper.h"
 
 namespace ptzd {
@@ -54,6 +55,10 @@ class SonySimulated : public testing::Test {
     Clock.Advance(5000);
   }
 
+  void SetUp() override {
+    if (test::UnderWine())
+      GTEST_SKIP() << "under Wine asynchronous sends keep no order and outlive their session";
+  }
   void TearDown() override {
     EXPECT_TRUE(Sends.WaitForClosed(Sends.Sent()));
     EXPECT_EQ(AsyncHandles().Count(), 0U);
@@ -248,6 +253,23 @@ TEST_F(SonySimulated, CommandsReachASilentCameraAtOnceAndInOrder) {
   EXPECT_EQ(AsyncHandles().Count(), 5U);
   camera.Faults().Clear();
   EXPECT_NEAR(connection.Driver->Tilt(), -90, 60) << "an inquiry does not wait for them either";
+}
+
+// What was sent over a new connection may be read after what was sent later over one that the camera knows.
+TEST_F(SonySimulated, NoCommandOvertakesTheOneBefore) {
+  auto& camera = Start("SNC-RZ50P");
+  auto connection = Connect(camera);
+  camera.Faults().Set("next=1,at=ptzf.cgi,delay=200");
+  connection.Run(1);
+  ASSERT_TRUE(camera.Log().WaitForRequests(1));
+  camera.Faults().Set("next=1,at=ptzf.cgi,silent");
+  connection.Run(2);
+  ASSERT_TRUE(camera.Log().WaitForRequests(2));
+  ASSERT_TRUE(Sends.WaitForClosed(1)) << "the first is answered, its connection is free";
+  connection.Run(0);
+  ASSERT_TRUE(camera.Log().WaitForRequests(3));
+  const auto requests = camera.Log().Requests();
+  EXPECT_GT(requests[2].Connection, requests[1].Connection);
 }
 
 TEST_F(SonySimulated, DriversSendingAtOnceCloseOnlyTheirOwnHandles) {

@@ -171,7 +171,12 @@ void Transfer::Leave() {
   Loop_.reset();
 }
 
-void Transfer::KeepsConnection(bool keeps) { Set(CURLOPT_FORBID_REUSE, keeps ? 0L : 1L); }
+void Transfer::KeepsConnection(bool keeps) {
+  // One that is not kept does not take the kept one either: a camera may read that before a newer connection,
+  // and a stop on it would overtake the motion before.
+  Set(CURLOPT_FORBID_REUSE, keeps ? 0L : 1L);
+  Set(CURLOPT_FRESH_CONNECT, keeps ? 0L : 1L);
+}
 
 template <typename Value>
 void Transfer::Set(CURLoption option, Value value) {

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "com/Automation.h"
+
+#include "com/ComPtr.h"
+
+namespace ptzd::com {
+
+/// The object through which a host puts its own serial ports in place of the library's.
+ComPtr<IUnknown> NewSerialPorts();
+
+}  // namespace ptzd::com
