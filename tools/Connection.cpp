@@ -158,6 +158,14 @@ void StoreOption(PropertyBag& bag, const DriverClass& driver, const std::string&
   bag.WriteProperty(key, word);
 }
 
+const std::string& CheckedAddress(const std::string& address) {
+  const auto host = std::min(address.rfind('@') + 1, address.size());
+  if (address.find("://") != std::string::npos || address.find_first_of("/?#", host) != std::string::npos)
+    throw UsageError(
+        "--address: HOST, HOST:PORT or USER:PASSWORD@HOST:PORT is wanted, without a scheme or a path");
+  return address;
+}
+
 void UseLine(PropertyBag& bag, const std::string& line) {
   constexpr std::int32_t mappedPort = 1;
   const bool isNumber = line.find_first_not_of("0123456789") == std::string::npos;

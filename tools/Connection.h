@@ -27,6 +27,9 @@ std::string KindText(const ptzd::PTZOption& option);
 void StoreOption(ptzd::PropertyBag& bag, const ptzd::DriverClass& driver, const std::string& text,
                  std::string& warning);
 
+/// The address, which stands behind "http://" as it is. Raises `UsageError` for one with a scheme or a path.
+const std::string& CheckedAddress(const std::string& address);
+
 /// Has the driver use a serial line: a port number, or any device, which then stands for a number.
 void UseLine(ptzd::PropertyBag& bag, const std::string& line);
 

@@ -37,8 +37,15 @@ Camera MakeCamera(const Invocation& invocation, const Report& report, LogWatch& 
     StoreOption(options, driver, option, warning);
     if (!warning.empty()) report.Warn(warning);
   }
-  if (!invocation.Address.empty()) options.WriteProperty("Address", invocation.Address);
-  if (!invocation.Line.empty()) UseLine(options, invocation.Line);
+  const bool onLine = (driver.Data->SharedOptions & ptzd::SharesAddress) == 0;
+  if (!invocation.Address.empty()) {
+    if (onLine) report.Warn("--address: the driver " + std::string(driver.ProgID) + " reads no address");
+    options.WriteProperty("Address", CheckedAddress(invocation.Address));
+  }
+  if (!invocation.Line.empty()) {
+    if (!onLine) report.Warn("--line: the driver " + std::string(driver.ProgID) + " uses no serial line");
+    UseLine(options, invocation.Line);
+  }
   return {driver, std::move(options), log};
 }
 

@@ -278,6 +278,8 @@ class OtherConnections(unittest.TestCase):
             self.assertEqual(ptzctl(*camera, "-o", "MoveInterval=50", "move", "left", "5")[0], 0)
             unit.wait_for_requests(2)
             self.assertEqual(unit.ask("log")["violations"], [])
+        for address in ("http://camera1", "camera1/", "user:pa@camera1/x"):
+            self.assertEqual(ptzctl("--driver", "axis", "--address", address, "info")[0], 2, address)
         self.assertEqual(ptzctl("--driver", "secubest", "--address", "camera1", "info")[0], 3)
 
 
