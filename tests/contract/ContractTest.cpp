@@ -23,6 +23,7 @@ namespace {
 using test::ErrorOf;
 using test::FakeClock;
 using test::FakeInternet;
+using test::FakeReply;
 using test::NumberOf;
 
 // Hosts hold these numbers in compiled code.
@@ -153,6 +154,53 @@ TEST_P(EveryDriver, RefusesToConnectWithoutUsableOptions) {
   EXPECT_NE(ErrorOf([&] { Driver->Connect({}); }), "");
   HasBeenConnected = true;
   AnswersAsWhileNotConnected();
+}
+
+/// What a camera of any make answers to what its driver asks while it connects; "OK" to everything else.
+FakeReply AnswerOfAnyMake(const test::SentRequest& request) {
+  const std::pair<const char*, const char*> pages[] = {
+      {"/axis-cgi/view/param.cgi",
+       "S1.RelativePan=true\nS1.RelativeTilt=true\nS1.RelativeZoom=true\nS1.RelativeIris=true\n"},
+      {"inq=sys", "CGIVersion=3.05&ModelName=SNC-RZ50P&PanTiltFunc=1&ZoomFunc=1&PanTiltMaxVelocity=24\r\n"},
+      {"visca-inquiry", "9050000003000000020AFF"},
+      {"/cgi-bin/sysinfo.cgi", "model=PT7135\r\nptzenabled=3\r\n"},
+  };
+  for (const auto& [page, reply] : pages)
+    if (request.Object.find(page) != std::string::npos) return {reply};
+  return {"OK"};
+}
+
+TEST_P(EveryDriver, AnswersAsItsDataSaysWhileConnected) {
+  Internet.Answer = AnswerOfAnyMake;
+  Sockets.ConnectError = 0;
+  Ports.Line.Plugged = true;
+  PropertyBag options;
+  options.WriteProperty("Address", std::string("10.0.0.5"));
+  options.WriteProperty("COMPort", 1);
+  options.WriteProperty("Feed", std::string("3"));
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    EXPECT_TRUE(Driver->Connected());
+    for (const bool obeys : {true, false}) {
+      if (!obeys) Internet.Answer = [](const auto&) { return FakeReply{.Answers = false}; };
+      for (const auto& [name, rule, call] : BooleanMembers()) {
+        Internet.Sent.clear();
+        Sockets.Log.Take();
+        Ports.Line.Log.Take();
+        const bool passedOn = rule == MemberRule::Outcome || rule == MemberRule::OutcomeIfConnected;
+        const bool always = rule == MemberRule::True || rule == MemberRule::TrueIfConnected;
+        EXPECT_EQ(call(*Driver), always || (passedOn && obeys)) << name << (obeys ? "" : ", refused");
+        const bool sent =
+            !Internet.Sent.empty() || !Sockets.Log.Take().empty() || !Ports.Line.Log.Take().empty();
+        EXPECT_FALSE(sent && rule == MemberRule::Nothing) << name;
+        EXPECT_TRUE(sent || !passedOn) << name;
+      }
+    }
+    EXPECT_EQ(Driver->Disconnect(), GetParam().Data->DisconnectAnswersTrue ? Variant(true) : Variant());
+    HasBeenConnected = true;
+    AnswersAsWhileNotConnected();
+    Internet.Answer = AnswerOfAnyMake;  // and can be connected again
+  }
 }
 
 TEST_P(EveryDriver, DescribesItsOptionsAnewEachTime) {
