@@ -152,7 +152,7 @@ void Sony::Head::Read(std::string_view reply, std::string_view tiltRangeKey) {
     if (name == "PanMovementRange") readRange(PanRange);
     if (name == tiltRangeKey) readRange(TiltRange);
     if (name == "PanTiltMaxVelocity") MaxVelocity = ToInt32(Variant(value));
-    if (name == PtzfPositionKey) At = PtzfPosition(value);  // unreadable: the next refresh asks again
+    if (name == PtzfPositionKey) At = ReadablePosition(value);
   }
 }
 
@@ -214,6 +214,16 @@ std::string Sony::Inquire(const std::string& path) {
 Sony::Position Sony::PtzfPosition(std::string_view value) {
   const auto [pan, tilt] = HexPair(value);
   return {pan, tilt};
+}
+
+/// The same, nothing where it cannot be read: the next refresh asks again.
+std::optional<Sony::Position> Sony::ReadablePosition(std::string_view value) {
+  try {
+    return PtzfPosition(value);
+  } catch (const Error& error) {
+    LogMessage("Position not read. " + error.Description());
+    return std::nullopt;
+  }
 }
 
 /// From "90500p0p0p0p0t0t0t0tFF" in either case, where the p and t are the digits; nothing from any other

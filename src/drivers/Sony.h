@@ -98,6 +98,7 @@ class Sony final : public DualDevice, public PTZContinuousControl, private HTTPD
   Variant DeviceDisconnect() override;
 
   static Position PtzfPosition(std::string_view value);
+  static std::optional<Position> ReadablePosition(std::string_view value);
   static std::optional<Position> ViscaPosition(std::string_view reply);
 
   std::string Inquire(const std::string& path);

@@ -106,6 +106,15 @@ TEST_F(SonyTest, ConnectProbesTheCamera) {
             "/command/ptzf.cgi AbsolutePanTilt=0000,0000,9");
 }
 
+TEST_F(SonyTest, APositionThatCannotBeReadIsNoReasonNotToConnect) {
+  for (const char* position : {"", "12", "x,y", "12,"}) {
+    Firmware6("PanMovementRange=F890,0770&TiltPanoramaRange=FC10,00A8&AbsolutePTZF=" + std::string(position));
+    Pages[SysInfo] = {"ModelName=SNC-EP521&PanTiltMaxVelocity=9"};
+    EXPECT_NO_THROW(Connect()) << position;
+    EXPECT_TRUE(Camera->Connected()) << position;
+  }
+}
+
 TEST_F(SonyTest, ConnectFailures) {
   struct Row {
     const char* page;

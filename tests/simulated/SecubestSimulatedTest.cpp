@@ -86,6 +86,8 @@ TEST_F(SecubestSimulated, ABrokenConnectionLosesCommandsSilently) {
   EXPECT_TRUE(Unit.Log().WaitForRequests(2));
   dynamic_cast<PTZDevice2&>(*Driver).Disconnect();
   EXPECT_FALSE(Driver->Connected());
+  Continuous().ContinuousZoom(2);
+  EXPECT_TRUE(Unit.Log().WaitForRequests(3)) << "the connection is still there";
   EXPECT_EQ(Unit.Log().ConnectionsClosed(), 2) << "only PTZDevice closes the connection";
   Driver->Disconnect();
   EXPECT_TRUE(Unit.Log().WaitForClosed(3));
