@@ -141,9 +141,8 @@ void Channel::GiveBack(std::unique_ptr<Transfer> transfer) {
   Idle_.push_back(std::move(transfer));
 }
 
-Transfer::Transfer(const Channel& channel) : Easy_(curl_easy_init()) {
+Transfer::Transfer(const Channel& channel) : Easy_(curl_easy_init()), Share_(channel.Share()) {
   if (Easy_ == nullptr) throw std::bad_alloc();
-  Set(CURLOPT_SHARE, channel.Share());
 }
 
 Transfer::Transfer(const Origin& origin) : Easy_(curl_easy_init()) {
@@ -185,7 +184,14 @@ void Transfer::Set(CURLoption option, Value value) {
 
 void Transfer::Aim(const Origin& origin, const std::string& agent) {
   Leave();
-  curl_easy_reset(Easy_);  // forgets logins, keeps the share
+  // The reset forgets logins and would lose the list behind this option. Freeing that leaves the shared
+  // cookies, so the share is joined anew.
+  Set(CURLOPT_COOKIEFILE, static_cast<const char*>(nullptr));
+  curl_easy_reset(Easy_);
+  if (Share_ != nullptr) {
+    Set(CURLOPT_SHARE, Share_);
+    Set(CURLOPT_COOKIEFILE, "");  // reads no file, but keeps cookies
+  }
   Origin_ = origin;
   LoginKnown_ = false;
   OwnTarget_ = false;
@@ -215,7 +221,6 @@ void Transfer::Aim(const Origin& origin, const std::string& agent) {
   Set(CURLOPT_HTTP09_ALLOWED, 1L);
   Set(CURLOPT_PATH_AS_IS, 1L);
   Set(CURLOPT_USERAGENT, agent.c_str());
-  Set(CURLOPT_COOKIEFILE, "");  // reads no file, but keeps cookies
   if (origin.authenticates) {
     Set(CURLOPT_HTTPAUTH, AnyLogin);
     Set(CURLOPT_USERNAME, origin.userName.c_str());

@@ -144,6 +144,7 @@ class Transfer {
   void Set(CURLoption option, Value value);
 
   CURL* Easy_;
+  CURLSH* Share_ = nullptr;  ///< where its session's cookies are
   Origin Origin_;
   std::weak_ptr<Loop> Loop_;  ///< where its connection is kept
   std::string ExtraHeaders_;
