@@ -36,7 +36,7 @@ void RequireStatusOK(const HTTPClient& client);
 /// own; hosts never see them.
 class HTTPDriver {
  protected:
-  explicit HTTPDriver(const Platform& platform, const RequestStyle& style);
+  explicit HTTPDriver(const Platform& platform, const RequestStyle& style = {});
   ~HTTPDriver() = default;
 
   /// Begins a `Connect`: not connected from here on, and the new options hold even if they cannot be read.

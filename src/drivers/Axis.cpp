@@ -16,8 +16,6 @@ namespace ptzd {
 
 namespace {
 
-constexpr RequestStyle Style;
-
 constexpr std::string_view ControlPath = "/axis-cgi/com/ptz.cgi?";
 constexpr std::string_view ConfigPath = "/axis-cgi/com/ptzconfig.cgi?";
 constexpr std::string_view ParameterPath = "/axis-cgi/view/param.cgi?action=list&group=";
@@ -117,7 +115,7 @@ struct Axis::Head {
   }
 };
 
-Axis::Axis(const Platform& platform) : HTTPDriver(platform, Style) {}
+Axis::Axis(const Platform& platform) : HTTPDriver(platform) {}
 
 Capabilities Axis::Capabilities() { return Capabilities_ | CapabilityMultiport | CapabilityExtendedOptions; }
 

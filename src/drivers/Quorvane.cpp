@@ -18,8 +18,6 @@ namespace ptzd {
 
 namespace {
 
-constexpr RequestStyle Style;
-
 constexpr std::string_view ControlPath = "/ptz/control.htm?";
 constexpr std::string_view PresetsPath = "/ptz/presets.xml?";
 constexpr std::string_view FeedListPath = "/feedlist.xml?showstopped";  // stopped feeds too
@@ -47,7 +45,7 @@ struct Quorvane::Outcome {
   std::string Failure;
 };
 
-Quorvane::Quorvane(const Platform& platform) : HTTPDriver(platform, Style) {}
+Quorvane::Quorvane(const Platform& platform) : HTTPDriver(platform) {}
 
 Capabilities Quorvane::Capabilities() {
   return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom | CapabilityContinuousMove |

@@ -18,8 +18,6 @@ namespace ptzd {
 
 namespace {
 
-constexpr RequestStyle Style;
-
 constexpr const char* SystemPath = "/command/inquiry.cgi?inq=system";
 constexpr const char* SysInfoPath = "/command/inquiry.cgi?inq=sysinfo";
 constexpr const char* PtzfPath = "/command/inquiry.cgi?inq=ptzf";
@@ -168,7 +166,7 @@ void Sony::Head::Apply(const Model& model) {
 
 bool Sony::Head::ReportsPtzf() const { return CgiVersion >= PtzfFirmware; }
 
-Sony::Sony(const Platform& platform) : HTTPDriver(platform, Style) {}
+Sony::Sony(const Platform& platform) : HTTPDriver(platform) {}
 
 bool Sony::Connect(std::span<const std::uint8_t> options) {
   OpenOptions(options);

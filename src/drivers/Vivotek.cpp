@@ -22,8 +22,6 @@ namespace ptzd {
 
 namespace {
 
-constexpr RequestStyle Style;
-
 constexpr const char* InformationPath = "/cgi-bin/sysinfo.cgi";
 constexpr const char* NewControlPath = "/cgi-bin/viewer/camctrl.cgi?channel=";
 constexpr const char* OldControlPath = "/cgi-bin/camctrl.cgi?cam=";
@@ -99,7 +97,7 @@ const DriverData Vivotek::Data = {
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
 
-Vivotek::Vivotek(const Platform& platform) : HTTPDriver(platform, Style) {}
+Vivotek::Vivotek(const Platform& platform) : HTTPDriver(platform) {}
 
 Capabilities Vivotek::Capabilities() { return CapabilityBits_ | CapabilityHome | CapabilityRelativeControl; }
 
