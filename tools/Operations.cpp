@@ -53,6 +53,20 @@ struct Deed {
 
 using Member = std::function<std::optional<bool>()>;
 
+const char* PositionText(PositionReading reading) {
+  switch (reading) {
+    case PositionReading::Never:
+      return "estimated";
+    case PositionReading::OnConnect:
+      return "read from the camera on connecting, then estimated";
+    case PositionReading::AboveHorizon:
+      return "read from the camera, of tilts above the horizon";
+    case PositionReading::Always:
+      return "read from the camera";
+  }
+  return "";
+}
+
 void Fail(Outcome& outcome, const Error& error) {
   outcome.Result = Result::Error;
   outcome.ErrorNumber = error.Number();
@@ -72,7 +86,8 @@ std::string TakeRequests(Camera& camera, Outcome& outcome) {
 
 /// Nothing where the camera could not be asked; each further question would only wait for it again.
 std::optional<Position> ReadPosition(Camera& camera, Outcome& outcome) {
-  outcome.PositionIsEstimated = !camera.Driver().Data->ReadsPosition;
+  const auto reading = camera.Driver().Data->ReadsPosition;
+  outcome.PositionIsEstimated = reading == PositionReading::Never || reading == PositionReading::OnConnect;
   Position position;
   try {
     position.Pan = camera.Device().Pan();
@@ -266,7 +281,7 @@ Outcome Info(Camera& camera, const Arguments&) {
               {"capabilities", capabilities},
               {"interfaces", std::move(interfaces)},
               {"numbered_presets", device.PresetCount()},
-              {"position", Data(camera).ReadsPosition ? "read from the camera" : "estimated"}};
+              {"position", PositionText(Data(camera).ReadsPosition)}};
     return std::optional(true);
   });
   outcome.Answer.reset();

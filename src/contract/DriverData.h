@@ -18,6 +18,14 @@ enum class MemberRule {
   False,               ///< works also while not connected, answers False whatever happened
 };
 
+/// When a driver asks its camera where it is; else `Pan` and `Tilt` follow from the commands made.
+enum class PositionReading {
+  Never,
+  OnConnect,     ///< once, and works out the rest
+  AboveHorizon,  ///< always; a tilt below the horizon is read as one far above it
+  Always,
+};
+
 /// Options that drivers read beside those that they describe through `PTZOptions`.
 enum SharedOptions : unsigned {
   SharesAddress = 1,
@@ -40,7 +48,7 @@ struct DriverData {
   MemberRule PresetSave = MemberRule::Nothing;
   MemberRule Home = MemberRule::Nothing;
   bool DisconnectAnswersTrue = true;  ///< else an empty variant
-  bool ReadsPosition = false;         ///< asks the camera where it is; else `Pan` and `Tilt` are estimates
+  PositionReading ReadsPosition = PositionReading::Never;
   /// Without a line to write to, `Disconnect` and the members that need no connection raise 91.
   bool NeedsLine = false;
   /// Before the first `Connect`, successful or not, the members that need no connection raise 91.

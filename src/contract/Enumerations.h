@@ -81,5 +81,18 @@ constexpr DirectionStep StepOf(Directions direction, float angle) {
   if (direction & (DirectionUp | DirectionDown)) step.Tilt = direction & DirectionUp ? angle : -angle;
   return step;
 }
+/// The same for makes that let opposite directions cancel each other out.
+constexpr DirectionStep CancellingStepOf(Directions direction, float angle) {
+  constexpr auto sideways = DirectionLeft | DirectionRight, upright = DirectionUp | DirectionDown;
+  auto step = StepOf(direction, angle);
+  if ((direction & sideways) == sideways) step.Pan = 0;
+  if ((direction & upright) == upright) step.Tilt = 0;
+  return step;
+}
+
+/// A zoom step as a signed amount, 0 for anything but in and out.
+constexpr float ZoomStepOf(Zooms direction, float amount) {
+  return direction == ZoomIn ? amount : direction == ZoomOut ? -amount : 0;
+}
 
 }  // namespace ptzd

@@ -7,6 +7,8 @@
 
 namespace ptzd {
 
+constexpr float ZoomStepAmount = 0.25F;  ///< of a zoom step, in the driver's own scale
+
 /// The extended interface with absolute zoom. Members are as those of `PTZDevice`, with which they share the
 /// driver's state, but moves answer nothing. Zoom positions are in the driver's own scale, 0 being the
 /// widest.
@@ -24,7 +26,7 @@ class PTZDevice2 {
   virtual void Move(Directions direction, float angle = 5);
   virtual void MoveBoth(float panAngle, float tiltAngle);
   virtual void MoveTo(float pan, float tilt, float zoom);
-  virtual void Zoom(Zooms direction, float amount = 0.25F);
+  virtual void Zoom(Zooms direction, float amount = ZoomStepAmount);
   virtual void ZoomTo(float zoom);
   virtual void Disconnect();
 };

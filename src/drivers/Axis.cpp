@@ -8,7 +8,6 @@
 #include <array>
 
 #include "common/Numbers.h"
-#include "common/TimeDiffMod.h"
 #include "contract/PTZErrors.h"
 #include "transport/Split2DModule.h"
 
@@ -28,11 +27,9 @@ constexpr std::string_view FirstDevicePresetCommand = "gotodevicepresetno=1";
 constexpr std::string_view StopMoveCommand = "continuouspantiltmove=0,0";
 constexpr std::string_view StopZoomCommand = "continuouszoommove=0";
 
-constexpr std::int32_t PositionLifetime = 5000;  // milliseconds
 constexpr std::int32_t PresetsOfRelativeHeads = 63;
 constexpr std::int32_t MaxAngle = 180;  // degrees, either way, of pan and tilt
 constexpr float DefaultZoomStep = 400;  // camera zoom units, where the field angles are not known
-constexpr float ZoomStepAmount = 0.25F;
 
 enum Absolute : unsigned { AbsolutePan = 1, AbsoluteTilt = 2, AbsoluteZoom = 4, AbsoluteAll = 7 };
 
@@ -78,7 +75,7 @@ const DriverData Axis::Data = {
     .PresetGoto = MemberRule::OutcomeIfConnected,
     .PresetSave = MemberRule::OutcomeIfConnected,
     .DisconnectAnswersTrue = true,
-    .ReadsPosition = true,
+    .ReadsPosition = PositionReading::Always,
     .SharedOptions = SharesAddress | SharesPort | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
@@ -189,10 +186,7 @@ bool Axis::Zoom(Zooms zoomLevel) {
 void Axis::Zoom(Zooms direction, float amount) {
   if (!Connected_) return;
   RefreshPosition();
-  if (direction == ZoomIn)
-    ZoomTo(CurrentZoom_ + amount);
-  else if (direction == ZoomOut)
-    ZoomTo(CurrentZoom_ - amount);
+  if (direction == ZoomIn || direction == ZoomOut) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
 }
 
 void Axis::ZoomTo(float zoom) {
@@ -221,7 +215,7 @@ void Axis::SetPanTilt(float pan, float tilt) {
     CurrentPan_ = roundedPan;
     CurrentTilt_ = roundedTilt;
   } else {
-    PositionStale_ = true;  // the camera knows better
+    PositionAge_.Expire();  // the camera knows better
   }
 }
 
@@ -264,27 +258,20 @@ bool Axis::PresetGoto(std::int32_t preset) {
 }
 
 void Axis::ContinuousMove(float pan, float tilt) {
-  SendContinuous("continuouspantiltmove=" + SpeedText(pan) + "," + SpeedText(tilt), StopMoveCommand,
-                 LastMoveCommand_);
+  const auto command = "continuouspantiltmove=" + SpeedText(pan) + "," + SpeedText(tilt);
+  SendContinuous(command, command == StopMoveCommand, LastMove_);
 }
 
 void Axis::ContinuousZoom(float amount) {
   const float speed = ToSingle(static_cast<double>(amount) * amount);
-  SendContinuous("continuouszoommove=" + Text(amount < 0 ? -speed : speed), StopZoomCommand,
-                 LastZoomCommand_);
+  const auto command = "continuouszoommove=" + Text(amount < 0 ? -speed : speed);
+  SendContinuous(command, command == StopZoomCommand, LastZoom_);
 }
 
-void Axis::StopContinuous() {
-  ContinuousMove(0, 0);
-  ContinuousZoom(0);
-}
-
-/// A repeated motion is sent once; a stop is always sent.
-void Axis::SendContinuous(std::string command, std::string_view stopCommand, std::string& lastCommand) {
-  if (command == lastCommand && command != stopCommand) return;
+void Axis::SendContinuous(const std::string& command, bool isStop, LastMotion<std::string>& last) {
+  if (!last.Replace(command, isStop)) return;
   SendCommand(command);
-  lastCommand = std::move(command);
-  PositionStale_ = true;
+  PositionAge_.Expire();
 }
 
 Variant Axis::DeviceDisconnect() {
@@ -307,7 +294,7 @@ bool Axis::AbsoluteMove(double targetPan, double targetTilt, float zoom) {
   CurrentPan_ = pan;
   CurrentTilt_ = tilt;
   CurrentZoom_ = zoom;
-  LastMoveTime_ = TickCount();
+  PositionAge_.Set(TickCount());
   return true;
 }
 
@@ -333,9 +320,9 @@ std::string Axis::MoveCommand(std::int32_t pan, std::int32_t tilt, float zoom) c
 }
 
 void Axis::RefreshPosition() {
-  if (!PositionStale_ && TimeDiff(LastMoveTime_, TickCount()) < PositionLifetime) return;
+  if (!PositionAge_.IsDue(TickCount())) return;
   QueryPosition();
-  PositionStale_ = false;
+  PositionAge_.Asked();
 }
 
 void Axis::QueryPosition() {
@@ -356,7 +343,7 @@ void Axis::QueryPosition() {
   CurrentPan_ = pan;
   CurrentTilt_ = tilt;
   CurrentZoom_ = zoom;
-  LastMoveTime_ = TickCount();
+  PositionAge_.Set(TickCount());
 }
 
 std::span<const OptionRow> Axis::OptionTable() const {

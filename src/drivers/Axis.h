@@ -6,11 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "contract/ContinuousDriver.h"
 #include "contract/DeviceBridge.h"
 #include "contract/DriverData.h"
 #include "contract/HTTPDriver.h"
-#include "contract/PTZContinuousControl.h"
 #include "contract/PTZOptions.h"
+#include "contract/PositionAge.h"
 
 namespace ptzd {
 
@@ -27,7 +28,7 @@ namespace ptzd {
 ///
 /// A head without absolute pan, tilt and zoom is moved relatively from where it stands at `Connect`, and has
 /// 63 numbered presets. Any other head reports its position, which is read at most every 5 seconds.
-class Axis final : public DualDevice, public PTZContinuousControl, public TabledOptions, private HTTPDriver {
+class Axis final : public DualDevice, public ContinuousDriver, public TabledOptions, private HTTPDriver {
  public:
   static const DriverData Data;
 
@@ -54,7 +55,6 @@ class Axis final : public DualDevice, public PTZContinuousControl, public Tabled
 
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
-  void StopContinuous() override;
 
  private:
   struct Head;
@@ -68,7 +68,7 @@ class Axis final : public DualDevice, public PTZContinuousControl, public Tabled
   std::optional<std::string> SendCommand(std::string_view command, bool config = false);
   bool AbsoluteMove(double pan, double tilt, float zoom);
   std::string MoveCommand(std::int32_t pan, std::int32_t tilt, float zoom) const;
-  void SendContinuous(std::string command, std::string_view stopCommand, std::string& lastCommand);
+  void SendContinuous(const std::string& command, bool isStop, LastMotion<std::string>& last);
   void RefreshPosition();
   void QueryPosition();
 
@@ -78,10 +78,9 @@ class Axis final : public DualDevice, public PTZContinuousControl, public Tabled
   std::int32_t CurrentPan_ = 0;   // degrees
   std::int32_t CurrentTilt_ = 0;  // degrees
   float CurrentZoom_ = 0;
-  bool PositionStale_ = false;
-  std::int32_t LastMoveTime_ = 0;
-  std::string LastMoveCommand_;
-  std::string LastZoomCommand_;
+  PositionAge PositionAge_;
+  LastMotion<std::string> LastMove_;
+  LastMotion<std::string> LastZoom_;
 };
 
 }  // namespace ptzd

@@ -260,11 +260,6 @@ void Pelco::ContinuousZoom(float amount) {
   Send(amount > 0 ? Tables::ZoomTele : amount < 0 ? Tables::ZoomWide : Tables::Stop);
 }
 
-void Pelco::StopContinuous() {
-  ContinuousMove(0, 0);
-  ContinuousZoom(0);
-}
-
 Pelco::Frame Pelco::BuildFrame(const Command& command) const {
   const auto option = Options_.Long("Port", 1);
   if (option < 0 || option > 255)

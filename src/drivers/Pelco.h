@@ -4,8 +4,8 @@
 #include <memory>
 #include <span>
 
+#include "contract/ContinuousDriver.h"
 #include "contract/DriverData.h"
-#include "contract/PTZContinuousControl.h"
 #include "contract/PTZDevice.h"
 #include "contract/PTZOptions.h"
 #include "contract/PropertyBag.h"
@@ -31,7 +31,7 @@ namespace ptzd {
 /// port, a number of `SerialPortErrors` when the line fails, and 6 (overflow), before anything is sent, for
 /// numbers that are no bytes and for a Pelco-D frame whose sum passes 255. Continuous speeds are the
 /// protocol's: 0 to 63 either way, 64 for turbo pan.
-class Pelco final : public PTZDevice, public PTZContinuousControl, public TabledOptions {
+class Pelco final : public PTZDevice, public ContinuousDriver, public TabledOptions {
  public:
   static const DriverData Data;
 
@@ -65,7 +65,6 @@ class Pelco final : public PTZDevice, public PTZContinuousControl, public Tabled
 
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
-  void StopContinuous() override;
 
  private:
   struct Command;

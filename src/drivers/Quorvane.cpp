@@ -24,7 +24,6 @@ constexpr std::string_view FeedListPath = "/feedlist.xml?showstopped";  // stopp
 constexpr std::string_view FeedParameter = "feed=";
 
 constexpr std::string_view Accepted = "OK";
-constexpr float ZoomStepAmount = 0.25F;  // in the remote system's zoom scale
 
 }  // namespace
 
@@ -59,7 +58,7 @@ bool Quorvane::Connect(std::span<const std::uint8_t> options) {
   RequireAddress(Options_, Data);
   FeedID_ = FindFeed(Options_.Text("Feed"));
   if (FeedID_.empty()) Raise(PTZErrorUnrecognisedDevice, "Unrecognised feed");
-  if (!Request("").Reply) Raise(PTZErrorConnectionFailed, "Unable to connect to the device");
+  if (!Fetch("").Reply) Raise(PTZErrorConnectionFailed, "Unable to connect to the device");
   if (Options_.Boolean("Reset", false)) SetPosition(0, 0, 0);
   Connected_ = true;
   return true;
@@ -75,7 +74,7 @@ std::string Quorvane::FindFeed(const std::string& feed) {
 std::optional<std::string> Quorvane::LookUpFeed(const std::string& feed) {
   LogMessage("Requesting feed list");
   // A whole URL as the path: the address stands in the request twice, on purpose. It hardly ever succeeds.
-  const auto list = Request(UrlOf(FeedListPath));
+  const auto list = Fetch(UrlOf(FeedListPath));
   if (!list.Reply) {
     LogMessage("Request failed. " + list.Failure);
     return std::nullopt;
@@ -102,7 +101,7 @@ std::string Quorvane::UrlOf(std::string_view path) const {
   return Url(path);
 }
 
-Quorvane::Outcome Quorvane::Request(std::string_view path) {
+Quorvane::Outcome Quorvane::Fetch(std::string_view path) {
   const auto url = UrlOf(path);
   LogMessage("Sending: " + url);
   try {
@@ -118,7 +117,7 @@ bool Quorvane::SendCommand(std::string_view parameters) {
   std::string path(ControlPath);
   if (!FeedID_.empty()) path.append(FeedParameter).append(UrlEncode(FeedID_));
   if (!parameters.empty()) path.append("&").append(parameters);
-  return Request(path).Reply == Accepted;
+  return Fetch(path).Reply == Accepted;
 }
 
 /// Moves by the offset from the model; the move is sent even where there is none.
@@ -166,10 +165,7 @@ bool Quorvane::Zoom(Zooms zoomLevel) {
 }
 
 void Quorvane::Zoom(Zooms direction, float amount) {
-  if (direction == ZoomIn)
-    ZoomTo(CurrentZoom_ + amount);
-  else if (direction == ZoomOut)
-    ZoomTo(CurrentZoom_ - amount);
+  if (direction == ZoomIn || direction == ZoomOut) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
 }
 
 void Quorvane::ZoomTo(float zoom) {
@@ -177,24 +173,13 @@ void Quorvane::ZoomTo(float zoom) {
 }
 
 void Quorvane::ContinuousMove(float pan, float tilt) {
-  SendContinuous("move=joystick&x=" + Text(pan) + "&y=" + Text(tilt), pan == 0 && tilt == 0,
-                 LastMoveCommand_);
+  const auto parameters = "move=joystick&x=" + Text(pan) + "&y=" + Text(tilt);
+  if (LastMove_.Replace(parameters, pan == 0 && tilt == 0)) SendCommand(parameters);
 }
 
 void Quorvane::ContinuousZoom(float amount) {
-  SendContinuous("zoom=joystick&level=" + Text(amount), amount == 0, LastZoomCommand_);
-}
-
-void Quorvane::StopContinuous() {
-  ContinuousMove(0, 0);
-  ContinuousZoom(0);
-}
-
-/// A repeated motion is sent once, whatever became of it; a stop is always sent.
-void Quorvane::SendContinuous(std::string parameters, bool isStop, std::string& lastCommand) {
-  if (parameters == lastCommand && !isStop) return;
-  lastCommand = std::move(parameters);
-  SendCommand(lastCommand);
+  const auto parameters = "zoom=joystick&level=" + Text(amount);
+  if (LastZoom_.Replace(parameters, amount == 0)) SendCommand(parameters);
 }
 
 std::vector<PTZNamedPreset> Quorvane::GetNamedPresets() {

@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "contract/ContinuousDriver.h"
 #include "contract/DeviceBridge.h"
 #include "contract/DriverData.h"
 #include "contract/HTTPDriver.h"
-#include "contract/PTZContinuousControl.h"
 #include "contract/PTZNamedPresets.h"
 #include "contract/PTZOptions.h"
 
@@ -35,7 +35,7 @@ namespace ptzd {
 /// Before the first `Connect` the continuous members and the named presets raise 91 (object not set); from
 /// then on they work whether connected or not.
 class Quorvane final : public DualDevice,
-                       public PTZContinuousControl,
+                       public ContinuousDriver,
                        public PTZNamedPresets,
                        public TabledOptions,
                        private HTTPDriver {
@@ -59,7 +59,6 @@ class Quorvane final : public DualDevice,
 
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
-  void StopContinuous() override;
 
   /// The presets of the feed. Raises 17004 where the remote system refuses the credentials, 17001 for any
   /// other status than 200 or none, what `HTTPClient::GetResource` raises, the XML parser's number
@@ -80,20 +79,19 @@ class Quorvane final : public DualDevice,
   std::span<const OptionRow> OptionTable() const override;
 
   std::string UrlOf(std::string_view path) const;
-  Outcome Request(std::string_view path);
+  Outcome Fetch(std::string_view path);
   bool SendCommand(std::string_view parameters);
   bool SetPosition(float pan, float tilt, float zoom);
   std::string FindFeed(const std::string& feed);
   std::optional<std::string> LookUpFeed(const std::string& feed);
-  void SendContinuous(std::string parameters, bool isStop, std::string& lastCommand);
 
   bool HasOptions_ = false;
   std::string FeedID_;
   std::int32_t CurrentPan_ = 0;
   std::int32_t CurrentTilt_ = 0;
   float CurrentZoom_ = 0;
-  std::string LastMoveCommand_;
-  std::string LastZoomCommand_;
+  LastMotion<std::string> LastMove_;
+  LastMotion<std::string> LastZoom_;
 };
 
 }  // namespace ptzd

@@ -33,7 +33,6 @@ constexpr std::int32_t DefaultMoveInterval = 200, DefaultMoveSpeed = 200;
 constexpr double DegreesPerInterval = 5;
 constexpr double SpeedPerUnit = 25;
 constexpr std::uint16_t TimedMoveSpeed = 200;  // whatever the option MoveSpeed says
-constexpr float ZoomStepAmount = 0.25F;
 
 constexpr std::uint8_t ZoomInCode = 24, ZoomOutCode = 25;
 constexpr std::uint8_t StopMoveCode = 41, StopZoomCode = 45;
@@ -100,7 +99,7 @@ bool Secubest::Connect(std::span<const std::uint8_t> options) {
     Raise(PTZErrorConnectionFailed, "Unable to connect to the server: " + Text(error) + ".");
 
   Socket_ = std::move(socket);
-  LastMove_ = LastZoom_ = {};  // the unit on this connection has not been told anything
+  LastMove_ = {}, LastZoom_ = {};  // the unit on this connection has not been told anything
   Connected_ = true;
   return true;
 }
@@ -132,10 +131,8 @@ bool Secubest::Zoom(Zooms zoomLevel) {
 }
 
 void Secubest::Zoom(Zooms direction, float amount) {
-  if (direction == ZoomIn)
-    TimedMove(CurrentPan_, CurrentTilt_, static_cast<double>(CurrentZoom_) + amount);
-  else if (direction == ZoomOut)
-    TimedMove(CurrentPan_, CurrentTilt_, static_cast<double>(CurrentZoom_) - amount);
+  if (direction == ZoomIn || direction == ZoomOut)
+    TimedMove(CurrentPan_, CurrentTilt_, static_cast<double>(CurrentZoom_) + ZoomStepOf(direction, amount));
 }
 
 void Secubest::ZoomTo(float zoom) { TimedMove(CurrentPan_, CurrentTilt_, zoom); }
@@ -175,8 +172,7 @@ void Secubest::ContinuousMove(float pan, float tilt) {
   Motion motion{.Code = StopMoveCode};
   if (moving) motion.Code = DirectionCode(pan, tilt, amount);
   motion.Speed = ToInt16(amount * SpeedPerUnit);
-  if (moving && motion == LastMove_) return;
-  LastMove_ = motion;
+  if (!LastMove_.Replace(motion, !moving)) return;
   Platform_.debugOutput("JS: " + Text(pan) + "x" + Text(tilt) + ", " + Text(amount) + " Command: " +
                         Text(std::int32_t{motion.Code}) + ", " + Text(std::int32_t{motion.Speed}));
   Send(motion.Code, SwapBytes(static_cast<std::uint16_t>(motion.Speed)));
@@ -185,14 +181,8 @@ void Secubest::ContinuousMove(float pan, float tilt) {
 void Secubest::ContinuousZoom(float amount) {
   const bool moving = amount != 0;
   const Motion motion{.Code = moving ? ZoomCode(amount) : StopZoomCode, .Speed = ToInt16(std::fabs(amount))};
-  if (moving && motion == LastZoom_) return;
-  LastZoom_ = motion;
+  if (!LastZoom_.Replace(motion, !moving)) return;
   Send(motion.Code, static_cast<std::uint16_t>(motion.Speed));
-}
-
-void Secubest::StopContinuous() {
-  ContinuousMove(0, 0);
-  ContinuousZoom(0);
 }
 
 /// What cannot be sent is lost.

@@ -4,9 +4,9 @@
 #include <memory>
 #include <span>
 
+#include "contract/ContinuousDriver.h"
 #include "contract/DeviceBridge.h"
 #include "contract/DriverData.h"
-#include "contract/PTZContinuousControl.h"
 #include "contract/PTZOptions.h"
 #include "contract/PropertyBag.h"
 #include "platform/Platform.h"
@@ -27,7 +27,7 @@ namespace ptzd {
 /// sent and False when not connected. Continuous speeds: pan and tilt in twenty-fifths of the unit's, zoom in
 /// the unit's own; both need no connection flag, only a socket that is open. Speeds and waits that do not fit
 /// raise 6 (overflow) before anything is sent.
-class Secubest final : public DualDevice, public PTZContinuousControl, public TabledOptions {
+class Secubest final : public DualDevice, public ContinuousDriver, public TabledOptions {
  public:
   static const DriverData Data;
 
@@ -48,7 +48,6 @@ class Secubest final : public DualDevice, public PTZContinuousControl, public Ta
 
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
-  void StopContinuous() override;
 
  private:
   /// A continuous command as it was last sent.
@@ -77,8 +76,8 @@ class Secubest final : public DualDevice, public PTZContinuousControl, public Ta
   float CurrentPan_ = 0;             // degrees
   float CurrentTilt_ = 0;            // degrees
   float CurrentZoom_ = 0;
-  Motion LastMove_;
-  Motion LastZoom_;
+  LastMotion<Motion> LastMove_;
+  LastMotion<Motion> LastZoom_;
 };
 
 }  // namespace ptzd

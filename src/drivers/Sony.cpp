@@ -10,7 +10,6 @@
 #include "common/Error.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
-#include "common/TimeDiffMod.h"
 #include "contract/PTZErrors.h"
 #include "transport/Split2DModule.h"
 
@@ -32,10 +31,8 @@ constexpr std::string_view PtzfTiltRangeKey = "TiltPanoramaRange";  // firmware 
 constexpr std::string_view PtzfPositionKey = "AbsolutePTZF";
 constexpr double PtzfFirmware = 6.0;  // CGI version
 
-constexpr std::int32_t PositionLifetime = 5000;  // milliseconds
-constexpr float ZoomUnits = 5200;                // camera units of zoom 1
+constexpr float ZoomUnits = 5200;  // camera units of zoom 1
 constexpr std::int32_t MaxZoomPosition = 65535;
-constexpr float ZoomStepAmount = 0.25F;
 
 // Camera speeds in one unit of `ContinuousMove` and of `ContinuousZoom`.
 constexpr float MoveSpeedUnits = 4;
@@ -128,7 +125,7 @@ const DriverData Sony::Data = {
     .MoveBoth = MemberRule::TrueIfConnected,
     .Zoom = MemberRule::TrueIfConnected,
     .DisconnectAnswersTrue = false,
-    .ReadsPosition = true,
+    .ReadsPosition = PositionReading::Always,
     .SharedOptions = SharesAddress | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
@@ -193,9 +190,9 @@ bool Sony::Connect(std::span<const std::uint8_t> options) {
 
   Head_ = head;
   Store(head.At);
-  PositionStale_ = true;
+  PositionAge_.Expire();
   Continuous_ = {};
-  LastContinuous_.clear();
+  LastContinuous_ = {};
   if (Options_.Boolean("Reset", false)) AbsoluteMove(0, 0, 0);
   Connected_ = true;
   return true;
@@ -238,9 +235,9 @@ std::optional<Sony::Position> Sony::ViscaPosition(std::string_view reply) {
 }
 
 void Sony::RefreshPosition() {
-  if (!PositionStale_ && TimeDiff(LastRefreshTick_, TickCount()) < PositionLifetime) return;
-  LastRefreshTick_ = TickCount();
-  PositionStale_ = false;
+  if (!PositionAge_.IsDue(TickCount())) return;
+  PositionAge_.Set(TickCount());
+  PositionAge_.Asked();
   try {
     ReadPosition();
   } catch (const Error& error) {
@@ -313,17 +310,14 @@ bool Sony::Zoom(Zooms zoomLevel) {
 }
 
 void Sony::Zoom(Zooms direction, float amount) {
-  if (direction == ZoomIn)
-    ZoomTo(CurrentZoom_ + amount);
-  else if (direction == ZoomOut)
-    ZoomTo(CurrentZoom_ - amount);
+  if (direction == ZoomIn || direction == ZoomOut) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
 }
 
 void Sony::ZoomTo(float zoom) {
   if (Connected_) AbsoluteMove(CurrentPan_, CurrentTilt_, zoom);
 }
 
-void Sony::SetPanTilt(float, float) { PositionStale_ = true; }
+void Sony::SetPanTilt(float, float) { PositionAge_.Expire(); }
 
 Variant Sony::DeviceDisconnect() {
   Connected_ = false;
@@ -386,14 +380,14 @@ void Sony::ContinuousZoom(float amount) {
 /// A repeated motion is sent once; whatever goes with a pan and tilt at rest is always sent.
 void Sony::SendContinuous(const Speeds& speeds) {
   if (!Connected_) return;
-  auto body = "ContinuousPanTiltZoom=" + Text(ToInt32(static_cast<double>(speeds.Pan) * MoveSpeedUnits)) +
-              "," + Text(ToSingle(speeds.Tilt * MoveSpeedUnits)) + "," +
-              Text(ToSingle(speeds.Zoom * ZoomSpeedUnits)) + ",Image1";
+  const auto body =
+      "ContinuousPanTiltZoom=" + Text(ToInt32(static_cast<double>(speeds.Pan) * MoveSpeedUnits)) + "," +
+      Text(ToSingle(speeds.Tilt * MoveSpeedUnits)) + "," + Text(ToSingle(speeds.Zoom * ZoomSpeedUnits)) +
+      ",Image1";
   Continuous_ = speeds;
-  if (body == LastContinuous_ && !(speeds.Pan == 0 && speeds.Tilt == 0)) return;
+  if (!LastContinuous_.Replace(body, speeds.Pan == 0 && speeds.Tilt == 0)) return;
   SendCGI(body);
-  LastContinuous_ = std::move(body);
-  PositionStale_ = true;
+  PositionAge_.Expire();
 }
 
 }  // namespace ptzd

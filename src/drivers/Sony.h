@@ -7,10 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "contract/ContinuousDriver.h"
 #include "contract/DeviceBridge.h"
 #include "contract/DriverData.h"
 #include "contract/HTTPDriver.h"
 #include "contract/PTZContinuousControl.h"
+#include "contract/PositionAge.h"
 
 namespace ptzd {
 
@@ -116,10 +118,9 @@ class Sony final : public DualDevice, public PTZContinuousControl, private HTTPD
   std::int32_t CurrentPan_ = 0;   // camera units
   std::int32_t CurrentTilt_ = 0;  // camera units
   float CurrentZoom_ = 0;
-  bool PositionStale_ = false;
-  std::int32_t LastRefreshTick_ = 0;
+  PositionAge PositionAge_;
   Speeds Continuous_;
-  std::string LastContinuous_;
+  LastMotion<std::string> LastContinuous_;
 };
 
 }  // namespace ptzd

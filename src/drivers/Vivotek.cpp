@@ -168,14 +168,8 @@ Variant Vivotek::Disconnect() {
 bool Vivotek::Move(Directions direction, float angle) {
   if (!Connected_) return false;
   LogMessage("Moving " + Text(angle) + " degrees " + Text(static_cast<std::int32_t>(direction)));
-  double pan = CurrentPan_, tilt = CurrentTilt_;
-  // Opposite directions cancel each other out.
-  const auto sideways = direction & (DirectionLeft | DirectionRight);
-  const auto upright = direction & (DirectionUp | DirectionDown);
-  if (sideways == DirectionLeft) pan -= angle;
-  if (sideways == DirectionRight) pan += angle;
-  if (upright == DirectionUp) tilt += angle;
-  if (upright == DirectionDown) tilt -= angle;
+  const auto step = CancellingStepOf(direction, angle);
+  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
   return MoveToPosition(ToInt32(pan), ToInt32(tilt));
 }
 
@@ -261,30 +255,18 @@ std::vector<PTZNamedPreset> Vivotek::GetNamedPresets() {
 }
 
 void Vivotek::ContinuousMove(float pan, float tilt) {
-  const bool stop = pan == 0 && tilt == 0;
-  SendContinuous(stop ? StopMoveCommand
-                      : "vx=" + Text(pan) + "&vy=" + Text(tilt) +
-                            "&vs=" + SpeedText((std::abs(pan) + std::abs(tilt)) * MoveSpeedUnits),
-                 stop, LastMoveCommand_);
+  const bool isStop = pan == 0 && tilt == 0;
+  const auto parameters = isStop ? StopMoveCommand
+                                 : "vx=" + Text(pan) + "&vy=" + Text(tilt) +
+                                       "&vs=" + SpeedText((std::abs(pan) + std::abs(tilt)) * MoveSpeedUnits);
+  if (LastMove_.Replace(parameters, isStop)) SendCommand(parameters);
 }
 
 void Vivotek::ContinuousZoom(float amount) {
-  SendContinuous(amount == 0 ? StopZoomCommand
-                             : std::string("zooming=") + (amount < 0 ? "wide" : "tele") +
-                                   "&zs=" + SpeedText(std::abs(amount) * ZoomSpeedUnits),
-                 amount == 0, LastZoomCommand_);
-}
-
-void Vivotek::StopContinuous() {
-  ContinuousMove(0, 0);
-  ContinuousZoom(0);
-}
-
-/// A repeated motion is sent once; a stop is always sent.
-void Vivotek::SendContinuous(const std::string& parameters, bool stop, std::string& lastCommand) {
-  if (parameters == lastCommand && !stop) return;
-  lastCommand = parameters;
-  SendCommand(parameters);
+  const auto parameters = amount == 0 ? StopZoomCommand
+                                      : std::string("zooming=") + (amount < 0 ? "wide" : "tele") +
+                                            "&zs=" + SpeedText(std::abs(amount) * ZoomSpeedUnits);
+  if (LastZoom_.Replace(parameters, amount == 0)) SendCommand(parameters);
 }
 
 }  // namespace ptzd

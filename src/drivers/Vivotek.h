@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
+#include "contract/ContinuousDriver.h"
 #include "contract/DriverData.h"
 #include "contract/HTTPDriver.h"
-#include "contract/PTZContinuousControl.h"
 #include "contract/PTZDevice.h"
 #include "contract/PTZNamedPresets.h"
 
@@ -29,10 +29,7 @@ namespace ptzd {
 /// the model of the last `Connect` also after `Disconnect` and raise 17001 or `HTTPClient`'s numbers where
 /// the camera refuses or does not answer. Continuous speeds are sent as told, with a speed of five times
 /// their sum (ten times for zoom) plus 1 beside them; no connection is needed for them either.
-class Vivotek final : public PTZDevice,
-                      public PTZNamedPresets,
-                      public PTZContinuousControl,
-                      private HTTPDriver {
+class Vivotek final : public PTZDevice, public PTZNamedPresets, public ContinuousDriver, private HTTPDriver {
  public:
   static const DriverData Data;
 
@@ -63,7 +60,6 @@ class Vivotek final : public PTZDevice,
 
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
-  void StopContinuous() override;
 
  private:
   struct Model;
@@ -74,14 +70,13 @@ class Vivotek final : public PTZDevice,
   bool SendCommand(const std::string& parameters);
   void Recall(const std::string& encodedName);
   bool MoveToPosition(double pan, double tilt);
-  void SendContinuous(const std::string& parameters, bool stop, std::string& lastCommand);
 
   ptzd::Capabilities CapabilityBits_{};
   const Model* Model_ = nullptr;  // of the last `Connect`; until then commands are those of older models
   std::int32_t CurrentPan_ = 0;   // degrees
   std::int32_t CurrentTilt_ = 0;  // degrees
-  std::string LastMoveCommand_;
-  std::string LastZoomCommand_;
+  LastMotion<std::string> LastMove_;
+  LastMotion<std::string> LastZoom_;
 };
 
 }  // namespace ptzd
