@@ -41,16 +41,22 @@ std::string HTTPDriver::Url(std::string_view path) const {
 }
 
 std::optional<std::string> HTTPDriver::Request(const std::string& path) {
-  LogMessage(std::string(Style_.Announcement) + path);
+  if (!Style_.AnnouncesUrl) LogMessage(std::string(Style_.Announcement).append(path));
   try {
-    auto reply = DecodeBytes(Client_.GetResource(Url(path), "", ""), CodePage1252);
-    LogMessage(std::string(Style_.Completion) + reply);
+    const auto url = Url(path);
+    if (Style_.AnnouncesUrl) LogMessage(std::string(Style_.Announcement).append(url));
+    const auto body = Client_.GetResource(url, "", "");
+    if (Style_.AcceptsStatus != nullptr && !Style_.AcceptsStatus(StatusOf(Client_).Code)) return std::nullopt;
+    auto reply = DecodeBytes(body, CodePage1252);
+    LogMessage(std::string(Style_.Completion).append(reply));
     if (Style_.Accepts == nullptr) return reply;
     LastReply_ = std::move(reply);
-    if (!Style_.Accepts(Client_, LastReply_)) return std::nullopt;
+    if (!Style_.Accepts(LastReply_)) return std::nullopt;
     return LastReply_;
   } catch (const Error& error) {
-    LogMessage(Style_.DescribesFailure ? "Request failed. " + error.Description() : "Request failed.");
+    std::string failure(Style_.Failure);
+    if (failure.ends_with(' ')) failure += error.Description();
+    if (!failure.empty()) LogMessage(failure);
     return std::nullopt;
   }
 }

@@ -12,22 +12,31 @@
 
 namespace ptzd {
 
-/// How a make's request routine differs from the common one.
-struct RequestStyle {
-  std::string_view Announcement = "Requesting ";              ///< logged with the path before the request
-  std::string_view Completion = "Request complete. Reply: ";  ///< logged with the reply text
-  /// Logs "Request failed. " and the description, else "Request failed." alone.
-  bool DescribesFailure = true;
-  /// Whether a reply is a success; without one, every reply is.
-  bool (*Accepts)(const HTTPClient& client, std::string_view reply) = nullptr;
-};
-
 /// The status line of a client's last blocking request, such as "HTTP/1.1 404 Not Found".
 struct HTTPStatus {
   std::string Code;  ///< its second blank-separated word, "404"; empty where there is none
   std::string Text;  ///< what follows its first blank, "404 Not Found"
 };
 HTTPStatus StatusOf(const HTTPClient& client);
+
+/// How a make's request routine differs from the common one.
+struct RequestStyle {
+  std::string_view Announcement = "Requesting ";              ///< logged before the request, with
+  bool AnnouncesUrl = false;                                  ///< the whole URL, else the path
+  std::string_view Completion = "Request complete. Reply: ";  ///< logged with the reply text
+  /// Logged where the transport failed; one that ends in a blank is followed by the error's description, an
+  /// empty one is not logged.
+  std::string_view Failure = "Request failed. ";
+  /// Whether a reply with this status code is a success; without one, every status is. The others' replies
+  /// are neither logged nor kept.
+  bool (*AcceptsStatus)(std::string_view code) = nullptr;
+  /// Whether a reply is a success; without one, every reply is.
+  bool (*Accepts)(std::string_view reply) = nullptr;
+};
+
+/// The style of the makes that log what they send, and nothing of failures.
+constexpr RequestStyle SendingStyle{
+    .Announcement = "Sending: ", .AnnouncesUrl = true, .Completion = "Received: ", .Failure = ""};
 
 /// Raises 17001 "Received HTTP error 404 Not Found" unless the last reply's code is 200.
 void RequireStatusOK(const HTTPClient& client);
@@ -47,7 +56,7 @@ class HTTPDriver {
 
   /// Fetches a path (which begins with "/") and gives the reply as text, or nothing where the transport
   /// failed or the style does not accept the reply; then `LastReply_` has it all the same. Blocks as
-  /// `HTTPClient::GetResource` does; never raises an `Error`.
+  /// `HTTPClient::GetResource` does; never raises an `Error` of the transport.
   std::optional<std::string> Request(const std::string& path);
 
   /// A base path, then the channel parameter, the option Port and "&" unless Port is 0, then the command.

@@ -19,7 +19,8 @@ class Driver : public HTTPDriver {
 };
 
 TEST(HTTPDriver, MakesVaryTheCommonRoutine) {
-  const auto isOK = [](const HTTPClient&, std::string_view reply) { return reply == "OK"; };
+  const auto isOK = [](std::string_view reply) { return reply == "OK"; };
+  const auto isFound = [](std::string_view code) { return code == "200"; };
   struct Row {
     RequestStyle Style;
     test::FakeReply Reply;
@@ -35,18 +36,20 @@ TEST(HTTPDriver, MakesVaryTheCommonRoutine) {
        "",
        "Requesting /x|Request failed. Failed to connect to the HTTP server.",
        ""},
-      {{.DescribesFailure = false},
+      {{.Failure = "Request failed."},
        {.Answers = false},
        {},
        "",
        "Requesting /x|Request failed.",
        "no description"},
-      {{.Announcement = "Sending: ", .Completion = "Received: ", .Accepts = isOK},
-       {"OK"},
-       "OK",
-       "OK",
-       "Sending: /x|Received: OK",
-       "texts of its own"},
+      {SendingStyle, {"OK"}, "OK", "", "Sending: http://camera1/x|Received: OK", "texts of its own"},
+      {SendingStyle, {.Answers = false}, {}, "", "Sending: http://camera1/x", "a failure that is not told"},
+      {{.AcceptsStatus = isFound, .Accepts = isOK},
+       {"OK", "HTTP/1.1 404 Not Found"},
+       {},
+       "",
+       "Requesting /x",
+       "the reply of a refused status"},
       {{.Accepts = isOK},
        {"NG"},
        {},
