@@ -5,6 +5,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -19,8 +20,10 @@
 #include <vector>
 
 #include "simulators/Axis.h"
+#include "simulators/Bosch.h"
 #include "simulators/Pelco.h"
 #include "simulators/Quorvane.h"
+#include "simulators/Sanyo.h"
 #include "simulators/Secubest.h"
 #include "simulators/Sony.h"
 #include "simulators/Vivotek.h"
@@ -34,6 +37,9 @@ struct Settings {
   std::uint16_t Port = 0;
   std::vector<std::string> Feeds;
   bool BadXML = false;
+  Bosch::Replies Replies{};
+  int Session = 300;
+  std::vector<std::string> Without;
   std::vector<int> Addresses = {1};
   std::string Protocol = "both";
   Terminal::Options SerialLine{};
@@ -61,6 +67,21 @@ std::unique_ptr<Simulator> CreateAxis(const Settings& settings) {
   return std::make_unique<Axis>(Axis::Options{.Heads = heads.at(settings.Head), .Port = settings.Port});
 }
 
+const std::map<std::string, Bosch::Support> BoschSupport = {
+    {"full", Bosch::Support::Full}, {"empty", Bosch::Support::Silent}, {"error", Bosch::Support::Refusing}};
+
+std::unique_ptr<Simulator> CreateBosch(const Settings& settings) {
+  Bosch::Replies form = settings.Replies;
+  form.Of = BoschSupport.at(settings.Head);
+  return std::make_unique<Bosch>(Bosch::Options{.Form = form, .Port = settings.Port});
+}
+
+void AddBoschOptions(CLI::App& command, Settings& settings) {
+  command.add_flag("--upper-case", settings.Replies.UpperCase, "Answer with digits A to F, not a to f");
+  command.add_flag("--padded", settings.Replies.Padded, "Answer with line ends and blanks around the bytes");
+  command.add_flag("--longer", settings.Replies.Longer, "Answer with two bytes more than were asked for");
+}
+
 const std::map<std::string, PelcoProtocol> PelcoProtocols = {
     {"d", PelcoProtocol::D}, {"p", PelcoProtocol::P}, {"both", PelcoProtocol::Both}};
 
@@ -71,6 +92,26 @@ std::unique_ptr<Simulator> CreatePelco(const Settings& settings) {
                                                 .Line = settings.SerialLine});
 }
 #endif
+
+std::unique_ptr<Simulator> CreateSanyo(const Settings& settings) {
+  const auto without = [&](const char* what) {
+    return std::find(settings.Without.begin(), settings.Without.end(), what) != settings.Without.end();
+  };
+  return std::make_unique<Sanyo>(
+      Sanyo::Options{.Session = std::chrono::seconds(settings.Session),
+                     .Told = {.PanTilt = !without("pan-tilt"), .Zoom = !without("zoom")},
+                     .Port = settings.Port});
+}
+
+void AddSanyoOptions(CLI::App& command, Settings& settings) {
+  command
+      .add_option("--session", settings.Session,
+                  "Seconds that a session lasts unless it is kept alive; 300 when not given")
+      ->check(CLI::Range(1, 86400));
+  command.add_option("--without", settings.Without, "What its status does not tell: pan-tilt, zoom, or both")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"pan-tilt", "zoom"}));
+}
 
 std::unique_ptr<Simulator> CreateSecubest(const Settings& settings) {
   return std::make_unique<Secubest>(Secubest::Options{.Port = settings.Port});
@@ -111,6 +152,13 @@ const std::vector<Make> Makes = {
      "Axis camera or video server (HTTP)",
      {"mechanical", "digital", "relative", "none", "multi"},
      CreateAxis},
+    {"bosch",
+     "Bosch dome (HTTP, messages in hexadecimal)",
+     {"full", "empty", "error"},
+     CreateBosch,
+     Line::HTTP,
+     "--support",
+     AddBoschOptions},
 #ifndef _WIN32
     {"pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)", {}, CreatePelco, Line::Terminal},
 #endif
@@ -121,6 +169,7 @@ const std::vector<Make> Makes = {
      Line::HTTP,
      "",
      AddQuorvaneOptions},
+    {"sanyo", "Sanyo camera (HTTP with a session)", {}, CreateSanyo, Line::HTTP, "", AddSanyoOptions},
     {"secubest", "Secubest unit (framed messages over raw TCP)", {}, CreateSecubest, Line::TCP},
     {"sony", "Sony SNC camera (HTTP)", Sony::Models(), CreateSony, Line::HTTP, "--model"},
     {"vivotek", "Vivotek or D-Link camera (HTTP)", {"new", "old"}, CreateVivotek, Line::HTTP, "--generation"},
