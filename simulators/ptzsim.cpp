@@ -21,11 +21,13 @@
 
 #include "simulators/Axis.h"
 #include "simulators/Bosch.h"
+#include "simulators/Elmo.h"
 #include "simulators/Pelco.h"
 #include "simulators/Quorvane.h"
 #include "simulators/Sanyo.h"
 #include "simulators/Secubest.h"
 #include "simulators/Sony.h"
+#include "simulators/Toshiba.h"
 #include "simulators/Vivotek.h"
 
 namespace {
@@ -40,6 +42,7 @@ struct Settings {
   Bosch::Replies Replies{};
   int Session = 300;
   std::vector<std::string> Without;
+  std::string Numbers = "remarked";
   std::vector<int> Addresses = {1};
   std::string Protocol = "both";
   Terminal::Options SerialLine{};
@@ -80,6 +83,20 @@ void AddBoschOptions(CLI::App& command, Settings& settings) {
   command.add_flag("--upper-case", settings.Replies.UpperCase, "Answer with digits A to F, not a to f");
   command.add_flag("--padded", settings.Replies.Padded, "Answer with line ends and blanks around the bytes");
   command.add_flag("--longer", settings.Replies.Longer, "Answer with two bytes more than were asked for");
+const std::map<std::string, ElmoNumbers> ElmoNumberForms = {{"plain", ElmoNumbers::Plain},
+                                                            {"remarked", ElmoNumbers::Remarked},
+                                                            {"bracketed", ElmoNumbers::Bracketed}};
+
+std::unique_ptr<Simulator> CreateElmo(const Settings& settings) {
+  return std::make_unique<Elmo>(Elmo::Options{
+      .Model = settings.Head, .Numbers = ElmoNumberForms.at(settings.Numbers), .Port = settings.Port});
+}
+
+void AddElmoOptions(CLI::App& command, Settings& settings) {
+  command
+      .add_option("--numbers", settings.Numbers,
+                  "How a PTC-402C writes its position: plain, remarked (when not given) or bracketed")
+      ->check(CLI::IsMember(ElmoNumberForms));
 }
 
 const std::map<std::string, PelcoProtocol> PelcoProtocols = {
@@ -121,6 +138,10 @@ std::unique_ptr<Simulator> CreateSony(const Settings& settings) {
   return std::make_unique<Sony>(Sony::Options{.Model = settings.Head, .Port = settings.Port});
 }
 
+std::unique_ptr<Simulator> CreateToshiba(const Settings& settings) {
+  return std::make_unique<Toshiba>(Toshiba::Options{.Model = settings.Head, .Port = settings.Port});
+}
+
 std::unique_ptr<Simulator> CreateVivotek(const Settings& settings) {
   const char* model = settings.Head == "old" ? "PT7135" : "PZ7132";
   return std::make_unique<Vivotek>(Vivotek::Options{.Model = model, .Port = settings.Port});
@@ -159,6 +180,8 @@ const std::vector<Make> Makes = {
      Line::HTTP,
      "--support",
      AddBoschOptions},
+    {"elmo", "Elmo 200 or 400 series or PTC-402C camera (HTTP)", Elmo::Models(), CreateElmo, Line::HTTP,
+     "--model", AddElmoOptions},
 #ifndef _WIN32
     {"pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)", {}, CreatePelco, Line::Terminal},
 #endif
@@ -172,6 +195,7 @@ const std::vector<Make> Makes = {
     {"sanyo", "Sanyo camera (HTTP with a session)", {}, CreateSanyo, Line::HTTP, "", AddSanyoOptions},
     {"secubest", "Secubest unit (framed messages over raw TCP)", {}, CreateSecubest, Line::TCP},
     {"sony", "Sony SNC camera (HTTP)", Sony::Models(), CreateSony, Line::HTTP, "--model"},
+    {"toshiba", "Toshiba IK-WB camera (HTTP)", Toshiba::Models(), CreateToshiba, Line::HTTP, "--model"},
     {"vivotek", "Vivotek or D-Link camera (HTTP)", {"new", "old"}, CreateVivotek, Line::HTTP, "--generation"},
 };
 
