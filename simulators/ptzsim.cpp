@@ -22,6 +22,10 @@
 #include "simulators/Axis.h"
 #include "simulators/Bosch.h"
 #include "simulators/Elmo.h"
+#include "simulators/Foscam.h"
+#include "simulators/Grandeye.h"
+#include "simulators/MeritLilin.h"
+#include "simulators/Panogenics.h"
 #include "simulators/Pelco.h"
 #include "simulators/Quorvane.h"
 #include "simulators/Sanyo.h"
@@ -43,6 +47,9 @@ struct Settings {
   int Session = 300;
   std::vector<std::string> Without;
   std::string Numbers = "remarked";
+  int Count = 0;  // of views or cameras; 0: the usual number
+  std::string QueryUser, QueryPassword;
+  bool Plain = false;
   std::vector<int> Addresses = {1};
   std::string Protocol = "both";
   Terminal::Options SerialLine{};
@@ -97,6 +104,51 @@ void AddElmoOptions(CLI::App& command, Settings& settings) {
       .add_option("--numbers", settings.Numbers,
                   "How a PTC-402C writes its position: plain, remarked (when not given) or bracketed")
       ->check(CLI::IsMember(ElmoNumberForms));
+std::unique_ptr<Simulator> CreateFoscam(const Settings& settings) {
+  return std::make_unique<Foscam>(Foscam::Options{.Port = settings.Port});
+}
+
+std::unique_ptr<Simulator> CreateFoscamHD(const Settings& settings) {
+  return std::make_unique<Foscam>(Foscam::Options{.Generation = Foscam::Kind::HD,
+                                                  .User = settings.QueryUser,
+                                                  .Password = settings.QueryPassword,
+                                                  .Port = settings.Port});
+}
+
+void AddFoscamHDOptions(CLI::App& command, Settings& settings) {
+  auto* withUser = command.add_option("--usr", settings.QueryUser,
+                                      "Demand this user in the query, as usr=... and pwd=...");
+  command.add_option("--pwd", settings.QueryPassword, "Password of that user")->needs(withUser);
+}
+
+std::unique_ptr<Simulator> CreateGrandeye(const Settings& settings) {
+  Grandeye::Options options{.Port = settings.Port};
+  if (settings.Count) options.Views = settings.Count;
+  return std::make_unique<Grandeye>(options);
+}
+
+void AddGrandeyeOptions(CLI::App& command, Settings& settings) {
+  command.add_option("--views", settings.Count, "How many views the camera has; 3 when not given")
+      ->check(CLI::Range(1, 4));
+}
+
+std::unique_ptr<Simulator> CreateMeritLilin(const Settings& settings) {
+  MeritLilin::Options options{.Port = settings.Port};
+  if (settings.Count) options.Cameras = settings.Count;
+  return std::make_unique<MeritLilin>(options);
+}
+
+void AddMeritLilinOptions(CLI::App& command, Settings& settings) {
+  command.add_option("--cameras", settings.Count, "How many cameras it serves; 2 when not given")
+      ->check(CLI::Range(1, 4));
+}
+
+std::unique_ptr<Simulator> CreatePanogenics(const Settings& settings) {
+  return std::make_unique<Panogenics>(Panogenics::Options{.Wrapped = !settings.Plain, .Port = settings.Port});
+}
+
+void AddPanogenicsOptions(CLI::App& command, Settings& settings) {
+  command.add_flag("--plain", settings.Plain, "Answer with bare text in place of HTML pages");
 }
 
 const std::map<std::string, PelcoProtocol> PelcoProtocols = {
@@ -182,6 +234,29 @@ const std::vector<Make> Makes = {
      AddBoschOptions},
     {"elmo", "Elmo 200 or 400 series or PTC-402C camera (HTTP)", Elmo::Models(), CreateElmo, Line::HTTP,
      "--model", AddElmoOptions},
+    {"foscam", "Foscam camera with numbered commands (HTTP)", {}, CreateFoscam},
+    {"foscamhd", "Foscam HD camera (HTTP)", {}, CreateFoscamHD, Line::HTTP, "", AddFoscamHDOptions},
+    {"grandeye",
+     "Grandeye camera with several views (HTTP)",
+     {},
+     CreateGrandeye,
+     Line::HTTP,
+     "",
+     AddGrandeyeOptions},
+    {"meritlilin",
+     "Merit Lilin dome or video server (HTTP)",
+     {},
+     CreateMeritLilin,
+     Line::HTTP,
+     "",
+     AddMeritLilinOptions},
+    {"panogenics",
+     "Panogenics camera with eight views (HTTP)",
+     {},
+     CreatePanogenics,
+     Line::HTTP,
+     "",
+     AddPanogenicsOptions},
 #ifndef _WIN32
     {"pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)", {}, CreatePelco, Line::Terminal},
 #endif

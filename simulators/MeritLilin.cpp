@@ -1,0 +1,183 @@
+#include "simulators/MeritLilin.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "simulators/engine/Motion.h"
+#include "simulators/engine/Rules.h"
+
+namespace ptzsim {
+namespace {
+
+constexpr int MostCameras = 4;
+constexpr Motion::Range Around{-1e9, 1e9};  // pan is counted on beyond a full turn
+constexpr Motion::Range Any{-1e9, 1e9};     // values that stop at the ends of the motion
+constexpr Motion::Range TiltRange{-30, 90}, ZoomRange{1, 36};
+constexpr double Ahead = 180;                            // pan where a host has its zero
+constexpr double TurnSpeed = 120, ZoomSpeed = 12;        // per second, to a position
+constexpr double TurnPerSpeed = 10, ZoomPerSpeed = 1.5;  // per second and unit of a continuous speed
+constexpr Motion::Range SpeedRange{-8, 8};
+
+/// The same direction from 0 up to below 360.
+double Wrapped(double angle) { return angle - 360 * std::floor(angle / 360); }
+
+std::string Row(const char* name, double value, int digits = 0) {
+  return std::string(name) + "=" + Decimal(value, digits) + "\n";
+}
+
+HTTPReply Refused(const std::string& why) {
+  return {.Status = 400, .Body = "Bad request\n", .Violation = why};
+}
+
+}  // namespace
+
+struct MeritLilin::Dome {
+  Dome(const Clock& clock, int index)
+      : Pan(clock, 213 + 23 * index, Around, TurnSpeed),
+        Tilt(clock, 17 - 6 * index, TiltRange, TurnSpeed),
+        Zoom(clock, 4.5 + 1.25 * index, ZoomRange, ZoomSpeed),
+        Iris(41 + 3 * index),
+        Focus(67 - 4 * index),
+        Presets{{7, {301.0 - 19 * index, 12.0 + 8 * index, 8.25 + index}}} {}
+
+  bool Moving() const { return Pan.Moving() || Tilt.Moving() || Zoom.Moving(); }
+  std::array<double, 3> Place() const { return {Wrapped(Pan.Position()), Tilt.Position(), Zoom.Position()}; }
+  void TurnTo(double pan) {  // the short way around
+    Pan.MoveTo(pan + 360 * std::round((Pan.Position() - pan) / 360));
+  }
+
+  Motion Pan, Tilt, Zoom;
+  int Iris, Focus;
+  bool IrisIsAuto = true, FocusIsAuto = false;
+  std::map<int, std::array<double, 3>> Presets;
+};
+
+struct MeritLilinRules {
+  using Dome = MeritLilin::Dome;
+
+  static void Tell(Dome& d, Argument& a) {
+    if (a.Text != "getallposdegree") return void(a.Wrong = "unknown cmd");
+    const auto [pan, tilt, zoom] = d.Place();
+    a.Reply = Row("autopan", 0) + Row("panposdegree", static_cast<double>(std::lround(pan) % 360)) +
+              Row("tiltposdegree", tilt) + Row("zoomposdegree", zoom, 2) + Row("focuspos", d.Focus);
+  }
+
+  static void PanTo(Dome& d, Argument& a) { d.TurnTo(a.First); }
+  static void TiltTo(Dome& d, Argument& a) { d.Tilt.MoveTo(a.First); }
+  static void ZoomTo(Dome& d, Argument& a) { d.Zoom.MoveTo(a.First); }
+  static void RunPan(Dome& d, Argument& a) { d.Pan.Run(a.First * TurnPerSpeed); }
+  static void RunTilt(Dome& d, Argument& a) { d.Tilt.Run(-a.First * TurnPerSpeed); }
+  static void RunZoom(Dome& d, Argument& a) { d.Zoom.Run(-a.First * ZoomPerSpeed); }
+  static void Stop(Dome& d, Argument&) { d.Pan.Stop(), d.Tilt.Stop(); }
+  static void StopZoom(Dome& d, Argument&) { d.Zoom.Stop(); }
+
+  static void SavePreset(Dome& d, Argument& a) { d.Presets[static_cast<int>(a.First)] = d.Place(); }
+  static void GotoPreset(Dome& d, Argument& a) {
+    const auto preset = d.Presets.find(static_cast<int>(a.First));
+    if (preset == d.Presets.end()) return;
+    const auto& [pan, tilt, zoom] = preset->second;
+    d.TurnTo(pan), d.Tilt.MoveTo(tilt), d.Zoom.MoveTo(zoom);
+  }
+
+  template <int Dome::*Part, bool Dome::*Auto>
+  static void Step(Dome& d, Argument& a) {
+    if (a.First == 0) return void(a.Wrong = "a step of 0");
+    d.*Part += static_cast<int>(a.First), d.*Auto = false;
+  }
+  template <bool Dome::*Auto>
+  static void SwitchOn(Dome& d, Argument&) {
+    d.*Auto = true;
+  }
+
+  static constexpr Rule<Dome> Control[] = {
+      {"cmd", 1, Tell, Takes::Text},
+      {"panposdegree", 1, PanTo, Takes::Number, {0, 359}},
+      {"tiltposdegree", 1, TiltTo, Takes::Number, Any},
+      {"zoomposdegree", 1, ZoomTo, Takes::Number, {1, Any.Max}},
+      {"rpan", 1, RunPan, Takes::Number, SpeedRange, true},
+      {"rtilt", 1, RunTilt, Takes::Number, SpeedRange, true},
+      {"rzoom", 1, RunZoom, Takes::Number, SpeedRange, true},
+      {"stop", 1, Stop, Takes::Number, {1, 1}},
+      {"zoom_stop", 1, StopZoom, Takes::Number, {1, 1}},
+  };
+  static constexpr Rule<Dome> Preset[] = {
+      {"set_preset", 1, SavePreset, Takes::Number, {0, 127}},
+      {"goto_preset", 1, GotoPreset, Takes::Number, {0, 127}},
+  };
+  static constexpr Rule<Dome> Lens[] = {
+      {"autoiris", 1, SwitchOn<&Dome::IrisIsAuto>, Takes::Number, {1, 1}},
+      {"autofocus", 1, SwitchOn<&Dome::FocusIsAuto>, Takes::Number, {1, 1}},
+      {"iris", 1, Step<&Dome::Iris, &Dome::IrisIsAuto>, Takes::Number, {-1, 1}},
+      {"focus", 1, Step<&Dome::Focus, &Dome::FocusIsAuto>, Takes::Number, {-1, 1}},
+  };
+};
+
+MeritLilin::MeritLilin() : MeritLilin(Options()) {}
+
+MeritLilin::MeritLilin(Options options)
+    : Simulator(options.Clock),
+      Domes_(MakeDomes(Time(), options.Cameras)),
+      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
+
+MeritLilin::~MeritLilin() = default;
+
+std::vector<MeritLilin::Dome> MeritLilin::MakeDomes(const Clock& clock, int count) {
+  if (count < 1 || count > MostCameras)
+    throw std::invalid_argument(std::to_string(count) + " cameras: a server has 1 to " +
+                                std::to_string(MostCameras));
+  std::vector<Dome> domes;
+  for (int i = 0; i < count; ++i) domes.emplace_back(clock, i);
+  return domes;
+}
+
+HTTPReply MeritLilin::Answer(const Request& request) {
+  const std::lock_guard lock(Mutex_);
+  const Query query(request.Target);
+  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
+  if (request.Target == "/")
+    return HTTPReply::Text("<html><head><title>Fast dome</title></head><body></body></html>\n", "text/html");
+  const bool control = query.Path == "/control", preset = query.Path == "/ptzpreset";
+  if (!control && !preset && query.Path != "/camera")
+    return {.Status = 404, .Violation = "no such page: " + request.Target};
+
+  const auto camera = Number(query.Find("camid").value_or("1"));
+  std::size_t index = 0;
+  while (index < Domes_.size() && camera != index + 1) ++index;
+  if (index == Domes_.size()) return Refused("no such camera: " + request.Target);
+  for (const auto& [name, value] : query.Pairs) {  // only the zoom has decimals
+    const auto number = Number(value);
+    if (name != "zoomposdegree" && number && *number != std::floor(*number))
+      return Refused(name + " is not a whole number: " + request.Target);
+  }
+  Dome& dome = Domes_[index];
+  const Outcome outcome = control  ? Obey(MeritLilinRules::Control, dome, 1, query, {"camid"})
+                          : preset ? Obey(MeritLilinRules::Preset, dome, 1, query, {"camid"})
+                                   : Obey(MeritLilinRules::Lens, dome, 1, query, {"camid"});
+  if (!outcome.Wrong.empty()) return Refused(outcome.Wrong + ": " + request.Target);
+  return HTTPReply::Text(outcome.Reply.empty() ? "OK\n" : outcome.Reply);
+}
+
+MeritLilin::HeadState MeritLilin::Head(int camera) const {
+  const std::lock_guard lock(Mutex_);
+  const Dome& d = Domes_.at(static_cast<std::size_t>(camera - 1));
+  const auto [pan, tilt, zoom] = d.Place();
+  return {pan - Ahead, -tilt, zoom, d.Iris, d.Focus, d.IrisIsAuto, d.FocusIsAuto, d.Moving(), d.Presets};
+}
+
+nlohmann::json MeritLilin::State() const {
+  const std::lock_guard lock(Mutex_);
+  nlohmann::json cameras = nlohmann::json::array();
+  for (const Dome& d : Domes_) {
+    const auto [pan, tilt, zoom] = d.Place();
+    nlohmann::json presets = nlohmann::json::object();
+    for (const auto& [number, place] : d.Presets) presets[std::to_string(number)] = place;
+    nlohmann::json camera = {{"camera", cameras.size() + 1}, {"pan", pan}, {"tilt", tilt}, {"zoom", zoom}};
+    camera.update({{"iris", d.Iris}, {"focus", d.Focus}, {"autoiris", d.IrisIsAuto}});
+    camera.update({{"autofocus", d.FocusIsAuto}, {"moving", d.Moving()}, {"presets", std::move(presets)}});
+    cameras.push_back(std::move(camera));
+  }
+  return {{"cameras", std::move(cameras)}};
+}
+
+}  // namespace ptzsim
