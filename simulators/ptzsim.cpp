@@ -26,6 +26,8 @@
 #include "simulators/Grandeye.h"
 #include "simulators/MeritLilin.h"
 #include "simulators/Panogenics.h"
+#include "simulators/Panasonic.h"
+#include "simulators/PanasoniciPro.h"
 #include "simulators/Pelco.h"
 #include "simulators/Quorvane.h"
 #include "simulators/Sanyo.h"
@@ -53,6 +55,9 @@ struct Settings {
   std::vector<int> Addresses = {1};
   std::string Protocol = "both";
   Terminal::Options SerialLine{};
+  std::string Firmware = Panasonic::Options().Firmware;
+  std::string Mount = "untold";
+  int Channels = 1;
 };
 
 /// A make at the shell: one line each.
@@ -149,6 +154,34 @@ std::unique_ptr<Simulator> CreatePanogenics(const Settings& settings) {
 
 void AddPanogenicsOptions(CLI::App& command, Settings& settings) {
   command.add_flag("--plain", settings.Plain, "Answer with bare text in place of HTML pages");
+const std::map<std::string, Panasonic::Mount> PanasonicMounts = {{"untold", Panasonic::Mount::NotTold},
+                                                                 {"desk", Panasonic::Mount::Desk},
+                                                                 {"ceiling", Panasonic::Mount::Ceiling}};
+
+std::unique_ptr<Simulator> CreatePanasonic(const Settings& settings) {
+  return std::make_unique<Panasonic>(Panasonic::Options{.Model = settings.Head,
+                                                        .Firmware = settings.Firmware,
+                                                        .Mounted = PanasonicMounts.at(settings.Mount),
+                                                        .Port = settings.Port});
+}
+
+void AddPanasonicOptions(CLI::App& command, Settings& settings) {
+  command.add_option(
+      "--firmware", settings.Firmware,
+      "Version of the firmware, up to 1.22 without angles; " + settings.Firmware + " when not given");
+  command.add_option("--mount", settings.Mount, "Where it tells that it is mounted; untold when not given")
+      ->check(CLI::IsMember(PanasonicMounts));
+}
+
+std::unique_ptr<Simulator> CreatePanasoniciPro(const Settings& settings) {
+  return std::make_unique<PanasoniciPro>(
+      PanasoniciPro::Options{.Model = settings.Head, .Channels = settings.Channels, .Port = settings.Port});
+}
+
+void AddPanasoniciProOptions(CLI::App& command, Settings& settings) {
+  command
+      .add_option("--channels", settings.Channels, "How many channels with a head it has; 1 when not given")
+      ->check(CLI::Range(1, PanasoniciPro::MostChannels));
 }
 
 const std::map<std::string, PelcoProtocol> PelcoProtocols = {
@@ -257,6 +290,10 @@ const std::vector<Make> Makes = {
      Line::HTTP,
      "",
      AddPanogenicsOptions},
+    {"panasonic", "Panasonic BL-C, BB-HCM or BB-HCE camera (HTTP)", Panasonic::Models(), CreatePanasonic,
+     Line::HTTP, "--model", AddPanasonicOptions},
+    {"panasonicipro", "Panasonic i-Pro camera or encoder (HTTP)", PanasoniciPro::Models(),
+     CreatePanasoniciPro, Line::HTTP, "--model", AddPanasoniciProOptions},
 #ifndef _WIN32
     {"pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)", {}, CreatePelco, Line::Terminal},
 #endif
