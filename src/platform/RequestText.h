@@ -8,7 +8,8 @@ namespace ptzd {
 /// A CR, LF or NUL in a part of a request would end its line early and let what follows pass for another
 /// line.
 inline bool HasLineBreakOrNul(std::string_view text) {
-  return std::ranges::any_of(text, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+  const auto has = [&](char c) { return text.find(c) != std::string_view::npos; };
+  return has('\r') || has('\n') || has('\0');
 }
 
 /// Header lines are separated by CR LF and hold no other CR, LF or NUL.

@@ -1,5 +1,6 @@
 #include "transport/HTTP.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 
@@ -26,7 +27,8 @@ void AppendEscape(std::string& text, unsigned byte) {
 /// Cracking a URL takes a port modulo 65536, so it is looked at before.
 bool PortInRange(std::string_view url) {
   if (const auto scheme = url.find("://"); scheme != std::string_view::npos) url.remove_prefix(scheme + 3);
-  url = url.substr(0, url.find_first_of("/?#"));
+  constexpr std::string_view ends = "/?#";
+  url = {url.begin(), std::ranges::find_first_of(url, ends)};
   if (const auto at = url.rfind('@'); at != std::string_view::npos) url.remove_prefix(at + 1);
   if (const auto bracket = url.rfind(']'); bracket != std::string_view::npos) url.remove_prefix(bracket + 1);
   const auto colon = url.find(':');

@@ -176,6 +176,8 @@ TEST_F(HTTPClientTest, TargetsLeaveAsTheyStand) {
            {"/a b?c d", "/a%20b?c%20d"},
            {"/a/../b/./c//d", "/a/../b/./c//d", "resolves the dots"},
            {"/%41%zz%", "/%41%zz%"},
+           {"/%2Fa%c3?%3Db=%3d", "/%2Fa%c3?%3Db=%3d"},
+           {"/after/a/query", "/after/a/query"},
            {"/x?y?z=[1]{2}|<3>\"^`'", "/x?y?z=[1]{2}|<3>\"^`'"},
            {"/x?a\\b", "/x?a\\b", "turns the backslash round"},
            {"/x?", "/x?"},

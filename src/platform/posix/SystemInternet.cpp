@@ -174,7 +174,7 @@ class Request final : public Node {
       Loop_->Drive(*Transfer_, &Transfer::HasHeaders);
       if (!Transfer_->NeedsRetry()) return Transfer_->ReplyError();
       Loop_->Remove(*Transfer_);
-      Transfer_->PrepareRetry();
+      Transfer_->PrepareRetry(Message_);
     }
   }
 
@@ -361,13 +361,10 @@ class CurlInternet final : public Internet {
 
   /// Path and query as they stand, but for spaces, which would end the target.
   static std::string RequestTarget(const std::string& object) {
-    std::string target = object.starts_with('/') ? "" : "/";
-    for (const char c : AnsiText(object)) {
-      if (c == ' ')
-        target += "%20";
-      else
-        target += c;
-    }
+    auto target = AnsiText(object);
+    if (!target.starts_with('/')) target.insert(0, 1, '/');
+    for (auto at = target.find(' '); at != std::string::npos; at = target.find(' ', at))
+      target.replace(at, 1, "%20");
     return target;
   }
 

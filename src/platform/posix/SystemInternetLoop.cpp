@@ -67,12 +67,11 @@ void Loop::Remove(Transfer& transfer) {
 
 void Loop::Drive(Transfer& transfer, bool (Transfer::*ready)() const) {
   if ((transfer.*ready)()) return;
-  transfer.Touch(
-      std::chrono::steady_clock::now());  // what the caller did meanwhile is no delay of the camera's
+  auto now = std::chrono::steady_clock::now();
+  transfer.Touch(now);  // what the caller did meanwhile is no delay of the camera's
   while (!(transfer.*ready)()) {
-    Wait(&transfer, -1, transfer.Deadline());
-    if (!(transfer.*ready)() && transfer.Deadline() <= std::chrono::steady_clock::now())
-      transfer.Finish(CURLE_OPERATION_TIMEDOUT);
+    now = Wait(now, &transfer, -1, transfer.Deadline());
+    if (!(transfer.*ready)() && transfer.Deadline() <= now) transfer.Finish(CURLE_OPERATION_TIMEDOUT);
   }
 }
 
@@ -101,10 +100,11 @@ void Loop::CloseNow(const Origin& origin) {
   curl_multi_remove_handle(Multi_, closer.Handle());
 }
 
-void Loop::Step(int wakeDescriptor, TimePoint deadline) { Wait(nullptr, wakeDescriptor, deadline); }
+void Loop::Step(int wakeDescriptor, TimePoint deadline) {
+  Wait(std::chrono::steady_clock::now(), nullptr, wakeDescriptor, deadline);
+}
 
-void Loop::Wait(const Transfer* only, int wakeDescriptor, TimePoint deadline) {
-  auto now = std::chrono::steady_clock::now();
+TimePoint Loop::Wait(TimePoint now, const Transfer* only, int wakeDescriptor, TimePoint deadline) {
   if (TimerDue_ > now) {
     Polled_.clear();
     for (const auto& socket : Sockets_)
@@ -128,6 +128,7 @@ void Loop::Wait(const Transfer* only, int wakeDescriptor, TimePoint deadline) {
     TimerDue_ = TimePoint::max();
     Act(CURL_SOCKET_TIMEOUT, 0);
   }
+  return now;
 }
 
 void Loop::Act(curl_socket_t descriptor, int events) {
@@ -154,8 +155,13 @@ int Loop::OnSocket(CURL* easy, curl_socket_t descriptor, int what, void* loop, v
 }
 
 int Loop::OnTimer(CURLM*, long timeout, void* loop) {
-  static_cast<Loop*>(loop)->TimerDue_ =
-      timeout < 0 ? TimePoint::max() : std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
+  auto& due = static_cast<Loop*>(loop)->TimerDue_;
+  if (timeout < 0)
+    due = TimePoint::max();
+  else if (timeout == 0)
+    due = TimePoint::min();  // as every request begins; no need to ask the clock
+  else
+    due = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
   return 0;
 }
 

@@ -54,7 +54,8 @@ class Loop : public std::enable_shared_from_this<Loop> {
 
   void CloseNow(const Origin& origin);
   void CloseUnwanted();
-  void Wait(const Transfer* only, int wakeDescriptor, TimePoint deadline);
+  /// `now` is what the clock says; the answer is what it said after the wait.
+  TimePoint Wait(TimePoint now, const Transfer* only, int wakeDescriptor, TimePoint deadline);
   void Act(curl_socket_t descriptor, int events);
 
   CURLM* Multi_ = nullptr;

@@ -32,9 +32,9 @@ std::optional<std::string_view> FindHeader(std::string_view block, std::string_v
   while (!block.empty()) {
     auto line = block.substr(0, block.find('\n'));
     block.remove_prefix(std::min(line.size() + 1, block.size()));
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos || !EqualIgnoringCase(line.substr(0, colon), name)) continue;
-    line.remove_prefix(std::min(line.find_first_not_of(" \t", colon + 1), line.size()));
+    if (line.size() <= name.size() || line[name.size()] != ':') continue;
+    if (!EqualIgnoringCase(line.substr(0, name.size()), name)) continue;
+    line.remove_prefix(std::min(line.find_first_not_of(" \t", name.size() + 1), line.size()));
     return line.substr(0, line.find_last_not_of(" \t\r") + 1);
   }
   return std::nullopt;
@@ -68,6 +68,18 @@ std::string EscapedForUrl(std::string_view object) {
     escaped += {'%', digits[byte >> 4], digits[byte & 0xF]};
   }
   return escaped;
+}
+
+/// Makes `parsed`, a URL of the same origin, agree with the text `url`, whose path begins at `root`.
+bool SetPathAndQuery(CURLU* parsed, const std::string& url, std::size_t root) {
+  // Set on their own, escapes would change their case.
+  if (url.find('%', root) != std::string::npos)
+    return curl_url_set(parsed, CURLUPART_URL, url.c_str(), CURLU_PATH_AS_IS) == CURLUE_OK;
+  const auto mark = std::min(url.find('?', root), url.size());
+  const auto path = url.substr(root, mark - root);
+  const char* query = mark == url.size() ? nullptr : url.c_str() + mark + 1;
+  return curl_url_set(parsed, CURLUPART_PATH, path.c_str(), 0) == CURLUE_OK &&
+         curl_url_set(parsed, CURLUPART_QUERY, query, 0) == CURLUE_OK;
 }
 
 }  // namespace
@@ -129,14 +141,10 @@ std::unique_ptr<Transfer> Channel::Take(const Origin& origin) {
   auto found = std::find_if(Idle_.rbegin(), Idle_.rend(),
                             [&](const auto& transfer) { return transfer->Target() == origin; });
   if (found == Idle_.rend()) found = Idle_.rbegin();
-  if (found == Idle_.rend()) {
-    auto transfer = std::make_unique<Transfer>(*this);
-    transfer->Aim(origin, Agent_);
-    return transfer;
-  }
+  if (found == Idle_.rend()) return std::make_unique<Transfer>(*this, origin);
   auto transfer = std::move(*found);
   Idle_.erase(std::next(found).base());
-  if (transfer->Target() != origin) transfer->Aim(origin, Agent_);
+  if (transfer->Target() != origin) transfer->Aim(origin);
   return transfer;
 }
 
@@ -145,13 +153,15 @@ void Channel::GiveBack(std::unique_ptr<Transfer> transfer) {
   Idle_.push_back(std::move(transfer));
 }
 
-Transfer::Transfer(const Channel& channel) : Easy_(curl_easy_init()), Share_(channel.Share()) {
+Transfer::Transfer(const Channel& channel, const Origin& origin)
+    : Easy_(curl_easy_init()), Channel_(&channel) {
   if (Easy_ == nullptr) throw std::bad_alloc();
+  Aim(origin);
 }
 
 Transfer::Transfer(const Origin& origin) : Easy_(curl_easy_init()) {
   if (Easy_ == nullptr) throw std::bad_alloc();
-  Aim(origin, {});
+  Aim(origin);
   SetTarget("/");
   Set(CURLOPT_PREREQFUNCTION, RefuseRequest);
   Set(CURLOPT_RESOLVER_START_FUNCTION, RefuseResolving);
@@ -186,17 +196,23 @@ void Transfer::Set(CURLoption option, Value value) {
   if (curl_easy_setopt(Easy_, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
 }
 
-void Transfer::Aim(const Origin& origin, const std::string& agent) {
+void Transfer::Aim(const Origin& origin) {
   Leave();
   // The reset forgets logins and would lose the list behind this option. Freeing that leaves the shared
   // cookies, so the share is joined anew.
   Set(CURLOPT_COOKIEFILE, static_cast<const char*>(nullptr));
   curl_easy_reset(Easy_);
-  if (Share_ != nullptr) {
-    Set(CURLOPT_SHARE, Share_);
+  if (Channel_ != nullptr) {
+    Set(CURLOPT_SHARE, Channel_->Share());
     Set(CURLOPT_COOKIEFILE, "");  // reads no file, but keeps cookies
   }
   Origin_ = origin;
+  Root_ = "http://" + origin.host + ":" + std::to_string(origin.port);
+  // Parsed here once: libcurl would parse every request's URL and write it out anew, letter by letter.
+  Url_.reset(curl_url());
+  if (Url_ == nullptr) throw std::bad_alloc();
+  if (curl_url_set(Url_.get(), CURLUPART_URL, Root_.c_str(), 0) != CURLUE_OK) Url_.reset();
+  Set(CURLOPT_CURLU, Url_.get());
   LoginKnown_ = false;
   OwnTarget_ = false;
   Posts_ = false;
@@ -224,7 +240,6 @@ void Transfer::Aim(const Origin& origin, const std::string& agent) {
   Set(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
   Set(CURLOPT_HTTP09_ALLOWED, 1L);
   Set(CURLOPT_PATH_AS_IS, 1L);
-  Set(CURLOPT_USERAGENT, agent.c_str());
   if (origin.authenticates) {
     Set(CURLOPT_HTTPAUTH, AnyLogin);
     Set(CURLOPT_USERNAME, origin.userName.c_str());
@@ -248,7 +263,6 @@ std::uint32_t Transfer::Prepare(const Message& message, const Timeouts& timeouts
     Set(CURLOPT_HTTPGET, 1L);
   }
   Posts_ = message.posts;
-  Object_ = message.object;
   KeepsBody_ = keepsBody;
   Retried_ = false;
   Begin();
@@ -266,10 +280,10 @@ void Transfer::Begin() {
 
 bool Transfer::NeedsRetry() const { return !Retried_ && LoginKnown_ && Replies_ == 1 && Status() == 401; }
 
-void Transfer::PrepareRetry() {
+void Transfer::PrepareRetry(const Message& message) {
   Retried_ = true;
   LoginKnown_ = false;
-  SetTarget(Object_);
+  SetTarget(message.object);
   Begin();
 }
 
@@ -281,7 +295,7 @@ void Transfer::Clear() {
 }
 
 bool Transfer::SetHeaders(const std::string& headers, bool posts) {
-  std::unique_ptr<curl_slist, FreeList> list;
+  std::unique_ptr<curl_slist, Free> list;
   const auto append = [&](const char* line) {
     auto* longer = curl_slist_append(list.get(), line);
     if (longer == nullptr) throw std::bad_alloc();
@@ -291,6 +305,8 @@ bool Transfer::SetHeaders(const std::string& headers, bool posts) {
   const auto appendUnlessGiven = [&](std::string_view line) {
     if (!FindHeader(headers, line.substr(0, line.find(':')))) append(line.data());
   };
+  // Here and not as the option for it, whose line libcurl writes anew for every request.
+  if (!Channel_->Agent().empty()) appendUnlessGiven("User-Agent: " + Channel_->Agent());
   std::ranges::for_each(FixedHeaders, appendUnlessGiven);
   if (posts) std::ranges::for_each(FixedPostHeaders, appendUnlessGiven);
   for (std::size_t start = 0; start < headers.size();) {
@@ -312,11 +328,14 @@ bool Transfer::SetHeaders(const std::string& headers, bool posts) {
 }
 
 void Transfer::SetTarget(const std::string& object) {
-  std::string url = "http://" + Origin_.host + ":" + std::to_string(Origin_.port);
   // The URL carries what is asked for wherever it can: only so do Digest and a proxy see the same text.
   const bool passes = std::ranges::all_of(object, PassesUnchanged) && !object.ends_with('?');
-  url += passes ? object : EscapedForUrl(object);
+  const auto url = Root_ + (passes ? object : EscapedForUrl(object));
   Set(CURLOPT_URL, url.c_str());
+  if (Url_ && !SetPathAndQuery(Url_.get(), url, Root_.size())) {
+    Set(CURLOPT_CURLU, static_cast<CURLU*>(nullptr));
+    Url_.reset();
+  }
   if (!passes) Set(CURLOPT_REQUEST_TARGET, object.c_str());
   if (passes && OwnTarget_) Set(CURLOPT_REQUEST_TARGET, static_cast<const char*>(nullptr));
   OwnTarget_ = !passes;

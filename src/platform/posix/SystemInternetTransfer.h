@@ -58,6 +58,7 @@ class Channel {
   std::unique_ptr<Transfer> Take(const Origin& origin);
   void GiveBack(std::unique_ptr<Transfer> transfer);
 
+  const std::string& Agent() const { return Agent_; }
   CURLSH* Share() const { return Share_; }
 
  private:
@@ -69,7 +70,7 @@ class Channel {
 /// A libcurl handle and the exchange it is busy with. Driven by a `Loop`.
 class Transfer {
  public:
-  explicit Transfer(const Channel& channel);
+  Transfer(const Channel& channel, const Origin& origin);
   /// One that closes a connection kept to `origin` when it is driven: it sends nothing and opens none.
   explicit Transfer(const Origin& origin);
   ~Transfer();
@@ -77,7 +78,7 @@ class Transfer {
   Transfer& operator=(const Transfer&) = delete;
 
   const Origin& Target() const { return Origin_; }
-  void Aim(const Origin& origin, const std::string& agent);
+  void Aim(const Origin& origin);
   /// Whether the connection stays open after the exchange.
   void KeepsConnection(bool keeps);
   /// Makes ready for an exchange. 0, or why the message cannot be sent.
@@ -85,7 +86,7 @@ class Transfer {
   /// True where the same exchange may succeed at a second attempt: the camera forgot the login that earlier
   /// requests agreed on.
   bool NeedsRetry() const;
-  void PrepareRetry();
+  void PrepareRetry(const Message& message);
   /// Frees what an idle transfer need not keep.
   void Clear();
 
@@ -120,8 +121,9 @@ class Transfer {
   TimePoint Deadline() const;
 
  private:
-  struct FreeList {
+  struct Free {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
   };
 
   static std::size_t OnHeader(char* data, std::size_t size, std::size_t count, void* transfer);
@@ -144,18 +146,19 @@ class Transfer {
   void Set(CURLoption option, Value value);
 
   CURL* Easy_;
-  CURLSH* Share_ = nullptr;  ///< where its session's cookies are
+  const Channel* Channel_ = nullptr;  ///< its session's
   Origin Origin_;
+  std::string Root_;          ///< what every URL of the origin begins with
   std::weak_ptr<Loop> Loop_;  ///< where its connection is kept
   std::string ExtraHeaders_;
-  std::unique_ptr<curl_slist, FreeList> HeaderList_;
-  bool OwnTarget_ = false;  ///< the request line's target is given apart from the URL
+  std::unique_ptr<curl_slist, Free> HeaderList_;
+  std::unique_ptr<CURLU, Free> Url_;  ///< null where libcurl cannot parse it
+  bool OwnTarget_ = false;            ///< the request line's target is given apart from the URL
   bool Posts_ = false;
   bool LoginKnown_ = false;
   Timeouts Timeouts_{};
 
   // Of the exchange under way.
-  std::string Object_;
   std::string Headers_;
   std::vector<std::uint8_t> Body_;
   std::size_t BodyRead_ = 0;

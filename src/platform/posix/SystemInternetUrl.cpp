@@ -30,13 +30,14 @@ bool IsSchemeCharacter(char c) {
 }
 
 bool Fits(std::string_view text, std::size_t bufferSize) {
+  if (text.size() < bufferSize) return true;
   const auto isCharacterStart = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
   return static_cast<std::size_t>(std::ranges::count_if(text, isCharacterStart)) < bufferSize;
 }
 
 /// Cuts `text` at the first of `delimiters`; the rest, delimiter included, goes to `rest`.
 std::string_view CutAt(std::string_view text, std::string_view delimiters, std::string_view& rest) {
-  const auto end = std::min(text.find_first_of(delimiters), text.size());
+  const auto end = static_cast<std::size_t>(std::ranges::find_first_of(text, delimiters) - text.begin());
   rest = text.substr(end);
   return text.substr(0, end);
 }

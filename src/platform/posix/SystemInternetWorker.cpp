@@ -148,7 +148,7 @@ void AsyncWorker::FinishOver() {
     if (over) {
       Loop_->Remove(transfer);
       if (transfer.NeedsRetry() && !session->closed) {
-        transfer.PrepareRetry();
+        transfer.PrepareRetry(request->message);
         if (Loop_->Add(transfer)) continue;
       }
       Active_.erase(Active_.begin() + static_cast<std::ptrdiff_t>(i));
