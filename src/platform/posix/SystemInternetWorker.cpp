@@ -1,5 +1,6 @@
 #include "platform/posix/SystemInternetWorker.h"
 
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -16,6 +17,16 @@ namespace {
 
 /// How long the end of the process may wait for requests that are not written yet.
 constexpr std::chrono::milliseconds ExitGrace{500};
+
+/// Keeps this thread, when it is woken, from taking the processor away from who handed a request over, who
+/// would then wait for it as for a blocking request. It runs where a processor is free, else once the sender
+/// waits or its time slice ends.
+void YieldToSenders() {
+  if (sched_getscheduler(0) != SCHED_OTHER) return;  // a real-time host's own choice
+  const sched_param priority{};
+  // Where it is refused, senders are only slower.
+  [[maybe_unused]] const int result = sched_setscheduler(0, SCHED_BATCH, &priority);
+}
 
 }  // namespace
 
@@ -85,6 +96,7 @@ void AsyncWorker::Stop() {
 }
 
 void AsyncWorker::Run() {
+  YieldToSenders();
   Loop_ = std::make_shared<Loop>();
   while (TakeJobs()) {
     Loop_->Step(WakeDescriptor_, NextDeadline());
