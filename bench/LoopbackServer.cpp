@@ -4,14 +4,15 @@
 #include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/epoll.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <map>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -35,26 +36,25 @@ sockaddr_in Loopback(std::uint16_t port) {
   return address;
 }
 
-std::string ReplyTo(const std::string& request, int connections) {
+std::string ReplyTo(const std::string& request) {
   std::string body;
   if (request.find("/param.cgi?") != std::string::npos)
     body = Parameters;
   else if (request.find("query=position") != std::string::npos)
     body = Position;
-  else if (request.find("/connections") != std::string::npos)
-    body = std::to_string(connections);
   return "HTTP/1.1 200 OK\r\nServer: loopback\r\nContent-Type: text/plain\r\nContent-Length: " +
          std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
-[[noreturn]] void Serve(const std::vector<int>& listeners) {
+}  // namespace
+
+void LoopbackServer::Serve(const std::vector<int>& listeners, Manner manner) {
   const int poll = epoll_create1(0);
   std::map<int, std::string> requests;  // what has come so far, by connection
   for (const int listener : listeners) {
     epoll_event event{.events = EPOLLIN, .data = {.fd = listener}};
     epoll_ctl(poll, EPOLL_CTL_ADD, listener, &event);
   }
-  int connections = 0;
   while (true) {
     epoll_event event{};
     if (epoll_wait(poll, &event, 1, -1) != 1) continue;
@@ -68,7 +68,7 @@ std::string ReplyTo(const std::string& request, int connections) {
       epoll_event added{.events = EPOLLIN, .data = {.fd = peer}};
       epoll_ctl(poll, EPOLL_CTL_ADD, peer, &added);
       requests.emplace(peer, "");
-      ++connections;
+      ++Seen_->connections;
       continue;
     }
     char buffer[4096];
@@ -81,15 +81,19 @@ std::string ReplyTo(const std::string& request, int connections) {
     auto& request = found->second;
     request.append(buffer, static_cast<std::size_t>(count));
     if (!request.ends_with("\r\n\r\n")) continue;
-    const auto reply = ReplyTo(request, connections);
+    const auto reply = ReplyTo(request);
     request.clear();
+    ++Seen_->requests;
+    if (manner == Manner::Silent) continue;
     if (send(ready, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) close(ready), requests.erase(ready);
   }
 }
 
-}  // namespace
+LoopbackServer::LoopbackServer(int ports, Manner manner) {
+  void* shared = mmap(nullptr, sizeof(Seen), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  Check(shared != MAP_FAILED, "mmap");
+  Seen_ = new (shared) Seen{};
 
-LoopbackServer::LoopbackServer(int ports) {
   rlimit files{};
   getrlimit(RLIMIT_NOFILE, &files);
   files.rlim_cur = files.rlim_max;
@@ -101,7 +105,7 @@ LoopbackServer::LoopbackServer(int ports) {
     auto address = Loopback(0);
     socklen_t size = sizeof address;
     Check(listener >= 0 && bind(listener, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-              listen(listener, 16) == 0 &&
+              listen(listener, SOMAXCONN) == 0 &&
               getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) == 0,
           "listen");
     listeners.push_back(listener);
@@ -111,7 +115,7 @@ LoopbackServer::LoopbackServer(int ports) {
   Check(Child_ >= 0, "fork");
   if (Child_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    Serve(listeners);
+    Serve(listeners, manner);
   }
   for (const int listener : listeners) close(listener);
 }
@@ -119,22 +123,5 @@ LoopbackServer::LoopbackServer(int ports) {
 LoopbackServer::~LoopbackServer() {
   kill(Child_, SIGKILL);
   waitpid(Child_, nullptr, 0);
-}
-
-int LoopbackServer::Connections() const {
-  const int peer = socket(AF_INET, SOCK_STREAM, 0);
-  const auto address = Loopback(Port());
-  Check(connect(peer, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "connect");
-  const std::string request = "GET /connections HTTP/1.1\r\n\r\n";
-  Check(send(peer, request.data(), request.size(), 0) == static_cast<ssize_t>(request.size()), "send");
-  std::string reply;
-  char buffer[512];
-  while (reply.find("\r\n\r\n") == std::string::npos ||
-         std::isdigit(static_cast<unsigned char>(reply.back())) == 0) {
-    const auto count = recv(peer, buffer, sizeof buffer, 0);
-    if (count <= 0) break;
-    reply.append(buffer, static_cast<std::size_t>(count));
-  }
-  close(peer);
-  return std::atoi(reply.substr(reply.find("\r\n\r\n") + 4).c_str());
+  munmap(Seen_, sizeof(Seen));
 }
