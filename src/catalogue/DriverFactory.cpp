@@ -6,8 +6,10 @@
 #include "catalogue/PTZDrivers.h"
 #include "common/Error.h"
 #include "drivers/Axis.h"
+#include "drivers/Bosch.h"
 #include "drivers/Pelco.h"
 #include "drivers/Quorvane.h"
+#include "drivers/Sanyo.h"
 #include "drivers/Secubest.h"
 #include "drivers/Sony.h"
 #include "drivers/Vivotek.h"
@@ -26,8 +28,10 @@ constexpr DriverClass Row(std::string_view progID) {
 // clang-format off
 constexpr DriverClass Classes[] = {
     Row<Axis>("QVPTZ.Axis"),
+    Row<Bosch>("QVPTZ.Bosch"),
     Row<Pelco>("QVPTZ.Pelco"),
     Row<Quorvane>("QVPTZ.Quorvane"),
+    Row<Sanyo>("QVPTZ.Sanyo"),
     Row<Secubest>("QVPTZ.Secubest"),
     Row<Sony>("QVPTZ.Sony"),
     Row<Vivotek>("QVPTZ.Vivotek"),

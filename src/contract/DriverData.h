@@ -53,6 +53,8 @@ struct DriverData {
   bool NeedsLine = false;
   /// Before the first `Connect`, successful or not, the members that need no connection raise 91.
   bool NeedsOptions = false;
+  /// `Connect` succeeds also where the camera does not answer.
+  bool ConnectsUnheard = false;
 
   unsigned SharedOptions = SharesAddress;
 

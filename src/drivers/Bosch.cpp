@@ -1,0 +1,205 @@
+// Bosch domes and pan-tilt cameras: binary messages as hexadecimal digits in the query of rcp.xml, answered
+// by an XML document with the message's bytes and, behind them, those that were asked for. Positions are
+// 16-bit camera units: ten-thousandths of a radian, pan counted to the left from straight behind.
+
+#include "drivers/Bosch.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "common/Logging.h"
+#include "common/Numbers.h"
+#include "contract/PTZErrors.h"
+#include "platform/XmlDocument.h"
+#include "transport/StringEncoding.h"
+
+namespace ptzd {
+
+namespace {
+
+constexpr std::string_view MessagePath =
+    "/rcp.xml?command=0x09A5&type=P_OCTET&direction=WRITE&num=1&payload=0x";
+
+constexpr std::int32_t WriteLead = 0x80, ReadLead = 0x81;
+constexpr std::int32_t Group = 6;
+constexpr std::int32_t MotionObject = 272, PanObject = 274, TiltObject = 275, ZoomObject = 276;
+constexpr std::int32_t ReadOperation = 1, SetOperation = 2, MotionOperation = 133;
+
+constexpr XmlQuery ResultQuery("rcp/result/str");
+// Where "7A 1B" stands in the result, behind the six bytes of the message.
+constexpr std::size_t ValueAt = 18, ValueLength = 5, ValueDigits = 4;
+
+constexpr double RadiansPerDegree = 0.017453278435601127;  // the make's own; not quite pi / 180
+constexpr double UnitsPerRadian = 10000;
+constexpr double ZoomUnits = 45;  // of zoom level 1
+constexpr double HalfTurn = 180, FullTurn = 360;
+
+constexpr float TopSpeed = 20;        // of `ContinuousMove`
+constexpr float TopCameraSpeed = 15;  // one hexadecimal digit
+
+/// One byte as two hexadecimal digits.
+std::string Hex2(std::int32_t value) { return Hex4(value).substr(2); }
+
+std::string BuildCommand(std::int32_t lead, std::int32_t group, std::int32_t object, std::int32_t operation,
+                         std::string_view data) {
+  return (Hex2(lead) + Hex4(group) + Hex4(object) + Hex2(operation)).append(data);
+}
+
+/// Nothing where the text has no two bytes there: they are no value that the camera told.
+std::optional<std::int32_t> ValueIn(std::string_view result) {
+  const auto units = Utf16FromUtf8(result);
+  std::string digits;
+  for (auto at = ValueAt; at < std::min(units.size(), ValueAt + ValueLength); ++at)
+    if (units[at] != u' ') digits += units[at] < 0x80 ? static_cast<char>(units[at]) : '?';
+  std::uint32_t value = 0;
+  const auto* end = digits.data() + digits.size();
+  if (digits.size() != ValueDigits || std::from_chars(digits.data(), end, value, 16).ptr != end)
+    return std::nullopt;
+  return value;
+}
+
+std::int32_t UnitsOf(double degrees) { return ToInt32(degrees * RadiansPerDegree * UnitsPerRadian); }
+double DegreesOf(std::int32_t units) { return units / UnitsPerRadian / RadiansPerDegree; }
+
+/// Tenths, toward minus infinity.
+float Tenths(double degrees) { return ToSingle(Int(degrees * 10) / 10); }
+
+/// Around to -180 to 180, both of which stay. Raises 6 beyond 32 bits.
+double Normalised(double pan) {
+  ToInt32(pan);
+  const double turned = std::fmod(pan, FullTurn);
+  if (turned < -HalfTurn) return turned + FullTurn;
+  return turned > HalfTurn ? turned - FullTurn : turned;
+}
+
+/// Above the top speed the digit wraps, on purpose.
+char SpeedDigit(float speed) {
+  return Hex(ToInt32(ToSingle(ToSingle(std::fabs(speed) / TopSpeed) * TopCameraSpeed))).back();
+}
+
+}  // namespace
+
+const DriverData Bosch::Data = {
+    // Moves are made, their results are not passed on.
+    .Move = MemberRule::False,
+    .MoveTo = MemberRule::False,
+    .MoveBoth = MemberRule::False,
+    .Zoom = MemberRule::False,
+    .ReadsPosition = PositionReading::AboveHorizon,
+    .ConnectsUnheard = true,
+    .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
+};
+
+Bosch::Bosch(const Platform& platform) : HTTPDriver(platform, SendingStyle) {}
+
+Capabilities Bosch::Capabilities() {
+  return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom | CapabilityContinuousMove;
+}
+
+bool Bosch::Connect(std::span<const std::uint8_t> options) {
+  OpenOptions(options);
+  RequireAddress(Options_, Data);
+  ReadPosition();
+  Connected_ = true;
+  return true;
+}
+
+Variant Bosch::DeviceDisconnect() {
+  Connected_ = false;
+  return true;
+}
+
+std::optional<std::string> Bosch::SendRcp(std::string_view payload) {
+  return Request(std::string(MessagePath).append(payload));
+}
+
+void Bosch::Set(std::int32_t object, std::int32_t value) {
+  SendRcp(BuildCommand(WriteLead, Group, object, SetOperation, Hex4(value)));
+}
+
+std::optional<std::int32_t> Bosch::Read(std::int32_t object) {
+  const auto reply = SendRcp(BuildCommand(ReadLead, Group, object, ReadOperation, ""));
+  if (!reply) return std::nullopt;
+  LogMessage("Returning XML reply");
+  XmlDocument document;
+  document.LoadXml(*reply);  // a reply that is no document has no result
+  const auto* result = document.SelectSingleNode(ResultQuery);
+  return result == nullptr ? std::nullopt : ValueIn(result->Text());
+}
+
+/// The first value that cannot be read ends it; the others stay as they are.
+void Bosch::ReadPosition() {
+  PositionAge_.Set(TickCount());
+  PositionAge_.Asked();
+  const auto pan = Read(PanObject);
+  if (!pan) return;
+  CurrentPan_ = Tenths(HalfTurn - DegreesOf(*pan));
+  const auto tilt = Read(TiltObject);
+  if (!tilt) return;
+  CurrentTilt_ = Tenths(DegreesOf(*tilt));  // a negative one is not told from a large one, on purpose
+  if (const auto zoom = Read(ZoomObject)) CurrentZoom_ = ToSingle(Int(*zoom / ZoomUnits * 4 + 0.5) / 4);
+}
+
+void Bosch::RefreshPosition() {
+  if (PositionAge_.IsDue(TickCount())) ReadPosition();
+}
+
+/// The position is read only after the target is known: a target taken from an old model, be it the pan of a
+/// zoom, moves the camera back there. The model takes the target whatever becomes of the requests, and the
+/// answer is never True, both on purpose.
+bool Bosch::SetPosition(double targetPan, double targetTilt, double targetZoom) {
+  const auto pan = ToSingle(Normalised(ToSingle(targetPan)));
+  const auto tilt = ToSingle(targetTilt), zoom = ToSingle(std::max(targetZoom, 0.0));
+  const auto panValue = UnitsOf(HalfTurn - pan), tiltValue = UnitsOf(tilt);
+  const auto zoomValue = ToInt32(zoom * ZoomUnits);
+  RefreshPosition();
+  if (pan != CurrentPan_) Set(PanObject, panValue);
+  if (tilt != CurrentTilt_) Set(TiltObject, tiltValue);
+  if (zoom != CurrentZoom_) Set(ZoomObject, zoomValue);
+  CurrentPan_ = pan;
+  CurrentTilt_ = tilt;
+  CurrentZoom_ = zoom;
+  return false;
+}
+
+bool Bosch::DeviceMove(Directions direction, float angle) {
+  RefreshPosition();
+  const auto step = StepOf(direction, angle);
+  return SetPosition(CurrentPan_ + step.Pan, CurrentTilt_ + step.Tilt, CurrentZoom_);
+}
+
+/// Down whatever the direction, on purpose.
+void Bosch::Device2Move(Directions, float angle) { DeviceMove(DirectionDown, angle); }
+
+bool Bosch::DeviceMoveBoth(float panAngle, float tiltAngle) {
+  RefreshPosition();
+  return SetPosition(static_cast<double>(CurrentPan_) + panAngle,
+                     static_cast<double>(CurrentTilt_) + tiltAngle, CurrentZoom_);
+}
+
+bool Bosch::MoveTo(float pan, float tilt) { return SetPosition(pan, tilt, CurrentZoom_); }
+
+void Bosch::MoveTo(float pan, float tilt, float zoom) { SetPosition(pan, tilt, zoom); }
+
+bool Bosch::Zoom(Zooms zoomLevel) {
+  Zoom(zoomLevel, ZoomStepAmount);
+  return false;
+}
+
+void Bosch::Zoom(Zooms direction, float amount) {
+  RefreshPosition();
+  SetPosition(CurrentPan_, CurrentTilt_, static_cast<double>(CurrentZoom_) + ZoomStepOf(direction, amount));
+}
+
+void Bosch::ZoomTo(float zoom) { SetPosition(CurrentPan_, CurrentTilt_, zoom); }
+
+void Bosch::ContinuousMove(float pan, float tilt) {
+  const auto part = [](float speed) { return std::string(speed > 0 ? "F" : "0") + SpeedDigit(speed); };
+  const auto data = part(pan) + part(tilt) + "00";
+  if (!LastMove_.Replace(data, false)) return;  // a repeated stop is not sent either, on purpose
+  SendRcp(BuildCommand(WriteLead, Group, MotionObject, MotionOperation, data));
+  PositionAge_.Expire();
+}
+
+}  // namespace ptzd

@@ -1,0 +1,127 @@
+// The Sanyo driver over real sockets against a camera written from the protocol.
+
+#include "simulators/Sanyo.h"
+
+#include <gtest/gtest.h>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PropertyBag.h"
+#include "support/FakeClock.h"
+
+namespace ptzd {
+namespace {
+
+using namespace std::chrono_literals;
+
+class SanyoSimulated : public testing::Test {
+ protected:
+  SanyoSimulated() {
+    PropertyBag options;
+    options.WriteProperty("Address", Camera.Addresses().at(0));
+    EXPECT_TRUE(Driver->Connect(options.Contents()));
+  }
+  void Pass(std::chrono::milliseconds time) {
+    Camera.Time().Advance(time);
+    Clock.Advance(time.count());
+  }
+  /// Long enough for any motion to end, and for the driver to ask again.
+  void Settle() { Pass(10s); }
+
+  void TearDown() override {
+    EXPECT_EQ(Camera.Log().Violations(), std::vector<std::string>{});
+    EXPECT_EQ(Camera.Log().ConnectionsOpened(), 1) << "one connection serves all commands";
+  }
+
+  ptzsim::Sanyo Camera{{.Clock = ptzsim::ClockKind::Manual}};
+  test::FakeClock Clock;
+  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Sanyo", {.clock = &Clock});
+  PTZContinuousControl& Continuous = dynamic_cast<PTZContinuousControl&>(*Driver);
+};
+
+TEST_F(SanyoSimulated, GoesWhereItIsSentAndReadsWhereItIs) {
+  EXPECT_EQ(Driver->Pan(), 23.75F);
+  EXPECT_EQ(Driver->Tilt(), -14.5F);
+  for (const float pan : {-175.0F, -174.9F, -90.0F, -0.2F, 0.0F, 33.3F, 170.0F, 175.0F})
+    for (const float tilt : {-90.0F, -45.5F, 0.0F, 0.3F, 29.9F, 30.0F}) {
+      EXPECT_TRUE(Driver->MoveTo(pan, tilt));
+      Settle();
+      EXPECT_NEAR(Camera.Head().Pan, pan, 27.5 / 100 / 2 + 0.01) << "half a percent of half the picture";
+      EXPECT_NEAR(Camera.Head().Tilt, tilt, 15.0 / 100 / 2 + 0.01);
+      EXPECT_NEAR(Driver->Pan(), Camera.Head().Pan, 0.005 + 1e-4);
+      EXPECT_NEAR(Driver->Tilt(), Camera.Head().Tilt, 0.005 + 1e-4);
+    }
+  EXPECT_TRUE(Driver->MoveTo(190, -90));
+  Settle();
+  EXPECT_EQ(Driver->Pan(), 175) << "the camera stops at its own end and says so";
+  Camera.Tell({.Zoom = false, .Length = 20});
+  EXPECT_TRUE(Driver->MoveTo(0, 0));
+  Settle();
+  EXPECT_NEAR(Driver->Pan(), 0, 0.15) << "a reply without a zoom is shorter";
+}
+
+TEST_F(SanyoSimulated, StepsZoomPresetsAndContinuousMotion) {
+  const auto start = Camera.Head();
+  EXPECT_TRUE(Driver->Move(DirectionUpLeft, 10));
+  Settle();
+  EXPECT_TRUE(Driver->MoveBoth(30, 2));
+  Settle();
+  EXPECT_NEAR(Camera.Head().Pan, start.Pan + 20, 0.3);
+  EXPECT_NEAR(Camera.Head().Tilt, start.Tilt + 12, 0.16);
+  for (const auto zoom : {ZoomIn, ZoomIn, ZoomOut}) {
+    EXPECT_TRUE(Driver->Zoom(zoom));
+    Settle();
+  }
+  EXPECT_EQ(Camera.Head().Zoom, start.Zoom + 0.25);
+
+  EXPECT_TRUE(Driver->PresetSave(2));
+  EXPECT_EQ(Camera.Head().Presets, (std::vector<int>{1, 3, 7}));
+  EXPECT_TRUE(Driver->PresetGoto(6));
+  Settle();
+  EXPECT_EQ(Driver->Pan(), 88);
+  EXPECT_EQ(Camera.Head().Zoom, 1.3);
+  EXPECT_TRUE(Driver->PresetGoto(99)) << "also where the camera refuses";
+
+  struct Row {
+    float pan, tilt;
+    int right, up;
+  };
+  for (const auto& [pan, tilt, right, up] :
+       {Row{-20, 20, -1, 1}, Row{0, 1, 0, 1}, Row{1, 1, 1, 1}, Row{-1, 0, -1, 0}, Row{20, 0, 1, 0},
+        Row{-1, -1, -1, -1}, Row{0, -20, 0, -1}, Row{20, -1, 1, -1}}) {
+    const auto before = Camera.Head();
+    Continuous.ContinuousMove(pan, tilt);
+    Continuous.ContinuousZoom(pan);
+    Pass(100ms);
+    Continuous.StopContinuous();
+    const auto head = Camera.Head();
+    EXPECT_FALSE(head.Moving);
+    const auto sign = [](double value) { return value > 0 ? 1 : value < 0 ? -1 : 0; };
+    EXPECT_EQ(sign(head.Pan - before.Pan), right) << pan << " " << tilt;
+    EXPECT_EQ(sign(head.Tilt - before.Tilt), up) << pan << " " << tilt;
+    EXPECT_EQ(sign(head.Zoom - before.Zoom), right);
+    EXPECT_NEAR(Driver->Pan(), head.Pan, 0.006) << "asks where the motion ended";
+  }
+}
+
+TEST_F(SanyoSimulated, TheSessionsCookieIsKeptAndTheSessionAlive) {
+  const auto commandAndCookie = [&] {
+    EXPECT_TRUE(Driver->Zoom(ZoomIn));
+    EXPECT_EQ(Camera.Log().Requests().back().Status, 200);
+    return Camera.Log().Requests().back().Header("Cookie");
+  };
+  EXPECT_EQ(Camera.Log().Requests().front().Header("Cookie"), "");
+  const auto session = commandAndCookie();
+  EXPECT_NE(session, "");
+  for (int minute = 0; minute < 10; ++minute) {
+    Pass(61s);
+    EXPECT_EQ(commandAndCookie(), session) << "of five minutes";
+  }
+  Camera.Time().Advance(6min);
+  Clock.Advance(60001);
+  EXPECT_TRUE(Driver->PresetGoto(0));
+  EXPECT_NE(commandAndCookie(), session) << "a session that is over is replaced";
+}
+
+}  // namespace
+}  // namespace ptzd
