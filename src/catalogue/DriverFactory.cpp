@@ -7,11 +7,16 @@
 #include "common/Error.h"
 #include "drivers/Axis.h"
 #include "drivers/Bosch.h"
+#include "drivers/Elmo.h"
+#include "drivers/Elmo4.h"
+#include "drivers/Elmo402.h"
 #include "drivers/Pelco.h"
 #include "drivers/Quorvane.h"
 #include "drivers/Sanyo.h"
 #include "drivers/Secubest.h"
 #include "drivers/Sony.h"
+#include "drivers/Toshiba.h"
+#include "drivers/Toshiba2.h"
 #include "drivers/Vivotek.h"
 
 namespace ptzd {
@@ -29,11 +34,16 @@ constexpr DriverClass Row(std::string_view progID) {
 constexpr DriverClass Classes[] = {
     Row<Axis>("QVPTZ.Axis"),
     Row<Bosch>("QVPTZ.Bosch"),
+    Row<Elmo>("QVPTZ.Elmo"),
+    Row<Elmo4>("QVPTZ.Elmo4"),
+    Row<Elmo402>("QVPTZ.Elmo402"),
     Row<Pelco>("QVPTZ.Pelco"),
     Row<Quorvane>("QVPTZ.Quorvane"),
     Row<Sanyo>("QVPTZ.Sanyo"),
     Row<Secubest>("QVPTZ.Secubest"),
     Row<Sony>("QVPTZ.Sony"),
+    Row<Toshiba>("QVPTZ.Toshiba"),
+    Row<Toshiba2>("QVPTZ.Toshiba2"),
     Row<Vivotek>("QVPTZ.Vivotek"),
 };
 // clang-format on

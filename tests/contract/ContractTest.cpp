@@ -79,7 +79,7 @@ class EveryDriver : public testing::TestWithParam<DriverClass> {
     return {
         {"Move", data.Move, [](PTZDevice& d) { return d.Move(DirectionUpLeft, 7); }},
         {"MoveTo", data.MoveTo, [](PTZDevice& d) { return d.MoveTo(11, 13); }},
-        {"MoveBoth", data.MoveBoth, [](PTZDevice& d) { return d.MoveBoth(3, -2); }},
+        {"MoveBoth", data.MoveBoth, [](PTZDevice& d) { return d.MoveBoth(8, -9); }},
         {"Zoom", data.Zoom, [](PTZDevice& d) { return d.Zoom(ZoomIn); }},
         {"Iris", data.Iris, [](PTZDevice& d) { return d.Iris(IrisOpen); }},
         {"Focus", data.Focus, [](PTZDevice& d) { return d.Focus(FocusFar); }},
@@ -166,6 +166,11 @@ FakeReply AnswerOfAnyMake(const test::SentRequest& request) {
       {"visca-inquiry", "9050000003000000020AFF"},
       {"/cgi-bin/sysinfo.cgi", "model=PT7135\r\nptzenabled=3\r\n"},
       {"/liveimg.cgi", "22 bytes of a position"},
+      {"/cgi-bin/ctrl?", "OK"},
+      {"/cgi-bin/ctrl", "NG"},  // to no command
+      {"/cgi-bin/list?group=pos", "c_span:9275\r\nc_tilt:832\r\nc_zoom:64\r\n"},
+      {"/cgi-bin/set?", "Return:0\r\n"},
+      {"/api/wb", "20 OK\r\n"},
   };
   for (const auto& [page, reply] : pages)
     if (request.Object.find(page) != std::string::npos) return {reply};
@@ -183,6 +188,7 @@ TEST_P(EveryDriver, AnswersAsItsDataSaysWhileConnected) {
   for (int round = 0; round < 2; ++round) {
     ASSERT_TRUE(Driver->Connect(options.Contents()));
     EXPECT_TRUE(Driver->Connected());
+    Driver->SetPanTilt(20, -10);  // away from the ends, where a move changes nothing
     for (const bool obeys : {true, false}) {
       if (!obeys) Internet.Answer = [](const auto&) { return FakeReply{.Answers = false}; };
       for (const auto& [name, rule, call] : BooleanMembers()) {

@@ -1,0 +1,80 @@
+// Elmo 400 series: one parameter to a command, answered by lines among which is "Return:0". The position
+// comes as lines of "c_span:9275".
+
+#include "drivers/Elmo4.h"
+
+#include "common/Numbers.h"
+#include "transport/Split2DModule.h"
+
+namespace ptzd {
+
+namespace {
+
+constexpr const char* PanKey = "c_span";
+constexpr const char* TiltKey = "c_tilt";
+constexpr const char* ZoomKey = "c_zoom";
+
+// Camera units of zoom.
+constexpr double ZoomScale = 432;  // to one unit of the interface
+constexpr double WidestZoom = 64;
+
+constexpr std::int32_t Presets = 16;
+
+}  // namespace
+
+const DriverData Elmo4::Data = {
+    .Move = MemberRule::OutcomeIfConnected,
+    .MoveTo = MemberRule::FalseIfConnected,
+    .MoveBoth = MemberRule::OutcomeIfConnected,
+    .Zoom = MemberRule::OutcomeIfConnected,
+    .PresetGoto = MemberRule::OutcomeIfConnected,
+    .PresetSave = MemberRule::OutcomeIfConnected,
+    .Home = MemberRule::OutcomeIfConnected,
+    .ReadsPosition = PositionReading::OnConnect,  // and before steps; `Pan` and `Tilt` never ask
+};
+
+Elmo4::Elmo4(const Platform& platform)
+    : Elmo400(platform, {.Flags = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityPreset |
+                                  CapabilityHome,
+                         .CommandPath = "/cgi-bin/set?",
+                         .PositionPath = "/cgi-bin/list?group=pos",
+                         .HomeCommand = "c_prst=17"}) {}
+
+bool Elmo4::Accepts(std::string_view reply) const { return reply.find("Return:0") != reply.npos; }
+
+/// Only what changes is sent.
+std::vector<std::string> Elmo4::MoveCommands(const Position& target) const {
+  const auto command = [](const char* key, const std::string& value) {
+    return std::string(key) + "=" + value;
+  };
+  std::vector<std::string> commands;
+  if (target.Pan != Current().Pan) commands.push_back(command(PanKey, Text(target.Pan)));
+  if (target.Tilt != Current().Tilt) commands.push_back(command(TiltKey, Text(target.Tilt)));
+  if (target.Zoom != Current().Zoom)
+    commands.push_back(command(ZoomKey, Text(ToSingle(target.Zoom * ZoomScale + WidestZoom))));
+  return commands;
+}
+
+Elmo4::Reading Elmo4::Read(const std::string& reply) const {
+  Reading reading;
+  for (const auto& [key, value] : Split2D(reply, "\r\n", ":")) {
+    if (key == PanKey) reading.Pan = NumberFromText(value);
+    if (key == TiltKey) reading.Tilt = NumberFromText(value);
+    if (key == ZoomKey) reading.Zoom = (NumberFromText(value) - WidestZoom) / ZoomScale;
+  }
+  return reading;
+}
+
+std::int32_t Elmo4::PresetCount() { return Presets; }
+
+// The camera counts its presets from 1.
+
+bool Elmo4::PresetGoto(std::int32_t preset) {
+  return Connected_ && preset >= 0 && preset < Presets && SendCommand("c_prst=" + Text(preset + 1));
+}
+
+bool Elmo4::PresetSave(std::int32_t preset) {
+  return Connected_ && preset >= 0 && preset < Presets && SendCommand("c_pmem=" + Text(preset + 1));
+}
+
+}  // namespace ptzd

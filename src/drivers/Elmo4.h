@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "contract/DriverData.h"
+#include "drivers/Elmo400.h"
+
+namespace ptzd {
+
+/// Elmo 400 series network cameras (`QVPTZ.Elmo4`); `Elmo400` has what all of it is about. One unit of zoom
+/// is 432 of the camera's, which begin at 64. Presets 0 to 15; home is the one behind them.
+class Elmo4 final : public Elmo400 {
+ public:
+  static const DriverData Data;
+
+  explicit Elmo4(const Platform& platform = {});
+
+  std::int32_t PresetCount() override;
+  bool PresetGoto(std::int32_t preset) override;
+  bool PresetSave(std::int32_t preset) override;
+
+ private:
+  bool Accepts(std::string_view reply) const override;
+  std::vector<std::string> MoveCommands(const Position& target) const override;
+  Reading Read(const std::string& reply) const override;
+};
+
+}  // namespace ptzd

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "contract/DriverData.h"
+#include "contract/HTTPDriver.h"
+#include "contract/PTZDevice.h"
+
+namespace ptzd {
+
+/// Toshiba IK-WB01 and IK-WB11 network cameras (`QVPTZ.Toshiba`), which turn to the points of a grid.
+///
+/// Options: Address. `Connect` answers False without an address and else True, also where the camera does not
+/// answer.
+///
+/// A point is 7 degrees of pan (1/0.1429) or 5.4 degrees of tilt (1/0.1852) from the next: 17 across, from
+/// -56 to 56 degrees, and 11 down, from 5 to -49. Moves go to the nearest point and end at the edge of the
+/// grid; those of more than 16 bits of points raise 6. The camera is asked for its position on connecting,
+/// from then on the position is that of the last move it took. There are no zoom, iris, focus, presets and
+/// home.
+class Toshiba final : public PTZDevice, private HTTPDriver {
+ public:
+  static const DriverData Data;
+
+  explicit Toshiba(const Platform& platform = {});
+
+  ptzd::Capabilities Capabilities() override { return CapabilityPan | CapabilityTilt; }
+  bool Connect(std::span<const std::uint8_t> options) override;
+  bool Connected() override { return Connected_; }
+  float Pan() override;
+  float Tilt() override;
+
+  bool Move(Directions direction, float angle = 5) override;
+  bool MoveTo(float pan, float tilt) override;
+  bool MoveBoth(float panAngle, float tiltAngle) override;
+  void SetPanTilt(float pan, float tilt) override;
+  Variant Disconnect() override;
+
+ private:
+  /// A point of the grid, by the camera's numbers for it.
+  struct Point {
+    std::int16_t Pan = 0, Tilt = 0;
+
+    static Point Near(double pan, double tilt);
+    static Point At(float pan, float tilt);
+    static Point Reported(std::string_view reply);
+  };
+
+  void ReadPosition();
+  bool MoveToPoint(const Point& target);
+
+  Point Current_;
+};
+
+}  // namespace ptzd

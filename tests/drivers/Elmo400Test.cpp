@@ -1,0 +1,325 @@
+// The drivers of one shape, `Elmo4` and `Elmo402`, side by side.
+
+#include "drivers/Elmo400.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+
+#include "catalogue/DriverFactory.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+#include "support/FakeInternet.h"
+#include "support/Garbled.h"
+#include "support/RequestLines.h"
+
+namespace ptzd {
+namespace {
+
+using test::FakeReply;
+using test::NumberOf;
+
+std::string List(const std::string& pan, const std::string& tilt, const std::string& zoom) {
+  return "group:pos\r\nc_tilt:" + tilt + "\r\nc_span:" + pan + "\r\nc_fcus:1\r\nc_zoom:" + zoom + "\r\n";
+}
+std::string Xml(const std::string& pan, const std::string& tilt, const std::string& zoom) {
+  return "<?xml version=\"1.0\"?><pget><pos><s_pospan>" + pan + "</s_pospan><s_postilt>" + tilt +
+         "</s_postilt><s_poszoom>" + zoom + "</s_poszoom></pos></pget>";
+}
+
+struct Series {
+  const char *ProgID, *PositionPath, *CommandPath;
+  std::string AtMiddle;  // pan 0, tilt 0, zoom 1
+  const char *Accepted, *Refused;
+};
+const Series Series400{"QVPTZ.Elmo4",
+                       "/cgi-bin/list?group=pos",
+                       "/cgi-bin/set?",
+                       List("9275", "832", "496"),
+                       "command:set\r\nReturn:0\r\n",
+                       "command:set\r\nReturn:1\r\n"};
+const Series Series402{"QVPTZ.Elmo402",
+                       "/cgi-bin/pget?g_pos",
+                       "/cgi-bin/exec?",
+                       Xml("9275", "832", "418"),
+                       "NG",
+                       ""};  // whatever is said is a yes
+
+class Elmo400Test : public testing::Test {
+ protected:
+  void Use(const Series& series, std::int64_t time = 100000) {
+    Make = &series;
+    Time.Advance(time);
+    Owner = CreateDriver(Make->ProgID, {.internet = &Net, .clock = &Time});
+    Driver = dynamic_cast<Elmo400*>(Owner.get());
+    Net.Answer = [this](const test::SentRequest& request) {
+      return request.Object == Make->PositionPath ? Position : Reply;
+    };
+    Position = {Make->AtMiddle};
+    Reply = {Make->Accepted};
+  }
+  bool Connect(const char* address = "camera1") {
+    PropertyBag options;
+    options.WriteProperty("Address", std::string(address));
+    return Driver->Connect(options.Contents());
+  }
+  /// What was sent since the last call, a position request as "?".
+  std::string Sent() {
+    std::string sent;
+    for (const auto& [verb, host, object, headers, body, port] : Net.Sent)
+      sent += (sent.empty() ? "" : " ") + (object == Make->PositionPath ? "?"
+                                           : object.starts_with(Make->CommandPath)
+                                               ? object.substr(object.find('?') + 1)
+                                               : object);
+    Net.Sent.clear();
+    return sent;
+  }
+  std::string Place() {
+    return std::to_string(std::lrint(Driver->Pan())) + "," + std::to_string(std::lrint(Driver->Tilt())) +
+           "," + std::to_string(std::lrint(Driver->ZoomLevel() * 100));
+  }
+
+  const Series* Make = nullptr;
+  FakeReply Position, Reply;
+  test::FakeInternet Net;
+  test::FakeClock Time{0};
+  std::unique_ptr<PTZDevice> Owner;
+  Elmo400* Driver = nullptr;
+};
+
+class EitherElmo400 : public Elmo400Test, public testing::WithParamInterface<const Series*> {
+ protected:
+  void SetUp() override { Use(*GetParam()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Both, EitherElmo400, testing::Values(&Series400, &Series402),
+                         [](const auto& row) { return std::string(row.param->ProgID).substr(6); });
+
+TEST_P(EitherElmo400, ConnectsToWhatTellsItsPosition) {
+  EXPECT_FALSE(Connect(""));
+  EXPECT_EQ(Sent(), "") << "nobody to ask";
+  const std::pair<FakeReply, bool> rows[] = {
+      {{Make->AtMiddle}, true},  // asked again although the last reading is fresh
+      {{""}, true},
+      {{"OK"}, true},
+      {{Make->AtMiddle, "HTTP/1.1 404 Not Found"}, false},
+      {{Make->AtMiddle, "HTTP/1.1 2000 OK"}, false},
+      {{.Answers = false}, false},
+  };
+  for (const auto& [position, connects] : rows) {
+    Position = {Make->AtMiddle};
+    ASSERT_TRUE(Connect());
+    Position = position;
+    EXPECT_EQ(Connect(), connects) << position.StatusLine << position.Body;
+    EXPECT_EQ(Driver->Connected(), connects) << position.StatusLine << position.Body;
+    EXPECT_EQ(Sent() + " " + Place(), "? ? 0,0,100") << "without a reading the last one stays";
+  }
+  Driver->ZoomTo(3);
+  Driver->MoveTo(1, 2, 3);
+  EXPECT_FALSE(Driver->Home() || Driver->Zoom(ZoomIn) || Driver->Move(DirectionUp, 5));
+  EXPECT_EQ(Sent(), "") << "while not connected";
+}
+
+TEST_P(EitherElmo400, MovesInMotorSteps) {
+  struct Row {
+    std::function<bool(Elmo400&)> Move;
+    bool Answer;
+    const char *Sent400, *Sent402, *Fault;
+  };
+  const auto all = static_cast<Directions>(15), none = static_cast<Directions>(64);
+  // A zoom step is 104.5 units of the PTC-402C; what comes out is sent as it is.
+  const Row rows[] = {
+      {[](auto& d) { return d.MoveTo(10, -10); }, false, "c_span=9805 c_tilt=1352", "9805 1352 418", "made"},
+      {[](auto& d) { return d.MoveTo(0, 0); }, false, "", "9275 832 418", "where it is"},
+      {[](auto& d) { return d.MoveTo(-200, 40); }, false, "c_span=0 c_tilt=0", "0 0 418", "upper left"},
+      {[](auto& d) { return d.MoveTo(200, -200); }, false, "c_span=18550 c_tilt=11024", "18550 11024 418",
+       "lower right"},
+      {[](auto& d) { return d.Move(DirectionUpLeft, 5); }, true, "c_span=9010 c_tilt=572", "9010 572 418",
+       "both"},
+      {[=](auto& d) { return d.Move(all, 5); }, true, "c_span=9010 c_tilt=572", "9010 572 418",
+       "left before right, up before down"},
+      {[=](auto& d) { return d.Move(none, 5); }, true, "", "9275 832 418", "no direction"},
+      {[](auto& d) { return d.Move(DirectionRight, 0.5F); }, true, "c_span=9302", "9302 832 418", "9301.5"},
+      {[](auto& d) { return d.Move(DirectionRight, 1.5F); }, true, "c_span=9354", "9354 832 418", "9354.5"},
+      {[](auto& d) { return d.MoveBoth(0, 0.125F); }, true, "c_tilt=826", "9275 826 418", "825.5"},
+      {[](auto& d) { return d.MoveBoth(0, 0.375F); }, true, "c_tilt=812", "9275 812 418", "812.5"},
+      {[](auto& d) { return d.MoveTo(10, 0, 2.5F), true; }, true, "c_span=9805 c_zoom=1144", "9805 832 1045",
+       "pan and zoom"},
+      {[](auto& d) { return d.Zoom(ZoomIn); }, true, "c_zoom=604", "9275 832 522.5", "a quarter in"},
+      {[](auto& d) { return d.Zoom(ZoomOut); }, true, "c_zoom=388", "9275 832 313.5", "a quarter out"},
+      {[](auto& d) { return d.Zoom(static_cast<Zooms>(3)); }, false, "", "", "no zoom direction"},
+      {[](auto& d) { return d.Zoom(ZoomOut, 3), true; }, true, "c_zoom=64", "9275 832 0", "the widest"},
+      {[](auto& d) { return d.ZoomTo(0.1F), true; }, true, "c_zoom=107.2", "9275 832 41.8",
+       "a single's text"},
+      {[](auto& d) { return d.Iris(IrisOpen) || d.Focus(FocusAuto); }, false, "", "", "has neither"},
+  };
+  for (const auto& [move, answer, sent400, sent402, fault] : rows) {
+    ASSERT_TRUE(Connect());
+    Sent();
+    EXPECT_EQ(move(*Driver), answer) << fault;
+    std::string sent = Make == &Series400 ? sent400 : sent402;
+    if (Make == &Series402 && !sent.empty()) {
+      sent.replace(sent.find(' '), 1, "&x_postilt=");
+      sent = "x_pospan=" + sent.replace(sent.find(' '), 1, "&x_poszoom=");
+    }
+    EXPECT_EQ(Sent(), sent) << fault;
+  }
+}
+
+TEST_P(EitherElmo400, WhatFitsNoMotorRaisesBeforeAnythingIsSent) {
+  ASSERT_TRUE(Connect());
+  Sent();
+  for (const float angle : {NAN, INFINITY, 1e9F, -4.2e7F}) {
+    EXPECT_EQ(NumberOf([&] { Driver->MoveTo(1, angle); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Driver->MoveBoth(angle, 1); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Driver->Move(DirectionDown, angle); }), 6) << angle;
+  }
+  for (const float zoom : {NAN, INFINITY, 3e38F})
+    EXPECT_EQ(NumberOf([&] { Driver->MoveTo(10, 10, zoom); }), 6) << zoom;
+  EXPECT_EQ(Sent() + Place(), "0,0,100");
+
+  for (const auto& refusal : {FakeReply{Make->Refused}, FakeReply{.Answers = false}}) {
+    Reply = refusal;
+    EXPECT_FALSE(Driver->MoveBoth(10, -10) || Driver->Zoom(ZoomIn) || Driver->Home());
+  }
+  EXPECT_EQ(Place(), "20,-20,150") << "commands are counted as obeyed";
+}
+
+TEST_P(EitherElmo400, StepsStartFromAReadingOfAtMostFiveSeconds) {
+  for (const std::int64_t start :
+       std::initializer_list<std::int64_t>{100000, 0x7FFFFFFF - 3000, 0xFFFFFFFF - 3000}) {
+    Time = test::FakeClock{0};
+    Use(*GetParam(), start);
+    ASSERT_TRUE(Connect());
+    Time.Advance(4999);
+    EXPECT_TRUE(Driver->Move(static_cast<Directions>(0), 5));
+    EXPECT_EQ(Sent().find('?', 1), std::string::npos) << "still fresh, also across a wrap of the ticks";
+    Time.Advance(1);
+    Driver->MoveTo(1, 1);
+    Driver->ZoomTo(2);
+    EXPECT_EQ(Place(), "1,1,200");
+    EXPECT_EQ(Sent().find('?'), std::string::npos) << "neither targets nor questions need a reading";
+    EXPECT_TRUE(Driver->MoveBoth(0, 0));
+    EXPECT_EQ(Sent().substr(0, 1), "?");
+    EXPECT_EQ(Place(), "0,0,100") << "the camera was elsewhere";
+    EXPECT_TRUE(Driver->MoveBoth(0, 0));
+    EXPECT_EQ(Sent().find('?'), std::string::npos) << "once is enough";
+  }
+  for (const bool zooms : {false, true}) {
+    Position = {Make->AtMiddle};
+    ASSERT_TRUE(Connect());
+    Driver->SetPanTilt(5, 5);
+    EXPECT_EQ(Place(), "0,0,100") << "the camera knows better";
+    Position = {.Answers = false};
+    Sent();
+    EXPECT_TRUE(zooms ? Driver->Zoom(ZoomIn) : Driver->Move(DirectionUp, 5));
+    EXPECT_EQ(Sent().substr(0, 2), "? ") << zooms;
+    EXPECT_TRUE(zooms ? Driver->Zoom(ZoomIn) : Driver->Move(DirectionUp, 5));
+    EXPECT_EQ(Sent().find('?'), std::string::npos) << "a silent camera is not waited for twice";
+  }
+}
+
+TEST_F(Elmo400Test, PositionReplies) {
+  struct Row {
+    const Series& Make;
+    std::string Reply;
+    const char *Place, *Fault;
+  };
+  const Row rows[] = {
+      {Series400, List("9805", "1352", "388"), "10,-10,75", "in its units"},
+      {Series400, List(" 9805 ", "0", "118"), "10,16,25", "blanks; a zoom of an eighth goes up"},
+      {Series400, List("-53", "11024", "117"), "-176,-196,0", "beyond the end; below an eighth"},
+      {Series400, "c_span:9805", "10,0,100", "one of them"},
+      {Series400, "C_SPAN:9805\r\nc_span 9805\r\nxc_span:9805", "0,0,100", "other keys"},
+      {Series400, List("9805", "x", "388"), "0,0,100", "no number: a part of a position is none"},
+      {Series402, Xml("9805", "1352", "313"), "10,-10,75", "in its units"},
+      {Series402, Xml("9805 (10.0)", "1352 (-10.0 deg)", "52 (0.1)"), "10,-10,0", "behind a number a remark"},
+      {Series402, Xml("pan (9805)", "(1352)", "zoom ( 53 )"), "10,-10,25", "inside one the number"},
+      {Series402, Xml("9805(", "1352 (x) (7)", "313"), "10,-10,75", "odd remarks"},
+      {Series402, Xml("pan (9805", "1352", "313"), "0,0,100", "an open bracket"},
+      {Series402, Xml("", "1352", "313"), "0,0,100", "an empty node"},
+      {Series402, "<pget><pos><s_postilt>1352</s_postilt></pos></pget>", "0,-10,100", "one of them"},
+      {Series402, "<!DOCTYPE x>" + Xml("1", "1", "1"), "0,0,100", "a document that is refused"},
+  };
+  for (const auto& [series, reply, place, fault] : rows) {
+    Use(series);
+    ASSERT_TRUE(Connect());
+    Position = {reply};
+    EXPECT_TRUE(Connect()) << reply;
+    EXPECT_EQ(Place(), place) << reply << ": " << fault;
+  }
+}
+
+TEST_P(EitherElmo400, BadPositionRepliesGiveNoPlaceOfTheirOwn) {
+  const auto page = Make == &Series400 ? List : Xml;
+  ASSERT_TRUE(Connect());
+  for (const auto& reply : {page("9805", "99999999999", "100"), page("9805", "1352", "1e300")}) {
+    Position = {reply};
+    Driver->SetPanTilt(0, 0);
+    Sent();
+    EXPECT_EQ(NumberOf([&] { Driver->Move(DirectionUp, 5); }), 6) << reply;
+    EXPECT_EQ(Sent() + " " + Place(), "? 0,0,100") << reply << ": nothing moves, nothing is stored";
+  }
+  EXPECT_EQ(NumberOf([&] { Connect(); }), 6);
+  EXPECT_FALSE(Driver->Connected());
+
+  for (const auto& reply : test::Garbled(Make->AtMiddle)) {
+    Position = {reply};
+    const auto log = test::RequestLinesOf([this] { EXPECT_TRUE(Connect()); });
+    for (const std::string set : {"|Setting pan position to ", "|Setting tilt position to "})
+      if (const auto at = log.find(set); at != log.npos) {
+        const auto value = log.substr(at + set.size(), log.find('|', at + 1) - at - set.size());
+        EXPECT_NE(reply.find(value), reply.npos) << value << " out of " << reply;
+      }
+  }
+}
+
+TEST_F(Elmo400Test, TheSeries400IsToldOneAxisAtATime) {
+  Use(Series400);
+  ASSERT_TRUE(Connect());
+  for (const bool last : {true, false}) {
+    Net.Answer = [=](const test::SentRequest& request) {
+      return FakeReply{request.Object.ends_with("572") == last ? "Return:0" : "Return:1"};
+    };
+    Driver->MoveTo(0, 0);
+    Sent();
+    EXPECT_EQ(Driver->MoveBoth(5, 5), last) << "the last one counts, and no refusal stops the others";
+    EXPECT_EQ(Sent(), "c_span=9540 c_tilt=572");
+  }
+}
+
+TEST_P(EitherElmo400, PresetsHomeAndLogs) {
+  const bool hasPresets = Make == &Series400;
+  EXPECT_EQ(Driver->Capabilities(), hasPresets ? 231 : 199);
+  EXPECT_EQ(Driver->PresetCount(), hasPresets ? 16 : 0);
+  ASSERT_TRUE(Connect());
+  Sent();
+  EXPECT_TRUE(Driver->Home());
+  for (const std::int32_t preset : {0, 15}) {
+    EXPECT_EQ(Driver->PresetGoto(preset), hasPresets);
+    EXPECT_EQ(Driver->PresetSave(preset), hasPresets);
+  }
+  EXPECT_FALSE(Driver->PresetGoto(-1) || Driver->PresetGoto(16) || Driver->PresetSave(-1) ||
+               Driver->PresetSave(16));
+  EXPECT_EQ(Sent(), hasPresets ? "c_prst=17 c_prst=1 c_pmem=1 c_prst=16 c_pmem=16" : "x_preprst=HOME");
+
+  const auto log = [this](FakeReply& page, const FakeReply& reply) {
+    page = reply;
+    return test::RequestLinesOf([&] { &page == &Reply ? Driver->Home() : Connect(); });
+  };
+  const std::string home = hasPresets ? "Requesting c_prst=17|" : "Requesting x_preprst=HOME|";
+  EXPECT_EQ(log(Reply, {Make->Accepted, "HTTP/1.0 203 Odd"}),
+            home + "Request complete. HTTP/1.0 203 Odd Reply: " + Make->Accepted + "|");
+  EXPECT_EQ(log(Reply, {Make->Refused}),
+            home + "Request errored. HTTP/1.1 200 OK Reply: " + Make->Refused + "|");
+  EXPECT_EQ(log(Reply, {.Answers = false}), home + "Request failed. Failed to connect to the HTTP server.|");
+  EXPECT_EQ(log(Position, {hasPresets ? List("9805", "1352", "388") : Xml("9805", "1352", "314")}),
+            "Requesting position|Setting pan position to 9805|Setting tilt position to 1352|"
+            "Setting zoom level to 0.75|");
+  EXPECT_EQ(log(Position, {hasPresets ? List("x", "1", "1") : Xml("x", "1", "1")}),
+            "Requesting position|Position not read. Type mismatch|");
+}
+
+}  // namespace
+}  // namespace ptzd

@@ -1,0 +1,152 @@
+#include "drivers/Elmo.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+
+#include "support/Errors.h"
+#include "support/FakeInternet.h"
+#include "support/Garbled.h"
+#include "support/RequestLines.h"
+
+namespace ptzd {
+namespace {
+
+using test::FakeReply;
+using test::NumberOf;
+
+class ElmoTest : public testing::Test {
+ protected:
+  ElmoTest() {
+    Net.Answer = [this](const test::SentRequest& request) {
+      return request.Object == "/cgi-bin/ctrl" ? Greeting : Reply;
+    };
+  }
+  static Bytes Options(const Variant& reset = false) {
+    PropertyBag options;
+    options.WriteProperty("Address", std::string("camera1"));
+    options.WriteProperty("Reset", reset);
+    return options.Contents();
+  }
+  void Connect() {
+    ASSERT_TRUE(Camera.Connect(Options()));
+    Sent();
+  }
+  std::string Sent() { return Net.TakeSent(); }
+
+  FakeReply Greeting{"NG"}, Reply{"OK"};
+  test::FakeInternet Net;
+  Elmo Camera{{.internet = &Net}};
+};
+
+TEST_F(ElmoTest, ConnectsToWhatRefusesNoCommand) {
+  EXPECT_FALSE(Camera.Connect(PropertyBag().Contents()));
+  EXPECT_EQ(Sent(), "") << "nobody to ask";
+  auto strangers = test::Garbled("NG");
+  strangers.insert(strangers.end(), {"OK", "NG\r\n", " NG", "unanswered"});
+  for (const auto& stranger : strangers) {
+    Connect();
+    Greeting = {.Body = stranger, .Answers = stranger != "unanswered"};
+    EXPECT_FALSE(Camera.Connect(Options())) << stranger << ": the last camera's reply counts no more";
+    EXPECT_FALSE(Camera.Connected()) << stranger;
+    Greeting = {"NG"};
+  }
+}
+
+TEST_F(ElmoTest, ResetsWhereToldTo) {
+  EXPECT_EQ(NumberOf([&] { Camera.Connect(Options(std::string("perhaps"))); }), 13);
+  EXPECT_FALSE(Camera.Connected());
+  Sent();
+  for (const char* answer : {"NG", "OK", "OK"}) {
+    Reply = {answer};
+    EXPECT_TRUE(Camera.Connect(Options(true))) << "also where the reset is refused";
+  }
+  EXPECT_EQ(Sent(),
+            "/cgi-bin/ctrl\n/cgi-bin/ctrl?pana=8714&tlta=1722\n"
+            "/cgi-bin/ctrl\n/cgi-bin/ctrl?pana=8714&tlta=1722\n/cgi-bin/ctrl")
+      << "it is there already the third time";
+}
+
+TEST_F(ElmoTest, MovesSendWhatChanges) {
+  struct Row {
+    std::function<bool(Elmo&)> Move;
+    const char* Sent;
+    const char* Fault;
+  };
+  const Row rows[] = {
+      {[](auto& c) { return c.MoveTo(10, -10); }, "pana=9293&tlta=2304", "both"},
+      {[](auto& c) { return c.MoveTo(3, 0); }, "pana=8886", "pan alone"},
+      {[](auto& c) { return c.MoveTo(0, -3); }, "tlta=1901", "tilt alone"},
+      {[](auto& c) { return c.MoveTo(0, 0); }, "", "there already"},
+      {[](auto& c) { return c.MoveTo(200, -100); }, "pana=17424&tlta=6912", "right and lower end"},
+      {[](auto& c) { return c.MoveTo(-1000, 40); }, "pana=0&tlta=0", "left and upper end"},
+      {[](auto& c) { return c.Move(DirectionUpLeft); }, "pana=8422&tlta=1440", "5 degrees unless told"},
+      {[](auto& c) { return c.Move(DirectionDownRight, 5); }, "pana=9002&tlta=2016", "and back"},
+      {[](auto& c) { return c.Move(static_cast<Directions>(15), 5); }, "pana=8422&tlta=1440",
+       "left before right, up before down"},
+      {[](auto& c) { return c.Move(static_cast<Directions>(64), 5); }, "", "no direction"},
+      {[](auto& c) { return c.MoveBoth(-5, -5); }, "pana=8422&tlta=2016", "signed amounts"},
+      {[](auto& c) { return c.MoveBoth(3.125F, 0.078125F); }, "pana=8894&tlta=1724", "ties to even, up"},
+      {[](auto& c) { return c.MoveBoth(9.375F, 0.234375F); }, "pana=9256&tlta=1714", "ties to even, down"},
+      {[](auto& c) { return c.MoveBoth(0.008F, 0); }, "", "less than a motor step"},
+  };
+  Connect();
+  for (const auto& [move, sent, fault] : rows) {
+    Camera.SetPanTilt(0, 0);
+    EXPECT_TRUE(move(Camera)) << fault;
+    EXPECT_EQ(Sent(), *sent ? std::string("/cgi-bin/ctrl?") + sent : "") << fault;
+  }
+  Camera.SetPanTilt(0, 0);
+  for (const auto& refusal : {FakeReply{"NG"}, FakeReply{"OK\r\n"}, FakeReply{.Answers = false}}) {
+    Reply = refusal;
+    EXPECT_FALSE(Camera.MoveTo(10, -10) || Camera.Move(DirectionUp) || Camera.MoveBoth(1, 1));
+    EXPECT_EQ(Camera.Pan(), 0) << "a refused move keeps the position";
+    EXPECT_EQ(Camera.Tilt(), 0);
+  }
+}
+
+TEST_F(ElmoTest, PositionsAreWholeMotorSteps) {
+  Camera.SetPanTilt(10, 10);
+  EXPECT_EQ(Camera.Pan(), -150) << "needs a connection";
+  EXPECT_EQ(Camera.Tilt(), 30);
+  Connect();
+  Camera.SetPanTilt(-1000, -1000);
+  EXPECT_EQ(Camera.Pan(), -150);
+  EXPECT_EQ(Camera.Tilt(), -90);
+  Camera.SetPanTilt(10, 10);
+  for (const float angle : {NAN, INFINITY, -1e9F, 3.8e7F}) {
+    EXPECT_EQ(NumberOf([&] { Camera.MoveTo(1, angle); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Camera.MoveBoth(angle, 1); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Camera.Move(DirectionUp, angle); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Camera.SetPanTilt(1, angle); }), 6) << angle;
+  }
+  EXPECT_FLOAT_EQ(Camera.Pan(), 10.0034435F) << "what raises stores nothing";
+  EXPECT_FLOAT_EQ(Camera.Tilt(), 10);
+  EXPECT_EQ(Sent(), "");
+}
+
+TEST_F(ElmoTest, OtherCommandsAndLogs) {
+  Connect();
+  EXPECT_EQ(Camera.Capabilities(), 831);
+  EXPECT_EQ(Camera.PresetCount(), 6);
+  EXPECT_TRUE(Camera.Zoom(ZoomIn) && Camera.Zoom(ZoomOut));
+  EXPECT_TRUE(Camera.Iris(IrisOpen) && Camera.Iris(IrisClose) && Camera.Iris(IrisAuto));
+  EXPECT_TRUE(Camera.Focus(FocusNear) && Camera.Focus(FocusFar) && Camera.Focus(FocusAuto));
+  EXPECT_TRUE(Camera.PresetGoto(0) && Camera.PresetGoto(5) && Camera.PresetSave(0) && Camera.PresetSave(5));
+  EXPECT_FALSE(Camera.PresetGoto(-1) || Camera.PresetGoto(6) || Camera.PresetSave(-1) ||
+               Camera.PresetSave(6) || Camera.Zoom(static_cast<Zooms>(3)) ||
+               Camera.Iris(static_cast<Iris>(3)) || Camera.Focus(static_cast<Focus>(-1)) || Camera.Home());
+  EXPECT_EQ(Sent(),
+            "/cgi-bin/ctrl?zoom=0\n/cgi-bin/ctrl?zoom=3\n"
+            "/cgi-bin/ctrl?iris=3\n/cgi-bin/ctrl?iris=1\n/cgi-bin/ctrl?iris=4\n"
+            "/cgi-bin/ctrl?fcus=0\n/cgi-bin/ctrl?fcus=3\n/cgi-bin/ctrl?fcus=4\n"
+            "/cgi-bin/ctrl?prst=1\n/cgi-bin/ctrl?prst=6\n/cgi-bin/pmem?1\n/cgi-bin/pmem?6");
+  Reply.Answers = false;
+  EXPECT_EQ(test::RequestLinesOf([this] { Connect(), Camera.Zoom(ZoomIn); }),
+            "Requesting /cgi-bin/ctrl|Request complete. Reply: NG|"
+            "Requesting /cgi-bin/ctrl?zoom=0|Request failed.|");
+}
+
+}  // namespace
+}  // namespace ptzd

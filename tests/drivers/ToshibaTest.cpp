@@ -1,0 +1,130 @@
+#include "drivers/Toshiba.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+
+#include "support/Errors.h"
+#include "support/FakeInternet.h"
+#include "support/Garbled.h"
+#include "support/RequestLines.h"
+
+namespace ptzd {
+namespace {
+
+using test::FakeReply;
+using test::NumberOf;
+
+constexpr const char* AtPoint11And6 = "PTPOINT 2051\r\n";  // 8 and 3 from 0 on
+
+class ToshibaTest : public testing::Test {
+ protected:
+  bool Connect(const FakeReply& reply) {
+    PropertyBag options;
+    options.WriteProperty("Address", std::string("camera1"));
+    Net.Replies = {reply};
+    return Camera.Connect(options.Contents());
+  }
+  std::string Sent() { return Net.TakeSent(); }
+
+  test::FakeInternet Net;
+  Toshiba Camera{{.internet = &Net}};
+};
+
+TEST_F(ToshibaTest, ReadsItsPointOnConnecting) {
+  struct Row {
+    FakeReply Reply;
+    double Pan, Tilt;
+    const char* Fault;
+  };
+  const double pan11 = -0.0168, tilt6 = -11.1987;
+  const Row rows[] = {
+      {{AtPoint11And6}, pan11, tilt6, "the offset that commands have"},
+      {{"PTPOINT 0"}, -56, 5, "the first point"},
+      {{"PTPOINT 4106 0\r\n"}, 55.9664, -48.9957, "the last point, with a third word"},
+      {{"PTPOINT 133123\r\nOK\r\n"}, pan11, tilt6, "a number of more than 16 bits, and a second line"},
+      {{"PTPOINT 65535"}, 1728.4646, -1371.8898, "points beyond the grid are not clamped"},
+      {{"PTPOINT 20"}, -56, -102.9914, "a cut number is the one that is there"},
+      {{AtPoint11And6, "HTTP/1.1 500 Error"}, pan11, tilt6, "any status"},
+  };
+  for (const auto& [reply, pan, tilt, fault] : rows) {
+    EXPECT_TRUE(Connect(reply)) << fault;
+    EXPECT_EQ(Sent(), "/getcurrentptpointapi.htm");
+    EXPECT_NEAR(Camera.Pan(), pan, 0.0001) << fault;
+    EXPECT_NEAR(Camera.Tilt(), tilt, 0.0001) << fault;
+  }
+  for (const char* body : {"", "2051", "PTPOINT", "PTPOINT ", "PTPOINT  2051", "PTPOINT 2O51",
+                           "PTPOINT 2051;", "PTPOINT 99999999999", "PTPOINT 1E999", "unanswered"}) {
+    ASSERT_TRUE(Connect({AtPoint11And6}));
+    EXPECT_TRUE(Connect({.Body = body, .Answers = body != std::string("unanswered")})) << body;
+    EXPECT_NEAR(Camera.Pan(), pan11, 0.0001) << body;
+    EXPECT_NEAR(Camera.Tilt(), tilt6, 0.0001) << body;
+  }
+  for (const auto& reply : test::Garbled(AtPoint11And6)) EXPECT_TRUE(Connect({reply})) << reply;
+
+  EXPECT_EQ(test::RequestLinesOf([this] { Connect({"PTPOINT 0"}), Connect({.Answers = false}); }),
+            "Requesting /getcurrentptpointapi.htm|Request complete. Reply: PTPOINT 0|"
+            "Requesting /getcurrentptpointapi.htm|Request failed.|");
+  Sent();
+  EXPECT_FALSE(Camera.Connect(PropertyBag().Contents())) << "without an address";
+  EXPECT_FALSE(Camera.Connected());
+  EXPECT_EQ(Sent(), "");
+}
+
+TEST_F(ToshibaTest, MovesGoToPointsOfTheGrid) {
+  struct Row {
+    std::function<bool(Toshiba&)> Move;
+    const char* Point;
+    const char* Fault;
+  };
+  const Row rows[] = {
+      {[](auto& c) { return c.MoveTo(0, 0); }, "2820", "11 and 4"},
+      {[](auto& c) { return c.MoveTo(200, -200); }, "4877", "right and lower edge"},
+      {[](auto& c) { return c.MoveTo(-200, 200); }, "771", "left and upper edge"},
+      {[](auto& c) { return c.MoveTo(0, -13.5F); }, "", "nearest to where it is"},
+      {[](auto& c) { return c.Move(DirectionDownRight); }, "3079", "5 degrees unless told"},
+      {[](auto& c) { return c.Move(DirectionUpLeft, 7); }, "2565", "10 and 5"},
+      {[](auto& c) { return c.Move(static_cast<Directions>(15), 7); }, "2565",
+       "left before right, up before down"},
+      {[](auto& c) { return c.Move(DirectionLeft, 3); }, "", "less than half a point"},
+      {[](auto& c) { return c.Move(static_cast<Directions>(64), 7); }, "", "no direction"},
+      {[](auto& c) { return c.MoveBoth(7, -7); }, "3079", "signed amounts"},
+      {[](auto& c) { return c.MoveBoth(0, 6); }, "2821", "tilt alone"},
+  };
+  for (const auto& [move, point, fault] : rows) {
+    ASSERT_TRUE(Connect({AtPoint11And6}));
+    Net.Replies = {FakeReply{.Answers = false}};
+    EXPECT_EQ(move(Camera), !*point) << fault << ", unanswered";
+    EXPECT_NEAR(Camera.Tilt(), -11.1987, 0.0001) << fault;
+    Sent();
+    Net.Replies = {FakeReply{"refused", "HTTP/1.1 404 Not Found"}};
+    EXPECT_TRUE(move(Camera)) << fault << ": any reply will do";
+    EXPECT_EQ(Sent(), *point ? "/directmoveapi.cgi?cont_3=" + std::string(point) + "&ok=dummy.htm" : "")
+        << fault;
+  }
+}
+
+TEST_F(ToshibaTest, SixteenBitsOfPointsAreTheMost) {
+  ASSERT_TRUE(Connect({AtPoint11And6}));
+  Sent();
+  for (const float angle : {NAN, 1e9F, -3e5F}) {
+    EXPECT_EQ(NumberOf([&] { Camera.MoveTo(angle, 0); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Camera.MoveBoth(0, angle); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Camera.Move(DirectionDown, angle); }), 6) << angle;
+    EXPECT_EQ(NumberOf([&] { Camera.SetPanTilt(9, angle); }), 6) << angle;
+  }
+  EXPECT_EQ(Sent(), "");
+  EXPECT_NEAR(Camera.Pan(), -0.0168, 0.0001) << "nothing is stored";
+
+  Camera.SetPanTilt(100, 100);
+  EXPECT_NEAR(Camera.Pan(), 55.9664, 0.0001) << "at the edge";
+  EXPECT_EQ(Camera.Tilt(), 5);
+  EXPECT_EQ(Camera.Disconnect(), Variant(true));
+  Camera.SetPanTilt(0, -49);
+  EXPECT_EQ(Camera.Tilt(), 5) << "not while disconnected";
+  EXPECT_EQ(Camera.PresetCount(), 0);
+}
+
+}  // namespace
+}  // namespace ptzd

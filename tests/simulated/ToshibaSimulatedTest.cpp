@@ -1,0 +1,98 @@
+// Both Toshiba drivers over real sockets against the models they are for.
+
+#include "simulators/Toshiba.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <optional>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PropertyBag.h"
+
+namespace ptzd {
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Model {
+  const char *ProgID, *Name;
+  float PanEnd, TiltMin, TiltMax;  // degrees
+  double PanStep, TiltStep;        // degrees: the coarser of what camera and driver know
+};
+
+class ToshibaSimulated : public testing::TestWithParam<Model> {
+ protected:
+  void SetUp() override {
+    Camera.emplace(ptzsim::Toshiba::Options{.Model = GetParam().Name, .Clock = ptzsim::ClockKind::Manual});
+    Driver = CreateDriver(GetParam().ProgID);
+    PropertyBag options;
+    options.WriteProperty("Address", Camera->Addresses().at(0));
+    ASSERT_TRUE(Driver->Connect(options.Contents()));
+  }
+  void TearDown() override {
+    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
+    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
+  }
+  void ExpectAt(double pan, double tilt) {
+    Camera->Time().Advance(60s);
+    const auto& row = GetParam();
+    const auto head = Camera->Head();
+    // Half a step, and what its scale is rounded by.
+    EXPECT_NEAR(head.Pan, pan, row.PanStep * 0.53);
+    EXPECT_NEAR(head.Tilt, tilt, row.TiltStep * 0.53);
+    EXPECT_NEAR(Driver->Pan(), head.Pan, row.PanStep * 0.53);
+    EXPECT_NEAR(Driver->Tilt(), head.Tilt, row.TiltStep * 0.53);
+  }
+  bool Grid() const { return Driver->Capabilities() == (CapabilityPan | CapabilityTilt); }
+
+  std::optional<ptzsim::Toshiba> Camera;
+  std::unique_ptr<PTZDevice> Driver;
+};
+
+INSTANTIATE_TEST_SUITE_P(All, ToshibaSimulated,
+                         testing::Values(Model{"QVPTZ.Toshiba", "IK-WB01", 56, -49, 5, 7, 5.4},
+                                         Model{"QVPTZ.Toshiba", "IK-WB11", 56, -49, 5, 7, 5.4},
+                                         Model{"QVPTZ.Toshiba2", "IK-WB15", 175, -90, 30, 1, 1},
+                                         Model{"QVPTZ.Toshiba2", "IK-WB21", 175, -90, 30, 1, 1}),
+                         [](const auto& row) { return std::string(row.param.Name).substr(3); });
+
+TEST_P(ToshibaSimulated, GoesWhereItIsSent) {
+  const auto& row = GetParam();
+  ExpectAt(Camera->Head().Pan, Camera->Head().Tilt);  // known from the start
+  const auto zoom = Camera->Head().Zoom;
+  for (float pan = -row.PanEnd; pan <= row.PanEnd; pan += row.PanEnd / 14)
+    for (const float tilt : {row.TiltMin, row.TiltMin / 3, -1.0F, 0.0F, row.TiltMax}) {
+      EXPECT_EQ(Driver->MoveTo(pan, tilt), Grid());
+      ExpectAt(pan, tilt);
+    }
+  EXPECT_EQ(Driver->MoveBoth(-14, -27), Grid());
+  ExpectAt(row.PanEnd - 14, row.TiltMax - 27);
+  EXPECT_EQ(Driver->Move(DirectionUpLeft, 21), Grid());
+  ExpectAt(row.PanEnd - 35, row.TiltMax - 6);
+  EXPECT_FALSE(Driver->Home() || Driver->PresetGoto(2));
+  EXPECT_EQ(Camera->Head().Zoom, zoom);
+
+  EXPECT_EQ(Driver->MoveTo(row.PanEnd + 100, row.TiltMin - 100), Grid());
+  if (Grid()) return ExpectAt(row.PanEnd, row.TiltMin);
+  Camera->Time().Advance(60s);
+  EXPECT_NEAR(Camera->Head().Pan, row.PanEnd - 35, row.PanStep) << "refused";
+  EXPECT_EQ(Driver->Pan(), row.PanEnd + 100) << "and not noticed";
+}
+
+TEST_P(ToshibaSimulated, ZoomsWhereItCan) {
+  const auto before = Camera->Head();
+  EXPECT_EQ(Driver->Zoom(ZoomIn), !Grid());
+  Camera->Time().Advance(60s);
+  EXPECT_EQ(Camera->Head().Zoom > before.Zoom, !Grid());
+  EXPECT_EQ(Driver->Zoom(ZoomOut), !Grid());
+  Camera->Time().Advance(60s);
+  EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
+  if (Grid()) return;
+  EXPECT_EQ(Camera->Head().Presets.at(64), "Car park");
+  Driver->MoveTo(0, 0);
+  EXPECT_EQ(Camera->Head().Presets.at(64), "Quorvane") << "the preset that moves go through";
+}
+
+}  // namespace
+}  // namespace ptzd
