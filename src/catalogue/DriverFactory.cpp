@@ -10,6 +10,9 @@
 #include "drivers/Elmo.h"
 #include "drivers/Elmo4.h"
 #include "drivers/Elmo402.h"
+#include "drivers/Foscam.h"
+#include "drivers/FoscamHD.h"
+#include "drivers/Grandeye.h"
 #include "drivers/Pelco.h"
 #include "drivers/Quorvane.h"
 #include "drivers/Sanyo.h"
@@ -37,6 +40,9 @@ constexpr DriverClass Classes[] = {
     Row<Elmo>("QVPTZ.Elmo"),
     Row<Elmo4>("QVPTZ.Elmo4"),
     Row<Elmo402>("QVPTZ.Elmo402"),
+    Row<Foscam>("QVPTZ.Foscam"),
+    Row<FoscamHD>("QVPTZ.FoscamHD"),
+    Row<Grandeye>("QVPTZ.Grandeye"),
     Row<Pelco>("QVPTZ.Pelco"),
     Row<Quorvane>("QVPTZ.Quorvane"),
     Row<Sanyo>("QVPTZ.Sanyo"),

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "contract/DriverData.h"
+#include "contract/HTTPDriver.h"
+#include "contract/PTZDevice.h"
+#include "contract/PositionAge.h"
+
+namespace ptzd {
+
+/// Grandeye cameras (`QVPTZ.Grandeye`), whose heads are views of one fixed picture, over their HTTP
+/// interface.
+///
+/// Options: Address; Port, the view, 1 and up (0, the default: the only or first one).
+///
+/// `Connect` asks for the position, and answers True also where nobody tells it. An empty address makes it
+/// answer False; nothing raises for the camera's sake. Moves are absolute and in whole degrees: tilt is
+/// clamped to -45 to 45, pan goes around. Zoom moves in fixed steps and answers True while connected. There
+/// is no preset, home, iris or focus.
+///
+/// The position is read at most every 5 seconds, and anew after a zoom or `SetPanTilt`; a reading that fails
+/// keeps it. `Pan` and `Tilt` need no connection. They raise 6 where the camera tells a number that does not
+/// fit, as moves do, which read the position too.
+class Grandeye final : public PTZDevice, private HTTPDriver {
+ public:
+  static const DriverData Data;
+
+  explicit Grandeye(const Platform& platform = {});
+
+  ptzd::Capabilities Capabilities() override;
+  bool Connect(std::span<const std::uint8_t> options) override;
+  bool Connected() override { return Connected_; }
+  float Pan() override;
+  float Tilt() override;
+
+  bool Move(Directions direction, float angle) override;
+  bool MoveTo(float pan, float tilt) override;
+  bool MoveBoth(float panAngle, float tiltAngle) override;
+  bool Zoom(Zooms zoomLevel) override;
+  /// Has the position read anew before it is used next.
+  void SetPanTilt(float pan, float tilt) override;
+  Variant Disconnect() override;
+
+ private:
+  struct Position {
+    float Pan = 0, Tilt = 0;  // degrees
+    float Zoom = 0;           // steps of the camera, in quarters
+
+    void Read(std::string_view reply, const std::string& view);
+  };
+
+  bool SendCommand(std::string_view command);
+  bool AbsoluteMove(double targetPan, double targetTilt);
+  void RefreshPosition();
+  void QueryPosition();
+  std::string QueriedView() const;
+
+  Position Position_;
+  PositionAge PositionAge_;
+};
+
+}  // namespace ptzd
