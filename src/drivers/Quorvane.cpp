@@ -89,7 +89,7 @@ std::optional<std::string> Quorvane::LookUpFeed(const std::string& feed) {
     const auto name = child.Attribute("name");
     LogMessage("Comparing against " + name.value_or(""));
     if (!name || LowerCase(*name) != wanted) continue;
-    const auto id = child.Attribute("id");
+    auto id = child.Attribute("id");
     LogMessage("Found " + id.value_or(""));
     return id;
   }

@@ -16,7 +16,6 @@ namespace ptzd {
 namespace {
 
 using test::ErrorOf;
-using test::NumberOf;
 
 class Announced final : public DriverAnnouncements {
  public:
