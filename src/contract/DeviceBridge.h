@@ -9,7 +9,7 @@ namespace ptzd {
 /// class can override both. These bases give each interface's three members a name of their own.
 class PTZDeviceBridge : public PTZDevice {
  public:
-  bool Move(Directions direction, float angle) final { return DeviceMove(direction, angle); }
+  bool Move(Directions direction, float angle = 5) final { return DeviceMove(direction, angle); }
   bool MoveBoth(float panAngle, float tiltAngle) final { return DeviceMoveBoth(panAngle, tiltAngle); }
   Variant Disconnect() final { return DeviceDisconnect(); }
 
