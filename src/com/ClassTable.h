@@ -6,6 +6,7 @@
 #include <string>
 
 #include "com/ComPtr.h"
+#include "platform/Platform.h"
 
 namespace ptzd::com {
 
@@ -13,7 +14,8 @@ namespace ptzd::com {
 struct CreatableClass {
   const GUID& Identifier;
   const char* Name;  ///< the ProgID without the library's name: "Axis"
-  ComPtr<IUnknown> (*Create)(const CreatableClass& row);
+  /// Only drivers use the platform.
+  ComPtr<IUnknown> (*Create)(const CreatableClass& row, const Platform& platform);
 
   std::string ProgID() const { return std::string("QVPTZ.") + Name; }
 };

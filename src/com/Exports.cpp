@@ -37,7 +37,7 @@ class ClassFactory final : public IClassFactory {
     *object = nullptr;
     if (outer) return CLASS_E_NOAGGREGATION;
     try {
-      return Row_.Create(Row_)->QueryInterface(iid, object);
+      return Row_.Create(Row_, {})->QueryInterface(iid, object);
     } catch (...) {
       return ReportException(Row_.ProgID());
     }

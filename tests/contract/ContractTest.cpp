@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
 #include "contract/PTZErrors.h"
 #include "contract/PTZMoveInImage.h"
-#include "contract/PTZNamedPresets.h"
-#include "contract/PTZOptions.h"
 #include "contract/PropertyBag.h"
+#include "contract/Subject.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"
@@ -63,7 +59,9 @@ TEST(PTZOption, InitOnce) {
 class EveryDriver : public testing::TestWithParam<DriverClass> {
  protected:
   void SetUp() override {
-    Driver = GetParam().Create({.internet = &Internet, .clock = &Clock, .sockets = &Sockets});
+    Held = test::CreateSubject(GetParam(), {.internet = &Internet, .clock = &Clock, .sockets = &Sockets});
+    Driver = Held.Device;
+    ASSERT_NE(Driver, nullptr);
     Internet.Answer = [](const auto&) { return test::FakeReply{.Answers = false}; };
     Sockets.ConnectError = 10061;
     Ports.Line.Plugged = false;
@@ -110,14 +108,14 @@ class EveryDriver : public testing::TestWithParam<DriverClass> {
     EXPECT_NO_THROW(Driver->Tilt());
     EXPECT_NO_THROW(Driver->SetPanTilt(1, 2));
     EXPECT_GE(Driver->PresetCount(), 0);
-    if (auto* device2 = dynamic_cast<PTZDevice2*>(Driver.get())) {
+    if (auto* device2 = Held.Device2) {
       device2->Move(DirectionDown);
       device2->MoveTo(1, 2, 3);
       device2->ZoomTo(1);
       EXPECT_NO_THROW(device2->ZoomLevel());
       EXPECT_EQ(device2->Capabilities(), Driver->Capabilities());
     }
-    if (auto* continuous = dynamic_cast<PTZContinuousControl*>(Driver.get())) {
+    if (auto* continuous = Held.Continuous) {
       EXPECT_EQ(NumberOf([&] { continuous->ContinuousMove(1, 1); }), ErrorWithoutConnection());
       EXPECT_EQ(NumberOf([&] { continuous->StopContinuous(); }), ErrorWithoutConnection());
     }
@@ -127,7 +125,8 @@ class EveryDriver : public testing::TestWithParam<DriverClass> {
   FakeClock Clock;
   test::FakeSockets Sockets{Clock};
   test::FakeSerialPorts Ports{Clock};
-  std::unique_ptr<PTZDevice> Driver;
+  test::Subject Held;
+  PTZDevice* Driver = nullptr;
   bool HasBeenConnected = false;  // or was tried to
 };
 
@@ -212,7 +211,7 @@ TEST_P(EveryDriver, AnswersAsItsDataSaysWhileConnected) {
 }
 
 TEST_P(EveryDriver, DescribesItsOptionsAnewEachTime) {
-  auto* options = dynamic_cast<PTZOptions*>(Driver.get());
+  auto* options = Held.Options;
   // A collection without any descriptor needs no flag.
   EXPECT_EQ(options != nullptr && options->Count() != 0,
             (Driver->Capabilities() & CapabilityExtendedOptions) != 0);

@@ -1,0 +1,29 @@
+#include "com/SanyoAdaptor.h"
+
+#include "drivers/Sanyo.h"
+
+namespace ptzd::com {
+
+namespace {
+
+class SanyoAdaptor final : public Adaptor<::_Sanyo> {
+ public:
+  SanyoAdaptor(Object& object, ptzd::Sanyo& camera, const std::vector<Dispatcher::Part>& others)
+      : Adaptor(object, __uuidof(::_Sanyo), others), Camera_(camera) {}
+
+  HRESULT STDMETHODCALLTYPE SendOpeCmd(LONG Command, BSTR Parameters, VARIANT_BOOL* Result) override {
+    return Answer(Result, [&] { return Camera_.SendOpeCmd(Command, Utf8(Parameters)); });
+  }
+
+ private:
+  ptzd::Sanyo& Camera_;
+};
+
+}  // namespace
+
+std::shared_ptr<IDispatch> OwnSanyo(Object& object, ptzd::PTZDevice& core,
+                                    const std::vector<Dispatcher::Part>& others) {
+  return std::make_shared<SanyoAdaptor>(object, dynamic_cast<ptzd::Sanyo&>(core), others);
+}
+
+}  // namespace ptzd::com

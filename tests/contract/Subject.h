@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZDevice.h"
+#include "contract/PTZDevice2.h"
+#include "contract/PTZNamedPresets.h"
+#include "contract/PTZOptions.h"
+
+namespace ptzd::test {
+
+/// A driver as its host holds it; interfaces that it lacks are null.
+struct Subject {
+  std::shared_ptr<void> Owner;
+  PTZDevice* Device = nullptr;
+  PTZDevice2* Device2 = nullptr;
+  PTZContinuousControl* Continuous = nullptr;
+  PTZOptions* Options = nullptr;
+  PTZNamedPresets* NamedPresets = nullptr;
+};
+
+/// The driver itself, or what a COM host has of it, as the program is linked.
+Subject CreateSubject(const DriverClass& driver, const Platform& platform);
+
+}  // namespace ptzd::test
