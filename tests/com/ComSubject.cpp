@@ -8,6 +8,7 @@
 #include "com/ClassTable.h"
 #include "com/Contract.h"
 #include "com/Host.h"
+#include "com/Values.h"
 #include "common/Error.h"
 #include "contract/Subject.h"
 
@@ -179,6 +180,17 @@ PTZOption Copy(::_PTZOption& option) {
   return copy;
 }
 
+template <class Interface, class Visit>
+void ForEach(IUnknown& enumerator, const Visit& visit) {
+  Ref<IEnumVARIANT> items;
+  Check(enumerator.QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(items.Out())));
+  for (Value value; items->Next(1, &value, nullptr) == S_OK; value = {}) {
+    Ref<Interface> item;
+    Check(value.pdispVal->QueryInterface(__uuidof(Interface), reinterpret_cast<void**>(item.Out())));
+    visit(*item.Get());
+  }
+}
+
 class Options final : public PTZOptions {
  public:
   explicit Options(Ref<::_PTZOptions> camera) : Camera_(std::move(camera)) {}
@@ -194,15 +206,10 @@ class Options final : public PTZOptions {
     return Ask<LONG>([&](auto* r) { return Camera_->get_Count(r); });
   }
   std::vector<PTZOption> NewEnum() override {
-    Ref<IUnknown> found;
-    Check(Camera_->get_NewEnum(found.Out()));
-    const auto enumerator = found.As<IEnumVARIANT>();
+    Ref<IUnknown> enumerator;
+    Check(Camera_->get_NewEnum(enumerator.Out()));
     std::vector<PTZOption> options;
-    for (Value value; enumerator->Next(1, &value, nullptr) == S_OK; value = {}) {
-      const Ref<::_PTZOption> option = Ref<IDispatch>(value.pdispVal).As<::_PTZOption>();
-      value.pdispVal->AddRef();  // the reference taken above was the value's
-      options.push_back(Copy(*option.Get()));
-    }
+    ForEach<::_PTZOption>(*enumerator.Get(), [&](auto& option) { options.push_back(Copy(option)); });
     return options;
   }
 
@@ -214,6 +221,25 @@ class NamedPresets final : public PTZNamedPresets {
  public:
   explicit NamedPresets(Ref<::_PTZNamedPresets> camera) : Camera_(std::move(camera)) {}
 
+  std::vector<PTZNamedPreset> GetNamedPresets() override {
+    Ref<IDispatch> collection;
+    Check(Camera_->GetNamedPresets(collection.Out()));
+    Value enumerator;
+    DISPPARAMS none{};
+    Check(collection->Invoke(DISPID_NEWENUM, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none,
+                             &enumerator, nullptr, nullptr));
+    std::vector<PTZNamedPreset> presets;
+    ForEach<::_PTZNamedPreset>(*enumerator.punkVal, [&](auto& preset) {
+      BSTR id = nullptr, name = nullptr;
+      Check(preset.get_ID(&id));
+      Check(preset.get_Name(&name));
+      presets.emplace_back(Ask<LONG>([&](auto* r) { return preset.get_Index(r); }), com::Utf8(id),
+                           com::Utf8(name));
+      SysFreeString(id);
+      SysFreeString(name);
+    });
+    return presets;
+  }
   void GotoNamedPreset(const std::string& id) override {
     auto* text = com::NewBstr(id);
     const auto result = Camera_->GotoNamedPreset(text);

@@ -55,6 +55,38 @@ TEST(PTZOption, InitOnce) {
   EXPECT_EQ(option.Default(), Variant(63));
 }
 
+/// A rule and a position's origin as the support matrix writes them.
+const char* RuleText(MemberRule rule) {
+  switch (rule) {
+    case MemberRule::Nothing:
+      return "nothing";
+    case MemberRule::Outcome:
+    case MemberRule::OutcomeIfConnected:
+      return "outcome";
+    case MemberRule::True:
+    case MemberRule::TrueIfConnected:
+      return "True";
+    case MemberRule::False:
+    case MemberRule::FalseIfConnected:
+      return "False";
+  }
+  return "";
+}
+
+const char* ReadingText(PositionReading reading) {
+  switch (reading) {
+    case PositionReading::Never:
+      return "estimated";
+    case PositionReading::OnConnect:
+      return "read on connecting";
+    case PositionReading::AboveHorizon:
+      return "read above the horizon";
+    case PositionReading::Always:
+      return "read";
+  }
+  return "";
+}
+
 /// Runs over every driver of the build; what they answer differs, and stands in their data.
 class EveryDriver : public testing::TestWithParam<DriverClass> {
  protected:
@@ -184,6 +216,8 @@ TEST_P(EveryDriver, AnswersAsItsDataSaysWhileConnected) {
   options.WriteProperty("Address", std::string("10.0.0.5"));
   options.WriteProperty("COMPort", 1);
   options.WriteProperty("Feed", std::string("3"));
+  for (const auto& [name, rule, call] : BooleanMembers()) RecordProperty(name, RuleText(rule));
+  RecordProperty("position", ReadingText(GetParam().Data->ReadsPosition));
   for (int round = 0; round < 2; ++round) {
     ASSERT_TRUE(Driver->Connect(options.Contents()));
     EXPECT_TRUE(Driver->Connected());
@@ -224,6 +258,7 @@ TEST_P(EveryDriver, DescribesItsOptionsAnewEachTime) {
     EXPECT_EQ(options->Item(i)->Name(), name);
     EXPECT_EQ(options->Item(static_cast<double>(i))->Name(), name) << "scripts count in doubles";
     EXPECT_EQ(options->Item(name)->Description(), all[i].Description());
+    RecordProperty("option " + std::to_string(i), name);
   }
   for (const Variant& unknown :
        {Variant(options->Count()), Variant(-1), Variant(std::string("zoomstep")), Variant()})
