@@ -13,6 +13,8 @@
 #include "drivers/Foscam.h"
 #include "drivers/FoscamHD.h"
 #include "drivers/Grandeye.h"
+#include "drivers/MeritLilin.h"
+#include "drivers/Panogenics.h"
 #include "drivers/Pelco.h"
 #include "drivers/Quorvane.h"
 #include "drivers/Sanyo.h"
@@ -43,6 +45,8 @@ constexpr DriverClass Classes[] = {
     Row<Foscam>("QVPTZ.Foscam"),
     Row<FoscamHD>("QVPTZ.FoscamHD"),
     Row<Grandeye>("QVPTZ.Grandeye"),
+    Row<MeritLilin>("QVPTZ.MeritLilin"),
+    Row<Panogenics>("QVPTZ.Panogenics"),
     Row<Pelco>("QVPTZ.Pelco"),
     Row<Quorvane>("QVPTZ.Quorvane"),
     Row<Sanyo>("QVPTZ.Sanyo"),

@@ -202,6 +202,7 @@ FakeReply AnswerOfAnyMake(const test::SentRequest& request) {
       {"/cgi-bin/list?group=pos", "c_span:9275\r\nc_tilt:832\r\nc_zoom:64\r\n"},
       {"/cgi-bin/set?", "Return:0\r\n"},
       {"/api/wb", "20 OK\r\n"},
+      {"/ptz/ptz.cgi", "PTZ OK"},
   };
   for (const auto& [page, reply] : pages)
     if (request.Object.find(page) != std::string::npos) return {reply};

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <optional>
+
+#include "contract/DeviceBridge.h"
+#include "contract/HTTPDriver.h"
+#include "contract/PositionAge.h"
+
+namespace ptzd {
+
+/// Where a head looks: degrees, pan to the right, tilt upwards; zoom in the driver's own scale.
+struct HeadPosition {
+  float Pan = 0, Tilt = 0, Zoom = 0;
+};
+
+/// The same direction from -180 to 180 degrees; half a turn stays on its side. Raises 6 for NaN, infinity and
+/// angles beyond 32 bits.
+float WithinHalfTurn(float angle);
+
+/// Base of an HTTP driver whose camera tells and takes positions as absolute values. `Pan`, `Tilt` and
+/// `ZoomLevel` answer from a model of the position. Steps ask the camera first, at most every 5 seconds;
+/// targets do not. Nothing needs a connection.
+class AbsoluteDriver : public DualDevice, protected HTTPDriver {
+ public:
+  bool Connected() override { return Connected_; }
+  float Pan() override { return Current_.Pan; }
+  float Tilt() override { return Current_.Tilt; }
+  float ZoomLevel() override { return Current_.Zoom; }
+
+  bool MoveTo(float pan, float tilt) override;
+  void MoveTo(float pan, float tilt, float zoom) override;
+  bool Zoom(Zooms zoomLevel) override;
+  void Zoom(Zooms direction, float amount) override;
+  void ZoomTo(float zoom) override;
+
+ protected:
+  using HTTPDriver::HTTPDriver;
+
+  bool DeviceMove(Directions direction, float angle) override;
+  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
+  Variant DeviceDisconnect() override;
+
+  /// Asks the camera; what it does not tell is taken from the model, nothing where it does not answer.
+  virtual std::optional<HeadPosition> QueryPosition() = 0;
+  /// Sends the head to a target, brought into the camera's range, and keeps the model. Raises 6, with nothing
+  /// sent or kept, for one that does not fit the camera's numbers.
+  virtual bool SetPosition(HeadPosition target) = 0;
+
+  /// Takes the camera's answer for the model. Counts as asked whatever comes of it.
+  void ReadPosition();
+
+  HeadPosition Current_;
+  PositionAge PositionAge_;
+
+ private:
+  bool StepBy(double pan, double tilt, double zoom);
+};
+
+}  // namespace ptzd

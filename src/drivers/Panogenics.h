@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "contract/DriverData.h"
+#include "contract/PTZOptions.h"
+#include "drivers/AbsoluteDriver.h"
+
+namespace ptzd {
+
+/// Panogenics cameras (`QVPTZ.Panogenics`), whose heads are views of one picture, over their HTTP interface.
+///
+/// Options: Address; Port, the view, 1 and up (0, the default: view 1; any other is asked for as told);
+/// LinkViews, True (the default) to move a high-resolution view, 1 to 4, together with its low-resolution
+/// twin, 5 to 8. They are read by `Connect`, the address by every request.
+///
+/// `Connect` raises 17001 without an address and, without a text of its own, where the camera does not
+/// answer; 13 or 6 where Port or LinkViews is not of its kind. Moves answer whether the camera obeyed, the
+/// twin included; the position counts as reached all the same. Presets answer whether there was any reply.
+///
+/// Pan goes around and is kept from -180 to 180; tilt is sent as told and stops at the camera's ends; zoom is
+/// kept from 0, the widest, to 10 (500 in the camera). The camera takes whole degrees and whole fiftieths of
+/// a zoom unit, while the position keeps the fractions. The position is read on connecting and then before a
+/// step (`Move`, `MoveBoth`, `Zoom`), at most every 5 seconds. Steps raise 6 where the camera tells a number
+/// that does not fit, and keep the position. There are 8 numbered presets. Nothing needs a connection.
+class Panogenics final : public AbsoluteDriver, public TabledOptions {
+ public:
+  static const DriverData Data;
+
+  explicit Panogenics(const Platform& platform = {});
+
+  ptzd::Capabilities Capabilities() override;
+  bool Connect(std::span<const std::uint8_t> options) override;
+
+  std::int32_t PresetCount() override;
+  /// Raise 6 for a preset number that leaves no room for the camera's, which is one more.
+  bool PresetGoto(std::int32_t preset) override;
+  bool PresetSave(std::int32_t preset) override;
+
+ private:
+  std::optional<HeadPosition> QueryPosition() override;
+  bool SetPosition(HeadPosition target) override;
+  std::span<const OptionRow> OptionTable() const override;
+
+  std::optional<std::string> Fetch(const std::string& page, std::int32_t view,
+                                   const std::string& parameters = {});
+  bool SendCommand(const std::string& parameters);
+
+  std::int32_t View_ = 1;
+  bool LinkViews_ = false;
+};
+
+}  // namespace ptzd

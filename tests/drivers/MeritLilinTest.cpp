@@ -1,0 +1,299 @@
+#include "drivers/MeritLilin.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <set>
+
+#include "common/Logging.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+#include "support/FakeInternet.h"
+
+namespace ptzd {
+namespace {
+
+using test::ErrorOf;
+using test::FakeReply;
+using test::NumberOf;
+
+constexpr const char* Position =
+    "autopan=0\npanposdegree=200\ntiltposdegree=7\nzoomposdegree=6.5\nfocuspos=67\n";
+constexpr const char* Query = "/control?cmd=getallposdegree";
+
+/// Pan, tilt and zoom as the driver tells them.
+using Model = std::array<float, 3>;
+
+class MeritLilinTest : public testing::Test {
+ protected:
+  void Connect(PropertyBag options = {}) {
+    options.WriteProperty("Address", std::string("camera1"));
+    Net.Replies = {FakeReply{"<html>"}, FakeReply{Position}};
+    ASSERT_TRUE(Device2.Connect(options.Contents()));
+    EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
+    Net.Sent.clear();
+  }
+  Model Now() { return {Device.Pan(), Device2.Tilt(), Device2.ZoomLevel()}; }
+  std::string Sent() { return Net.TakeSent(); }
+  static std::string Command(const char* pan, const char* tilt, const char* zoom) {
+    return std::string("/control?panposdegree=") + pan + "&tiltposdegree=" + tilt + "&zoomposdegree=" + zoom;
+  }
+
+  test::FakeInternet Net;
+  test::FakeClock Time{0x7FFFFFFF - 2000};  // the tick count wraps while a position is good
+  MeritLilin Camera{{.internet = &Net, .clock = &Time}};
+  PTZDevice& Device = Camera;
+  PTZDevice2& Device2 = Camera;
+};
+
+TEST_F(MeritLilinTest, ConnectsAndFailsTo) {
+  struct Row {
+    const char* address;
+    Variant port;
+    FakeReply probe;
+    const char* error;
+    const char* sent;
+  };
+  const Row rows[] = {
+      {"", 0, {}, "17003 No address specified", ""},
+      {"camera1", 0, {.Answers = false}, "17001 Unable to connect to the device.", "/"},
+      {"camera1", 70000, {}, "6 Overflow", "/"},
+      {"camera1", std::string("two"), {}, "13 Type mismatch", "/"},
+      {"camera1", -2, {"", "HTTP/1.1 404 Not Found"}, "", "/\n/control?camid=-2&cmd=getallposdegree"},
+      {"camera1", 0, {}, "", "/\n/control?cmd=getallposdegree"},
+  };
+  EXPECT_FALSE(Device.MoveTo(1, 2)) << "there is no camera yet";
+  EXPECT_EQ(Now(), (Model{0, 0, 0}));
+  for (const auto& row : rows) {
+    PropertyBag options;
+    if (*row.address) options.WriteProperty("Address", std::string(row.address));
+    options.WriteProperty("Port", row.port);
+    Net.Replies = {row.probe};
+    const auto error = ErrorOf([&] { Device.Connect(options.Contents()); });
+    EXPECT_EQ(error.substr(0, std::string(row.error).size()), row.error);
+    EXPECT_EQ(error.empty(), *row.error == 0) << error;
+    EXPECT_EQ(Device.Connected(), *row.error == 0) << row.error;
+    EXPECT_EQ(Sent(), row.sent) << row.error;
+  }
+  EXPECT_EQ(Device.Capabilities(), 4391871);
+  EXPECT_EQ(Camera.Count(), 0);
+  EXPECT_EQ(Device.Disconnect(), Variant());
+  EXPECT_TRUE(Device.MoveTo(1, 2)) << "needs no connection";
+}
+
+TEST_F(MeritLilinTest, Targets) {
+  struct Row {
+    Model target;
+    const char *pan, *tilt, *zoom;  // as sent
+    float panAfter, zoomAfter;
+    const char* fault;
+  };
+  const Row rows[] = {
+      {{-190, 10, 3}, "350", "-10", "13", 170, 3, "goes around, and tilts up by less"},
+      {{180, 0, 0}, "0", "0", "1", -180, 0, "180 is -180"},
+      {{-540, 0.5F, 0.1F}, "0", "0", "1.4", -180, 0.1F, "never -0; the text of a single"},
+      {{-180, -30, 0}, "0", "30", "1", -180, 0, "the lower end is in range"},
+      {{179.5F, -0.5F, -1}, "359", "1", "1", 179.5F, 0, "rounds down on both axes; no negative zoom"},
+      {{-0.25F, 0, 1e7F}, "179", "0", "4E+07", -0.25F, 1e7F, "zoom has no upper end"},
+      {{720000192, 0, 0}, "12", "0", "1", -168, 0, "two million turns"},
+  };
+  Connect();
+  for (const auto& row : rows) {
+    Device2.MoveTo(row.target[0], row.target[1], row.target[2]);
+    EXPECT_EQ(Sent(), Command(row.pan, row.tilt, row.zoom)) << row.fault;
+    EXPECT_EQ(Now(), (Model{row.panAfter, row.target[1], row.zoomAfter})) << row.fault;
+  }
+}
+
+TEST_F(MeritLilinTest, Steps) {
+  Connect();
+  EXPECT_TRUE(Device.Move(DirectionUpLeft, 5));
+  EXPECT_TRUE(Device.Move(static_cast<Directions>(15), 2.5F)) << "left before right, up before down";
+  EXPECT_TRUE(Device.Move(DirectionDownRight, 1)) << "from the fractions, not from what was sent";
+  EXPECT_TRUE(Device.Move(static_cast<Directions>(64), 5)) << "no direction, sent all the same";
+  EXPECT_TRUE(Device.MoveBoth(-200, 1));
+  EXPECT_TRUE(Device.Zoom(ZoomIn) && Device.Zoom(ZoomOut) && Device.Zoom(static_cast<Zooms>(3)));
+  EXPECT_EQ(Sent(), Command("195", "2", "6.5") + "\n" + Command("192", "0", "6.5") + "\n" +
+                        Command("193", "1", "6.5") + "\n" + Command("193", "1", "6.5") + "\n" +
+                        Command("353", "0", "6.5") + "\n" + Command("353", "0", "7.5") + "\n" +
+                        Command("353", "0", "6.5") + "\n" + Command("353", "0", "6.5"));
+  EXPECT_EQ(Now(), (Model{173.5F, 0.5F, 1.375F}));
+  Device2.Zoom(ZoomIn, 0.5F);
+  Device2.Zoom(ZoomOut, 5);
+  Device2.ZoomTo(2);
+  Device2.Move(DirectionDown, 1);
+  Device2.MoveBoth(1, 1);
+  EXPECT_TRUE(Device.MoveTo(1, 2)) << "keeps the zoom";
+  EXPECT_EQ(Sent(), Command("353", "0", "8.5") + "\n" + Command("353", "0", "1") + "\n" +
+                        Command("353", "0", "9") + "\n" + Command("353", "1", "9") + "\n" +
+                        Command("354", "0", "9") + "\n" + Command("181", "-2", "9"));
+}
+
+TEST_F(MeritLilinTest, AMoveThatFailsKeepsThePosition) {
+  Connect();
+  Net.Replies = {FakeReply{.Answers = false}};
+  EXPECT_FALSE(Device.MoveTo(100, 20));
+  EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
+  Sent();
+  for (const float amount : {std::nanf(""), INFINITY, 3e9F, -3e9F}) {
+    EXPECT_EQ(NumberOf([&] { Device.MoveTo(amount, 0); }), 6) << amount;
+    EXPECT_EQ(NumberOf([&] { Device.MoveBoth(0, amount); }), 6) << amount;
+  }
+  for (const float zoom : {std::nanf(""), INFINITY, 3e38F})
+    EXPECT_EQ(NumberOf([&] { Device2.ZoomTo(zoom); }), 6) << zoom;
+  EXPECT_EQ(Sent(), "");
+  EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
+}
+
+TEST_F(MeritLilinTest, StepsAskForAPositionThatIsFiveSecondsOld) {
+  Connect();
+  Time.Advance(4999);
+  Device.MoveBoth(1, 0);
+  EXPECT_EQ(Sent(), Command("201", "7", "6.5"));
+  Time.Advance(1);
+  Device.MoveTo(30, 0);
+  Device2.ZoomTo(1);
+  EXPECT_EQ(Sent(), Command("210", "0", "6.5") + "\n" + Command("210", "0", "5")) << "targets ask nothing";
+  Net.Replies = {FakeReply{.Answers = false}};
+  Device.Move(DirectionRight, 1);
+  Device.Zoom(ZoomIn);
+  EXPECT_EQ(Sent(), std::string(Query) + "\n" + Command("211", "0", "5") + "\n" + Command("211", "0", "6"))
+      << "a failed reading counts as one and changes nothing";
+  Time.Advance(5000);
+  Net.Replies = {FakeReply{"panposdegree=90\ntiltposdegree=-3\nzoomposdegree=2\n"}};
+  Device2.Zoom(ZoomIn, 1);
+  EXPECT_EQ(Sent(), std::string(Query) + "\n" + Command("90", "-3", "6"));
+}
+
+TEST_F(MeritLilinTest, PositionReplies) {
+  struct Row {
+    const char* reply;
+    Model after;
+    const char* fault;
+    std::int32_t error = 0;
+  };
+  const Row rows[] = {
+      {"panposdegree=0\n", {-180, -7, 1.375F}, "rows that are not there keep theirs"},
+      {"panposdegree=350\r\ntiltposdegree=-12\r\nzoomposdegree=21\r\n", {170, 12, 5}, "foreign line ends"},
+      {"PanPosDegree=1\nxpanposdegree=2\npanposdegree =3\n panposdegree=4\n",
+       {20, -7, 1.375F},
+       "keys compare exactly"},
+      {"panposdegree=20=30", {-160, -7, 1.375F}, "a second separator ends the value"},
+      {"panposdegree", {-180, -7, 1.375F}, "no number is 0"},
+      {"OK\n", {20, -7, 1.375F}, ""},
+      {"panposdegree=1\ntiltposdegree=1e39\n", {20, -7, 1.375F}, "an overflow keeps it all", 6},
+      {"tiltposdegree=1\nzoomposdegree=1e400\n", {20, -7, 1.375F}, "also of a double", 6},
+  };
+  for (const auto& row : rows) {
+    Connect();
+    Time.Advance(5000);
+    Net.Replies = {FakeReply{row.reply}};
+    EXPECT_EQ(NumberOf([&] { Device.MoveBoth(0, 0); }), row.error) << row.fault;
+    EXPECT_EQ(Net.Sent.size(), row.error ? 1U : 2U) << "nothing moves on a 6";
+    EXPECT_EQ(Now(), row.after) << row.reply;
+  }
+
+  const std::string good = "panposdegree=300\ntiltposdegree=-45\nzoomposdegree=13.5";
+  const std::set<float> pans = {20, -180, -177, -150, 120}, tilts = {-7, 0, 4, 45},
+                        zooms = {1.375F, -0.25F, 0, 3, 3.125F};
+  for (std::size_t length = 0; length <= good.size(); ++length) {
+    Connect();
+    Time.Advance(5000);
+    Net.Replies = {FakeReply{good.substr(0, length)}, FakeReply{.Answers = false}};
+    Device.MoveBoth(0, 0);
+    EXPECT_TRUE(pans.contains(Device.Pan()) && tilts.contains(Device.Tilt()) &&
+                zooms.contains(Device2.ZoomLevel()))
+        << good.substr(0, length);
+  }
+  for (std::size_t at = 0; at < std::string("panposdegree").size(); ++at) {
+    Connect();
+    Time.Advance(5000);
+    auto flipped = good;
+    flipped[at] ^= 1;
+    Net.Replies = {FakeReply{flipped}, FakeReply{.Answers = false}};
+    Device.MoveBoth(0, 0);
+    EXPECT_EQ(Now(), (Model{20, 45, 3.125F}));
+  }
+}
+
+TEST_F(MeritLilinTest, EveryPageNamesTheCamera) {
+  PropertyBag options;
+  options.WriteProperty("Port", 2);
+  Connect(options);
+  EXPECT_EQ(Device.PresetCount(), 128);
+  EXPECT_TRUE(Device.PresetSave(0) && Device.PresetGoto(127));
+  EXPECT_TRUE(Device.Iris(IrisAuto) && Device.Iris(IrisOpen) && Device.Iris(IrisClose));
+  EXPECT_TRUE(Device.Focus(FocusAuto) && Device.Focus(FocusNear) && Device.Focus(FocusFar));
+  EXPECT_TRUE(Device.MoveTo(0, 0));
+  Camera.StopContinuous();
+  EXPECT_EQ(Sent(),
+            "/ptzpreset?camid=2&set_preset=0\n/ptzpreset?camid=2&goto_preset=127\n"
+            "/camera?camid=2&autoiris=1\n/camera?camid=2&iris=1\n/camera?camid=2&iris=-1\n"
+            "/camera?camid=2&autofocus=1\n/camera?camid=2&focus=-1\n/camera?camid=2&focus=1\n"
+            "/control?camid=2&panposdegree=180&tiltposdegree=0&zoomposdegree=6.5\n"
+            "/control?camid=2&stop=1\n/control?camid=2&zoom_stop=1");
+  EXPECT_FALSE(Device.Iris(static_cast<Iris>(3)) || Device.Focus(static_cast<Focus>(-1)) || Device.Home());
+  Device.SetPanTilt(50, 50);
+  EXPECT_EQ(Sent(), "");
+  EXPECT_EQ(Now(), (Model{0, 0, 1.375F}));
+}
+
+TEST_F(MeritLilinTest, ContinuousControlRepeatsOnlyStops) {
+  struct Row {
+    std::function<void(PTZContinuousControl&)> move;
+    const char* sent;
+    const char* fault;
+  };
+  const Row rows[] = {
+      {[](auto& c) { c.ContinuousMove(10, 0); }, "/control?rpan=4&rtilt=0", ""},
+      {[](auto& c) { c.ContinuousMove(10.5F, 0); }, "", "4.2 is the same 4"},
+      {[](auto& c) { c.ContinuousZoom(3); }, "/control?rzoom=-1", "in is negative"},
+      {[](auto& c) { c.ContinuousMove(10, 0); }, "", "a zoom between is another motion"},
+      {[](auto& c) { c.ContinuousMove(-1, 0.4F); }, "/control?rpan=-1&rtilt=0", "towards minus infinity"},
+      {[](auto& c) { c.ContinuousMove(20, -20); }, "/control?rpan=8&rtilt=-8", ""},
+      {[](auto& c) { c.ContinuousMove(2.5e7F, 0); }, "/control?rpan=1E+07&rtilt=0", "the text of a single"},
+      {[](auto& c) { c.ContinuousZoom(-3); }, "/control?rzoom=2", "rounded before the sign is turned"},
+      {[](auto& c) { c.ContinuousZoom(1); }, "/control?rzoom=0", "never -0"},
+      {[](auto& c) { c.ContinuousZoom(0); }, "/control?zoom_stop=1", ""},
+      {[](auto& c) { c.StopContinuous(); }, "/control?stop=1\n/control?zoom_stop=1", "stops are repeated"},
+      {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousMove(0, NAN); }), 6); }, "", ""},
+      {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousZoom(INFINITY); }), 6); }, "", ""},
+  };
+  Connect();
+  for (const auto& row : rows) {
+    row.move(Camera);
+    EXPECT_EQ(Sent(), row.sent) << row.fault;
+  }
+
+  Net.Replies = {FakeReply{"panposdegree=10\n"}};
+  Device.MoveBoth(0, 0);
+  Device.MoveBoth(0, 0);
+  const auto move = Command("10", "7", "6.5");
+  EXPECT_EQ(Sent(), std::string(Query) + "\n" + move + "\n" + move)
+      << "motion makes the position stale, once";
+  Camera.ContinuousZoom(5);
+  Camera.ContinuousZoom(5);
+  Net.Replies = {FakeReply{.Answers = false}};
+  Device.MoveBoth(0, 0);
+  Device.MoveBoth(0, 0);
+  EXPECT_EQ(Sent(), "/control?rzoom=-2\n" + std::string(Query) + "\n" + move + "\n" + move)
+      << "a failed reading is one too";
+}
+
+TEST_F(MeritLilinTest, Logs) {
+  std::string log;
+  Connect();
+  SetLogSink([&](std::string_view line) { log += std::string(line) + "\n"; });
+  Net.Replies = {FakeReply{"OK"}, FakeReply{.Answers = false}};
+  EXPECT_TRUE(Device.Iris(IrisAuto));
+  EXPECT_FALSE(Device.Iris(IrisOpen));
+  SetLogSink({});
+  EXPECT_EQ(log.find("Sending: http://camera1/camera?autoiris=1\nGetting request handles\n"), 0U);
+  EXPECT_NE(log.find("Got all data\nReceived: OK\nSending: http://camera1/camera?iris=1\n"),
+            std::string::npos);
+  EXPECT_TRUE(log.ends_with("Request error 13104, Failed to connect to the HTTP server.\n"));
+}
+
+}  // namespace
+}  // namespace ptzd
