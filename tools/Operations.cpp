@@ -59,6 +59,8 @@ const char* PositionText(PositionReading reading) {
       return "estimated";
     case PositionReading::OnConnect:
       return "read from the camera on connecting, then estimated";
+    case PositionReading::BeforeSteps:
+      return "read from the camera on connecting and before steps, else estimated";
     case PositionReading::AboveHorizon:
       return "read from the camera, of tilts above the horizon";
     case PositionReading::Always:
@@ -87,7 +89,7 @@ std::string TakeRequests(Camera& camera, Outcome& outcome) {
 /// Nothing where the camera could not be asked; each further question would only wait for it again.
 std::optional<Position> ReadPosition(Camera& camera, Outcome& outcome) {
   const auto reading = camera.Driver().Data->ReadsPosition;
-  outcome.PositionIsEstimated = reading == PositionReading::Never || reading == PositionReading::OnConnect;
+  outcome.PositionIsEstimated = reading != PositionReading::Always && reading != PositionReading::AboveHorizon;
   Position position;
   try {
     position.Pan = camera.Device().Pan();

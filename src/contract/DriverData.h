@@ -22,6 +22,7 @@ enum class MemberRule {
 enum class PositionReading {
   Never,
   OnConnect,     ///< once, and works out the rest
+  BeforeSteps,   ///< and before relative moves; `Pan` and `Tilt` do not ask
   AboveHorizon,  ///< always; a tilt below the horizon is read as one far above it
   Always,
 };

@@ -30,7 +30,7 @@ const DriverData Elmo4::Data = {
     .PresetGoto = MemberRule::OutcomeIfConnected,
     .PresetSave = MemberRule::OutcomeIfConnected,
     .Home = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::OnConnect,  // and before steps; `Pan` and `Tilt` never ask
+    .ReadsPosition = PositionReading::BeforeSteps,
 };
 
 Elmo4::Elmo4(const Platform& platform)

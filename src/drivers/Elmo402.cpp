@@ -38,7 +38,7 @@ const DriverData Elmo402::Data = {
     .MoveBoth = MemberRule::OutcomeIfConnected,
     .Zoom = MemberRule::OutcomeIfConnected,
     .Home = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::OnConnect,  // and before steps; `Pan` and `Tilt` never ask
+    .ReadsPosition = PositionReading::BeforeSteps,
 };
 
 Elmo402::Elmo402(const Platform& platform)

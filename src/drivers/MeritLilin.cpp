@@ -44,7 +44,7 @@ const DriverData MeritLilin::Data = {
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
     .DisconnectAnswersTrue = false,
-    .ReadsPosition = PositionReading::OnConnect,
+    .ReadsPosition = PositionReading::BeforeSteps,
     .SharedOptions = SharesAddress | SharesPort,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };

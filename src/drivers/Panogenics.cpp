@@ -49,7 +49,7 @@ const DriverData Panogenics::Data = {
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
     .DisconnectAnswersTrue = false,
-    .ReadsPosition = PositionReading::OnConnect,
+    .ReadsPosition = PositionReading::BeforeSteps,
     .SharedOptions = SharesAddress | SharesPort,
     .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
 };

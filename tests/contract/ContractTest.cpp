@@ -79,6 +79,8 @@ const char* ReadingText(PositionReading reading) {
       return "estimated";
     case PositionReading::OnConnect:
       return "read on connecting";
+    case PositionReading::BeforeSteps:
+      return "read before steps";
     case PositionReading::AboveHorizon:
       return "read above the horizon";
     case PositionReading::Always:
