@@ -15,6 +15,8 @@
 #include "drivers/Grandeye.h"
 #include "drivers/MeritLilin.h"
 #include "drivers/Panogenics.h"
+#include "drivers/Panasonic.h"
+#include "drivers/PanasoniciPro.h"
 #include "drivers/Pelco.h"
 #include "drivers/Quorvane.h"
 #include "drivers/Sanyo.h"
@@ -47,6 +49,8 @@ constexpr DriverClass Classes[] = {
     Row<Grandeye>("QVPTZ.Grandeye"),
     Row<MeritLilin>("QVPTZ.MeritLilin"),
     Row<Panogenics>("QVPTZ.Panogenics"),
+    Row<Panasonic>("QVPTZ.Panasonic"),
+    Row<PanasoniciPro>("QVPTZ.PanasoniciPro"),
     Row<Pelco>("QVPTZ.Pelco"),
     Row<Quorvane>("QVPTZ.Quorvane"),
     Row<Sanyo>("QVPTZ.Sanyo"),

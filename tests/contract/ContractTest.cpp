@@ -197,6 +197,8 @@ FakeReply AnswerOfAnyMake(const test::SentRequest& request) {
        "S1.RelativePan=true\nS1.RelativeTilt=true\nS1.RelativeZoom=true\nS1.RelativeIris=true\n"},
       {"inq=sys", "CGIVersion=3.05&ModelName=SNC-RZ50P&PanTiltFunc=1&ZoomFunc=1&PanTiltMaxVelocity=24\r\n"},
       {"visca-inquiry", "9050000003000000020AFF"},
+      {"/Get?Func=Model", "ModelName:BB-HCM581A\r\nAplFirm:2.30\r\n"},
+      {"/cgi-bin/getinfo", "NAME=WV-SC384\r\n"},
       {"/cgi-bin/sysinfo.cgi", "model=PT7135\r\nptzenabled=3\r\n"},
       {"/liveimg.cgi", "22 bytes of a position"},
       {"/cgi-bin/ctrl?", "OK"},

@@ -1,0 +1,274 @@
+// Panasonic BL-C, BB-HCM and BB-HCE cameras: HTTP GET, accepted by status 200; replies are lines of
+// "Key:value". Angles are hundredths of a degree, those of pan to the left. Older firmware takes no angles
+// and is sent clicks into a picture of 100 pixels per degree instead.
+
+#include "drivers/Panasonic.h"
+
+#include <algorithm>
+
+#include "common/Logging.h"
+#include "common/Numbers.h"
+#include "contract/PTZErrors.h"
+#include "drivers/PanasonicName.h"
+#include "platform/LetterCase.h"
+#include "transport/Split2DModule.h"
+
+namespace ptzd {
+
+namespace {
+
+constexpr RequestStyle Style{
+    .Announcement = "Sending: ",
+    .Completion = "Received: ",
+    .Failure = "",
+    .AcceptsStatus = [](std::string_view code) { return code == "200"; },
+};
+
+constexpr const char* ModelPath = "/Get?Func=Model&Kind=1";
+constexpr const char* PanPath = "/Get?Func=Pan&Kind=1";
+constexpr const char* TiltPath = "/Get?Func=Tilt&Kind=1";
+
+constexpr float LastWithoutAngles = 1.22F;  // firmware
+constexpr std::int32_t DeskTop = 90;        // degrees of tilt that a camera of setup type 0 reaches
+constexpr std::int32_t OtherBottom = -120;  // and one of any other type
+
+constexpr std::int32_t UnitsPerDegree = 100;  // of angles, and pixels of the clicked picture's width
+constexpr double HeightOfWidth = 0.75;
+
+constexpr auto PanTilt = CapabilityPan | CapabilityTilt;
+constexpr auto Brightness = PanTilt | CapabilityIris | CapabilityAutoIris;
+constexpr auto WithZoom = PanTilt | CapabilityZoom;
+constexpr auto WithLens = Brightness | CapabilityZoom | CapabilityFocus | CapabilityAutoFocus2;
+
+std::vector<Row> Rows(std::string_view reply) { return Split2D(reply, "\r\n", ":"); }
+
+/// A name without the letters at its end, which tell markets and colours apart.
+std::string_view TrimLetters(std::string_view name) {
+  while (!name.empty() && name.back() >= 'A' && name.back() <= 'Z') name.remove_suffix(1);
+  return name;
+}
+
+/// What a camera tells of itself.
+struct Identity {
+  std::string Name;
+  float Firmware = 0;
+
+  explicit Identity(std::string_view information) {
+    for (const auto& [field, value] : Rows(information)) {
+      const auto key = LowerCase(field);
+      if (key == "modelname") {
+        const auto name = UpperCaseName(value);
+        LogMessage("Camera model: " + name);
+        Name = TrimLetters(name);
+        LogMessage("Trimmed camera model: " + Name);
+      } else if (key == "aplfirm") {
+        Firmware = ToSingle(Val(value));
+        LogMessage("Camera version: " + Text(Firmware));
+      }
+    }
+  }
+};
+
+std::string AngleCommand(std::int32_t pan, std::int32_t tilt) {
+  return "/nphPtzf?Func=Set&PanAng=" + Text(pan * -UnitsPerDegree) +
+         "&PanAngRate=-1&TiltAng=" + Text(tilt * UnitsPerDegree) + "&TiltAngRate=-1&Sync=1";
+}
+
+/// One coordinate of a click that brings what lies so many degrees off the middle there. The size of the
+/// picture is a single, the pixel a whole number; raises 6 beyond 32 bits.
+std::string Pixel(float pictureSize, double degrees) {
+  return Text(Int(ToSingle(pictureSize / 2.0)) + ToInt32(degrees * UnitsPerDegree));
+}
+
+/// Without a known view the picture has no size, and the click is the bare distance.
+std::string ClickCommand(float viewWidth, double panAngle, double tiltAngle) {
+  const float width = ToSingle(viewWidth * static_cast<double>(UnitsPerDegree));
+  const float height = ToSingle(viewWidth * (UnitsPerDegree * HeightOfWidth));
+  return "/nphControlCamera?Width=" + Text(width) + "&Height=" + Text(height) +
+         "&Direction=Direct&NewPosition.x=" + Pixel(width, panAngle) +
+         "&NewPosition.y=" + Pixel(height, -tiltAngle);
+}
+
+}  // namespace
+
+struct Panasonic::Model {
+  std::string_view Name;
+  ptzd::Capabilities Flags;
+  Range Pan, Tilt;
+  float ViewWidth = 0;      // degrees, horizontally; 0: not known
+  bool ClicksOnly = false;  // takes no angles whatever its firmware
+
+  static const Model* Find(std::string_view name);
+};
+
+const Panasonic::Model* Panasonic::Model::Find(std::string_view name) {
+  static constexpr Model table[] = {
+      {"BL-C10", Brightness, {-50, 50}, {-40, 10}, 44.5F, true},
+      {"BL-C30", Brightness, {-50, 50}, {-40, 10}, 44.5F, true},
+      {"BL-C111", Brightness, {-50, 50}, {-40, 10}, 44.5F},
+      {"BL-C131", Brightness, {-50, 50}, {-40, 10}, 44.5F},
+      {"BB-HCM311", Brightness, {-60, 60}, {-45, 20}, 44.5F},
+      {"BB-HCM331", Brightness, {-60, 60}, {-45, 20}, 44.5F},
+      {"BB-HCM371", Brightness, {-60, 60}, {-45, 20}, 44.5F},
+      {"BB-HCM511", PanTilt, {-60, 60}, {-45, 20}, 44.5F},
+      {"BB-HCM531", PanTilt, {-60, 60}, {-45, 20}, 44.5F},
+      {"BB-HCM515", PanTilt, {-60, 60}, {-45, 20}, 44.5F},
+      {"BB-HCM381", WithLens, {-175, 175}, {-120, 90}, 44},
+      {"BB-HCE481", WithLens, {-175, 175}, {-120, 90}, 44},
+      {"BB-HCM580", WithLens, {-175, 175}, {-120, 90}, 44},
+      {"BB-HCM581", WithLens, {-175, 175}, {-120, 90}, 44},
+      {"BB-HCM527", WithZoom, {-175, 175}, {0, 82}},
+      {"BB-HCM547", WithZoom, {-175, 175}, {0, 82}},
+      {"BB-HCM715", WithZoom, {-52, 52}, {-45, 8}},
+      {"BB-HCM735", WithZoom, {-52, 52}, {-45, 8}},
+      {"BL-C210", PanTilt, {-41, 41}, {-32, 10}},
+      {"BL-C230", PanTilt, {-41, 41}, {-32, 10}},
+      {"BL-VT164", PanTilt, {-41, 41}, {-32, 10}},
+  };
+  const auto* found = std::ranges::find(table, name, &Model::Name);
+  return found == std::end(table) ? nullptr : found;
+}
+
+const DriverData Panasonic::Data = {
+    .Move = MemberRule::OutcomeIfConnected,
+    .MoveTo = MemberRule::OutcomeIfConnected,
+    .MoveBoth = MemberRule::OutcomeIfConnected,
+    .Zoom = MemberRule::OutcomeIfConnected,
+    .Iris = MemberRule::OutcomeIfConnected,
+    .Focus = MemberRule::OutcomeIfConnected,
+    .DisconnectAnswersTrue = true,
+    .ReadsPosition = PositionReading::OnConnect,
+    .SharedOptions = SharesAddress | SharesReset,
+    .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
+};
+
+Panasonic::Panasonic(const Platform& platform) : HTTPDriver(platform, Style) {}
+
+bool Panasonic::Connect(std::span<const std::uint8_t> options) {
+  OpenOptions(options);
+  RequireAddress(Options_, Data);
+
+  const auto information = Request(ModelPath);
+  if (!information) Raise(PTZErrorConnectionFailed, "Unable to get the camera information.");
+  SetUp(*information);
+
+  if (Options_.Boolean("Reset", false)) GoTo(0, 0);
+  Connected_ = true;
+  return true;
+}
+
+void Panasonic::SetUp(std::string_view information) {
+  const Identity camera(information);
+  const auto* model = Model::Find(camera.Name);
+  if (model == nullptr)
+    Raise(PTZErrorUnrecognisedDevice,
+          "The Panasonic " + camera.Name + " is not currently recognised by Quorvane.");
+
+  const bool takesAngles = !model->ClicksOnly && camera.Firmware > LastWithoutAngles;
+  if (takesAngles) LogMessage("Using new API version");
+
+  auto pan = CurrentPan_, tilt = CurrentTilt_;
+  auto tiltLimits = model->Tilt;
+  if (const auto reply = Request(PanPath)) {
+    for (const auto& [key, value] : Rows(*reply))
+      if (LowerCase(key) == "deg") pan = ToInt32(-Val(value) / UnitsPerDegree);
+  }
+  if (const auto reply = Request(TiltPath)) {
+    for (const auto& [field, value] : Rows(*reply)) {
+      const auto key = LowerCase(field);
+      if (key == "deg") tilt = ToInt32(Val(value) / UnitsPerDegree);
+      if (key == "setuptype") {
+        if (Val(value) == 0)
+          tiltLimits.Max = DeskTop;
+        else
+          tiltLimits.Min = OtherBottom;
+      }
+    }
+  }
+
+  Capabilities_ = takesAngles ? model->Flags : model->Flags | CapabilityRelativeControl;
+  PanLimits_ = model->Pan;
+  TiltLimits_ = tiltLimits;
+  ViewWidth_ = model->ViewWidth;
+  TakesAngles_ = takesAngles;
+  CurrentPan_ = pan;
+  CurrentTilt_ = tilt;
+}
+
+bool Panasonic::Move(Directions direction, float angle) {
+  const auto step = StepOf(direction, angle);
+  return Connected_ && Step(step.Pan, step.Tilt);
+}
+
+bool Panasonic::MoveTo(float pan, float tilt) { return Connected_ && GoTo(pan, tilt); }
+
+bool Panasonic::MoveBoth(float panAngle, float tiltAngle) { return Connected_ && Step(panAngle, tiltAngle); }
+
+bool Panasonic::Step(double panAngle, double tiltAngle) {
+  return GoTo(CurrentPan_ + panAngle, CurrentTilt_ + tiltAngle);
+}
+
+bool Panasonic::GoTo(double targetPan, double targetTilt) {
+  const auto roundedPan = ToInt32(targetPan), roundedTilt = ToInt32(targetTilt);
+  const auto pan = std::clamp(roundedPan, PanLimits_.Min, PanLimits_.Max);
+  const auto tilt = std::clamp(roundedTilt, TiltLimits_.Min, TiltLimits_.Max);
+  const double panAngle = static_cast<double>(pan) - CurrentPan_;
+  const double tiltAngle = static_cast<double>(tilt) - CurrentTilt_;
+  if (!Request(TakesAngles_ ? AngleCommand(pan, tilt) : ClickCommand(ViewWidth_, panAngle, tiltAngle)))
+    return false;
+  CurrentPan_ = pan;
+  CurrentTilt_ = tilt;
+  return true;
+}
+
+void Panasonic::SetPanTilt(float pan, float tilt) {
+  if (!Connected_) return;
+  const auto roundedPan = ToInt32(pan), roundedTilt = ToInt32(tilt);
+  CurrentPan_ = std::clamp(roundedPan, PanLimits_.Min, PanLimits_.Max);
+  CurrentTilt_ = std::clamp(roundedTilt, TiltLimits_.Min, TiltLimits_.Max);
+}
+
+bool Panasonic::Zoom(Zooms zoomLevel) {
+  if (!Connected_) return false;
+  switch (zoomLevel) {
+    case ZoomIn:
+      return Request("/Set?Func=Zoom&Kind=0&ZoomMode=4").has_value();
+    case ZoomOut:
+      return Request("/Set?Func=Zoom&Kind=0&ZoomMode=6").has_value();
+  }
+  return false;
+}
+
+bool Panasonic::Iris(ptzd::Iris irisLevel) {
+  if (!Connected_) return false;
+  // Closing restores the default and automatic darkens: crossed, and meant so.
+  switch (irisLevel) {
+    case IrisOpen:
+      return Request("/nphControlCamera?Direction=Brighter").has_value();
+    case IrisClose:
+      return Request("/nphControlCamera?Direction=DefaultBrightness").has_value();
+    case IrisAuto:
+      return Request("/nphControlCamera?Direction=Darker").has_value();
+  }
+  return false;
+}
+
+bool Panasonic::Focus(ptzd::Focus focusLevel) {
+  if (!Connected_) return false;
+  switch (focusLevel) {
+    case FocusNear:
+      return Request("/Set?Func=Focus&Kind=0&FocusMode=4").has_value();
+    case FocusFar:
+      return Request("/Set?Func=Focus&Kind=0&FocusMode=6").has_value();
+    case FocusAuto:
+      return Request("/Set?Func=Focus&Kind=0&FocusMode=5").has_value();
+  }
+  return false;
+}
+
+Variant Panasonic::Disconnect() {
+  Connected_ = false;
+  return true;
+}
+
+}  // namespace ptzd

@@ -1,0 +1,291 @@
+#include "drivers/PanasoniciPro.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+
+#include "common/Logging.h"
+#include "support/Errors.h"
+#include "support/FakeClock.h"
+#include "support/FakeInternet.h"
+#include "support/Garbled.h"
+
+namespace ptzd {
+namespace {
+
+using test::ErrorOf;
+using test::FakeReply;
+using test::NumberOf;
+
+constexpr const char* Position = "PAN=2087&nbsp\r\nTILT=143&nbsp\r\nZOOM=23&nbsp\r\nFOCUS=4711&nbsp\r\n";
+constexpr const char* Inquiry = "/cgi-bin/absget?";
+const FakeReply Refusal{"", "HTTP/1.1 503 Service Unavailable"};
+
+class PanasoniciProTest : public testing::Test {
+ protected:
+  void Connect(const std::string& model, FakeReply position = Refusal, PropertyBag options = {}) {
+    options.WriteProperty("Address", std::string("camera1"));
+    Net.Replies = {{"MAC=0\r\nHOSTNAME=yard\r\nName=" + model + "\r\nNAMES=2\r\n"}, std::move(position)};
+    ASSERT_TRUE(Device.Connect(options.Contents()));
+    Net.Replies.clear();
+    Sent();
+  }
+  std::string Sent() { return Net.TakeSent(); }
+
+  test::FakeInternet Net;
+  test::FakeClock Time;
+  PanasoniciPro Camera{{.internet = &Net, .clock = &Time}};
+  PTZDevice& Device = Camera;
+  PTZDevice2& Device2 = Camera;
+};
+
+TEST_F(PanasoniciProTest, ConnectFailures) {
+  struct Row {
+    std::deque<FakeReply> replies;
+    const char* error;
+  };
+  const char* silent = "17001 Unable to get the camera information.";
+  const char* nameless = "17002 The Panasonic iPro  is not currently recognised by Quorvane.";
+  const Row rows[] = {
+      {{{.Answers = false}}, silent},
+      {{{"NAME=WV-SC384", "HTTP/1.1 401 Unauthorized"}}, silent},
+      {{{""}}, silent},
+      {{{"", "HTTP/1.1 204 No Content"}}, silent},
+      {{{"\r\n"}}, nameless},
+      {{{"TITLE=WV-SC384\r\n"}}, nameless},
+      {{{"NAME=wv-sc999\r\n"}}, "17002 The Panasonic iPro wv-sc999 is not currently recognised by Quorvane."},
+      {{{"NAME=WV-SC384\n"}}, "17002 The Panasonic iPro WV-SC384\n is not currently recognised by Quorvane."},
+      {{{"NAME=WV-SC384"}, {"PAN=10\r\nTILT=4e39\r\n"}}, "6 Overflow"},
+  };
+  PropertyBag options;
+  EXPECT_EQ(ErrorOf([&] { Device.Connect(options.Contents()); }), "17003 No camera address specified.");
+  EXPECT_FALSE(Device.Move(DirectionUp, 5) || Device.MoveBoth(1, 1) || Device.Zoom(ZoomIn))
+      << "without a model there are no limits to move within";
+  options.WriteProperty("Address", std::string("camera1"));
+  for (const auto& row : rows) {
+    Net.Replies = row.replies;
+    EXPECT_EQ(ErrorOf([&] { Device.Connect(options.Contents()); }), row.error);
+    EXPECT_FALSE(Device.Connected());
+    EXPECT_EQ(Device.Pan(), 0) << "of a position that overflows nothing is kept";
+  }
+  for (const auto& bad : test::Garbled("NAME=WV-SC384")) {
+    Net.Replies = {FakeReply{bad}};
+    const auto error = NumberOf([&] { Device.Connect(options.Contents()); });
+    EXPECT_TRUE(error == (bad.empty() ? 17001 : 17002) || Device.Connected()) << bad;
+  }
+  for (const char* option : {"Port", "Reset"}) {
+    auto wrong = options;
+    wrong.WriteProperty(option, std::string("two"));
+    Net.Replies = {{"NAME=WV-SC384"}};
+    EXPECT_EQ(NumberOf([&] { Device.Connect(wrong.Contents()); }), 13) << option;
+  }
+}
+
+TEST_F(PanasoniciProTest, ModelsSetLimitsAndTheWayToCount) {
+  struct Row {
+    std::vector<const char*> models;
+    const char *least, *most, *sides;
+  };
+  const Row rows[] = {
+      {{"WV-NS202", "wv-ns202a", "WV-SC384", "WV-SC385", "WV-SW395"},
+       "pan=0&tilt=900",
+       "pan=3500&tilt=-300",
+       "pan=50&tilt=0"},
+      {{"WV-NS950", "WV-NS954", "WV-NW960", "WV-NW964"},
+       "pan=3590&tilt=900",
+       "pan=10&tilt=-50",
+       "pan=100&tilt=0"},
+      {{"WV-SW396", "WV-SW598", "WV-SC588"}, "pan=3590&tilt=900", "pan=10&tilt=0", "pan=100&tilt=0"},
+      {{"WV-SW174W", "WV-SW175"}, "pan=-475&tilt=-450", "pan=475&tilt=100", "pan=-475&tilt=0"},
+      {{"BL-VT164", "bl-vt164w"}, "pan=-410&tilt=-320", "pan=410&tilt=100", "pan=-410&tilt=0"},
+  };
+  for (const auto& row : rows)
+    for (const std::string model : row.models) {
+      SCOPED_TRACE(model);
+      Connect(model);
+      EXPECT_EQ(Device.Capabilities(), 65671);
+      EXPECT_FALSE(Device.MoveTo(-181, -200));
+      EXPECT_FALSE(Device.MoveTo(181, 200));
+      EXPECT_FALSE(Device.MoveTo(-170, 0)) << "and 0 is never -0";
+      const std::string path = "/cgi-bin/absctrl?";
+      EXPECT_EQ(Sent(), path + row.least + "\n" + path + row.most + "\n" + path + row.sides);
+    }
+}
+
+TEST_F(PanasoniciProTest, ReadsPositions) {
+  struct Row {
+    const char *model, *reply;
+    float pan, tilt, zoom;
+  };
+  for (const auto& [model, reply, pan, tilt, zoom] : {
+           Row{"WV-SC384", Position, 33.7F, -14.3F, 1.25F},
+           Row{"WV-NS950", "pan=0&nbsp;\r\ntilt=0&nbsp;\r\nzoom=10&nbsp;\r\n", -180, 0, 0},
+           Row{"WV-NS950", "Zoom=3\r\nTilt=-50\r\nPan=3600", 180, 5, -0.75F},
+           Row{"BL-VT164", "Pan=-333.0&nbsp;\r\nTilt=-101.5\r\nZoom=11.25&nbsp;\r\n", -33.3F, -10.15F, 0.25F},
+           Row{"BL-VT164", "Pan=-12=5\r\nTilt=&nbsp;\r\nZoom:20\r\n", -1.2F, 0, 0.25F},
+           Row{"WV-SC384", "PAN=10\nTILT=20\n", -174, 0, 0.25F},
+           Row{"WV-SC384", "OK", -174, 0, 0.25F},
+       }) {
+    Connect(model, {reply});
+    EXPECT_EQ(Device.Pan(), pan) << reply;
+    EXPECT_EQ(Device.Tilt(), tilt) << reply;
+    EXPECT_FALSE(std::signbit(Device.Tilt()) && tilt == 0) << reply;
+    EXPECT_EQ(Device2.ZoomLevel(), zoom) << reply;
+  }
+  const std::set<float> spelled = {9,     0,      -0.4F,  -4.1F,  -41.2F, -51.2F,
+                                   -1.2F, -40.2F, -45.2F, -41.3F, -41.6F, -412.6F};
+  for (const auto& bad : test::Garbled("Pan=-412&nbsp;\r\n")) {
+    Connect("BL-VT164", {"Pan=90"});
+    Connect("BL-VT164", {bad});
+    EXPECT_TRUE(spelled.contains(Device.Pan())) << bad << " spells no " << Device.Pan();
+  }
+}
+
+TEST_F(PanasoniciProTest, Moves) {
+  struct Row {
+    std::function<void(PTZDevice&, PTZDevice2&)> move;
+    const char *sent, *fault;
+  };
+  const auto invalid = [](auto&& call) { EXPECT_EQ(NumberOf(call), 6); };
+  const Row rows[] = {
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(DirectionUpLeft)); }, "pan=2037&tilt=93", "5 degrees each"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(DirectionDown, 0.25F)); }, "pan=2087&tilt=145.5",
+       "pan and tilt together"},
+      {[](auto& d, auto&) { d.Move(static_cast<Directions>(15), 1); }, "pan=2077&tilt=133",
+       "left before right, up before down"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Move(static_cast<Directions>(32), 9)); }, "", "no direction: True"},
+      {[](auto&, auto& d) { d.Move(DirectionRight, 2); }, "pan=2107&tilt=143", "the other interface, too"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.MoveBoth(-30, 14.3F)); }, "pan=1787&tilt=0",
+       "signed amounts, no -0"},
+      {[](auto& d, auto&) { EXPECT_FALSE(d.MoveTo(0.00045F, 0)); }, "pan=1750.004&tilt=0",
+       "175.00045 is rounded to a single before it is multiplied; always False"},
+      {[](auto& d, auto&) { d.MoveTo(3e38F, -1e30F); }, "pan=3500&tilt=900", "limits of any target"},
+      {[](auto&, auto& d) { d.MoveTo(10, -10, 2); }, "pan=1850&tilt=100&zoom=30", "all at once"},
+      {[](auto&, auto& d) { d.ZoomTo(1); }, "zoom=20", "only the zoom changes"},
+      {[](auto&, auto& d) { d.ZoomTo(0.1F); }, "zoom=11", "any zoom is sent, in quarters or not"},
+      {[](auto&, auto& d) { d.ZoomTo(1e6F); }, "zoom=1.000001E+07", "the text of a single"},
+      {[](auto&, auto& d) { d.ZoomTo(-2); }, "zoom=10", "no zoom below the widest"},
+      {[](auto& d, auto&) { EXPECT_TRUE(d.Zoom(ZoomIn)); }, "zoom=25", "a quarter"},
+      {[](auto&, auto& d) { d.Zoom(ZoomOut, 0.5F); }, "zoom=17.5", "half out"},
+      {[](auto& d, auto&) { EXPECT_FALSE(d.Zoom(static_cast<Zooms>(3))); }, "", "no zoom direction"},
+      {[&](auto& d, auto&) { invalid([&] { d.MoveTo(NAN, 0); }); }, "", "no number"},
+      {[&](auto& d, auto&) { invalid([&] { d.MoveTo(0, INFINITY); }); }, "", "nor this"},
+      {[&](auto& d, auto&) { invalid([&] { d.Move(DirectionUp, NAN); }); }, "", "of a step"},
+      {[&](auto&, auto& d) { invalid([&] { d.ZoomTo(3e38F); }); }, "", "ten times as much is no single"},
+      {[&](auto&, auto& d) { invalid([&] { d.MoveTo(1, 1, 3e38F); }); }, "", "nor half-way"},
+      {[&](auto&, auto& d) { invalid([&] { d.Zoom(ZoomIn, -INFINITY); }); }, "", "of a zoom step"},
+  };
+  for (const auto& [move, sent, fault] : rows) {
+    Connect("WV-SC384", {Position});
+    move(Camera, Camera);
+    EXPECT_EQ(Sent(), *sent ? "/cgi-bin/absctrl?" + std::string(sent) : "") << fault;
+    EXPECT_TRUE(*sent || Device.Pan() == 33.7F) << fault;
+  }
+  Connect("WV-NS950");
+  Device.MoveTo(190, 0);
+  Device.MoveTo(-1000, 0);
+  Device.MoveTo(180, 0);
+  EXPECT_EQ(Sent(),
+            "/cgi-bin/absctrl?pan=100&tilt=0\n/cgi-bin/absctrl?pan=-4600&tilt=0\n"
+            "/cgi-bin/absctrl?pan=3600&tilt=0")
+      << "one turn at most; the ends are not turned";
+  EXPECT_EQ(NumberOf([&] { Device.MoveTo(3e38F, 0); }), 6);
+  EXPECT_EQ(Sent(), "");
+}
+
+TEST_F(PanasoniciProTest, AsksBeforeStepsAtMostEveryFiveSeconds) {
+  Connect("BL-VT164", {"Pan=100\r\nTilt=50\r\nZoom=10"});
+  const std::string control = "/cgi-bin/absctrl?";
+  const auto step = [&] { return Device.Move(DirectionRight, 1); };
+
+  Time.Advance(4999);
+  EXPECT_TRUE(step());
+  EXPECT_EQ(Sent(), control + "pan=110&tilt=50");
+  Time.Advance(4999);
+  EXPECT_TRUE(Device.Zoom(ZoomIn)) << "a move counts as a reading";
+  EXPECT_EQ(Sent(), control + "zoom=12.5");
+  Time.Advance(5000);
+  Device.Pan(), Device.Tilt(), Device2.ZoomLevel();
+  Device.MoveTo(11, 6);
+  EXPECT_EQ(Sent(), control + "pan=110&tilt=60") << "positions and targets ask nothing";
+
+  Time.Advance(5000);
+  Net.Replies = {{"Pan=-20\r\nTilt=0\r\nZoom=10"}};
+  Device2.Zoom(ZoomIn, 1);
+  Device2.MoveBoth(0.5F, 0);
+  EXPECT_EQ(Sent(), Inquiry + ("\n" + control) + "zoom=20\n" + control + "pan=-15&tilt=0");
+
+  Device.SetPanTilt(NAN, 3);
+  Net.Replies = {{.Answers = false}, {"", "HTTP/1.1 204 No Content"}};
+  EXPECT_TRUE(step()) << "goes on from where the camera was";
+  EXPECT_TRUE(step());
+  EXPECT_EQ(Sent(), Inquiry + ("\n" + control) + "pan=-5&tilt=0\n" + control + "pan=5&tilt=0")
+      << "a failed reading is not repeated";
+
+  Device.SetPanTilt(0, 0);
+  Device.MoveTo(1, 1);
+  step();
+  EXPECT_EQ(Sent(), control + "pan=10&tilt=10\n" + Inquiry + "\n" + control + "pan=20&tilt=10")
+      << "a move does not tell where the camera was";
+
+  Time.Advance(5000);
+  EXPECT_EQ(NumberOf([&] { Device.MoveBoth(1, NAN); }), 6);
+  EXPECT_EQ(NumberOf([&] { Device2.Zoom(ZoomOut, NAN); }), 6);
+  EXPECT_EQ(Sent(), "") << "there is nothing to ask for";
+  Net.Replies = {{"Pan=70\r\nTilt=1e40"}};
+  EXPECT_EQ(NumberOf(step), 6);
+  EXPECT_EQ(Sent(), Inquiry);
+  EXPECT_EQ(Device.Pan(), 2);
+
+  Time.Advance((1LL << 31) - 2000 - Time.TickCount());  // shortly before the tick turns negative
+  Device.MoveTo(-5, 0);
+  Time.Advance(4999);
+  step();
+  Time.Advance(5000);
+  step();
+  EXPECT_EQ(Sent(), control + "pan=-50&tilt=0\n" + control + "pan=-40&tilt=0\n" + Inquiry + "\n" + control +
+                        "pan=-30&tilt=0");
+}
+
+TEST_F(PanasoniciProTest, OutcomesChannelAndReset) {
+  PropertyBag options;
+  options.WriteProperty("Address", std::string("camera1"));
+  options.WriteProperty("Port", 2);
+  options.WriteProperty("Reset", true);
+  Net.Replies = {{"NAME=WV-NS202A\r\n"}, {Position}, Refusal};
+  std::string log;
+  SetLogSink([&](std::string_view line) { (log += line) += '|'; });
+  EXPECT_TRUE(Device2.Connect(options.Contents())) << "a reset that fails is no failure";
+  SetLogSink({});
+  EXPECT_EQ(Sent(),
+            "/cgi-bin/getinfo?ch=2&FILE=1\n/cgi-bin/absget?ch=2&\n/cgi-bin/absctrl?ch=2&pan=1750&tilt=0");
+  for (const char* text : {"Sending: /cgi-bin/getinfo?ch=2&FILE=1|", "|Received: NAME=WV-NS202A\r\n|",
+                           "|Received: PAN=2087&nbsp\r\n"})
+    EXPECT_NE(log.find(text), std::string::npos) << text;
+  EXPECT_EQ(log.find("Request failed"), std::string::npos);
+
+  for (const char* status : {"HTTP/1.0 204 x", "HTTP/1.1 200"}) {
+    Net.Replies = {{"", status}};
+    EXPECT_TRUE(Device.Zoom(ZoomOut)) << status;
+  }
+  for (const auto& refusal : {Refusal, FakeReply{.Answers = false}, FakeReply{"", "HTTP/1.1 202 Accepted"}}) {
+    Net.Answer = [&](const auto&) { return refusal; };
+    EXPECT_FALSE(Device.Zoom(ZoomIn) || Device.Move(DirectionUp, 1) || Device.MoveBoth(1, 1));
+    Device2.MoveTo(1, 1, 1);
+    EXPECT_EQ(Device.Pan(), 33.7F) << "a refused move keeps the position";
+    EXPECT_EQ(Device2.ZoomLevel(), 0.75F);
+  }
+  EXPECT_FALSE(Device.Home() || Device.Iris(IrisOpen) || Device.Focus(FocusAuto) || Device.PresetGoto(1) ||
+               Device.PresetSave(1) || Device.PresetCount() != 0);
+
+  Net.Answer = [](const auto&) { return FakeReply{"", "HTTP/1.1 204 No Content"}; };
+  EXPECT_EQ(Device.Disconnect(), Variant(true));
+  EXPECT_FALSE(Device.Connected());
+  Sent();
+  EXPECT_TRUE(Device.MoveBoth(1, 0)) << "is not gated";
+  EXPECT_EQ(Sent(), "/cgi-bin/absctrl?ch=2&pan=2097&tilt=143");
+}
+
+}  // namespace
+}  // namespace ptzd

@@ -1,0 +1,102 @@
+// The Panasonic driver over real sockets against cameras that take angles and cameras that take clicks.
+
+#include "simulators/Panasonic.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <optional>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PropertyBag.h"
+
+namespace ptzd {
+namespace {
+
+using namespace std::chrono_literals;
+using Mount = ptzsim::Panasonic::Mount;
+
+class PanasonicSimulated : public testing::Test {
+ protected:
+  void Connect(const std::string& model, const char* firmware = "2.32", Mount mounted = Mount::NotTold) {
+    if (Camera) CheckLog();
+    Camera.emplace(ptzsim::Panasonic::Options{
+        .Model = model, .Firmware = firmware, .Mounted = mounted, .Clock = ptzsim::ClockKind::Manual});
+    Driver = CreateDriver("QVPTZ.Panasonic");
+    PropertyBag options;
+    options.WriteProperty("Address", Camera->Addresses().at(0));
+    ASSERT_TRUE(Driver->Connect(options.Contents()));
+  }
+  /// The driver's degrees are whole, and a click keeps what reading the first position rounded away.
+  void Settle() {
+    Camera->Time().Advance(60s);
+    EXPECT_NEAR(Camera->Head().Pan, Driver->Pan(), 0.5);
+    EXPECT_NEAR(Camera->Head().Tilt, Driver->Tilt(), 0.5);
+  }
+
+  void TearDown() override { CheckLog(); }
+  void CheckLog() {
+    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
+    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
+  }
+
+  std::optional<ptzsim::Panasonic> Camera;
+  std::unique_ptr<PTZDevice> Driver;
+};
+
+TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {
+  for (const auto& model : ptzsim::Panasonic::Models())
+    for (const char* firmware : {"2.32", "1.22"}) {
+      SCOPED_TRACE(model + " " + firmware);
+      Connect(model, firmware);
+      Settle();
+      for (const float pan : {-999.0F, -37.0F, 0.0F, 1.0F, 38.0F, 999.0F})
+        for (const float tilt : {-999.0F, -8.0F, 0.0F, 3.0F, 999.0F}) {
+          EXPECT_TRUE(Driver->MoveTo(pan, tilt));
+          Settle();
+          EXPECT_TRUE(Driver->Pan() == pan || std::abs(pan) == 999);
+        }
+      EXPECT_TRUE(Driver->Move(DirectionDownLeft, 7));
+      Settle();
+      EXPECT_TRUE(Driver->MoveBoth(2.4F, -1));
+      Settle();
+    }
+}
+
+TEST_F(PanasonicSimulated, TheMountingMovesALimit) {
+  Connect("BL-C131E", "2.32", Mount::Desk);
+  EXPECT_TRUE(Driver->MoveTo(0, 999));
+  Settle();
+  EXPECT_EQ(Camera->Head().Tilt, 90);
+  Connect("BB-HCM715", "1.1", Mount::Ceiling);
+  EXPECT_TRUE(Driver->MoveTo(0, -999));
+  Settle();
+  EXPECT_EQ(Camera->Head().Tilt, -120);
+}
+
+TEST_F(PanasonicSimulated, LensAndBrightness) {
+  Connect("BB-HCM581A");
+  const auto before = Camera->Head();
+  EXPECT_TRUE(Driver->Zoom(ZoomIn) && Driver->Focus(FocusNear) && Driver->Iris(IrisOpen));
+  Settle();
+  EXPECT_GT(Camera->Head().Zoom, before.Zoom);
+  EXPECT_LT(Camera->Head().Focus, before.Focus);
+  EXPECT_EQ(Camera->Head().Brightness, before.Brightness + 1);
+  EXPECT_TRUE(Driver->Zoom(ZoomOut) && Driver->Focus(FocusFar) && Driver->Iris(IrisClose));
+  Settle();
+  EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
+  EXPECT_EQ(Camera->Head().Focus, before.Focus);
+  EXPECT_EQ(Camera->Head().Brightness, 5) << "closed is the default";
+  EXPECT_TRUE(Driver->Focus(FocusAuto) && Driver->Iris(IrisAuto));
+  EXPECT_TRUE(Camera->Head().AutoFocus);
+  EXPECT_EQ(Camera->Head().Brightness, 4) << "automatic is darker";
+
+  Connect("BL-C210");
+  EXPECT_FALSE(Driver->Zoom(ZoomIn) || Driver->Focus(FocusAuto) || Driver->Iris(IrisOpen)) << "lacks them";
+  Camera->Faults().Set("next=1,status=503 Busy");
+  EXPECT_FALSE(Driver->MoveTo(5, 5));
+  EXPECT_EQ(Driver->Pan(), 33) << "a refused move is not counted";
+}
+
+}  // namespace
+}  // namespace ptzd
