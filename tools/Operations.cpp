@@ -89,7 +89,8 @@ std::string TakeRequests(Camera& camera, Outcome& outcome) {
 /// Nothing where the camera could not be asked; each further question would only wait for it again.
 std::optional<Position> ReadPosition(Camera& camera, Outcome& outcome) {
   const auto reading = camera.Driver().Data->ReadsPosition;
-  outcome.PositionIsEstimated = reading != PositionReading::Always && reading != PositionReading::AboveHorizon;
+  outcome.PositionIsEstimated =
+      reading != PositionReading::Always && reading != PositionReading::AboveHorizon;
   Position position;
   try {
     position.Pan = camera.Device().Pan();

@@ -90,7 +90,7 @@ const DriverData PanasoniciPro::Data = {
     .MoveBoth = MemberRule::Outcome,
     .Zoom = MemberRule::Outcome,
     .DisconnectAnswersTrue = true,
-    .ReadsPosition = PositionReading::BeforeSteps,  // and before steps; `Pan` and `Tilt` never ask
+    .ReadsPosition = PositionReading::BeforeSteps,
     .SharedOptions = SharesAddress | SharesPort | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
 };
