@@ -49,13 +49,14 @@ constexpr double CameraSpeeds = 7, Speeds = 20;  // the top ones
 
 int Sign(float value) { return value > 0 ? 1 : value < 0 ? -1 : 0; }
 
-/// The whole part is toward minus infinity, its sign is lost: -1 is speed 1, and 1 is speed 0.
+/// Toward minus infinity before the sign is lost, on purpose: -1 is speed 1, and 1 is speed 0.
 std::string SpeedText(float speed) {
   return Text(ToInt32(std::abs(Int(ToSingle(ToSingle(speed * CameraSpeeds) / Speeds)))));
 }
 
-/// Such as "pan_dir=2&pan_percent=18".
-std::string StepText(const std::string& axis, double amount) {
+/// Such as "pan_dir=2&pan_percent=18". The amount is a single: what the factors lack of their exact value
+/// would move the ties of a double.
+std::string StepText(const std::string& axis, float amount) {
   const double percent = ToInt32(amount);
   return axis + "_dir=" + (percent < 0 ? "2" : "1") + "&" + axis +
          "_percent=" + Text(ToInt32(std::abs(percent)));
@@ -179,10 +180,10 @@ bool Sanyo::StepTo(double targetPan, double targetTilt, double targetZoom) {
   const auto pan = ToSingle(targetPan), tilt = ToSingle(targetTilt);
   const auto zoom = ToSingle(std::max(targetZoom, 0.0));
   std::string parameters;
-  if (pan != CurrentPan_) parameters = StepText("pan", (static_cast<double>(pan) - CurrentPan_) * PanFactor_);
+  if (pan != CurrentPan_) parameters = StepText("pan", (pan - CurrentPan_) * PanFactor_);
   if (tilt != CurrentTilt_) {
     if (!parameters.empty()) parameters += "&";
-    parameters += StepText("tilt", (static_cast<double>(tilt) - CurrentTilt_) * TiltFactor_);
+    parameters += StepText("tilt", (tilt - CurrentTilt_) * TiltFactor_);
   }
   if (!parameters.empty()) SendOpeCmd(Step, parameters);
   if (zoom != CurrentZoom_) SendOpeCmd(zoom < CurrentZoom_ ? ZoomStepOut : ZoomStepIn);

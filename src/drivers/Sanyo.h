@@ -18,14 +18,15 @@ namespace ptzd {
 ///
 /// `Connect` opens the camera's session and reads the position. It raises 17001 without an address,
 /// `HTTPClient`'s numbers where the camera does not answer, and 9 as below; a position that is not answered
-/// is no failure. No member looks at `Connected`. A command after a minute without one is preceded by another
-/// request, which keeps the session alive.
+/// is no failure. No member looks at `Connected`. The session is kept alive by another request ahead of a
+/// command, once a minute has passed since the last such request.
 ///
 /// The camera is moved in percent of half the picture, 55 by 30 degrees; degrees are rounded to them. Nothing
 /// has bounds here: pan and tilt are degrees as told, not wrapped, and the zoom goes one step of the camera's
-/// own a call, whatever the difference. `Pan` and `Tilt` read the position where it is older than 5 seconds
-/// or something else moved the camera, else answer where the last move went. A position that ends before what
-/// it says it holds raises 9 (subscript), out of every member that reads it.
+/// own a call, whatever the difference. What overflows raises 6 before the camera is told to move. `Pan` and
+/// `Tilt` read the position where it is older than 5 seconds or something else moved the camera, else answer
+/// where the last move went. A position that ends before what it says it holds raises 9 (subscript), out of
+/// every member that reads it.
 ///
 /// Moves and presets answer True whatever the camera did. There are 255 presets. Continuous speeds are -20 to
 /// 20, in steps of 20/7 toward minus infinity, so that the slowest motion to the left or down is faster; what
