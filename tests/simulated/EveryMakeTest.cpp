@@ -170,15 +170,15 @@ TEST_P(EveryMake, DoesWhatItsDataSays) {
     std::function<bool()> Do;
   };
   const Row rows[] = {
-      {"PresetSave", data.PresetSave, [&] { return device.PresetSave(2); }},
       {"Move", data.Move, [&] { return device.Move(DirectionUpRight, 7); }},
-      {"MoveTo", data.MoveTo, [&] { return device.MoveTo(21, -13); }},
+      {"PresetSave", data.PresetSave, [&] { return device.PresetSave(2); }},
+      {"MoveTo", data.MoveTo, [&] { return device.MoveTo(40, 10); }},
       {"MoveBoth", data.MoveBoth, [&] { return device.MoveBoth(8, 9); }},
+      {"Home", data.Home, [&] { return device.Home(); }},
       {"PresetGoto", data.PresetGoto, [&] { return device.PresetGoto(2); }},
       {"Zoom", data.Zoom, [&] { return device.Zoom(ZoomIn); }},
       {"Iris", data.Iris, [&] { return device.Iris(IrisOpen); }},
       {"Focus", data.Focus, [&] { return device.Focus(FocusFar); }},
-      {"Home", data.Home, [&] { return device.Home(); }},
   };
   for (const auto& [name, rule, call] : rows) {
     if (rule == MemberRule::Nothing) {
