@@ -36,6 +36,7 @@ const DriverData Toshiba::Data = {
     .MoveTo = MemberRule::OutcomeIfConnected,
     .MoveBoth = MemberRule::OutcomeIfConnected,
     .ReadsPosition = PositionReading::OnConnect,
+    .ConnectsUnheard = true,
 };
 
 Toshiba::Toshiba(const Platform& platform) : HTTPDriver(platform, Style) {}

@@ -55,7 +55,7 @@ void Toshiba2::ReadPosition(std::string_view reply) {
   auto pan = CurrentPan_, tilt = CurrentTilt_;
   try {
     for (const auto& [name, value] : Split2D(reply, "\r\n", " ")) {
-      if (value.size() < 2 || !value.starts_with('(') || !value.ends_with(')')) continue;
+      if (!value.starts_with('(') || !value.ends_with(')')) continue;
       const auto units = [&value = value] { return NumberFromText(value.substr(1, value.size() - 2)); };
       if (name == "PAN") pan = ToInt32(units() / PanScale + LeftEnd);
       if (name == "TILT") tilt = ToInt32(UpperEnd - units() / TiltScale);
