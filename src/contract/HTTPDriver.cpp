@@ -15,11 +15,11 @@ HTTPStatus StatusOf(const HTTPClient& client) {
   auto line = client.GetHeader();
   line.resize(std::min(line.find("\r\n"), line.size()));
   const std::span bytes(reinterpret_cast<const std::uint8_t*>(line.data()), line.size());
-  const auto text = DecodeBytes(bytes, AnsiCodePage());
+  auto text = DecodeBytes(bytes, AnsiCodePage());
   const auto blank = text.find(' ');
-  if (blank == std::string::npos) return {};
+  if (blank == std::string::npos) return {.Line = std::move(text)};
   auto status = text.substr(blank + 1);
-  return {status.substr(0, status.find(' ')), status};
+  return {.Line = std::move(text), .Code = status.substr(0, status.find(' ')), .Text = status};
 }
 
 void RequireStatusOK(const HTTPClient& client) {

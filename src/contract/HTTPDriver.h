@@ -14,6 +14,7 @@ namespace ptzd {
 
 /// The status line of a client's last blocking request, such as "HTTP/1.1 404 Not Found".
 struct HTTPStatus {
+  std::string Line;  ///< the whole of it
   std::string Code;  ///< its second blank-separated word, "404"; empty where there is none
   std::string Text;  ///< what follows its first blank, "404 Not Found"
 };

@@ -23,12 +23,6 @@ constexpr double UpperEnd = 16;   // degrees at step 0
 constexpr std::int32_t LastPan = 18550;
 constexpr std::int32_t LastTilt = 11024;
 
-std::string StatusLine(const HTTPClient& client) {
-  const auto header = client.GetHeader();
-  const std::span bytes(reinterpret_cast<const std::uint8_t*>(header.data()), header.size());
-  return DecodeBytes(bytes.first(std::min(header.find("\r\n"), header.size())), AnsiCodePage());
-}
-
 }  // namespace
 
 Elmo400::Elmo400(const Platform& platform, const Dialect& dialect)
@@ -60,7 +54,7 @@ bool Elmo400::SendCommand(const std::string& parameters) {
   const auto reply = Fetch(Dialect_.CommandPath + parameters);
   if (!reply) return false;
   const bool accepted = Accepts(*reply);
-  LogMessage((accepted ? "Request complete. " : "Request errored. ") + StatusLine(Client_) +
+  LogMessage((accepted ? "Request complete. " : "Request errored. ") + StatusOf(Client_).Line +
              " Reply: " + *reply);
   return accepted;
 }
