@@ -13,7 +13,7 @@ float WithinHalfTurn(float angle) {
 }
 
 bool AbsoluteDriver::DeviceMove(Directions direction, float angle) {
-  const auto step = StepOf(direction, angle);
+  const auto step = CancellingStepOf(direction, angle);
   return StepBy(step.Pan, step.Tilt, 0);
 }
 

@@ -19,7 +19,7 @@ float WithinHalfTurn(float angle);
 
 /// Base of an HTTP driver whose camera tells and takes positions as absolute values. `Pan`, `Tilt` and
 /// `ZoomLevel` answer from a model of the position. Steps ask the camera first, at most every 5 seconds;
-/// targets do not. Nothing needs a connection.
+/// targets do not. Opposite directions cancel. Nothing needs a connection.
 class AbsoluteDriver : public DualDevice, protected HTTPDriver {
  public:
   bool Connected() override { return Connected_; }

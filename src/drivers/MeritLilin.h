@@ -25,7 +25,8 @@ namespace ptzd {
 /// ends. The camera takes both in whole degrees, rounded down, while the position keeps the fractions. Zoom
 /// is 0 at the widest; the camera's zoom factor is four times it plus 1. The position is read on connecting
 /// and then before a step (`Move`, `MoveBoth`, `Zoom`), at most every 5 seconds or when continuous motion
-/// made it stale. Steps raise 6 where the camera tells a number that does not fit, and keep the position.
+/// made it stale. Where the camera tells a number that does not fit, `Connect` and steps raise 6 and keep the
+/// position.
 ///
 /// Continuous speeds: pan and tilt -20 to 20 (the camera's -8 to 8), zoom -16 to 16 (halved), rounded down;
 /// the camera limits them. There are 128 numbered presets. Nothing needs a connection.
