@@ -17,8 +17,7 @@ namespace {
 // Angles are told in ten-thousandths of a radian. Pan is counted to the left, from straight behind.
 constexpr double PerDegree = std::numbers::pi / 180 * 10000;
 constexpr double FullTurn = 360 * PerDegree;
-constexpr unsigned LargestPan = 62832;      // the full turn, rounded
-constexpr Motion::Range Around{-1e9, 1e9};  // counted on beyond a full turn
+constexpr unsigned LargestPan = 62832;  // the full turn, rounded
 constexpr Motion::Range TiltRange{-90 * PerDegree, 18 * PerDegree};
 constexpr double PerZoom = 45;
 constexpr Motion::Range ZoomRange{0, 30 * PerZoom};
@@ -102,7 +101,7 @@ Bosch::Bosch() : Bosch(Options()) {}
 Bosch::Bosch(Options options)
     : Simulator(options.Clock),
       Replies_(options.Form),
-      Pan_(Time(), 23155, Around, TurnSpeed),
+      Pan_(Time(), 23155, Motion::Endless, TurnSpeed),
       Tilt_(Time(), -3765, TiltRange, TurnSpeed),
       Zoom_(Time(), 333, ZoomRange, ZoomSpeed),
       Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
@@ -174,7 +173,7 @@ std::string Bosch::Result(const Bytes& message) {
 void Bosch::Set(unsigned object, unsigned value) {
   if (object == TiltObject) return Tilt_.MoveTo(Signed(value));
   if (object == ZoomObject) return Zoom_.MoveTo(value);
-  Pan_.MoveTo(value + FullTurn * std::round((Pan_.Position() - value) / FullTurn));
+  Pan_.TurnTo(value, FullTurn);
 }
 
 /// The first digit of each byte is the direction, the second the speed.
@@ -188,10 +187,8 @@ void Bosch::Run(const Bytes& data) {
 }
 
 unsigned Bosch::Value(unsigned object) const {
-  if (object == PanObject) {
-    const double pan = Pan_.Position();
-    return static_cast<unsigned>(std::lround(pan - FullTurn * std::floor(pan / FullTurn))) % LargestPan;
-  }
+  if (object == PanObject)
+    return static_cast<unsigned>(std::lround(Wrapped(Pan_.Position(), 0, FullTurn))) % LargestPan;
   return static_cast<unsigned>(std::lround((object == TiltObject ? Tilt_ : Zoom_).Position())) & 0xFFFF;
 }
 
@@ -202,8 +199,7 @@ void Bosch::Reply(Replies replies) {
 
 Bosch::HeadState Bosch::Head() const {
   const std::lock_guard lock(Mutex_);
-  const double left = Pan_.Position() / PerDegree;
-  return {180 - (left - 360 * std::floor(left / 360)), Tilt_.Position() / PerDegree,
+  return {180 - Wrapped(Pan_.Position() / PerDegree, 0), Tilt_.Position() / PerDegree,
           Zoom_.Position() / PerZoom, Pan_.Moving() || Tilt_.Moving() || Zoom_.Moving()};
 }
 

@@ -11,16 +11,12 @@ namespace ptzsim {
 namespace {
 
 constexpr int MostViews = 4;
-constexpr Motion::Range Around{-1e9, 1e9};  // pan is counted on beyond a full turn
 constexpr Motion::Range TiltRange{0, 90};
 constexpr double Level = 45;         // tilt of the horizon
 constexpr double ZoomStep = 3446.5;  // of which the widest picture is four from the closest
 constexpr Motion::Range ZoomRange{1, 1 + 4 * ZoomStep};
 constexpr Motion::Range ZoomStepRange{-9999, 9999};
 constexpr double TurnSpeed = 90, ZoomSpeed = 2 * ZoomStep;  // per second
-
-/// The same direction from -180 up to below 180.
-double Wrapped(double angle) { return angle - 360 * std::floor((angle + 180) / 360); }
 
 HTTPReply Refused(const std::string& why) {
   return {.Status = 400, .Body = "Bad request\n", .Violation = why};
@@ -30,14 +26,14 @@ HTTPReply Refused(const std::string& why) {
 
 struct Grandeye::View {
   View(const Clock& clock, int index)
-      : Pan(clock, 62.5 - 31 * index, Around, TurnSpeed),
+      : Pan(clock, 62.5 - 31 * index, Motion::Endless, TurnSpeed),
         Tilt(clock, 38.25 - 7 * index, TiltRange, TurnSpeed),
         Zoom(clock, 1 + ZoomStep * (1.5 + 0.25 * index), ZoomRange, ZoomSpeed) {}
 
   /// As the camera tells it, names included.
   std::string Row(const std::string& name, const std::string& index) const {
     if (name == "vcamapan" + index)
-      return "vcamAPan" + index + "=" + Decimal(Wrapped(Pan.Position()), 2) + "\n";
+      return "vcamAPan" + index + "=" + Decimal(Wrapped(Pan.Position(), -180), 2) + "\n";
     if (name == "vcamatilt" + index) return "vcamATilt" + index + "=" + Decimal(Tilt.Position(), 2) + "\n";
     if (name == "vcamazoom" + index) return "vcamAZoom" + index + "=" + Decimal(Zoom.Position(), 2) + "\n";
     return {};
@@ -50,14 +46,12 @@ struct Grandeye::View {
 struct GrandeyeRules {
   using View = Grandeye::View;
 
-  static void Pan(View& v, Argument& a) {  // the short way around
-    v.Pan.MoveTo(a.First + 360 * std::round((v.Pan.Position() - a.First) / 360));
-  }
+  static void Pan(View& v, Argument& a) { v.Pan.TurnTo(a.First); }
   static void Tilt(View& v, Argument& a) { v.Tilt.MoveTo(a.First); }
   static void Zoom(View& v, Argument& a) { v.Zoom.MoveBy(a.First); }
 
   static constexpr Rule<View> All[] = {
-      {"pan", 1, Pan, Takes::Number, Around},
+      {"pan", 1, Pan, Takes::Number, Motion::Endless},
       {"tilt", 1, Tilt, Takes::Number, TiltRange},
       {"rzoom", 1, Zoom, Takes::Number, ZoomStepRange},
   };
@@ -119,7 +113,7 @@ HTTPReply Grandeye::Tell(const Query& query) const {
 Grandeye::HeadState Grandeye::Head(int camera) const {
   const std::lock_guard lock(Mutex_);
   const View& v = Views_.at(static_cast<std::size_t>(camera - 1));
-  return {-Wrapped(v.Pan.Position()), v.Tilt.Position() - Level, v.Zoom.Position(), v.Moving()};
+  return {-Wrapped(v.Pan.Position(), -180), v.Tilt.Position() - Level, v.Zoom.Position(), v.Moving()};
 }
 
 nlohmann::json Grandeye::State() const {
@@ -127,7 +121,7 @@ nlohmann::json Grandeye::State() const {
   nlohmann::json views = nlohmann::json::array();
   for (const View& v : Views_) {
     views.push_back({{"camera", views.size() + 1},
-                     {"pan", Wrapped(v.Pan.Position())},
+                     {"pan", Wrapped(v.Pan.Position(), -180)},
                      {"tilt", v.Tilt.Position()},
                      {"zoom", v.Zoom.Position()},
                      {"moving", v.Moving()}});

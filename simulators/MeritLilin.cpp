@@ -11,16 +11,12 @@ namespace ptzsim {
 namespace {
 
 constexpr int MostCameras = 4;
-constexpr Motion::Range Around{-1e9, 1e9};  // pan is counted on beyond a full turn
-constexpr Motion::Range Any{-1e9, 1e9};     // values that stop at the ends of the motion
+constexpr Motion::Range Any{-1e9, 1e9};  // values that stop at the ends of the motion
 constexpr Motion::Range TiltRange{-30, 90}, ZoomRange{1, 36};
 constexpr double Ahead = 180;                            // pan where a host has its zero
 constexpr double TurnSpeed = 120, ZoomSpeed = 12;        // per second, to a position
 constexpr double TurnPerSpeed = 10, ZoomPerSpeed = 1.5;  // per second and unit of a continuous speed
 constexpr Motion::Range SpeedRange{-8, 8};
-
-/// The same direction from 0 up to below 360.
-double Wrapped(double angle) { return angle - 360 * std::floor(angle / 360); }
 
 std::string Row(const char* name, double value, int digits = 0) {
   return std::string(name) + "=" + Decimal(value, digits) + "\n";
@@ -34,7 +30,7 @@ HTTPReply Refused(const std::string& why) {
 
 struct MeritLilin::Dome {
   Dome(const Clock& clock, int index)
-      : Pan(clock, 213 + 23 * index, Around, TurnSpeed),
+      : Pan(clock, 213 + 23 * index, Motion::Endless, TurnSpeed),
         Tilt(clock, 17 - 6 * index, TiltRange, TurnSpeed),
         Zoom(clock, 4.5 + 1.25 * index, ZoomRange, ZoomSpeed),
         Iris(41 + 3 * index),
@@ -42,9 +38,8 @@ struct MeritLilin::Dome {
         Presets{{7, {301.0 - 19 * index, 12.0 + 8 * index, 8.25 + index}}} {}
 
   bool Moving() const { return Pan.Moving() || Tilt.Moving() || Zoom.Moving(); }
-  std::array<double, 3> Place() const { return {Wrapped(Pan.Position()), Tilt.Position(), Zoom.Position()}; }
-  void TurnTo(double pan) {  // the short way around
-    Pan.MoveTo(pan + 360 * std::round((Pan.Position() - pan) / 360));
+  std::array<double, 3> Place() const {
+    return {Wrapped(Pan.Position(), 0), Tilt.Position(), Zoom.Position()};
   }
 
   Motion Pan, Tilt, Zoom;
@@ -63,7 +58,7 @@ struct MeritLilinRules {
               Row("tiltposdegree", tilt) + Row("zoomposdegree", zoom, 2) + Row("focuspos", d.Focus);
   }
 
-  static void PanTo(Dome& d, Argument& a) { d.TurnTo(a.First); }
+  static void PanTo(Dome& d, Argument& a) { d.Pan.TurnTo(a.First); }
   static void TiltTo(Dome& d, Argument& a) { d.Tilt.MoveTo(a.First); }
   static void ZoomTo(Dome& d, Argument& a) { d.Zoom.MoveTo(a.First); }
   static void RunPan(Dome& d, Argument& a) { d.Pan.Run(a.First * TurnPerSpeed); }
@@ -77,7 +72,7 @@ struct MeritLilinRules {
     const auto preset = d.Presets.find(static_cast<int>(a.First));
     if (preset == d.Presets.end()) return;
     const auto& [pan, tilt, zoom] = preset->second;
-    d.TurnTo(pan), d.Tilt.MoveTo(tilt), d.Zoom.MoveTo(zoom);
+    d.Pan.TurnTo(pan), d.Tilt.MoveTo(tilt), d.Zoom.MoveTo(zoom);
   }
 
   template <int Dome::*Part, bool Dome::*Auto>

@@ -46,7 +46,6 @@ namespace {
 constexpr double Degree = 10, Times = 10;           // units of a degree and of the magnification
 constexpr double TurnSpeed = 1200, ZoomSpeed = 60;  // units per second
 constexpr double Turn = 360 * Degree;
-constexpr Motion::Range Around{-1e9, 1e9};  // of endless heads, counted on beyond a full turn
 
 // Where the heads are at first, in units: that of channel 1 to the right, downwards and in, and how far each
 // is from the one before.
@@ -94,7 +93,7 @@ PanasoniciPro::~PanasoniciPro() = default;
 std::vector<PanasoniciPro::Channel> PanasoniciPro::AtFirst(int count) {
   if (count < 1 || count > MostChannels)
     throw std::invalid_argument("there are 1 to " + std::to_string(MostChannels) + " channels");
-  const Motion::Range panRange = Model_.Endless() ? Around : Model_.PanUnits();
+  const Motion::Range panRange = Model_.Endless() ? Motion::Endless : Model_.PanUnits();
   std::vector<Channel> channels;
   for (int i = 0; i < count; ++i) {
     const double pan = FirstPan + i * NextPan, tilt = FirstTilt + i * NextTilt;
@@ -144,7 +143,7 @@ std::string PanasoniciPro::Information() const {
 /// The two kinds of cameras also differ in the form of the rows.
 std::string PanasoniciPro::Position(const Channel& channel) const {
   double pan = std::round(channel.Pan.Position());
-  if (Model_.Endless()) pan -= Turn * std::floor(pan / Turn);
+  if (Model_.Endless()) pan = Wrapped(pan, 0, Turn);
   const auto row = [&](const char* upper, const char* lower, double units) {
     const std::string value = Decimal(std::round(units), 0);
     return Model_.Signed ? lower + ("=" + value) + ".0&nbsp;\r\n" : upper + ("=" + value) + "&nbsp\r\n";
@@ -165,14 +164,16 @@ void PanasoniciPro::Obey(Channel& channel, const Query& query) {
   const double up = tilt ? NumberIn("tilt", *tilt, Model_.TiltUnits()) : 0;
   if (zoom) channel.Zoom.MoveTo(NumberIn("zoom", *zoom, {Times, HUGE_VAL}));
   if (!pan) return;
-  // Where there is no end, the short way around.
-  const double turns = Model_.Endless() ? std::round((channel.Pan.Position() - across) / Turn) : 0;
-  channel.Pan.MoveTo(across + turns * Turn), channel.Tilt.MoveTo(up);
+  if (Model_.Endless())
+    channel.Pan.TurnTo(across, Turn);
+  else
+    channel.Pan.MoveTo(across);
+  channel.Tilt.MoveTo(up);
 }
 
 PanasoniciPro::HeadState PanasoniciPro::Now(const Channel& channel) const {
   double pan = channel.Pan.Position(), tilt = channel.Tilt.Position();
-  if (Model_.Endless()) pan -= Turn * std::floor(pan / Turn);
+  if (Model_.Endless()) pan = Wrapped(pan, 0, Turn);
   if (!Model_.Signed) pan += Model_.Pan.Min * Degree, tilt = 0 - tilt;
   return {pan / Degree, tilt / Degree, channel.Zoom.Position() / Times,
           channel.Pan.Moving() || channel.Tilt.Moving() || channel.Zoom.Moving()};

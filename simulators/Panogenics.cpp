@@ -11,13 +11,9 @@ namespace ptzsim {
 namespace {
 
 constexpr int ViewCount = 8, PresetCount = 8;
-constexpr Motion::Range Around{-1e9, 1e9};  // pan is counted on beyond a full turn
-constexpr Motion::Range Any{-1e9, 1e9};     // values that stop at the ends of the motion
+constexpr Motion::Range Any{-1e9, 1e9};  // values that stop at the ends of the motion
 constexpr Motion::Range PanValues{-180, 360}, TiltRange{-90, 90}, ZoomRange{0, 500};
 constexpr double TurnSpeed = 90, ZoomSpeed = 200;  // per second
-
-/// The same direction, `from` up to below a full turn more.
-double Wrapped(double angle, double from) { return angle - 360 * std::floor((angle - from) / 360); }
 
 /// A whole number from 1 to `most`; 0 for anything else.
 int Index(const std::optional<std::string>& text, int most) {
@@ -31,7 +27,7 @@ int Index(const std::optional<std::string>& text, int most) {
 
 struct Panogenics::View {
   View(const Clock& clock, int index)
-      : Pan(clock, 205 + 11 * index, Around, TurnSpeed),
+      : Pan(clock, 205 + 11 * index, Motion::Endless, TurnSpeed),
         Tilt(clock, -18 - 5 * index, TiltRange, TurnSpeed),
         Zoom(clock, 150 + 25 * index, ZoomRange, ZoomSpeed),
         Presets{{6, {"Loading bay", {97.0 + 7 * index, 31.0 + 2 * index, 265.0 + 20 * index}}}} {}
@@ -39,9 +35,6 @@ struct Panogenics::View {
   bool Moving() const { return Pan.Moving() || Tilt.Moving() || Zoom.Moving(); }
   std::array<double, 3> Place() const {
     return {Wrapped(Pan.Position(), 0), Tilt.Position(), Zoom.Position()};
-  }
-  void TurnTo(double pan) {  // the short way around
-    Pan.MoveTo(pan + 360 * std::round((Pan.Position() - pan) / 360));
   }
 
   Motion Pan, Tilt, Zoom;
@@ -51,7 +44,7 @@ struct Panogenics::View {
 struct PanogenicsRules {
   using View = Panogenics::View;
 
-  static void Pan(View& v, Argument& a) { v.TurnTo(a.First); }
+  static void Pan(View& v, Argument& a) { v.Pan.TurnTo(a.First); }
   static void Tilt(View& v, Argument& a) { v.Tilt.MoveTo(a.First); }
   static void Zoom(View& v, Argument& a) { v.Zoom.MoveTo(a.First); }
 
@@ -132,7 +125,7 @@ std::string Panogenics::ObeyPreset(View& view, const Query& query, bool saves, s
   const auto preset = view.Presets.find(index);
   if (preset == view.Presets.end()) return "PRESET ERROR";
   const auto& [pan, tilt, zoom] = preset->second.Place;
-  view.TurnTo(pan), view.Tilt.MoveTo(tilt), view.Zoom.MoveTo(zoom);
+  view.Pan.TurnTo(pan), view.Tilt.MoveTo(tilt), view.Zoom.MoveTo(zoom);
   return "PRESET OK";
 }
 

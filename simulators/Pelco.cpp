@@ -1,7 +1,6 @@
 #include "simulators/Pelco.h"
 
 #include <algorithm>
-#include <cmath>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <stdexcept>
@@ -18,31 +17,30 @@ constexpr unsigned FullSpeed = 0x3F, Turbo = 0x40;
 constexpr double PanSpeed = 80, TurboSpeed = 150, TiltSpeed = 40;     // degrees per second
 constexpr double PresetSpeed = 250;                                   // degrees per second
 constexpr double ZoomSpeed = 250, FocusSpeed = 200, IrisSpeed = 125;  // units per second
-constexpr Motion::Range Endless{-1e9, 1e9}, TiltRange{-90, 90}, LensRange{0, 1000};
+constexpr Motion::Range TiltRange{-90, 90}, LensRange{0, 1000};
 
 constexpr unsigned Extended = 1;  // the lowest bit of the second command byte
 constexpr unsigned SetPreset = 0x03, ClearPreset = 0x05, GotoPreset = 0x07, AutoFocus = 0x2B, AutoIris = 0x2D;
 
 unsigned Byte(const std::string& bytes, std::size_t at) { return static_cast<unsigned char>(bytes.at(at)); }
 
-double Wrapped(double pan) { return pan - 360 * std::floor((pan + 180) / 360); }
-
 }  // namespace
 
 struct Pelco::Head {
   Head(const Clock& clock, int address)
-      : Pan(clock, Wrapped(-37.5 + 16 * address), Endless, PresetSpeed),
+      : Pan(clock, Wrapped(-37.5 + 16 * address, -180), Motion::Endless, PresetSpeed),
         Tilt(clock, -11.25 + (address % 32), TiltRange, PresetSpeed),
         Zoom(clock, 345 + address, LensRange, ZoomSpeed),
         Focus(clock, 612 - address, LensRange, FocusSpeed),
         Iris(clock, 478 - address, LensRange, IrisSpeed) {}
 
   Pose At() const {
-    return {Wrapped(Pan.Position()), Tilt.Position(), Zoom.Position(), Focus.Position(), Iris.Position()};
+    return {Wrapped(Pan.Position(), -180), Tilt.Position(), Zoom.Position(), Focus.Position(),
+            Iris.Position()};
   }
 
   void Goto(const Pose& pose) {
-    Pan.MoveBy(Wrapped(pose.Pan - Pan.Position()));  // the shorter way round
+    Pan.TurnTo(pose.Pan);
     Tilt.MoveTo(pose.Tilt), Zoom.MoveTo(pose.Zoom), Focus.MoveTo(pose.Focus), Iris.MoveTo(pose.Iris);
   }
 

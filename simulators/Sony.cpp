@@ -26,6 +26,7 @@ struct Sony::Model {
   int FastestTurn;
 
   bool Has(unsigned ability) const { return Abilities & ability; }
+  double Turn() const { return Pan.Max - Pan.Min; }  // of an endless head
   bool Version6() const { return CGIVersion[0] >= '6'; }
   static const Model All[];
   static const Model& Find(std::string_view name);
@@ -51,7 +52,6 @@ namespace {
 constexpr Motion::Range ZoomRange{0, 0x4000};
 constexpr double TurnSpeed = 1500, ZoomSpeed = 6000;  // units per second
 constexpr double FullSpeed = 100;                     // of a continuous motion, in percent
-constexpr Motion::Range Around{-1e9, 1e9};            // of endless heads, counted on beyond a full turn
 
 // VISCA frames, whose last byte is the only one that is FF. Commands to camera 1 begin with these.
 constexpr unsigned char PanTiltAbsolute[] = {0x81, 0x01, 0x06, 0x02};  // two speeds, pan, tilt
@@ -144,7 +144,7 @@ Sony::Sony() : Sony(Options()) {}
 Sony::Sony(Options options)
     : Simulator(options.Clock),
       Model_(Model::Find(options.Model)),
-      Pan_(Time(), 217, Model_.Has(Endless) ? Around : Model_.Pan, TurnSpeed),
+      Pan_(Time(), 217, Model_.Has(Endless) ? Motion::Endless : Model_.Pan, TurnSpeed),
       Tilt_(Time(), -134, Model_.Tilt, TurnSpeed),
       Zoom_(Time(), 3456, ZoomRange, ZoomSpeed),
       Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
@@ -253,20 +253,17 @@ void Sony::TurnTo(long pan, long tilt, std::initializer_list<double> speeds) {
     if (speed < 1 || speed > Model_.FastestTurn || speed != std::floor(speed))
       throw std::invalid_argument("the speed is not 1 to " + std::to_string(Model_.FastestTurn));
   }
-  auto target = static_cast<double>(pan);
-  if (Model_.Has(Endless)) {  // the short way around
-    const double turn = Model_.Pan.Max - Model_.Pan.Min;
-    target += turn * std::round((Pan_.Position() - target) / turn);
-  }
-  Pan_.MoveTo(target), Tilt_.MoveTo(static_cast<double>(tilt));
+  const auto across = static_cast<double>(pan);
+  if (Model_.Has(Endless))
+    Pan_.TurnTo(across, Model_.Turn());
+  else
+    Pan_.MoveTo(across);
+  Tilt_.MoveTo(static_cast<double>(tilt));
 }
 
 Sony::HeadState Sony::Now() const {
   double pan = Pan_.Position();
-  if (Model_.Has(Endless)) {
-    const double turn = Model_.Pan.Max - Model_.Pan.Min;
-    pan -= turn * std::floor((pan - Model_.Pan.Min) / turn);
-  }
+  if (Model_.Has(Endless)) pan = Wrapped(pan, Model_.Pan.Min, Model_.Turn());
   return {std::lround(pan), std::lround(Tilt_.Position()), std::lround(Zoom_.Position()),
           Pan_.Moving() || Tilt_.Moving() || Zoom_.Moving()};
 }

@@ -5,6 +5,10 @@
 
 namespace ptzsim {
 
+double Wrapped(double angle, double from, double turn) {
+  return angle - turn * std::floor((angle - from) / turn);
+}
+
 Motion::Motion(const Clock& clock, double start, Range range, double speed)
     : Clock_(&clock), Range_(range), Speed_(speed), From_(start), Target_(start), Since_(clock.Now()) {}
 
@@ -20,6 +24,10 @@ bool Motion::Moving() const { return Velocity_ != 0 && Position() != Target_; }
 void Motion::MoveTo(double target) {
   const double reachable = std::clamp(target, Range_.Min, Range_.Max);
   Start(reachable, std::copysign(Speed_, reachable - Position()));
+}
+
+void Motion::TurnTo(double direction, double turn) {
+  MoveTo(direction + turn * std::round((Position() - direction) / turn));
 }
 
 void Motion::Run(double velocity) { Start(velocity > 0 ? Range_.Max : Range_.Min, velocity); }

@@ -6,6 +6,9 @@
 
 namespace ptzsim {
 
+/// The same direction of an axis that turns without end, `from` up to below a full turn more.
+double Wrapped(double angle, double from, double turn = 360);
+
 /// One moving quantity of a head (pan, tilt, zoom, focus, iris) in the camera's own units. Its position is
 /// worked out from the clock when it is asked for; it stops at its ends. Not locked: the make guards it.
 class Motion {
@@ -14,6 +17,8 @@ class Motion {
     double Min;
     double Max;
   };
+  /// Of an axis that turns without end: its position is counted on beyond a full turn.
+  static constexpr Range Endless{-1e9, 1e9};
 
   /// `speed` is in units per second, for moves to a target.
   Motion(const Clock& clock, double start, Range range, double speed);
@@ -25,6 +30,8 @@ class Motion {
   void MoveTo(double target);
   /// The same, counted from where the quantity is now.
   void MoveBy(double distance) { MoveTo(Position() + distance); }
+  /// The same towards a direction of an endless axis, the short way around.
+  void TurnTo(double direction, double turn = 360);
   /// Runs at `velocity` units per second until it is told otherwise or meets an end; 0 stops.
   void Run(double velocity);
   void Stop() { Run(0); }
