@@ -36,7 +36,8 @@ Variant AbsoluteDriver::DeviceDisconnect() {
   return {};
 }
 
-bool AbsoluteDriver::StepBy(double pan, double tilt, double zoom) {
+bool AbsoluteDriver::StepBy(double panStep, double tiltStep, double zoomStep) {
+  const auto pan = ToSingle(panStep), tilt = ToSingle(tiltStep), zoom = ToSingle(zoomStep);
   if (PositionAge_.IsDue(TickCount())) ReadPosition();
   return SetPosition(
       {ToSingle(Current_.Pan + pan), ToSingle(Current_.Tilt + tilt), ToSingle(Current_.Zoom + zoom)});
