@@ -35,6 +35,8 @@ std::vector<Row> Rows(std::string_view reply) { return Split2D(reply, "\r\n", "=
 
 std::string UnitsText(float value) { return Text(ToSingle(value * Units)); }
 
+bool IsStep(Zooms direction) { return direction == ZoomIn || direction == ZoomOut; }
+
 }  // namespace
 
 struct PanasoniciPro::Model {
@@ -95,7 +97,7 @@ const DriverData PanasoniciPro::Data = {
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
 };
 
-PanasoniciPro::PanasoniciPro(const Platform& platform) : HTTPDriver(platform, Style) {}
+PanasoniciPro::PanasoniciPro(const Platform& platform) : AbsoluteDriver(platform, Style) {}
 
 Capabilities PanasoniciPro::Capabilities() {
   return CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityMultiport;
@@ -116,8 +118,8 @@ bool PanasoniciPro::Connect(std::span<const std::uint8_t> options) {
     Raise(PTZErrorUnrecognisedDevice,
           "The Panasonic iPro " + name + " is not currently recognised by Quorvane.");
 
-  QueryPosition();
-  if (Options_.Boolean("Reset", false)) GoTo(0, 0, CurrentZoom_);
+  ReadPosition();
+  if (Options_.Boolean("Reset", false)) SetPosition({0, 0, Current_.Zoom});
   Connected_ = true;
   return true;
 }
@@ -126,38 +128,22 @@ std::optional<std::string> PanasoniciPro::Send(std::string_view page, std::strin
   return Request(CommandPath(page, ChannelParameter, parameters));
 }
 
+/// Left before right and up before down, where both are told.
 bool PanasoniciPro::DeviceMove(Directions direction, float angle) {
   const auto step = StepOf(direction, angle);
-  return Step(step.Pan, step.Tilt);
-}
-
-bool PanasoniciPro::DeviceMoveBoth(float panAngle, float tiltAngle) { return Step(panAngle, tiltAngle); }
-
-bool PanasoniciPro::Step(double panAngle, double tiltAngle) {
-  const auto pan = ToSingle(panAngle), tilt = ToSingle(tiltAngle);  // no question for what is no number
-  RefreshPosition();
-  return GoTo(static_cast<double>(CurrentPan_) + pan, static_cast<double>(CurrentTilt_) + tilt, CurrentZoom_);
+  return StepBy(step.Pan, step.Tilt, 0);
 }
 
 bool PanasoniciPro::MoveTo(float pan, float tilt) {
-  MoveTo(pan, tilt, CurrentZoom_);
-  return false;
+  AbsoluteDriver::MoveTo(pan, tilt);
+  return false;  // whatever the camera did, on purpose
 }
 
-void PanasoniciPro::MoveTo(float pan, float tilt, float zoom) { GoTo(pan, tilt, zoom); }
+bool PanasoniciPro::Zoom(Zooms zoomLevel) { return IsStep(zoomLevel) && AbsoluteDriver::Zoom(zoomLevel); }
 
-bool PanasoniciPro::Zoom(Zooms zoomLevel) { return StepZoom(zoomLevel, ZoomStepAmount); }
-
-void PanasoniciPro::Zoom(Zooms direction, float amount) { StepZoom(direction, amount); }
-
-bool PanasoniciPro::StepZoom(Zooms direction, float amount) {
-  const auto step = ToSingle(ZoomStepOf(direction, amount));
-  RefreshPosition();
-  if (direction != ZoomIn && direction != ZoomOut) return false;
-  return GoTo(CurrentPan_, CurrentTilt_, static_cast<double>(CurrentZoom_) + step);
+void PanasoniciPro::Zoom(Zooms direction, float amount) {
+  if (IsStep(direction)) AbsoluteDriver::Zoom(direction, amount);
 }
-
-void PanasoniciPro::ZoomTo(float zoom) { GoTo(CurrentPan_, CurrentTilt_, zoom); }
 
 void PanasoniciPro::SetPanTilt(float, float) { PositionAge_.Expire(); }  // the camera knows better
 
@@ -166,49 +152,38 @@ Variant PanasoniciPro::DeviceDisconnect() {
   return true;
 }
 
-bool PanasoniciPro::GoTo(double targetPan, double targetTilt, double targetZoom) {
-  if (Model_ == nullptr) return false;
-  const auto pan = Model_->LimitPan(ToSingle(targetPan));
-  const auto tilt = Model_->Tilt.Clamp(ToSingle(targetTilt));
-  const auto zoom = std::max(ToSingle(targetZoom), 0.0F);
-
-  std::string parameters;
-  if (pan != CurrentPan_ || tilt != CurrentTilt_)
-    parameters = "pan=" + UnitsText(ToSingle(static_cast<double>(pan) - Model_->PanOrigin())) +
-                 "&tilt=" + UnitsText(ToSingle(Model_->Upright(tilt)));
-  if (zoom != CurrentZoom_)
-    parameters += (parameters.empty() ? "zoom=" : "&zoom=") + UnitsText(ToSingle(zoom + 1.0));
-  if (!parameters.empty() && !Send(ControlPage, parameters)) return false;
-
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  CurrentZoom_ = zoom;
-  PositionAge_.Set(TickCount());
-  return true;
-}
-
-/// Without a model the camera's numbers mean nothing.
-void PanasoniciPro::RefreshPosition() {
-  if (Model_ != nullptr && PositionAge_.IsDue(TickCount())) QueryPosition();
-}
-
-/// The camera counts as asked even where it does not answer, and is left alone for a while.
-void PanasoniciPro::QueryPosition() {
-  PositionAge_.Set(TickCount());
-  PositionAge_.Asked();
+std::optional<HeadPosition> PanasoniciPro::QueryPosition() {
+  if (Model_ == nullptr) return std::nullopt;  // its numbers would mean nothing
   const auto reply = Send(PositionPage, "");
-  if (!reply) return;
-  auto pan = CurrentPan_, tilt = CurrentTilt_, zoom = CurrentZoom_;
+  if (!reply) return std::nullopt;
+  auto position = Current_;
   for (const auto& [field, value] : Rows(*reply)) {
     const auto key = LowerCase(field);
     // `Val` ends before the blank that stands, in one form or the other, behind the number.
-    if (key == "pan") pan = ToSingle(Val(value) / Units + Model_->PanOrigin());
-    if (key == "tilt") tilt = ToSingle(Model_->Upright(Val(value) / Units));
-    if (key == "zoom") zoom = ToSingle(Int((Val(value) / Units - 1) * ZoomSteps + 0.5) / ZoomSteps);
+    if (key == "pan") position.Pan = ToSingle(Val(value) / Units + Model_->PanOrigin());
+    if (key == "tilt") position.Tilt = ToSingle(Model_->Upright(Val(value) / Units));
+    if (key == "zoom") position.Zoom = ToSingle(Int((Val(value) / Units - 1) * ZoomSteps + 0.5) / ZoomSteps);
   }
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  CurrentZoom_ = zoom;
+  return position;
+}
+
+bool PanasoniciPro::SetPosition(HeadPosition target) {
+  if (Model_ == nullptr) return false;
+  target.Pan = Model_->LimitPan(ToSingle(target.Pan));
+  target.Tilt = Model_->Tilt.Clamp(ToSingle(target.Tilt));
+  target.Zoom = std::max(ToSingle(target.Zoom), 0.0F);
+
+  std::string parameters;
+  if (target.Pan != Current_.Pan || target.Tilt != Current_.Tilt)
+    parameters = "pan=" + UnitsText(ToSingle(static_cast<double>(target.Pan) - Model_->PanOrigin())) +
+                 "&tilt=" + UnitsText(ToSingle(Model_->Upright(target.Tilt)));
+  if (target.Zoom != Current_.Zoom)
+    parameters += (parameters.empty() ? "zoom=" : "&zoom=") + UnitsText(ToSingle(target.Zoom + 1.0));
+  if (!parameters.empty() && !Send(ControlPage, parameters)) return false;
+
+  Current_ = target;
+  PositionAge_.Set(TickCount());
+  return true;
 }
 
 }  // namespace ptzd

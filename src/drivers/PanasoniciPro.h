@@ -6,34 +6,33 @@
 #include <string>
 #include <string_view>
 
-#include "contract/DeviceBridge.h"
 #include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PositionAge.h"
+#include "drivers/AbsoluteDriver.h"
 
 namespace ptzd {
 
 /// Panasonic i-Pro (WV) and BL-VT164 network cameras and encoders (`QVPTZ.PanasoniciPro`), over HTTP.
 ///
-/// Options: Address; Port, the channel of an encoder, 1 and up (0, the default: the only or first one);
-/// Reset, True to go to pan 0, tilt 0 on connecting.
+/// Options: Address; Port, the channel of an encoder, 1 and up (0, the default: the only or first one), read
+/// at every request; Reset, True to go to pan 0, tilt 0 on connecting.
 ///
 /// `Connect` asks the camera for its model and then for its position, which may fail, and blocks for each
 /// answer. It raises 17003 without an address, 17001 where the camera does not answer or has nothing to say,
-/// 17002 for a model that is not in the table and 6 for numbers that are out of range.
+/// 17002 for a model that is not in the table, 6 for numbers that are out of range and 13 where Port is no
+/// number or Reset no Boolean.
 ///
 /// The camera counts in tenths of a degree. Targets are clamped to the limits of the model; a pan around the
 /// end of an endless head is brought back by one turn. Zoom is the magnification less 1, 0 at the widest; it
 /// is read in quarters, and the end of the lens is the camera's own. Only what changes is sent, pan and tilt
-/// together.
+/// together. Targets that are no number, and those too far for a single, raise 6 before anything is sent.
 ///
 /// The camera is asked for its position on connecting and before a step of any kind, where the position is
-/// older than 5 seconds. `Pan`, `Tilt` and `ZoomLevel` ask nothing: they are the position last read or
-/// commanded.
+/// older than 5 seconds or `SetPanTilt`, which looks at no argument, told that it is another. `Pan`, `Tilt`
+/// and `ZoomLevel` ask nothing: they are the position last read or commanded.
 ///
 /// No member needs a connection, but before a camera has told a known model there are no limits to move
 /// within, and moves answer False. There is no iris, focus, home or preset.
-class PanasoniciPro final : public DualDevice, private HTTPDriver {
+class PanasoniciPro final : public AbsoluteDriver {
  public:
   static const DriverData Data;
 
@@ -41,37 +40,23 @@ class PanasoniciPro final : public DualDevice, private HTTPDriver {
 
   ptzd::Capabilities Capabilities() override;
   bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override { return CurrentPan_; }
-  float Tilt() override { return CurrentTilt_; }
-  float ZoomLevel() override { return CurrentZoom_; }
-
+  using AbsoluteDriver::MoveTo;
   bool MoveTo(float pan, float tilt) override;
-  void MoveTo(float pan, float tilt, float zoom) override;
   bool Zoom(Zooms zoomLevel) override;
   void Zoom(Zooms direction, float amount) override;
-  void ZoomTo(float zoom) override;
   void SetPanTilt(float pan, float tilt) override;
 
  private:
   struct Model;
 
   bool DeviceMove(Directions direction, float angle) override;
-  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
   Variant DeviceDisconnect() override;
+  std::optional<HeadPosition> QueryPosition() override;
+  bool SetPosition(HeadPosition target) override;
 
   std::optional<std::string> Send(std::string_view page, std::string_view parameters);
-  bool Step(double panAngle, double tiltAngle);
-  bool StepZoom(Zooms direction, float amount);
-  bool GoTo(double targetPan, double targetTilt, double targetZoom);
-  void RefreshPosition();
-  void QueryPosition();
 
   const Model* Model_ = nullptr;  // null until a camera told a known one
-  float CurrentPan_ = 0;          // degrees
-  float CurrentTilt_ = 0;         // degrees
-  float CurrentZoom_ = 0;
-  PositionAge PositionAge_;
 };
 
 }  // namespace ptzd

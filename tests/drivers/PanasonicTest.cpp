@@ -132,7 +132,6 @@ TEST_F(PanasonicTest, FirmwareChoosesTheInterface) {
            Row{"1.22000005", false, "the same in single precision"},
            Row{"1.2200002", true, "the next but one"},
            Row{" 2.5 beta", true, "what the number leads is ignored"},
-           Row{"1:9", false, "a second colon ends the value"},
            Row{"", false, "no number is 0"},
        }) {
     Connect(Information("BL-C131", firmware));
