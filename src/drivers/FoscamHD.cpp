@@ -103,7 +103,7 @@ bool FoscamHD::MoveToPosition(float pan, float tilt) {
 void FoscamHD::ContinuousMove(float pan, float tilt) {
   const auto [direction, amount] = HeadingOf(pan, tilt);
   // A stop slows the camera down too.
-  const auto faster = std::min<double>(Int(ToSingle(amount / AmountPerSpeed)), SlowestSpeed);
+  const auto faster = std::min<double>(Int(amount / AmountPerSpeed), SlowestSpeed);
   SetSpeed(SlowestSpeed - ToInt32(faster));
   SendContinuous(direction);
 }

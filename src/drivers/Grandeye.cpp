@@ -108,9 +108,9 @@ bool Grandeye::MoveTo(float pan, float tilt) {
 
 /// Goes to the nearest whole degrees; only what changes is sent.
 bool Grandeye::AbsoluteMove(double targetPan, double targetTilt) {
+  RefreshPosition();
   const auto pan = ToInt32(ToSingle(targetPan));
   const auto tilt = std::clamp(ToInt32(ToSingle(targetTilt)), -MaxTilt, MaxTilt);
-  RefreshPosition();
 
   std::string command;
   if (pan != static_cast<double>(Position_.Pan)) command = "pan=" + Text(ToInt32(-static_cast<double>(pan)));
