@@ -19,7 +19,7 @@ float WithinHalfTurn(float angle);
 
 /// Base of an HTTP driver whose camera tells and takes positions as absolute values. `Pan`, `Tilt` and
 /// `ZoomLevel` answer from a model of the position. Steps ask the camera first, at most every 5 seconds;
-/// targets do not. Opposite directions cancel. Nothing needs a connection.
+/// targets do not. Opposite directions cancel each other out. Nothing needs a connection.
 class AbsoluteDriver : public DualDevice, protected HTTPDriver {
  public:
   bool Connected() override { return Connected_; }
@@ -48,12 +48,11 @@ class AbsoluteDriver : public DualDevice, protected HTTPDriver {
 
   /// Takes the camera's answer for the model. Counts as asked whatever comes of it.
   void ReadPosition();
+  /// Goes from where the camera is. Raises 6, with nothing asked or sent, for a step that is no number.
+  bool StepBy(double panStep, double tiltStep, double zoomStep);
 
   HeadPosition Current_;
   PositionAge PositionAge_;
-
- private:
-  bool StepBy(double pan, double tilt, double zoom);
 };
 
 }  // namespace ptzd
