@@ -37,6 +37,7 @@ class AxisSimulated : public testing::Test {
   PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
 
   void TearDown() override {
+    if (!Camera) return;  // skipped
     EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
     EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
   }
