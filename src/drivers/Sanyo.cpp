@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "common/Error.h"
+#include "common/Logging.h"
 #include "common/Numbers.h"
 #include "common/TimeDiffMod.h"
 #include "contract/PTZErrors.h"
@@ -95,7 +96,7 @@ Capabilities Sanyo::Capabilities() {
 bool Sanyo::Connect(std::span<const std::uint8_t> options) {
   OpenOptions(options);
   RequireAddress(Options_, Data);
-  Client_.GetResource(Url(IndexPath), "", "");
+  Fetch(IndexPath);
   LastKeepAlive_ = TickCount();
   PanFactor_ = ToSingle(PercentPerDegree(PictureWidth));
   TiltFactor_ = ToSingle(PercentPerDegree(PictureHeight));
@@ -116,10 +117,19 @@ bool Sanyo::SendOpeCmd(std::int32_t command, std::string_view parameters) {
   return Request(path).has_value();
 }
 
+/// What is no text: the session's page, of which nothing is wanted, and the position.
+Bytes Sanyo::Fetch(std::string_view path) {
+  const auto url = Url(path);
+  LogMessage("Sending: " + url);
+  auto reply = Client_.GetResource(url, "", "");
+  LogMessage("Received: " + Text(ToInt32(static_cast<double>(reply.size()))) + " bytes");
+  return reply;
+}
+
 void Sanyo::KeepAlive() {
   if (TimeDiff(LastKeepAlive_, TickCount()) <= KeepAliveInterval) return;
   try {
-    Client_.GetResource(Url(IndexPath), "", "");
+    Fetch(IndexPath);
   } catch (const Error&) {
     // Nobody asked for this request; the command that follows shows that the camera is gone.
   }
@@ -136,7 +146,7 @@ void Sanyo::ReadStatus() {
   StatusAge_.Asked();
   Bytes reply;
   try {
-    reply = Client_.GetResource(Url(StatusPath), "", "");
+    reply = Fetch(StatusPath);
   } catch (const Error&) {
     return;  // the position stays what it was
   }

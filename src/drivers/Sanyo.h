@@ -65,6 +65,7 @@ class Sanyo final : public PTZDevice, public ContinuousDriver, public TabledOpti
  private:
   std::span<const OptionRow> OptionTable() const override { return {}; }
 
+  Bytes Fetch(std::string_view path);
   void KeepAlive();
   void ReadStatus();
   void RefreshStatus();
