@@ -154,7 +154,7 @@ struct AxisRules {
 
 Axis::Axis() : Axis(Options()) {}
 
-Axis::Axis(Options options)
+Axis::Axis(const Options& options)
     : Simulator(options.Clock),
       ParameterLineEnd_(options.ParameterLineEnd),
       Channels_(MakeChannels(Time(), options.Heads)),

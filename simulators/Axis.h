@@ -42,7 +42,7 @@ class Axis : public Simulator {
   };
 
   Axis();
-  explicit Axis(Options options);
+  explicit Axis(const Options& options);
   ~Axis() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

@@ -128,9 +128,9 @@ struct ElmoCommands {
 
   static bool StepOrAuto(Motion& motion, bool* automatic, const std::string& text, char less, char more) {
     const bool step = text.size() == 1 && (text[0] == less || text[0] == more);
-    if (!step && !(automatic && text == "4"))
+    if (!step && (automatic == nullptr || text != "4"))
       throw std::invalid_argument("\"" + text + "\" is none of its numbers");
-    if (automatic) *automatic = !step;
+    if (automatic != nullptr) *automatic = !step;
     if (step) motion.MoveBy(text[0] == more ? LensStep : -LensStep);
     return true;
   }
@@ -199,7 +199,7 @@ std::vector<std::string> Elmo::Models() {
 
 Elmo::Elmo() : Elmo(Options()) {}
 
-Elmo::Elmo(Options options)
+Elmo::Elmo(const Options& options)
     : Simulator(options.Clock),
       Model_(Model::Find(options.Model)),
       Numbers_(options.Numbers),

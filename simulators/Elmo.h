@@ -52,7 +52,7 @@ class Elmo : public Simulator {
 
   Elmo();
   /// Throws std::invalid_argument for an unknown model.
-  explicit Elmo(Options options);
+  explicit Elmo(const Options& options);
   ~Elmo() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

@@ -59,7 +59,7 @@ HTTPReply CGIResult(int result) {
 
 Foscam::Foscam() : Foscam(Options()) {}
 
-Foscam::Foscam(Options options)
+Foscam::Foscam(const Options& options)
     : Simulator(options.Clock),
       Kind_(options.Generation),
       User_(options.User),

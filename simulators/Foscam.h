@@ -47,7 +47,7 @@ class Foscam : public Simulator {
   };
 
   Foscam();
-  explicit Foscam(Options options);
+  explicit Foscam(const Options& options);
   ~Foscam() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

@@ -218,7 +218,7 @@ std::vector<std::string> Panasonic::Models() {
 
 Panasonic::Panasonic() : Panasonic(Options()) {}
 
-Panasonic::Panasonic(Options options)
+Panasonic::Panasonic(const Options& options)
     : Simulator(options.Clock),
       Model_(Model::Find(options.Model)),
       Firmware_(options.Firmware),

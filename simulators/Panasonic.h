@@ -50,7 +50,7 @@ class Panasonic : public Simulator {
 
   Panasonic();
   /// Throws std::invalid_argument for an unknown model or a firmware that is not a number.
-  explicit Panasonic(Options options);
+  explicit Panasonic(const Options& options);
   ~Panasonic() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

@@ -82,7 +82,7 @@ std::vector<std::string> PanasoniciPro::Models() {
 
 PanasoniciPro::PanasoniciPro() : PanasoniciPro(Options()) {}
 
-PanasoniciPro::PanasoniciPro(Options options)
+PanasoniciPro::PanasoniciPro(const Options& options)
     : Simulator(options.Clock),
       Model_(Model::Find(options.Model)),
       Channels_(AtFirst(options.Channels)),

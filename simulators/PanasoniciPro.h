@@ -41,7 +41,7 @@ class PanasoniciPro : public Simulator {
 
   PanasoniciPro();
   /// Throws std::invalid_argument for an unknown model or a number of channels there cannot be.
-  explicit PanasoniciPro(Options options);
+  explicit PanasoniciPro(const Options& options);
   ~PanasoniciPro() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

@@ -74,7 +74,7 @@ const Pelco::Drive Pelco::Drives[] = {
 
 Pelco::Pelco() : Pelco(Options()) {}
 
-Pelco::Pelco(Options options)
+Pelco::Pelco(const Options& options)
     : Simulator(options.Clock),
       Protocol_(options.Protocol),
       Heads_(MakeHeads(Time(), options.Addresses)),

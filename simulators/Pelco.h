@@ -42,7 +42,7 @@ class Pelco : public Simulator {
 
   Pelco();
   /// Throws std::invalid_argument for addresses that cannot be, std::runtime_error when there is no line.
-  explicit Pelco(Options options);
+  explicit Pelco(const Options& options);
   ~Pelco() override;
 
   std::vector<std::string> Addresses() const override { return {Line_.Path()}; }

@@ -125,7 +125,7 @@ std::vector<Quorvane::Feed> Quorvane::SomeFeeds() {
 
 Quorvane::Quorvane() : Quorvane(Options()) {}
 
-Quorvane::Quorvane(Options options)
+Quorvane::Quorvane(const Options& options)
     : Simulator(options.Clock),
       BadXML_(options.BadXML),
       Channels_(MakeChannels(Time(), options.Feeds)),

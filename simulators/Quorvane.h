@@ -46,7 +46,7 @@ class Quorvane : public Simulator {
   Quorvane();
   /// Throws std::invalid_argument for no feeds, for an empty name or id, and for text that is not plain
   /// ASCII.
-  explicit Quorvane(Options options);
+  explicit Quorvane(const Options& options);
   ~Quorvane() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

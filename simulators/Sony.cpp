@@ -141,7 +141,7 @@ std::vector<std::string> Sony::Models() {
 
 Sony::Sony() : Sony(Options()) {}
 
-Sony::Sony(Options options)
+Sony::Sony(const Options& options)
     : Simulator(options.Clock),
       Model_(Model::Find(options.Model)),
       Pan_(Time(), 217, Model_.Has(Endless) ? Motion::Endless : Model_.Pan, TurnSpeed),

@@ -39,7 +39,7 @@ class Sony : public Simulator {
 
   Sony();
   /// Throws std::invalid_argument for an unknown model.
-  explicit Sony(Options options);
+  explicit Sony(const Options& options);
   ~Sony() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

@@ -162,7 +162,7 @@ std::vector<std::string> Toshiba::Models() {
 
 Toshiba::Toshiba() : Toshiba(Options()) {}
 
-Toshiba::Toshiba(Options options)
+Toshiba::Toshiba(const Options& options)
     : Simulator(options.Clock),
       Model_(Model::Find(options.Model)),
       Pan_(Time(), Model_.StartPan, Model_.Pan.Range(), Model_.Pan.PerSecond(TurnSpeed)),

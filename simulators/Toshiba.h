@@ -40,7 +40,7 @@ class Toshiba : public Simulator {
 
   Toshiba();
   /// Throws std::invalid_argument for an unknown model.
-  explicit Toshiba(Options options);
+  explicit Toshiba(const Options& options);
   ~Toshiba() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

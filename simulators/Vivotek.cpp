@@ -133,7 +133,7 @@ std::vector<std::string> Vivotek::Models() {
 
 Vivotek::Vivotek() : Vivotek(Options()) {}
 
-Vivotek::Vivotek(Options options)
+Vivotek::Vivotek(const Options& options)
     : Simulator(options.Clock),
       Model_(Model::Find(options.Model)),
       Pan_(Time(), 33.5, Model_.Pan, TurnSpeed),

@@ -40,7 +40,7 @@ class Vivotek : public Simulator {
 
   Vivotek();
   /// Throws std::invalid_argument for an unknown model.
-  explicit Vivotek(Options options);
+  explicit Vivotek(const Options& options);
   ~Vivotek() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }

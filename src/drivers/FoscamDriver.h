@@ -54,7 +54,6 @@ class FoscamDriver : public PTZDevice, public ContinuousDriver, public TabledOpt
   };
 
   FoscamDriver(const Platform& platform, const DriverData& data, const CommandSet& commands);
-  ~FoscamDriver() = default;
 
   /// Raises 6 where a speed or their sum is no number.
   static Heading HeadingOf(float pan, float tilt);

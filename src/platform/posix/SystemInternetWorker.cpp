@@ -127,6 +127,7 @@ bool AsyncWorker::TakeJobs() {
 }
 
 /// Takes part in owning the session: a request that is completed at once may have been its last owner.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void AsyncWorker::StartNext(std::shared_ptr<AsyncSession> owned) {
   auto& session = *owned;
   while (session.writing == nullptr && !session.waiting.empty()) {
