@@ -89,7 +89,7 @@ struct Axis::Head {
 
   explicit Head(std::string_view parameterList) {
     for (const auto& [key, value] : Split2D(parameterList, "\n", "=")) {
-      const auto name = std::string_view(key).substr(key.rfind('.') + 1);
+      const auto name = key.substr(key.rfind('.') + 1);
       // Nothing is trimmed: a list with other line ends than the camera's own describes no head.
       if (value == "true") {
         for (const auto& row : SupportTable) {
@@ -98,9 +98,9 @@ struct Axis::Head {
           AbsoluteAxes |= row.AbsoluteAxis;
         }
       }
-      if (name == "MaxZoom") MaxZoom = ToInt32(Variant(value));
-      if (name == "MinFieldAngle") MinFieldAngle = ToInt32(Variant(value));
-      if (name == "MaxFieldAngle") MaxFieldAngle = ToInt32(Variant(value));
+      if (name == "MaxZoom") MaxZoom = ToInt32(NumberFromText(value));
+      if (name == "MinFieldAngle") MinFieldAngle = ToInt32(NumberFromText(value));
+      if (name == "MaxFieldAngle") MaxFieldAngle = ToInt32(NumberFromText(value));
     }
   }
 

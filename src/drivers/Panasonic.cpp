@@ -40,8 +40,6 @@ constexpr auto Brightness = PanTilt | CapabilityIris | CapabilityAutoIris;
 constexpr auto WithZoom = PanTilt | CapabilityZoom;
 constexpr auto WithLens = Brightness | CapabilityZoom | CapabilityFocus | CapabilityAutoFocus2;
 
-std::vector<Row> Rows(std::string_view reply) { return Split2D(reply, "\r\n", ":"); }
-
 /// A name without the letters at its end, which tell markets and colours apart.
 std::string_view TrimLetters(std::string_view name) {
   while (!name.empty() && name.back() >= 'A' && name.back() <= 'Z') name.remove_suffix(1);
@@ -54,10 +52,10 @@ struct Identity {
   float Firmware = 0;
 
   explicit Identity(std::string_view information) {
-    for (const auto& [field, value] : Rows(information)) {
+    for (const auto& [field, value] : Split2D(information, "\r\n", ":")) {
       const auto key = LowerCase(field);
       if (key == "modelname") {
-        const auto name = UpperCaseName(value);
+        const auto name = UpperCaseName(std::string(value));
         LogMessage("Camera model: " + name);
         Name = TrimLetters(name);
         LogMessage("Trimmed camera model: " + Name);
@@ -170,11 +168,11 @@ void Panasonic::SetUp(std::string_view information) {
   auto pan = CurrentPan_, tilt = CurrentTilt_;
   auto tiltLimits = model->Tilt;
   if (const auto reply = Request(PanPath)) {
-    for (const auto& [key, value] : Rows(*reply))
+    for (const auto& [key, value] : Split2D(*reply, "\r\n", ":"))
       if (LowerCase(key) == "deg") pan = ToInt32(-Val(value) / UnitsPerDegree);
   }
   if (const auto reply = Request(TiltPath)) {
-    for (const auto& [field, value] : Rows(*reply)) {
+    for (const auto& [field, value] : Split2D(*reply, "\r\n", ":")) {
       const auto key = LowerCase(field);
       if (key == "deg") tilt = ToInt32(Val(value) / UnitsPerDegree);
       if (key == "setuptype") {

@@ -31,8 +31,6 @@ constexpr std::string_view ChannelParameter = "ch=";
 constexpr double Units = 10;     // of a degree, and of the magnification
 constexpr double ZoomSteps = 4;  // of the magnification, when it is read
 
-std::vector<Row> Rows(std::string_view reply) { return Split2D(reply, "\r\n", "="); }
-
 std::string UnitsText(float value) { return Text(ToSingle(value * Units)); }
 
 bool IsStep(Zooms direction) { return direction == ZoomIn || direction == ZoomOut; }
@@ -111,7 +109,7 @@ bool PanasoniciPro::Connect(std::span<const std::uint8_t> options) {
   if (!information || information->empty())
     Raise(PTZErrorConnectionFailed, "Unable to get the camera information.");
   std::string name;
-  for (const auto& [key, value] : Rows(*information))
+  for (const auto& [key, value] : Split2D(*information, "\r\n", "="))
     if (LowerCase(key) == "name") name = value;
   Model_ = Model::Find(UpperCaseName(name));
   if (Model_ == nullptr)
@@ -157,7 +155,7 @@ std::optional<HeadPosition> PanasoniciPro::QueryPosition() {
   const auto reply = Send(PositionPage, "");
   if (!reply) return std::nullopt;
   auto position = Current_;
-  for (const auto& [field, value] : Rows(*reply)) {
+  for (const auto& [field, value] : Split2D(*reply, "\r\n", "=")) {
     const auto key = LowerCase(field);
     // `Val` ends before the blank that stands, in one form or the other, behind the number.
     if (key == "pan") position.Pan = ToSingle(Val(value) / Units + Model_->PanOrigin());

@@ -38,9 +38,9 @@ constexpr std::int32_t MaxZoomPosition = 65535;
 constexpr float MoveSpeedUnits = 4;
 constexpr float ZoomSpeedUnits = 8;
 
-std::vector<Row> Rows(std::string_view reply) {
+std::string_view WithoutLineEnd(std::string_view reply) {
   while (reply.ends_with('\n') || reply.ends_with('\r')) reply.remove_suffix(1);
-  return Split2D(reply, "&", "=");
+  return reply;
 }
 
 /// The first two numbers of a value such as "FDAC,0254".
@@ -132,7 +132,7 @@ const DriverData Sony::Data = {
 
 /// Takes over the rows that it knows; the others are the camera's own business.
 void Sony::Head::Read(std::string_view reply, std::string_view tiltRangeKey) {
-  for (const auto& [name, value] : Rows(reply)) {
+  for (const auto& [name, value] : Split2D(WithoutLineEnd(reply), "&", "=")) {
     if (name == "CGIVersion") CgiVersion = Val(value.substr(0, 3));
     if (name == "ModelName") ModelName = value;
     if (value == "1") {
@@ -146,7 +146,7 @@ void Sony::Head::Read(std::string_view reply, std::string_view tiltRangeKey) {
     };
     if (name == "PanMovementRange") readRange(PanRange);
     if (name == tiltRangeKey) readRange(TiltRange);
-    if (name == "PanTiltMaxVelocity") MaxVelocity = ToInt32(Variant(value));
+    if (name == "PanTiltMaxVelocity") MaxVelocity = ToInt32(NumberFromText(value));
     if (name == PtzfPositionKey) At = ReadablePosition(value);
   }
 }
@@ -248,7 +248,8 @@ void Sony::RefreshPosition() {
 
 void Sony::ReadPosition() {
   if (Head_.ReportsPtzf()) {
-    for (const auto& [name, value] : Rows(Inquire(PtzfPath)))
+    const auto reply = Inquire(PtzfPath);
+    for (const auto& [name, value] : Split2D(WithoutLineEnd(reply), "&", "="))
       if (name == PtzfPositionKey) Store(PtzfPosition(value));
   } else if (Head_.ViscaInquiry) {
     Store(ViscaPosition(Inquire(ViscaInquiryPath)));

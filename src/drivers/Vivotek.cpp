@@ -45,11 +45,11 @@ constexpr float MoveSpeedUnits = 5;
 constexpr float ZoomSpeedUnits = 10;
 
 /// Lines may end in CR LF as well as in LF.
-std::vector<Row> Rows(std::string_view text) {
+std::string PlainLines(std::string_view text) {
   std::string lines;
   for (std::size_t i = 0; i < text.size(); ++i)
     if (text[i] != '\r' || i + 1 == text.size() || text[i + 1] != '\n') lines += text[i];
-  return Split2D(lines, "\n", "=");
+  return lines;
 }
 
 /// Whole, and one more: the camera's slowest speed is 1.
@@ -136,17 +136,19 @@ bool Vivotek::Connect(std::span<const std::uint8_t> options) {
 
   const Model* model = nullptr;
   ptzd::Capabilities bits{};
-  for (const auto& [name, value] : Rows(reply)) {
+  const auto lines = PlainLines(reply);
+  for (const auto& [name, value] : Split2D(lines, "\n", "=")) {
     const auto key = LowerCase(name);
     if (key == "model") {
-      LogMessage("Camera model: " + value);
+      LogMessage("Camera model: " + std::string(value));
       model = Model::Find(value);
-      if (model == nullptr) Raise(PTZErrorUnrecognisedDevice, "Unrecognized model number: " + value);
+      if (model == nullptr)
+        Raise(PTZErrorUnrecognisedDevice, "Unrecognized model number: " + std::string(value));
     } else if (key == "ptzenabled") {
       // The camera's number is taken as it stands, whatever its bits mean there.
       bits = static_cast<ptzd::Capabilities>(ToInt32(Val(value)));
       if (bits != 0) bits |= CapabilityPreset | CapabilityContinuousMove | CapabilityContinuousZoom;
-      LogMessage("Camera capabilities: " + value);
+      LogMessage("Camera capabilities: " + std::string(value));
     }
   }
   if (bits == 0) Raise(PTZErrorPTZIncapable, "This device does not support PTZ.");
@@ -245,11 +247,13 @@ std::vector<PTZNamedPreset> Vivotek::GetNamedPresets() {
   if (!NewProtocol()) return {};
   std::vector<PTZNamedPreset> presets;
   std::set<std::string> ids;
-  for (const auto& [name, value] : Rows(Fetch(InformationPath))) {
+  const auto lines = PlainLines(Fetch(InformationPath));
+  for (const auto& [name, value] : Split2D(lines, "\n", "=")) {
     if (value.empty() || !LowerCase(name).starts_with("preset")) continue;
-    if (!ids.insert(value).second) Raise(ErrorDuplicateKey);
+    const std::string id(value);
+    if (!ids.insert(id).second) Raise(ErrorDuplicateKey);
     // The number is read from the "t" of "preset" on, which spells none: 0 on purpose.
-    presets.emplace_back(0, value, value);
+    presets.emplace_back(0, id, id);
   }
   return presets;
 }

@@ -50,9 +50,24 @@ TEST(DecodeBytes, CodePages) {
 }
 
 TEST(Split2D, TwoColumns) {
-  EXPECT_EQ(Split2D("a=1\r\nb=2=3", "\r\n", "="), (std::vector<Row>{{"a", "1"}, {"b", "2"}}));
-  EXPECT_EQ(Split2D("", "\n", "="), (std::vector<Row>{{"", ""}}));
-  EXPECT_EQ(Split2D("name\n=v\n", "\n", "="), (std::vector<Row>{{"name", ""}, {"", "v"}, {"", ""}}));
+  struct Case {
+    const char* text;
+    std::vector<Row> rows;
+  };
+  for (const auto& [text, rows] : {
+           Case{"a=1\r\nb=2=3", {{"a", "1"}, {"b", "2"}}},
+           {"", {{"", ""}}},
+           {"name\r\n=v\r\n", {{"name", ""}, {"", "v"}, {"", ""}}},
+           {"a\r=\n1\r\r\n", {{"a\r", "\n1\r"}, {"", ""}}},  // half a separator is none
+       }) {
+    std::vector<Row> found;
+    for (const auto& row : Split2D(text, "\r\n", "=")) found.push_back(row);
+    EXPECT_EQ(found, rows) << text;
+  }
+  const std::string hostile(1 << 20, '=');
+  std::size_t rows = 0;
+  for (const auto& row : Split2D(hostile, "=", "=")) rows += row == Row{};
+  EXPECT_EQ(rows, hostile.size() + 1) << "all of them, and each empty";
 }
 
 }  // namespace
