@@ -33,8 +33,8 @@ std::size_t Behind(std::string_view text, std::size_t at, std::string_view mark)
 /// Behind the ">" that ends a tag; attribute values may hold others. Counts the values.
 std::size_t BehindTag(std::string_view text, std::size_t at, std::size_t& values) {
   while (true) {
-    at = text.find_first_of("\"'>", at);
-    if (at == std::string_view::npos) return text.size();
+    while (at < text.size() && text[at] != '>' && text[at] != '"' && text[at] != '\'') ++at;
+    if (at == text.size()) return at;
     if (text[at] == '>') return at + 1;
     at = Behind(text, at + 1, text.substr(at, 1));
     ++values;
@@ -52,17 +52,18 @@ XmlParseError Refusal(std::string_view text) {
   std::size_t depth = 0, parts = 0;
   for (auto at = text.find('<'); at < text.size(); at = text.find('<', at)) {
     const auto rest = text.substr(at);
-    if (rest.starts_with("<!--")) {
+    const char kind = rest.size() > 1 ? rest[1] : ' ';
+    if (kind == '/') {
+      at = Behind(text, at, ">");
+      if (depth > 0) --depth;
+    } else if (kind == '?') {
+      at = Behind(text, at + 2, "?>");
+    } else if (rest.starts_with("<!--")) {
       at = Behind(text, at + 4, "-->");
     } else if (rest.starts_with("<![CDATA[")) {
       at = Behind(text, at, "]]>");
-    } else if (rest.starts_with("<?")) {
-      at = Behind(text, at + 2, "?>");
-    } else if (rest.starts_with("<!")) {
+    } else if (kind == '!') {
       return {XmlErrorDocumentType, "The document has a document type declaration, which is not allowed."};
-    } else if (rest.starts_with("</")) {
-      at = Behind(text, at, ">");
-      if (depth > 0) --depth;
     } else {
       at = BehindTag(text, at, ++parts);
       const bool isEmpty = text[at - 1] == '>' && text[at - 2] == '/';

@@ -1,7 +1,9 @@
 #include "platform/XmlDocument.h"
 
-#include <libxml/xmlreader.h>
+#include <libxml/parser.h>
 
+#include <algorithm>
+#include <exception>
 #include <memory>
 #include <new>
 
@@ -9,28 +11,120 @@ namespace ptzd {
 
 namespace {
 
-// The text is UTF-8 whatever it says of itself, and nothing is fetched from the network.
-constexpr int Options = XML_PARSE_NONET | XML_PARSE_IGNORE_ENC;
+// The text is UTF-8 whatever it says of itself, and nothing is fetched from the network. The entities that
+// every document has, and there are no others, are resolved in attributes, too.
+constexpr int Options = XML_PARSE_NONET | XML_PARSE_IGNORE_ENC | XML_PARSE_NOENT;
+
+// To make a parser costs as much as to read a camera's status, so each thread keeps its own, but none that
+// has grown: it remembers every name.
+constexpr std::size_t ShortText = 16384;  // bytes
+constexpr int FewNames = 1024;
 
 using Context = std::unique_ptr<xmlParserCtxt, decltype(&xmlFreeParserCtxt)>;
-using Tree = std::unique_ptr<xmlDoc, decltype(&xmlFreeDoc)>;
-using Reader = std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)>;
 
-std::string Text(const xmlChar* text) { return text ? reinterpret_cast<const char*>(text) : ""; }
+const char* Chars(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
 
-/// The first error is the cause of those after it. Called from C, so it must not throw.
-struct FirstError {
-  FirstError() = default;
-  ~FirstError() { xmlResetError(&Copy); }
-  FirstError(const FirstError&) = delete;
-  FirstError& operator=(const FirstError&) = delete;
+/// A name as it is written.
+std::string Qualified(const xmlChar* prefix, const xmlChar* name) {
+  return prefix == nullptr ? Chars(name) : std::string(Chars(prefix)) + ":" + Chars(name);
+}
 
-  static void Take(void* context, xmlErrorPtr error) noexcept {
-    auto& first = static_cast<FirstError*>(static_cast<xmlParserCtxtPtr>(context)->_private)->Copy;
-    if (first.code == XML_ERR_OK && error->level >= XML_ERR_ERROR) xmlCopyError(error, &first);
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+/// Makes the nodes while the parser reads: a tree of the parser's own would cost as much as all the rest.
+class NodeBuilder {
+ public:
+  NodeBuilder(XmlNode& document, xmlParserCtxt& parser) : Parser_(parser) {
+    Open_.reserve(8);
+    Open_.push_back(&document);
+    *parser.sax = Events();
+    parser.userData = this;
+  }
+  ~NodeBuilder() { xmlResetError(&FirstError_); }
+  NodeBuilder(const NodeBuilder&) = delete;
+  NodeBuilder& operator=(const NodeBuilder&) = delete;
+
+  /// The first error is the cause of those after it. Rethrows what an event has thrown.
+  const xmlError& FirstError() const {
+    if (Thrown_) std::rethrow_exception(Thrown_);
+    return FirstError_;
   }
 
-  xmlError Copy{};
+ private:
+  static xmlSAXHandler Events() {
+    xmlSAXHandler events{};
+    events.initialized = XML_SAX2_MAGIC;
+    events.startElementNs = [](void* self, const xmlChar* name, const xmlChar* prefix, const xmlChar*, int,
+                               const xmlChar**, int count, int, const xmlChar** attributes) {
+      Guarded(self, [=](NodeBuilder& builder) {
+        builder.BeginElement(Qualified(prefix, name), attributes, count);
+      });
+    };
+    events.endElementNs = [](void* self, const xmlChar*, const xmlChar*, const xmlChar*) {
+      Guarded(self, [](NodeBuilder& builder) {
+        builder.EndText();
+        builder.Open_.pop_back();
+      });
+    };
+    events.characters = events.ignorableWhitespace = [](void* self, const xmlChar* text, int length) {
+      Guarded(self, [=](NodeBuilder& builder) { builder.Text_.append(Chars(text), length); });
+    };
+    events.cdataBlock = [](void* self, const xmlChar* text, int length) {
+      Guarded(self, [=](NodeBuilder& builder) {
+        builder.EndText();
+        builder.Open_.back()->Children.emplace_back().Data.assign(Chars(text), length);
+      });
+    };
+    events.comment = [](void* self, const xmlChar*) {
+      Guarded(self, [](NodeBuilder& builder) { builder.EndText(); });
+    };
+    events.processingInstruction = [](void* self, const xmlChar*, const xmlChar*) {
+      Guarded(self, [](NodeBuilder& builder) { builder.EndText(); });
+    };
+    events.serror = [](void* self, xmlErrorPtr error) {
+      auto& first = static_cast<NodeBuilder*>(self)->FirstError_;
+      if (first.code == XML_ERR_OK && error->level >= XML_ERR_ERROR) xmlCopyError(error, &first);
+    };
+    return events;
+  }
+
+  /// The parser is C: what is thrown ends it and is kept until it has returned.
+  template <typename Work>
+  static void Guarded(void* self, const Work& work) noexcept {
+    auto& builder = *static_cast<NodeBuilder*>(self);
+    if (builder.Thrown_) return;
+    try {
+      work(builder);
+    } catch (...) {
+      builder.Thrown_ = std::current_exception();
+      xmlStopParser(&builder.Parser_);
+    }
+  }
+
+  /// An attribute is its name, prefix and namespace, and begin and end of its value.
+  void BeginElement(std::string name, const xmlChar** attributes, int count) {
+    EndText();
+    auto& element = Open_.back()->Children.emplace_back();
+    element.Name = std::move(name);
+    for (int i = 0; i < count; ++i, attributes += 5)
+      element.Attributes.emplace_back(Qualified(attributes[1], attributes[0]),
+                                      std::string(Chars(attributes[3]), Chars(attributes[4])));
+    Open_.push_back(&element);
+  }
+
+  /// Character data comes in pieces; blanks alone are none.
+  void EndText() {
+    if (!std::ranges::all_of(Text_, IsBlank)) Open_.back()->Children.emplace_back().Data = Text_;
+    Text_.clear();
+  }
+
+  xmlParserCtxt& Parser_;
+  /// The elements that are still open, innermost last. Only the innermost gets children, so that none of them
+  /// is ever moved.
+  std::vector<XmlNode*> Open_;
+  std::string Text_;
+  xmlError FirstError_{};
+  std::exception_ptr Thrown_;
 };
 
 XmlParseError Described(const xmlError& error) {
@@ -40,61 +134,24 @@ XmlParseError Described(const xmlError& error) {
   return {-(error.code == XML_ERR_OK ? XML_ERR_INTERNAL_ERROR : error.code), std::move(reason)};
 }
 
-/// The elements that are still open, innermost last. Only the innermost gets children, so that none of them
-/// is ever moved.
-using OpenNodes = std::vector<XmlNode*>;
-
-void TakeElement(xmlTextReaderPtr reader, OpenNodes& open) {
-  auto& element = open.back()->Children.emplace_back();
-  element.Name = Text(xmlTextReaderConstName(reader));
-  const bool isEmpty = xmlTextReaderIsEmptyElement(reader) == 1;
-  while (xmlTextReaderMoveToNextAttribute(reader) == 1) {
-    if (xmlTextReaderIsNamespaceDecl(reader) == 1) continue;
-    element.Attributes.emplace_back(Text(xmlTextReaderConstName(reader)),
-                                    Text(xmlTextReaderConstValue(reader)));
-  }
-  if (!isEmpty) open.push_back(&element);
-}
-
-void TakeNode(xmlTextReaderPtr reader, OpenNodes& open) {
-  switch (xmlTextReaderNodeType(reader)) {
-    case XML_READER_TYPE_ELEMENT:
-      TakeElement(reader, open);
-      break;
-    case XML_READER_TYPE_END_ELEMENT:
-      open.pop_back();
-      break;
-    case XML_READER_TYPE_TEXT:
-    case XML_READER_TYPE_CDATA:
-      open.back()->Children.emplace_back().Data = Text(xmlTextReaderConstValue(reader));
-      break;
-    default:
-      break;
-  }
-}
-
 }  // namespace
 
 bool ParseXml(std::string_view text, XmlNode& document, XmlParseError& error) {
   [[maybe_unused]] static const bool initialised = (xmlInitParser(), true);  // before any thread needs it
-  const Context context(xmlNewParserCtxt(), &xmlFreeParserCtxt);
+  thread_local Context context(nullptr, &xmlFreeParserCtxt);
+  if (!context) context.reset(xmlNewParserCtxt());
   if (!context) throw std::bad_alloc();
-  FirstError firstError;
-  context->_private = &firstError;
-  context->sax->serror = &FirstError::Take;
-  // Parsed whole and walked through, as the reader that parses on its way tells errors less well.
-  const Tree tree(
-      xmlCtxtReadMemory(context.get(), text.data(), static_cast<int>(text.size()), nullptr, "UTF-8", Options),
-      &xmlFreeDoc);
-  const Reader reader(tree ? xmlReaderWalker(tree.get()) : nullptr, &xmlFreeTextReader);
-  int status = -1;
-  if (reader) {
-    OpenNodes open = {&document};
-    while ((status = xmlTextReaderRead(reader.get())) == 1) TakeNode(reader.get(), open);
-  }
-  // An undeclared prefix is an error, too, though the tree is built all the same.
-  if (status == 0 && firstError.Copy.code == XML_ERR_OK) return true;
-  error = Described(firstError.Copy);
+  NodeBuilder builder(document, *context);
+  // The fastest way in: a text that ends in a NUL is read where it stands.
+  const std::string terminated(text);
+  xmlCtxtReadDoc(context.get(), reinterpret_cast<const xmlChar*>(terminated.c_str()), nullptr, nullptr,
+                 Options);
+  const bool isWellFormed = context->wellFormed == 1;
+  if (text.size() > ShortText || xmlDictSize(context->dict) > FewNames) context.reset();
+  const auto& first = builder.FirstError();
+  // An undeclared prefix is an error that does not end the parser.
+  if (isWellFormed && first.code == XML_ERR_OK) return true;
+  error = Described(first);
   return false;
 }
 
