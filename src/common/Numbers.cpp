@@ -167,6 +167,8 @@ double Int(double value) {
   return std::floor(value);
 }
 
+float NearestQuarter(double value) { return ToSingle(Int(value * 4 + 0.5) / 4); }
+
 double Val(std::string_view text) {
   std::string squeezed;
   for (const char c : text)

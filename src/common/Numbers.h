@@ -45,6 +45,8 @@ double Round(double value, int decimals);
 
 /// The greatest whole number not above the value. Raises 6 for NaN and infinity.
 double Int(double value);
+/// The nearest quarter, ties up, in single precision. Raises 6 for NaN and infinity.
+float NearestQuarter(double value);
 
 /// The number at the start of a text, 0 if there is none. Blanks, tabs and line feeds are skipped wherever
 /// they stand; an exponent may be written with E or D. What follows the number is ignored. Raises 6 beyond

@@ -90,6 +90,9 @@ constexpr DirectionStep CancellingStepOf(Directions direction, float angle) {
   return step;
 }
 
+/// Whether a value that may come from a host is in or out.
+constexpr bool IsZoomStep(Zooms direction) { return direction == ZoomIn || direction == ZoomOut; }
+
 /// A zoom step as a signed amount, 0 for anything but in and out.
 constexpr float ZoomStepOf(Zooms direction, float amount) {
   return direction == ZoomIn ? amount : direction == ZoomOut ? -amount : 0;

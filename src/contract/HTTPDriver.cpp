@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "common/Error.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
 #include "contract/PTZErrors.h"
@@ -25,6 +24,13 @@ HTTPStatus StatusOf(const HTTPClient& client) {
 void RequireStatusOK(const HTTPClient& client) {
   const auto status = StatusOf(client);
   if (status.Code != "200") Raise(PTZErrorConnectionFailed, "Received HTTP error " + status.Text);
+}
+
+void LogPositionNotRead(const Error& error) { LogMessage("Position not read. " + error.Description()); }
+
+void AppendParameter(std::string& parameters, std::string_view parameter) {
+  if (!parameters.empty()) parameters += '&';
+  parameters += parameter;
 }
 
 HTTPDriver::HTTPDriver(const Platform& platform, const RequestStyle& style)

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/Error.h"
 #include "contract/PropertyBag.h"
 #include "platform/Platform.h"
 #include "transport/HTTPClient.h"
@@ -41,6 +42,24 @@ constexpr RequestStyle SendingStyle{
 
 /// Raises 17001 "Received HTTP error 404 Not Found" unless the last reply's code is 200.
 void RequireStatusOK(const HTTPClient& client);
+
+/// Logs why a position could not be read.
+void LogPositionNotRead(const Error& error);
+
+/// Reads a position that the camera told and takes it over. Raises 6 for one that does not fit; whatever else
+/// speaks against it is logged, and the position stays.
+template <typename Reading>
+void ReadOrKeepPosition(const Reading& read) {
+  try {
+    read();
+  } catch (const Error& error) {
+    if (error.Number() == ErrorOverflow) throw;
+    LogPositionNotRead(error);
+  }
+}
+
+/// Appends "name=value", with "&" in front unless it is the first parameter.
+void AppendParameter(std::string& parameters, std::string_view parameter);
 
 /// What the HTTP drivers share: the options, the client and the request routine. Its members are a driver's
 /// own; hosts never see them.

@@ -8,6 +8,7 @@
 #include <array>
 
 #include "common/Numbers.h"
+#include "contract/CommandTable.h"
 #include "contract/PTZErrors.h"
 #include "transport/Split2DModule.h"
 
@@ -58,10 +59,12 @@ constexpr std::array SupportTable = {
 /// The camera's speed is twice the interface's, as a whole number.
 std::string SpeedText(float speed) { return Text(ToSingle(Int(ToSingle(speed * 2.0)))); }
 
-void AppendPart(std::string& command, std::string_view name, const std::string& value) {
-  if (!command.empty()) command += '&';
-  command.append(name).append(value);
-}
+constexpr CommandRow<Iris> IrisCommands[] = {{IrisOpen, "autoiris=off&riris=1000"},
+                                             {IrisClose, "autoiris=off&riris=-1000"},
+                                             {IrisAuto, "autoiris=on"}};
+constexpr CommandRow<Focus> FocusCommands[] = {{FocusNear, "autofocus=off&rfocus=-1000"},
+                                               {FocusFar, "autofocus=off&rfocus=1000"},
+                                               {FocusAuto, "autofocus=on"}};
 
 }  // namespace
 
@@ -74,7 +77,6 @@ const DriverData Axis::Data = {
     .Focus = MemberRule::OutcomeIfConnected,
     .PresetGoto = MemberRule::OutcomeIfConnected,
     .PresetSave = MemberRule::OutcomeIfConnected,
-    .DisconnectAnswersTrue = true,
     .ReadsPosition = PositionReading::Always,
     .SharedOptions = SharesAddress | SharesPort | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
@@ -186,7 +188,7 @@ bool Axis::Zoom(Zooms zoomLevel) {
 void Axis::Zoom(Zooms direction, float amount) {
   if (!Connected_) return;
   RefreshPosition();
-  if (direction == ZoomIn || direction == ZoomOut) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
+  if (IsZoomStep(direction)) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
 }
 
 void Axis::ZoomTo(float zoom) {
@@ -220,29 +222,13 @@ void Axis::SetPanTilt(float pan, float tilt) {
 }
 
 bool Axis::Iris(ptzd::Iris irisLevel) {
-  if (!Connected_) return false;
-  switch (irisLevel) {
-    case IrisOpen:
-      return SendCommand("autoiris=off&riris=1000").has_value();
-    case IrisClose:
-      return SendCommand("autoiris=off&riris=-1000").has_value();
-    case IrisAuto:
-      return SendCommand("autoiris=on").has_value();
-  }
-  return false;
+  const auto command = CommandFor(irisLevel, IrisCommands);
+  return Connected_ && !command.empty() && SendCommand(command);
 }
 
 bool Axis::Focus(ptzd::Focus focusLevel) {
-  if (!Connected_) return false;
-  switch (focusLevel) {
-    case FocusNear:
-      return SendCommand("autofocus=off&rfocus=-1000").has_value();
-    case FocusFar:
-      return SendCommand("autofocus=off&rfocus=1000").has_value();
-    case FocusAuto:
-      return SendCommand("autofocus=on").has_value();
-  }
-  return false;
+  const auto command = CommandFor(focusLevel, FocusCommands);
+  return Connected_ && !command.empty() && SendCommand(command);
 }
 
 std::int32_t Axis::PresetCount() { return RelativeMode_ ? PresetsOfRelativeHeads : 0; }
@@ -307,14 +293,14 @@ std::string Axis::MoveCommand(std::int32_t pan, std::int32_t tilt, float zoom) c
   std::string command;
   if (RelativeMode_) {
     if (pan != CurrentPan_)
-      AppendPart(command, "rpan=", Text(ToInt32(static_cast<double>(pan) - CurrentPan_)));
+      AppendParameter(command, "rpan=" + Text(ToInt32(static_cast<double>(pan) - CurrentPan_)));
     if (tilt != CurrentTilt_)
-      AppendPart(command, "rtilt=", Text(ToInt32(static_cast<double>(tilt) - CurrentTilt_)));
-    if (zoom != CurrentZoom_) AppendPart(command, "rzoom=", zoomUnits(zoom - CurrentZoom_));
+      AppendParameter(command, "rtilt=" + Text(ToInt32(static_cast<double>(tilt) - CurrentTilt_)));
+    if (zoom != CurrentZoom_) AppendParameter(command, "rzoom=" + zoomUnits(zoom - CurrentZoom_));
   } else {
-    if (pan != CurrentPan_) AppendPart(command, "pan=", Text(pan));
-    if (tilt != CurrentTilt_) AppendPart(command, "tilt=", Text(tilt));
-    if (zoom != CurrentZoom_) AppendPart(command, "zoom=", zoomUnits(zoom));
+    if (pan != CurrentPan_) AppendParameter(command, "pan=" + Text(pan));
+    if (tilt != CurrentTilt_) AppendParameter(command, "tilt=" + Text(tilt));
+    if (zoom != CurrentZoom_) AppendParameter(command, "zoom=" + zoomUnits(zoom));
   }
   return command;
 }

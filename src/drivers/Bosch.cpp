@@ -138,7 +138,7 @@ void Bosch::ReadPosition() {
   const auto tilt = Read(TiltObject);
   if (!tilt) return;
   CurrentTilt_ = Tenths(DegreesOf(*tilt));  // a negative one is not told from a large one, on purpose
-  if (const auto zoom = Read(ZoomObject)) CurrentZoom_ = ToSingle(Int(*zoom / ZoomUnits * 4 + 0.5) / 4);
+  if (const auto zoom = Read(ZoomObject)) CurrentZoom_ = NearestQuarter(*zoom / ZoomUnits);
 }
 
 void Bosch::RefreshPosition() {

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "common/Numbers.h"
+#include "contract/CommandTable.h"
 
 namespace ptzd {
 
@@ -32,6 +33,12 @@ constexpr std::int32_t ReferencePan = 8714;
 constexpr std::int32_t ReferenceTilt = 1722;
 
 constexpr std::int32_t Presets = 6;
+
+constexpr CommandRow<Zooms> ZoomCommands[] = {{ZoomIn, "zoom=0"}, {ZoomOut, "zoom=3"}};
+constexpr CommandRow<Iris> IrisCommands[] = {
+    {IrisOpen, "iris=3"}, {IrisClose, "iris=1"}, {IrisAuto, "iris=4"}};
+constexpr CommandRow<Focus> FocusCommands[] = {
+    {FocusNear, "fcus=0"}, {FocusFar, "fcus=3"}, {FocusAuto, "fcus=4"}};
 
 }  // namespace
 
@@ -64,8 +71,8 @@ bool Elmo::Connect(std::span<const std::uint8_t> options) {
   return Connected_ = true;
 }
 
-bool Elmo::Control(const std::string& parameters) {
-  return Request(std::string(ControlPath) + "?" + parameters).has_value();
+bool Elmo::Control(std::string_view parameters) {
+  return Request(std::string(ControlPath).append("?").append(parameters)).has_value();
 }
 
 /// The nearest position to a place in steps. Raises 6 for one beyond 32 bits.
@@ -100,11 +107,8 @@ bool Elmo::MoveTo(float pan, float tilt) { return Connected_ && MoveToPosition(P
 /// Only what changes is sent; where nothing does the camera is there already.
 bool Elmo::MoveToPosition(const Position& target) {
   std::string parameters;
-  if (target.Pan != Current_.Pan) parameters = "pana=" + Text(target.Pan);
-  if (target.Tilt != Current_.Tilt) {
-    if (!parameters.empty()) parameters += '&';
-    parameters += "tlta=" + Text(target.Tilt);
-  }
+  if (target.Pan != Current_.Pan) AppendParameter(parameters, "pana=" + Text(target.Pan));
+  if (target.Tilt != Current_.Tilt) AppendParameter(parameters, "tlta=" + Text(target.Tilt));
   if (!parameters.empty() && !Control(parameters)) return false;
   Current_ = target;
   return true;
@@ -115,40 +119,18 @@ void Elmo::SetPanTilt(float pan, float tilt) {
 }
 
 bool Elmo::Zoom(Zooms zoomLevel) {
-  if (!Connected_) return false;
-  switch (zoomLevel) {
-    case ZoomIn:
-      return Control("zoom=0");
-    case ZoomOut:
-      return Control("zoom=3");
-  }
-  return false;
+  const auto command = CommandFor(zoomLevel, ZoomCommands);
+  return Connected_ && !command.empty() && Control(command);
 }
 
 bool Elmo::Iris(ptzd::Iris irisLevel) {
-  if (!Connected_) return false;
-  switch (irisLevel) {
-    case IrisOpen:
-      return Control("iris=3");
-    case IrisClose:
-      return Control("iris=1");
-    case IrisAuto:
-      return Control("iris=4");
-  }
-  return false;
+  const auto command = CommandFor(irisLevel, IrisCommands);
+  return Connected_ && !command.empty() && Control(command);
 }
 
 bool Elmo::Focus(ptzd::Focus focusLevel) {
-  if (!Connected_) return false;
-  switch (focusLevel) {
-    case FocusNear:
-      return Control("fcus=0");
-    case FocusFar:
-      return Control("fcus=3");
-    case FocusAuto:
-      return Control("fcus=4");
-  }
-  return false;
+  const auto command = CommandFor(focusLevel, FocusCommands);
+  return Connected_ && !command.empty() && Control(command);
 }
 
 std::int32_t Elmo::PresetCount() { return Presets; }

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 #include <span>
-#include <string>
+#include <string_view>
 
 #include "contract/DriverData.h"
 #include "contract/HTTPDriver.h"
@@ -51,7 +51,7 @@ class Elmo final : public PTZDevice, private HTTPDriver {
     static Position At(float pan, float tilt);
   };
 
-  bool Control(const std::string& parameters);
+  bool Control(std::string_view parameters);
   bool MoveToPosition(const Position& target);
 
   Position Current_;

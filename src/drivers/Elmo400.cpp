@@ -70,12 +70,7 @@ bool Elmo400::ReadPosition() {
   LogMessage("Requesting position");
   const auto reply = Fetch(Dialect_.PositionPath);
   if (!reply || StatusOf(Client_).Code != "200") return false;
-  try {
-    Store(Read(*reply));
-  } catch (const Error& error) {
-    if (error.Number() == ErrorOverflow) throw;
-    LogMessage("Position not read. " + error.Description());
-  }
+  ReadOrKeepPosition([&] { Store(Read(*reply)); });
   return true;
 }
 
@@ -83,7 +78,7 @@ void Elmo400::Store(const Reading& reading) {
   auto position = Current_;
   if (reading.Pan) position.Pan = ToInt32(*reading.Pan);
   if (reading.Tilt) position.Tilt = ToInt32(*reading.Tilt);
-  if (reading.Zoom) position.Zoom = ToSingle(Int(ToSingle(*reading.Zoom) * 4.0 + 0.5) / 4);  // to a quarter
+  if (reading.Zoom) position.Zoom = NearestQuarter(ToSingle(*reading.Zoom));
   if (reading.Pan) LogMessage("Setting pan position to " + Text(position.Pan));
   if (reading.Tilt) LogMessage("Setting tilt position to " + Text(position.Tilt));
   if (reading.Zoom) LogMessage("Setting zoom level to " + Text(position.Zoom));
@@ -126,7 +121,7 @@ void Elmo400::Zoom(Zooms direction, float amount) { ZoomBy(direction, amount); }
 bool Elmo400::ZoomBy(Zooms direction, float amount) {
   if (!Connected_) return false;
   RefreshPosition();
-  if (direction != ZoomIn && direction != ZoomOut) return false;
+  if (!IsZoomStep(direction)) return false;
   return AbsoluteMove(Current_.Pan, Current_.Tilt, Current_.Zoom + ZoomStepOf(direction, amount));
 }
 

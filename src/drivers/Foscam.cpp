@@ -23,7 +23,6 @@ const DriverData Foscam::Data = {
     .MoveBoth = MemberRule::Outcome,
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
-    .DisconnectAnswersTrue = true,
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No device address specified"},
 };

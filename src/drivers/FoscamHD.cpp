@@ -38,7 +38,6 @@ const DriverData FoscamHD::Data = {
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
     .Home = MemberRule::Outcome,
-    .DisconnectAnswersTrue = true,
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };

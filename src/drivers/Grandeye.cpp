@@ -54,7 +54,7 @@ void Grandeye::Position::Read(std::string_view reply, const std::string& view) {
     if (name == TiltName + view) Tilt = ToSingle(Val(value) - LevelTilt);
     if (name == ZoomName + view) {
       const auto steps = ToSingle((Val(value) - 1) / ZoomStep);
-      Zoom = ToSingle(Int(steps * 4.0 + 0.5) / 4);  // the nearest quarter
+      Zoom = NearestQuarter(steps);
     }
   }
 }
@@ -73,7 +73,7 @@ bool Grandeye::Connect(std::span<const std::uint8_t> options) {
   try {
     QueryPosition();
   } catch (const Error& error) {
-    LogMessage("Position not read. " + error.Description());
+    LogPositionNotRead(error);
   }
   return true;
 }
@@ -113,11 +113,9 @@ bool Grandeye::AbsoluteMove(double targetPan, double targetTilt) {
   const auto tilt = std::clamp(ToInt32(ToSingle(targetTilt)), -MaxTilt, MaxTilt);
 
   std::string command;
-  if (pan != static_cast<double>(Position_.Pan)) command = "pan=" + Text(ToInt32(-static_cast<double>(pan)));
-  if (tilt != static_cast<double>(Position_.Tilt)) {
-    if (!command.empty()) command += '&';
-    command += "tilt=" + Text(tilt + LevelTilt);
-  }
+  if (pan != static_cast<double>(Position_.Pan))
+    AppendParameter(command, "pan=" + Text(ToInt32(-static_cast<double>(pan))));
+  if (tilt != static_cast<double>(Position_.Tilt)) AppendParameter(command, "tilt=" + Text(tilt + LevelTilt));
   if (!command.empty() && !SendCommand(command)) return false;
 
   // The camera was sent the pan as it came; what is kept of it goes around once.
@@ -128,7 +126,7 @@ bool Grandeye::AbsoluteMove(double targetPan, double targetTilt) {
 }
 
 bool Grandeye::Zoom(Zooms zoomLevel) {
-  if (Connected_ && (zoomLevel == ZoomIn || zoomLevel == ZoomOut)) {
+  if (Connected_ && IsZoomStep(zoomLevel)) {
     SendCommand(zoomLevel == ZoomIn ? ZoomInCommand : ZoomOutCommand);
     PositionAge_.Expire();
   }

@@ -5,6 +5,7 @@
 #include "drivers/MeritLilin.h"
 
 #include "common/Numbers.h"
+#include "contract/CommandTable.h"
 #include "contract/PTZErrors.h"
 #include "transport/Split2DModule.h"
 
@@ -31,6 +32,11 @@ std::string TurnSpeedText(float speed) {
 
 /// The sign is turned after rounding down: 3 is sent as -1, -3 as 2.
 std::string ZoomSpeedText(float speed) { return Text(ToSingle(-Int(ToSingle(speed / ZoomSpeedUnits)))); }
+
+constexpr CommandRow<Iris> IrisCommands[] = {
+    {IrisAuto, "autoiris=1"}, {IrisOpen, "iris=1"}, {IrisClose, "iris=-1"}};
+constexpr CommandRow<Focus> FocusCommands[] = {
+    {FocusAuto, "autofocus=1"}, {FocusNear, "focus=-1"}, {FocusFar, "focus=1"}};
 
 }  // namespace
 
@@ -105,27 +111,13 @@ bool MeritLilin::SetPosition(HeadPosition target) {
 }
 
 bool MeritLilin::Iris(ptzd::Iris irisLevel) {
-  switch (irisLevel) {
-    case IrisAuto:
-      return SendCommand(CameraPage, "autoiris=1").has_value();
-    case IrisOpen:
-      return SendCommand(CameraPage, "iris=1").has_value();
-    case IrisClose:
-      return SendCommand(CameraPage, "iris=-1").has_value();
-  }
-  return false;
+  const auto command = CommandFor(irisLevel, IrisCommands);
+  return !command.empty() && SendCommand(CameraPage, command);
 }
 
 bool MeritLilin::Focus(ptzd::Focus focusLevel) {
-  switch (focusLevel) {
-    case FocusAuto:
-      return SendCommand(CameraPage, "autofocus=1").has_value();
-    case FocusNear:
-      return SendCommand(CameraPage, "focus=-1").has_value();
-    case FocusFar:
-      return SendCommand(CameraPage, "focus=1").has_value();
-  }
-  return false;
+  const auto command = CommandFor(focusLevel, FocusCommands);
+  return !command.empty() && SendCommand(CameraPage, command);
 }
 
 std::int32_t MeritLilin::PresetCount() { return NumberedPresets; }

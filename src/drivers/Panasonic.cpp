@@ -8,6 +8,7 @@
 
 #include "common/Logging.h"
 #include "common/Numbers.h"
+#include "contract/CommandTable.h"
 #include "contract/PTZErrors.h"
 #include "drivers/PanasonicName.h"
 #include "platform/LetterCase.h"
@@ -87,6 +88,16 @@ std::string ClickCommand(float viewWidth, double panAngle, double tiltAngle) {
          "&NewPosition.y=" + Pixel(height, -tiltAngle);
 }
 
+constexpr CommandRow<Zooms> ZoomCommands[] = {{ZoomIn, "/Set?Func=Zoom&Kind=0&ZoomMode=4"},
+                                              {ZoomOut, "/Set?Func=Zoom&Kind=0&ZoomMode=6"}};
+// Closing restores the default and automatic darkens: crossed, and meant so.
+constexpr CommandRow<Iris> IrisCommands[] = {{IrisOpen, "/nphControlCamera?Direction=Brighter"},
+                                             {IrisClose, "/nphControlCamera?Direction=DefaultBrightness"},
+                                             {IrisAuto, "/nphControlCamera?Direction=Darker"}};
+constexpr CommandRow<Focus> FocusCommands[] = {{FocusNear, "/Set?Func=Focus&Kind=0&FocusMode=4"},
+                                               {FocusFar, "/Set?Func=Focus&Kind=0&FocusMode=6"},
+                                               {FocusAuto, "/Set?Func=Focus&Kind=0&FocusMode=5"}};
+
 }  // namespace
 
 struct Panasonic::Model {
@@ -134,7 +145,6 @@ const DriverData Panasonic::Data = {
     .Zoom = MemberRule::OutcomeIfConnected,
     .Iris = MemberRule::OutcomeIfConnected,
     .Focus = MemberRule::OutcomeIfConnected,
-    .DisconnectAnswersTrue = true,
     .ReadsPosition = PositionReading::OnConnect,
     .SharedOptions = SharesAddress | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
@@ -227,41 +237,18 @@ void Panasonic::SetPanTilt(float pan, float tilt) {
 }
 
 bool Panasonic::Zoom(Zooms zoomLevel) {
-  if (!Connected_) return false;
-  switch (zoomLevel) {
-    case ZoomIn:
-      return Request("/Set?Func=Zoom&Kind=0&ZoomMode=4").has_value();
-    case ZoomOut:
-      return Request("/Set?Func=Zoom&Kind=0&ZoomMode=6").has_value();
-  }
-  return false;
+  const auto command = CommandFor(zoomLevel, ZoomCommands);
+  return Connected_ && !command.empty() && Request(std::string(command));
 }
 
 bool Panasonic::Iris(ptzd::Iris irisLevel) {
-  if (!Connected_) return false;
-  // Closing restores the default and automatic darkens: crossed, and meant so.
-  switch (irisLevel) {
-    case IrisOpen:
-      return Request("/nphControlCamera?Direction=Brighter").has_value();
-    case IrisClose:
-      return Request("/nphControlCamera?Direction=DefaultBrightness").has_value();
-    case IrisAuto:
-      return Request("/nphControlCamera?Direction=Darker").has_value();
-  }
-  return false;
+  const auto command = CommandFor(irisLevel, IrisCommands);
+  return Connected_ && !command.empty() && Request(std::string(command));
 }
 
 bool Panasonic::Focus(ptzd::Focus focusLevel) {
-  if (!Connected_) return false;
-  switch (focusLevel) {
-    case FocusNear:
-      return Request("/Set?Func=Focus&Kind=0&FocusMode=4").has_value();
-    case FocusFar:
-      return Request("/Set?Func=Focus&Kind=0&FocusMode=6").has_value();
-    case FocusAuto:
-      return Request("/Set?Func=Focus&Kind=0&FocusMode=5").has_value();
-  }
-  return false;
+  const auto command = CommandFor(focusLevel, FocusCommands);
+  return Connected_ && !command.empty() && Request(std::string(command));
 }
 
 Variant Panasonic::Disconnect() {

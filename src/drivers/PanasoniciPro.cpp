@@ -33,8 +33,6 @@ constexpr double ZoomSteps = 4;  // of the magnification, when it is read
 
 std::string UnitsText(float value) { return Text(ToSingle(value * Units)); }
 
-bool IsStep(Zooms direction) { return direction == ZoomIn || direction == ZoomOut; }
-
 }  // namespace
 
 struct PanasoniciPro::Model {
@@ -89,7 +87,6 @@ const DriverData PanasoniciPro::Data = {
     .MoveTo = MemberRule::False,  // the move is made, its result is not passed on
     .MoveBoth = MemberRule::Outcome,
     .Zoom = MemberRule::Outcome,
-    .DisconnectAnswersTrue = true,
     .ReadsPosition = PositionReading::BeforeSteps,
     .SharedOptions = SharesAddress | SharesPort | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
@@ -137,10 +134,10 @@ bool PanasoniciPro::MoveTo(float pan, float tilt) {
   return false;  // whatever the camera did, on purpose
 }
 
-bool PanasoniciPro::Zoom(Zooms zoomLevel) { return IsStep(zoomLevel) && AbsoluteDriver::Zoom(zoomLevel); }
+bool PanasoniciPro::Zoom(Zooms zoomLevel) { return IsZoomStep(zoomLevel) && AbsoluteDriver::Zoom(zoomLevel); }
 
 void PanasoniciPro::Zoom(Zooms direction, float amount) {
-  if (IsStep(direction)) AbsoluteDriver::Zoom(direction, amount);
+  if (IsZoomStep(direction)) AbsoluteDriver::Zoom(direction, amount);
 }
 
 void PanasoniciPro::SetPanTilt(float, float) { PositionAge_.Expire(); }  // the camera knows better
@@ -176,7 +173,7 @@ bool PanasoniciPro::SetPosition(HeadPosition target) {
     parameters = "pan=" + UnitsText(ToSingle(static_cast<double>(target.Pan) - Model_->PanOrigin())) +
                  "&tilt=" + UnitsText(ToSingle(Model_->Upright(target.Tilt)));
   if (target.Zoom != Current_.Zoom)
-    parameters += (parameters.empty() ? "zoom=" : "&zoom=") + UnitsText(ToSingle(target.Zoom + 1.0));
+    AppendParameter(parameters, "zoom=" + UnitsText(ToSingle(target.Zoom + 1.0)));
   if (!parameters.empty() && !Send(ControlPage, parameters)) return false;
 
   Current_ = target;

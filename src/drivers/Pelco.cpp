@@ -103,7 +103,6 @@ const DriverData Pelco::Data = {
     .Focus = MemberRule::TrueIfConnected,
     .PresetGoto = MemberRule::True,
     .PresetSave = MemberRule::True,
-    .DisconnectAnswersTrue = true,
     .NeedsLine = true,
     .SharedOptions = SharesBusAddress | SharesReset,
 };

@@ -165,7 +165,7 @@ bool Quorvane::Zoom(Zooms zoomLevel) {
 }
 
 void Quorvane::Zoom(Zooms direction, float amount) {
-  if (direction == ZoomIn || direction == ZoomOut) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
+  if (IsZoomStep(direction)) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
 }
 
 void Quorvane::ZoomTo(float zoom) {

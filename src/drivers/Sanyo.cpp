@@ -190,11 +190,9 @@ bool Sanyo::StepTo(double targetPan, double targetTilt, double targetZoom) {
   const auto pan = ToSingle(targetPan), tilt = ToSingle(targetTilt);
   const auto zoom = ToSingle(std::max(targetZoom, 0.0));
   std::string parameters;
-  if (pan != CurrentPan_) parameters = StepText("pan", (pan - CurrentPan_) * PanFactor_);
-  if (tilt != CurrentTilt_) {
-    if (!parameters.empty()) parameters += "&";
-    parameters += StepText("tilt", (tilt - CurrentTilt_) * TiltFactor_);
-  }
+  if (pan != CurrentPan_) AppendParameter(parameters, StepText("pan", (pan - CurrentPan_) * PanFactor_));
+  if (tilt != CurrentTilt_)
+    AppendParameter(parameters, StepText("tilt", (tilt - CurrentTilt_) * TiltFactor_));
   if (!parameters.empty()) SendOpeCmd(Step, parameters);
   if (zoom != CurrentZoom_) SendOpeCmd(zoom < CurrentZoom_ ? ZoomStepOut : ZoomStepIn);
   CurrentPan_ = pan;

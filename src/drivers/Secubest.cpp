@@ -71,7 +71,6 @@ const DriverData Secubest::Data = {
     .MoveTo = MemberRule::TrueIfConnected,
     .MoveBoth = MemberRule::TrueIfConnected,
     .Zoom = MemberRule::TrueIfConnected,
-    .DisconnectAnswersTrue = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
 };
 
@@ -131,7 +130,7 @@ bool Secubest::Zoom(Zooms zoomLevel) {
 }
 
 void Secubest::Zoom(Zooms direction, float amount) {
-  if (direction == ZoomIn || direction == ZoomOut)
+  if (IsZoomStep(direction))
     TimedMove(CurrentPan_, CurrentTilt_, static_cast<double>(CurrentZoom_) + ZoomStepOf(direction, amount));
 }
 

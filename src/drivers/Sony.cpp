@@ -216,7 +216,7 @@ std::optional<Sony::Position> Sony::ReadablePosition(std::string_view value) {
   try {
     return PtzfPosition(value);
   } catch (const Error& error) {
-    LogMessage("Position not read. " + error.Description());
+    LogPositionNotRead(error);
     return std::nullopt;
   }
 }
@@ -238,12 +238,7 @@ void Sony::RefreshPosition() {
   if (!PositionAge_.IsDue(TickCount())) return;
   PositionAge_.Set(TickCount());
   PositionAge_.Asked();
-  try {
-    ReadPosition();
-  } catch (const Error& error) {
-    if (error.Number() == ErrorOverflow) throw;
-    LogMessage("Position not read. " + error.Description());
-  }
+  ReadOrKeepPosition([this] { ReadPosition(); });
 }
 
 void Sony::ReadPosition() {
@@ -311,7 +306,7 @@ bool Sony::Zoom(Zooms zoomLevel) {
 }
 
 void Sony::Zoom(Zooms direction, float amount) {
-  if (direction == ZoomIn || direction == ZoomOut) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
+  if (IsZoomStep(direction)) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
 }
 
 void Sony::ZoomTo(float zoom) {

@@ -76,7 +76,7 @@ void Toshiba::ReadPosition() {
   try {
     Current_ = Point::Reported(*reply);
   } catch (const Error& error) {
-    LogMessage("Position not read. " + error.Description());
+    LogPositionNotRead(error);
   }
 }
 

@@ -3,9 +3,8 @@
 
 #include "drivers/Toshiba2.h"
 
-#include "common/Error.h"
-#include "common/Logging.h"
 #include "common/Numbers.h"
+#include "contract/CommandTable.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {
@@ -30,6 +29,8 @@ constexpr double TiltScale = 21.80833333;
 constexpr double LeftEnd = -175;  // degrees at unit 0
 constexpr double UpperEnd = 30;   // degrees at unit 0
 
+constexpr CommandRow<Zooms> ZoomCommands[] = {{ZoomIn, "Tele"}, {ZoomOut, "Wide"}};
+
 }  // namespace
 
 const DriverData Toshiba2::Data = {
@@ -52,21 +53,17 @@ bool Toshiba2::Connect(std::span<const std::uint8_t> options) {
 
 /// Keeps the position where the reply tells none. Raises 6 for one beyond 32 bits.
 void Toshiba2::ReadPosition(std::string_view reply) {
-  auto pan = CurrentPan_, tilt = CurrentTilt_;
-  try {
+  ReadOrKeepPosition([&] {
+    auto pan = CurrentPan_, tilt = CurrentTilt_;
     for (const auto& [name, value] : Split2D(reply, "\r\n", " ")) {
       if (!value.starts_with('(') || !value.ends_with(')')) continue;
       const auto units = [&value = value] { return NumberFromText(value.substr(1, value.size() - 2)); };
       if (name == "PAN") pan = ToInt32(units() / PanScale + LeftEnd);
       if (name == "TILT") tilt = ToInt32(UpperEnd - units() / TiltScale);
     }
-  } catch (const Error& error) {
-    if (error.Number() == ErrorOverflow) throw;
-    LogMessage("Position not read. " + error.Description());
-    return;
-  }
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
+    CurrentPan_ = pan;
+    CurrentTilt_ = tilt;
+  });
 }
 
 bool Toshiba2::Move(Directions direction, float angle) {
@@ -95,14 +92,8 @@ bool Toshiba2::MoveToPosition(double targetPan, double targetTilt) {
 }
 
 bool Toshiba2::Zoom(Zooms zoomLevel) {
-  if (!Connected_) return false;
-  switch (zoomLevel) {
-    case ZoomIn:
-      return Request(std::string(ZoomPath) + "Tele").has_value();
-    case ZoomOut:
-      return Request(std::string(ZoomPath) + "Wide").has_value();
-  }
-  return false;
+  const auto command = CommandFor(zoomLevel, ZoomCommands);
+  return Connected_ && !command.empty() && Request(std::string(ZoomPath).append(command));
 }
 
 void Toshiba2::SetPanTilt(float pan, float tilt) {
