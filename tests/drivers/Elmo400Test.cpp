@@ -12,6 +12,7 @@
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"
 #include "support/Garbled.h"
+#include "support/Options.h"
 #include "support/RequestLines.h"
 
 namespace ptzd {
@@ -59,11 +60,7 @@ class Elmo400Test : public testing::Test {
     Position = {Make->AtMiddle};
     Reply = {Make->Accepted};
   }
-  bool Connect(const char* address = "camera1") {
-    PropertyBag options;
-    options.WriteProperty("Address", std::string(address));
-    return Driver->Connect(options.Contents());
-  }
+  bool Connect(const char* address = "camera1") { return Driver->Connect(test::CameraOptions({}, address)); }
   /// What was sent since the last call, a position request as "?".
   std::string Sent() {
     std::string sent;

@@ -8,6 +8,7 @@
 #include "support/Errors.h"
 #include "support/FakeInternet.h"
 #include "support/Garbled.h"
+#include "support/Options.h"
 #include "support/RequestLines.h"
 
 namespace ptzd {
@@ -23,12 +24,7 @@ class ElmoTest : public testing::Test {
       return request.Object == "/cgi-bin/ctrl" ? Greeting : Reply;
     };
   }
-  static Bytes Options(const Variant& reset = false) {
-    PropertyBag options;
-    options.WriteProperty("Address", std::string("camera1"));
-    options.WriteProperty("Reset", reset);
-    return options.Contents();
-  }
+  static Bytes Options(const Variant& reset = false) { return test::CameraOptions({{"Reset", reset}}); }
   void Connect() {
     ASSERT_TRUE(Camera.Connect(Options()));
     Sent();
@@ -136,7 +132,7 @@ TEST_F(ElmoTest, OtherCommandsAndLogs) {
   EXPECT_TRUE(Camera.PresetGoto(0) && Camera.PresetGoto(5) && Camera.PresetSave(0) && Camera.PresetSave(5));
   EXPECT_FALSE(Camera.PresetGoto(-1) || Camera.PresetGoto(6) || Camera.PresetSave(-1) ||
                Camera.PresetSave(6) || Camera.Zoom(static_cast<Zooms>(3)) ||
-               Camera.Iris(static_cast<Iris>(3)) || Camera.Focus(static_cast<Focus>(-1)) || Camera.Home());
+               Camera.Iris(static_cast<Iris>(3)) || Camera.Focus(static_cast<Focus>(-1)));
   EXPECT_EQ(Sent(),
             "/cgi-bin/ctrl?zoom=0\n/cgi-bin/ctrl?zoom=3\n"
             "/cgi-bin/ctrl?iris=3\n/cgi-bin/ctrl?iris=1\n/cgi-bin/ctrl?iris=4\n"

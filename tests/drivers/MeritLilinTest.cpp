@@ -6,10 +6,11 @@
 #include <cmath>
 #include <set>
 
-#include "common/Logging.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"
+#include "support/Options.h"
+#include "support/RequestLines.h"
 
 namespace ptzd {
 namespace {
@@ -66,11 +67,10 @@ TEST_F(MeritLilinTest, ConnectsAndFailsTo) {
   EXPECT_FALSE(Device.MoveTo(1, 2)) << "there is no camera yet";
   EXPECT_EQ(Now(), (Model{0, 0, 0}));
   for (const auto& row : rows) {
-    PropertyBag options;
-    if (*row.address) options.WriteProperty("Address", std::string(row.address));
-    options.WriteProperty("Port", row.port);
     Net.Replies = {row.probe};
-    const auto error = ErrorOf([&] { Device.Connect(options.Contents()); });
+    const auto error = ErrorOf([&] {
+      Device.Connect(test::CameraOptions({{"Port", row.port}}, row.address));
+    });
     EXPECT_EQ(error.substr(0, std::string(row.error).size()), row.error);
     EXPECT_EQ(error.empty(), *row.error == 0) << error;
     EXPECT_EQ(Device.Connected(), *row.error == 0) << row.error;
@@ -78,7 +78,7 @@ TEST_F(MeritLilinTest, ConnectsAndFailsTo) {
   }
   EXPECT_EQ(Device.Capabilities(), 4391871);
   EXPECT_EQ(Camera.Count(), 0);
-  EXPECT_EQ(Device.Disconnect(), Variant());
+  Device.Disconnect();
   EXPECT_TRUE(Device.MoveTo(1, 2)) << "needs no connection";
 }
 
@@ -232,7 +232,7 @@ TEST_F(MeritLilinTest, EveryPageNamesTheCamera) {
             "/camera?camid=2&autofocus=1\n/camera?camid=2&focus=-1\n/camera?camid=2&focus=1\n"
             "/control?camid=2&panposdegree=180&tiltposdegree=0&zoomposdegree=6.5\n"
             "/control?camid=2&stop=1\n/control?camid=2&zoom_stop=1");
-  EXPECT_FALSE(Device.Iris(static_cast<Iris>(3)) || Device.Focus(static_cast<Focus>(-1)) || Device.Home());
+  EXPECT_FALSE(Device.Iris(static_cast<Iris>(3)) || Device.Focus(static_cast<Focus>(-1)));
   Device.SetPanTilt(50, 50);
   EXPECT_EQ(Sent(), "");
   EXPECT_EQ(Now(), (Model{0, 0, 1.375F}));
@@ -285,17 +285,12 @@ TEST_F(MeritLilinTest, ContinuousControlRepeatsOnlyStops) {
 }
 
 TEST_F(MeritLilinTest, Logs) {
-  std::string log;
   Connect();
-  SetLogSink([&](std::string_view line) { log += std::string(line) + "\n"; });
   Net.Replies = {FakeReply{"OK"}, FakeReply{.Answers = false}};
-  EXPECT_TRUE(Device.Iris(IrisAuto));
-  EXPECT_FALSE(Device.Iris(IrisOpen));
-  SetLogSink({});
-  EXPECT_EQ(log.find("Sending: http://camera1/camera?autoiris=1\nGetting request handles\n"), 0U);
-  EXPECT_NE(log.find("Got all data\nReceived: OK\nSending: http://camera1/camera?iris=1\n"),
-            std::string::npos);
-  EXPECT_TRUE(log.ends_with("Request error 13104, Failed to connect to the HTTP server.\n"));
+  const auto log = test::LogOf([&] { EXPECT_TRUE(Device.Iris(IrisAuto) && !Device.Iris(IrisOpen)); });
+  EXPECT_EQ(log.find("Sending: http://camera1/camera?autoiris=1|Getting request handles|"), 0U);
+  EXPECT_NE(log.find("Got all data|Received: OK|Sending: http://camera1/camera?iris=1|"), std::string::npos);
+  EXPECT_TRUE(log.ends_with("Request error 13104, Failed to connect to the HTTP server.|"));
 }
 
 }  // namespace

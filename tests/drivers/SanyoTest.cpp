@@ -7,11 +7,12 @@
 #include <functional>
 #include <limits>
 
-#include "common/Logging.h"
 #include "common/Numbers.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"
+#include "support/Options.h"
+#include "support/RequestLines.h"
 
 namespace ptzd {
 namespace {
@@ -40,11 +41,7 @@ class SanyoTest : public testing::Test {
     };
   }
 
-  void Connect() {
-    PropertyBag options;
-    options.WriteProperty("Address", std::string("camera1"));
-    Camera->Connect(options.Contents());
-  }
+  void Connect() { Camera->Connect(test::CameraOptions()); }
   void Renew() {
     Camera = std::make_unique<Sanyo>(Platform{.internet = &Net, .clock = &Time});
     Connect();
@@ -87,7 +84,7 @@ TEST_F(SanyoTest, Connects) {
   Reply = "short";
   EXPECT_EQ(ErrorOf([&] { Connect(); }), "9 Subscript out of range");
   EXPECT_FALSE(Camera->Connected()) << "not any more";
-  EXPECT_EQ(Camera->Disconnect(), Variant(true));
+  Camera->Disconnect();
 }
 
 TEST_F(SanyoTest, Moves) {
@@ -265,11 +262,8 @@ TEST_F(SanyoTest, LogsAndAnswersBeforeItIsConnected) {
   EXPECT_EQ(Camera->Item(Bytes{1})->Name(), "") << "whatever is asked for";
 
   Renew();
-  std::string log;
-  SetLogSink([&](std::string_view line) { (log += line) += '|'; });
   Net.Answer = [](const auto&) { return FakeReply{"don\x92t"}; };
-  Camera->PresetSave(1);
-  SetLogSink({});
+  const auto log = test::LogOf([&] { Camera->PresetSave(1); });
   EXPECT_TRUE(log.starts_with("Sending: http://camera1/cgi-bin/opecmd.cgi?ope=8&registration=2|")) << log;
   EXPECT_TRUE(log.ends_with("|Received: don\xE2\x80\x99t|")) << log;
 }

@@ -191,14 +191,7 @@ TEST_F(SonyTest, ViscaMoves) {
         sent += (sent.empty() ? "" : " ") + request.Object.substr(24);
     EXPECT_EQ(sent, frames) << fault;
   }
-  PTZDevice& device = *Camera;
-  const auto moves = [&] {
-    return device.Move(DirectionUp) + device.MoveBoth(1, 1) + device.MoveTo(1, 1) + device.Zoom(ZoomIn);
-  };
-  EXPECT_EQ(moves(), 4);
-  EXPECT_EQ(device.Disconnect(), Variant());
-  Sent();
-  EXPECT_EQ(moves(), 0);
+  Camera->Disconnect();
   Camera->MoveTo(1, 1, 1);
   Camera->ContinuousMove(1, 1);
   EXPECT_EQ(Sent(), "");
@@ -206,7 +199,7 @@ TEST_F(SonyTest, ViscaMoves) {
   Pages[SysInfo] = {"ModelName=SNC-RZ50P&PanTiltMaxVelocity=256"};
   Connect();
   EXPECT_EQ(NumberOf([&] { Camera->MoveTo(-1, 0, 1); }), 6) << "a speed is one byte";
-  EXPECT_EQ(Camera->ZoomLevel(), 0.25F) << "and nothing has changed";
+  EXPECT_EQ(Camera->ZoomLevel(), 0) << "and nothing has changed";
 }
 
 TEST_F(SonyTest, CGIMovesAndRelativeZoom) {

@@ -2,16 +2,10 @@
 
 #include "simulators/Axis.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PropertyBag.h"
 #include "support/Errors.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 #include "support/Wine.h"
 
 namespace ptzd {
@@ -20,38 +14,17 @@ namespace {
 using namespace std::chrono_literals;
 using ptzsim::AxisHead;
 
-class AxisSimulated : public testing::Test {
+class AxisSimulated : public test::SimulatedCamera<ptzsim::Axis> {
  protected:
-  void Connect(std::vector<AxisHead> heads, PropertyBag options = {}) {
-    Camera.emplace(ptzsim::Axis::Options{.Heads = std::move(heads), .Clock = ptzsim::ClockKind::Manual});
-    Driver = CreateDriver("QVPTZ.Axis", {.clock = &Clock});
-    options.WriteProperty("Address", Camera->Addresses().at(0));
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+  void Connect(std::vector<AxisHead> heads, const test::OptionValues& options = {}) {
+    Start({.Heads = std::move(heads)});
+    SimulatedCamera::Connect("QVPTZ.Axis", options);
   }
-  /// Long enough for any motion to end, and for the driver to ask again.
-  void Settle() {
-    Camera->Time().Advance(60s);
-    Clock.Advance(5000);
-  }
-  PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
-  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
-
-  void TearDown() override {
-    if (!Camera) return;  // skipped
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  test::FakeClock Clock;
-  std::optional<ptzsim::Axis> Camera;
-  std::unique_ptr<PTZDevice> Driver;
 };
 
 TEST_F(AxisSimulated, ATypicalRequestByteForByte) {
   if (test::UnderWine()) GTEST_SKIP() << "Wine orders the headers otherwise and leaves two of them away";
-  PropertyBag options;
-  options.WriteProperty("Port", 2);
-  Connect({AxisHead::None, AxisHead::Mechanical}, options);
+  Connect({AxisHead::None, AxisHead::Mechanical}, {{"Port", 2}});
   const auto before = Camera->Head(2);
   Camera->Log().Clear();
   EXPECT_TRUE(Driver->Move(DirectionUpLeft, 5));
@@ -93,11 +66,10 @@ TEST_F(AxisSimulated, AMechanicalHeadGoesWhereItIsSent) {
 }
 
 TEST_F(AxisSimulated, AListWithForeignLineEndsDescribesNoHead) {
-  Camera.emplace(ptzsim::Axis::Options{.ParameterLineEnd = "\r\n"});
+  Start({.ParameterLineEnd = "\r\n"});
   Driver = CreateDriver("QVPTZ.Axis");
-  PropertyBag options;
-  options.WriteProperty("Address", Camera->Addresses().at(0));
-  EXPECT_EQ(test::NumberOf([&] { Driver->Connect(options.Contents()); }), PTZErrorPTZIncapable);
+  const auto options = test::CameraOptions({}, Camera->Addresses().at(0));
+  EXPECT_EQ(test::NumberOf([&] { Driver->Connect(options); }), PTZErrorPTZIncapable);
 }
 
 TEST_F(AxisSimulated, ContinuousMotionRunsUntilStopped) {

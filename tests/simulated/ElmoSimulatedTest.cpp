@@ -2,14 +2,7 @@
 
 #include "simulators/Elmo.h"
 
-#include <gtest/gtest.h>
-
-#include <optional>
-
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PropertyBag.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
@@ -25,26 +18,12 @@ struct Series {
   ElmoNumbers Numbers = ElmoNumbers::Plain;
 };
 
-class ElmoSimulated : public testing::TestWithParam<Series> {
+class ElmoSimulated : public test::SimulatedCamera<ptzsim::Elmo>, public testing::WithParamInterface<Series> {
  protected:
   void SetUp() override {
-    Camera.emplace(ptzsim::Elmo::Options{
-        .Model = GetParam().Model, .Numbers = GetParam().Numbers, .Clock = ptzsim::ClockKind::Manual});
-    Driver = CreateDriver(GetParam().ProgID, {.clock = &Clock});
-    PropertyBag options;
-    options.WriteProperty("Address", Camera->Addresses().at(0));
-    options.WriteProperty("Reset", true);
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    Start({.Model = GetParam().Model, .Numbers = GetParam().Numbers});
+    Connect(GetParam().ProgID, {{"Reset", true}});
     Settle();
-  }
-  void TearDown() override {
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-  /// Long enough for any motion to end, and for the driver to ask again.
-  void Settle() {
-    Camera->Time().Advance(60s);
-    Clock.Advance(5000);
   }
   void ExpectAt(double pan, double tilt) {
     const auto head = Camera->Head();
@@ -54,11 +33,6 @@ class ElmoSimulated : public testing::TestWithParam<Series> {
     EXPECT_NEAR(Driver->Tilt(), head.Tilt, 0.001);
   }
   bool Reads() const { return GetParam().ZoomScale != 0; }
-  PTZDevice2* Device2() { return dynamic_cast<PTZDevice2*>(Driver.get()); }
-
-  test::FakeClock Clock;
-  std::optional<ptzsim::Elmo> Camera;
-  std::unique_ptr<PTZDevice> Driver;
 };
 
 Series PTC402C(ElmoNumbers numbers) {
@@ -124,14 +98,14 @@ TEST_P(ElmoSimulated, ZoomsAndFocuses) {
   EXPECT_GT(Camera->Head().Zoom, before.Zoom);
   if (Reads()) {
     for (const float zoom : {0.0F, 0.25F, 1.0F, 7.75F, 17.0F}) {
-      Device2()->ZoomTo(zoom);
+      Device2().ZoomTo(zoom);
       Settle();
       EXPECT_EQ(Camera->Head().Zoom, row.Widest + zoom * row.ZoomScale);
-      Device2()->MoveBoth(1, 0);
-      EXPECT_EQ(Device2()->ZoomLevel(), zoom) << "as the camera tells it";
+      Device2().MoveBoth(1, 0);
+      EXPECT_EQ(Device2().ZoomLevel(), zoom) << "as the camera tells it";
       Settle();
     }
-    Device2()->ZoomTo(99);
+    Device2().ZoomTo(99);
     Settle();
     EXPECT_EQ(Camera->Head().Zoom, row.Tele);
     return;

@@ -8,8 +8,8 @@
 
 #include "catalogue/DriverFactory.h"
 #include "contract/PTZContinuousControl.h"
-#include "contract/PropertyBag.h"
 #include "support/FakeClock.h"
+#include "support/Options.h"
 
 namespace ptzd {
 namespace {
@@ -22,9 +22,7 @@ class FoscamSimulated : public testing::Test {
     settings.Clock = ptzsim::ClockKind::Manual;
     Camera.emplace(settings);
     Driver = CreateDriver(progID, {.clock = &Clock});
-    PropertyBag options;
-    options.WriteProperty("Address", login + Camera->Addresses().at(0));
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    ASSERT_TRUE(Driver->Connect(test::CameraOptions({}, login + Camera->Addresses().at(0))));
     EXPECT_EQ(Camera->Log().ConnectionsOpened(), 0) << "connecting sends nothing";
   }
   void ExpectHead(double pan, double tilt) {

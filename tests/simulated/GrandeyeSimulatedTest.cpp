@@ -2,48 +2,26 @@
 
 #include "simulators/Grandeye.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PropertyBag.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
 
 using namespace std::chrono_literals;
 
-class GrandeyeSimulated : public testing::Test {
+class GrandeyeSimulated : public test::SimulatedCamera<ptzsim::Grandeye> {
  protected:
-  void Connect(int port) {
-    PropertyBag options;
-    options.WriteProperty("Address", Camera.Addresses().at(0));
-    options.WriteProperty("Port", port);
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
-  }
-  /// Long enough for any motion to end, and for the driver to ask again.
-  void Settle() {
-    Camera.Time().Advance(60s);
-    Clock.Advance(5000);
-  }
-  void TearDown() override {
-    EXPECT_EQ(Camera.Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera.Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  test::FakeClock Clock;
-  ptzsim::Grandeye Camera{{.Clock = ptzsim::ClockKind::Manual}};
-  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Grandeye", {.clock = &Clock});
+  void SetUp() override { Start(); }
 };
 
 TEST_F(GrandeyeSimulated, PortChoosesTheViewThatMovesAndZooms) {
   const auto apart = [](double a, double b) { return std::fabs(std::remainder(a - b, 360)); };
-  const auto first = Camera.Head(1);
+  const auto first = Camera->Head(1);
   for (const int port : {3, 2}) {
-    const auto before = Camera.Head(port);
-    Connect(port);
+    const auto before = Camera->Head(port);
+    Connect("QVPTZ.Grandeye", {{"Port", port}});
     EXPECT_EQ(Driver->Pan(), before.Pan);
     EXPECT_EQ(Driver->Tilt(), before.Tilt);
     for (const auto& [pan, tilt] :
@@ -51,15 +29,15 @@ TEST_F(GrandeyeSimulated, PortChoosesTheViewThatMovesAndZooms) {
       Driver->MoveTo(pan, tilt);
       EXPECT_LE(std::fabs(Driver->Pan()), 180);
       Settle();
-      EXPECT_EQ(apart(Camera.Head(port).Pan, pan), 0) << pan;
+      EXPECT_EQ(apart(Camera->Head(port).Pan, pan), 0) << pan;
       EXPECT_EQ(apart(Driver->Pan(), pan), 0) << pan;
-      EXPECT_EQ(Camera.Head(port).Tilt, tilt);
+      EXPECT_EQ(Camera->Head(port).Tilt, tilt);
       EXPECT_EQ(Driver->Tilt(), tilt);
     }
     EXPECT_TRUE(Driver->Zoom(ZoomIn));
     Settle();
-    EXPECT_EQ(Camera.Head(port).Zoom, before.Zoom - 250) << "a narrower picture";
-    EXPECT_EQ(Camera.Head(1).Pan, first.Pan);
+    EXPECT_EQ(Camera->Head(port).Zoom, before.Zoom - 250) << "a narrower picture";
+    EXPECT_EQ(Camera->Head(1).Pan, first.Pan);
   }
 }
 

@@ -2,50 +2,27 @@
 
 #include "simulators/MeritLilin.h"
 
-#include <gtest/gtest.h>
-
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PropertyBag.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
 
 using namespace std::chrono_literals;
 
-class MeritLilinSimulated : public testing::Test {
+class MeritLilinSimulated : public test::SimulatedCamera<ptzsim::MeritLilin> {
  protected:
+  void SetUp() override { Start(); }
   void Connect(int port) {
-    PropertyBag options;
-    options.WriteProperty("Address", Camera.Addresses().at(0));
-    options.WriteProperty("Port", port);
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    SimulatedCamera::Connect("QVPTZ.MeritLilin", {{"Port", port}});
     Dome = port == 0 ? 1 : port;
   }
-  ptzsim::MeritLilin::HeadState Head() const { return Camera.Head(Dome); }
-  /// Long enough for any motion to end, and for the driver to ask again.
-  void Settle() {
-    Camera.Time().Advance(60s);
-    Clock.Advance(5000);
-  }
+  ptzsim::MeritLilin::HeadState Head() const { return Camera->Head(Dome); }
   /// What the driver reads, and then does not change.
   void Read() {
     Clock.Advance(5000);
     EXPECT_TRUE(Driver->MoveBoth(0, 0));
   }
-  PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
-  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
 
-  void TearDown() override {
-    EXPECT_EQ(Camera.Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera.Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  test::FakeClock Clock;
-  ptzsim::MeritLilin Camera{ptzsim::MeritLilin::Options{.Clock = ptzsim::ClockKind::Manual}};
-  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.MeritLilin", {.clock = &Clock});
   int Dome = 1;
 };
 
@@ -101,13 +78,13 @@ TEST_F(MeritLilinSimulated, ContinuousMotionRunsUntilStopped) {
   Settle();
   Continuous().ContinuousMove(10, -5);
   Continuous().ContinuousZoom(4);
-  Camera.Time().Advance(500ms);
+  Camera->Time().Advance(500ms);
   EXPECT_GT(Head().Pan, 0);
   EXPECT_LT(Head().Tilt, 0);
   EXPECT_GT(Head().Zoom, 17) << "a positive speed zooms in";
   Continuous().ContinuousZoom(-10);
   Continuous().ContinuousMove(-20, 20);
-  Camera.Time().Advance(1500ms);
+  Camera->Time().Advance(1500ms);
   EXPECT_LT(Head().Pan, 0);
   EXPECT_GT(Head().Tilt, 0);
   EXPECT_LT(Head().Zoom, 17);

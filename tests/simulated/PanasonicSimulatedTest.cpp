@@ -2,13 +2,9 @@
 
 #include "simulators/Panasonic.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <optional>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PropertyBag.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
@@ -16,16 +12,11 @@ namespace {
 using namespace std::chrono_literals;
 using Mount = ptzsim::Panasonic::Mount;
 
-class PanasonicSimulated : public testing::Test {
+class PanasonicSimulated : public test::SimulatedCamera<ptzsim::Panasonic> {
  protected:
   void Connect(const std::string& model, const char* firmware = "2.32", Mount mounted = Mount::NotTold) {
-    if (Camera) CheckLog();
-    Camera.emplace(ptzsim::Panasonic::Options{
-        .Model = model, .Firmware = firmware, .Mounted = mounted, .Clock = ptzsim::ClockKind::Manual});
-    Driver = CreateDriver("QVPTZ.Panasonic");
-    PropertyBag options;
-    options.WriteProperty("Address", Camera->Addresses().at(0));
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    Start({.Model = model, .Firmware = firmware, .Mounted = mounted});
+    SimulatedCamera::Connect("QVPTZ.Panasonic");
   }
   /// The driver's degrees are whole, and a click keeps what reading the first position rounded away.
   void Settle() {
@@ -33,15 +24,6 @@ class PanasonicSimulated : public testing::Test {
     EXPECT_NEAR(Camera->Head().Pan, Driver->Pan(), 0.5);
     EXPECT_NEAR(Camera->Head().Tilt, Driver->Tilt(), 0.5);
   }
-
-  void TearDown() override { CheckLog(); }
-  void CheckLog() {
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  std::optional<ptzsim::Panasonic> Camera;
-  std::unique_ptr<PTZDevice> Driver;
 };
 
 TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {

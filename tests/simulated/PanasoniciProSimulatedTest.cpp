@@ -2,33 +2,21 @@
 
 #include "simulators/PanasoniciPro.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <optional>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PropertyBag.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
 
 using namespace std::chrono_literals;
 
-class PanasoniciProSimulated : public testing::Test {
+class PanasoniciProSimulated : public test::SimulatedCamera<ptzsim::PanasoniciPro> {
  protected:
   void Connect(const std::string& model, int channels = 1, int port = 0) {
-    if (Camera) CheckLog();
-    Camera.emplace(ptzsim::PanasoniciPro::Options{
-        .Model = model, .Channels = channels, .Clock = ptzsim::ClockKind::Manual});
-    Driver = CreateDriver("QVPTZ.PanasoniciPro", {.clock = &Clock});
+    Start({.Model = model, .Channels = channels});
     Channel = port == 0 ? 1 : port;
-    PropertyBag options;
-    options.WriteProperty("Address", Camera->Addresses().at(0));
-    options.WriteProperty("Port", port);
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    SimulatedCamera::Connect("QVPTZ.PanasoniciPro", {{"Port", port}});
   }
   void Settle() {
     Camera->Time().Advance(60s);
@@ -41,17 +29,7 @@ class PanasoniciProSimulated : public testing::Test {
     EXPECT_NEAR(head.Tilt, Driver->Tilt(), 0.051);
     EXPECT_NEAR(head.Zoom - 1, Device2().ZoomLevel(), 0.126) << "is read in quarters";
   }
-  PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
 
-  void TearDown() override { CheckLog(); }
-  void CheckLog() {
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  test::FakeClock Clock;
-  std::optional<ptzsim::PanasoniciPro> Camera;
-  std::unique_ptr<PTZDevice> Driver;
   int Channel = 1;
 };
 

@@ -2,49 +2,22 @@
 
 #include "simulators/Panogenics.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <optional>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PropertyBag.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
 
 using namespace std::chrono_literals;
 
-class PanogenicsSimulated : public testing::TestWithParam<bool> {
+class PanogenicsSimulated : public test::SimulatedCamera<ptzsim::Panogenics>,
+                            public testing::WithParamInterface<bool> {
  protected:
   void Connect(int port, bool link = true) {
-    if (Camera) CheckLog();
-    Camera.emplace(ptzsim::Panogenics::Options{.Wrapped = GetParam(), .Clock = ptzsim::ClockKind::Manual});
-    PropertyBag options;
-    options.WriteProperty("Address", Camera->Addresses().at(0));
-    options.WriteProperty("Port", port);
-    options.WriteProperty("LinkViews", link);
-    Driver = CreateDriver("QVPTZ.Panogenics", {.clock = &Clock});
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    Start({.Wrapped = GetParam()});
+    SimulatedCamera::Connect("QVPTZ.Panogenics", {{"Port", port}, {"LinkViews", link}});
   }
-  /// Long enough for any motion to end, and for the driver to ask again.
-  void Settle() {
-    Camera->Time().Advance(60s);
-    Clock.Advance(5000);
-  }
-  PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
-
-  void TearDown() override { CheckLog(); }
-  void CheckLog() {
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  test::FakeClock Clock;
-  std::optional<ptzsim::Panogenics> Camera;
-  std::unique_ptr<PTZDevice> Driver;
 };
 
 INSTANTIATE_TEST_SUITE_P(Replies, PanogenicsSimulated, testing::Bool(),

@@ -11,9 +11,9 @@
 #include "contract/PTZContinuousControl.h"
 #include "contract/PTZDevice2.h"
 #include "contract/PTZNamedPresets.h"
-#include "contract/PropertyBag.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
+#include "support/Options.h"
 
 namespace ptzd {
 namespace {
@@ -30,10 +30,7 @@ class QuorvaneSimulated : public testing::Test {
   }
   void Connect(const std::string& feed, const std::string& user = "") {
     if (!System) Start();
-    PropertyBag options;
-    options.WriteProperty("Address", user + System->Addresses().at(0));
-    options.WriteProperty("Feed", feed);
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    ASSERT_TRUE(Driver->Connect(test::CameraOptions({{"Feed", feed}}, user + System->Addresses().at(0))));
     System->Log().Clear();
   }
   void Settle() { System->Time().Advance(60s); }
@@ -52,11 +49,8 @@ class QuorvaneSimulated : public testing::Test {
 // The address that the feed list is asked for leads nowhere and must not cost a look-up or a time-out.
 TEST_F(QuorvaneSimulated, ConnectOnlyAsksWhetherTheInstallationIsThere) {
   Start();
-  PropertyBag options;
-  options.WriteProperty("Address", System->Addresses().at(0));
-  options.WriteProperty("Feed", std::string("3"));
-  options.WriteProperty("Reset", true);
-  EXPECT_TRUE(Driver->Connect(options.Contents()));
+  EXPECT_TRUE(Driver->Connect(
+      test::CameraOptions({{"Feed", std::string("3")}, {"Reset", true}}, System->Addresses().at(0))));
   std::string targets;
   for (const auto& request : System->Log().Requests()) targets += request.Target + "\n";
   EXPECT_EQ(targets, "/\n/ptz/control.htm?feed=3&move=offset\n");

@@ -2,41 +2,25 @@
 
 #include "simulators/Sanyo.h"
 
-#include <gtest/gtest.h>
-
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PropertyBag.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
 
 using namespace std::chrono_literals;
 
-class SanyoSimulated : public testing::Test {
+class SanyoSimulated : public test::SimulatedCamera<ptzsim::Sanyo> {
  protected:
-  SanyoSimulated() {
-    PropertyBag options;
-    options.WriteProperty("Address", Camera.Addresses().at(0));
-    EXPECT_TRUE(Driver->Connect(options.Contents()));
+  void SetUp() override {
+    Start();
+    Connect("QVPTZ.Sanyo");
   }
   void Pass(std::chrono::milliseconds time) {
-    Camera.Time().Advance(time);
+    Camera->Time().Advance(time);
     Clock.Advance(time.count());
   }
-  /// Long enough for any motion to end, and for the driver to ask again.
+  /// Shorter than a session lasts.
   void Settle() { Pass(10s); }
-
-  void TearDown() override {
-    EXPECT_EQ(Camera.Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera.Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  ptzsim::Sanyo Camera{{.Clock = ptzsim::ClockKind::Manual}};
-  test::FakeClock Clock;
-  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Sanyo", {.clock = &Clock});
-  PTZContinuousControl& Continuous = dynamic_cast<PTZContinuousControl&>(*Driver);
 };
 
 TEST_F(SanyoSimulated, GoesWhereItIsSentAndReadsWhereItIs) {
@@ -46,40 +30,40 @@ TEST_F(SanyoSimulated, GoesWhereItIsSentAndReadsWhereItIs) {
     for (const float tilt : {-90.0F, -45.5F, 0.0F, 0.3F, 29.9F, 30.0F}) {
       EXPECT_TRUE(Driver->MoveTo(pan, tilt));
       Settle();
-      EXPECT_NEAR(Camera.Head().Pan, pan, 27.5 / 100 / 2 + 0.01) << "half a percent of half the picture";
-      EXPECT_NEAR(Camera.Head().Tilt, tilt, 15.0 / 100 / 2 + 0.01);
-      EXPECT_NEAR(Driver->Pan(), Camera.Head().Pan, 0.005 + 1e-4);
-      EXPECT_NEAR(Driver->Tilt(), Camera.Head().Tilt, 0.005 + 1e-4);
+      EXPECT_NEAR(Camera->Head().Pan, pan, 27.5 / 100 / 2 + 0.01) << "half a percent of half the picture";
+      EXPECT_NEAR(Camera->Head().Tilt, tilt, 15.0 / 100 / 2 + 0.01);
+      EXPECT_NEAR(Driver->Pan(), Camera->Head().Pan, 0.005 + 1e-4);
+      EXPECT_NEAR(Driver->Tilt(), Camera->Head().Tilt, 0.005 + 1e-4);
     }
   EXPECT_TRUE(Driver->MoveTo(190, -90));
   Settle();
   EXPECT_EQ(Driver->Pan(), 175) << "the camera stops at its own end and says so";
-  Camera.Tell({.Zoom = false, .Length = 20});
+  Camera->Tell({.Zoom = false, .Length = 20});
   EXPECT_TRUE(Driver->MoveTo(0, 0));
   Settle();
   EXPECT_NEAR(Driver->Pan(), 0, 0.15) << "a reply without a zoom is shorter";
 }
 
 TEST_F(SanyoSimulated, StepsZoomPresetsAndContinuousMotion) {
-  const auto start = Camera.Head();
+  const auto start = Camera->Head();
   EXPECT_TRUE(Driver->Move(DirectionUpLeft, 10));
   Settle();
   EXPECT_TRUE(Driver->MoveBoth(30, 2));
   Settle();
-  EXPECT_NEAR(Camera.Head().Pan, start.Pan + 20, 0.3);
-  EXPECT_NEAR(Camera.Head().Tilt, start.Tilt + 12, 0.16);
+  EXPECT_NEAR(Camera->Head().Pan, start.Pan + 20, 0.3);
+  EXPECT_NEAR(Camera->Head().Tilt, start.Tilt + 12, 0.16);
   for (const auto zoom : {ZoomIn, ZoomIn, ZoomOut}) {
     EXPECT_TRUE(Driver->Zoom(zoom));
     Settle();
   }
-  EXPECT_EQ(Camera.Head().Zoom, start.Zoom + 0.25);
+  EXPECT_EQ(Camera->Head().Zoom, start.Zoom + 0.25);
 
   EXPECT_TRUE(Driver->PresetSave(2));
-  EXPECT_EQ(Camera.Head().Presets, (std::vector<int>{1, 3, 7}));
+  EXPECT_EQ(Camera->Head().Presets, (std::vector<int>{1, 3, 7}));
   EXPECT_TRUE(Driver->PresetGoto(6));
   Settle();
   EXPECT_EQ(Driver->Pan(), 88);
-  EXPECT_EQ(Camera.Head().Zoom, 1.3);
+  EXPECT_EQ(Camera->Head().Zoom, 1.3);
   EXPECT_TRUE(Driver->PresetGoto(99)) << "also where the camera refuses";
 
   struct Row {
@@ -89,12 +73,12 @@ TEST_F(SanyoSimulated, StepsZoomPresetsAndContinuousMotion) {
   for (const auto& [pan, tilt, right, up] :
        {Row{-20, 20, -1, 1}, Row{0, 1, 0, 1}, Row{1, 1, 1, 1}, Row{-1, 0, -1, 0}, Row{20, 0, 1, 0},
         Row{-1, -1, -1, -1}, Row{0, -20, 0, -1}, Row{20, -1, 1, -1}}) {
-    const auto before = Camera.Head();
-    Continuous.ContinuousMove(pan, tilt);
-    Continuous.ContinuousZoom(pan);
+    const auto before = Camera->Head();
+    Continuous().ContinuousMove(pan, tilt);
+    Continuous().ContinuousZoom(pan);
     Pass(100ms);
-    Continuous.StopContinuous();
-    const auto head = Camera.Head();
+    Continuous().StopContinuous();
+    const auto head = Camera->Head();
     EXPECT_FALSE(head.Moving);
     const auto sign = [](double value) { return value > 0 ? 1 : value < 0 ? -1 : 0; };
     EXPECT_EQ(sign(head.Pan - before.Pan), right) << pan << " " << tilt;
@@ -107,11 +91,11 @@ TEST_F(SanyoSimulated, StepsZoomPresetsAndContinuousMotion) {
 TEST_F(SanyoSimulated, TheSessionsCookieIsKeptAndTheSessionAlive) {
   const auto commandAndCookie = [&] {
     EXPECT_TRUE(Driver->Zoom(ZoomIn));
-    EXPECT_EQ(Camera.Log().Requests().back().Status, 200);
-    return Camera.Log().Requests().back().Header("Cookie");
+    EXPECT_EQ(Camera->Log().Requests().back().Status, 200);
+    return Camera->Log().Requests().back().Header("Cookie");
   };
 #ifndef _WIN32  // keeps the cookies of the cameras before
-  EXPECT_EQ(Camera.Log().Requests().front().Header("Cookie"), "");
+  EXPECT_EQ(Camera->Log().Requests().front().Header("Cookie"), "");
 #endif
   const auto session = commandAndCookie();
   EXPECT_NE(session, "");
@@ -119,7 +103,7 @@ TEST_F(SanyoSimulated, TheSessionsCookieIsKeptAndTheSessionAlive) {
     Pass(61s);
     EXPECT_EQ(commandAndCookie(), session) << "of five minutes";
   }
-  Camera.Time().Advance(6min);
+  Camera->Time().Advance(6min);
   Clock.Advance(60001);
   EXPECT_TRUE(Driver->PresetGoto(0));
   EXPECT_NE(commandAndCookie(), session) << "a session that is over is replaced";

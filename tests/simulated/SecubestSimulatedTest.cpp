@@ -7,9 +7,9 @@
 #include "catalogue/DriverFactory.h"
 #include "contract/PTZContinuousControl.h"
 #include "contract/PTZDevice2.h"
-#include "contract/PropertyBag.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
+#include "support/Options.h"
 
 namespace ptzd {
 namespace {
@@ -33,11 +33,7 @@ class UnitClock final : public test::FakeClock {
 
 class SecubestSimulated : public testing::Test {
  protected:
-  bool Connect() {
-    PropertyBag options;
-    options.WriteProperty("Address", Unit.Addresses()[0]);
-    return Driver->Connect(options.Contents());
-  }
+  bool Connect() { return Driver->Connect(test::CameraOptions({}, Unit.Addresses()[0])); }
   PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
   void TearDown() override { EXPECT_EQ(Unit.Log().Violations(), std::vector<std::string>{}); }
 

@@ -13,9 +13,9 @@
 #include "catalogue/DriverFactory.h"
 #include "contract/PTZContinuousControl.h"
 #include "contract/PTZDevice2.h"
-#include "contract/PropertyBag.h"
 #include "support/AsyncSends.h"
 #include "support/FakeClock.h"
+#include "support/Options.h"
 #include "support/Wine.h"
 #include "transport/HTTPClientHelper.h"
 
@@ -40,9 +40,7 @@ class SonySimulated : public testing::Test {
   /// Connects and forgets the requests of it.
   Connection Connect(Camera& camera) {
     Connection connection{CreateDriver("QVPTZ.Sony", {.clock = &Clock})};
-    PropertyBag options;
-    options.WriteProperty("Address", camera.Addresses().at(0));
-    EXPECT_TRUE(connection.Driver->Connect(options.Contents()));
+    EXPECT_TRUE(connection.Driver->Connect(test::CameraOptions({}, camera.Addresses().at(0))));
     camera.Log().Clear();
     return connection;
   }

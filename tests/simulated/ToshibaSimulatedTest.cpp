@@ -2,13 +2,9 @@
 
 #include "simulators/Toshiba.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <optional>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PropertyBag.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
@@ -21,18 +17,12 @@ struct Model {
   double PanStep, TiltStep;        // degrees: the coarser of what camera and driver know
 };
 
-class ToshibaSimulated : public testing::TestWithParam<Model> {
+class ToshibaSimulated : public test::SimulatedCamera<ptzsim::Toshiba>,
+                         public testing::WithParamInterface<Model> {
  protected:
   void SetUp() override {
-    Camera.emplace(ptzsim::Toshiba::Options{.Model = GetParam().Name, .Clock = ptzsim::ClockKind::Manual});
-    Driver = CreateDriver(GetParam().ProgID);
-    PropertyBag options;
-    options.WriteProperty("Address", Camera->Addresses().at(0));
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
-  }
-  void TearDown() override {
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
+    Start({.Model = GetParam().Name});
+    Connect(GetParam().ProgID);
   }
   void ExpectAt(double pan, double tilt) {
     Camera->Time().Advance(60s);
@@ -45,9 +35,6 @@ class ToshibaSimulated : public testing::TestWithParam<Model> {
     EXPECT_NEAR(Driver->Tilt(), head.Tilt, row.TiltStep * 0.53);
   }
   bool Grid() const { return Driver->Capabilities() == (CapabilityPan | CapabilityTilt); }
-
-  std::optional<ptzsim::Toshiba> Camera;
-  std::unique_ptr<PTZDevice> Driver;
 };
 
 INSTANTIATE_TEST_SUITE_P(All, ToshibaSimulated,

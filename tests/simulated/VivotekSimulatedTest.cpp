@@ -2,16 +2,9 @@
 
 #include "simulators/Vivotek.h"
 
-#include <gtest/gtest.h>
-
-#include <optional>
-
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
 #include "contract/PTZNamedPresets.h"
-#include "contract/PropertyBag.h"
 #include "support/Errors.h"
-#include "support/FakeClock.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
@@ -19,32 +12,16 @@ namespace {
 using namespace std::chrono_literals;
 using test::ErrorOf;
 
-class VivotekSimulated : public testing::Test {
+class VivotekSimulated : public test::SimulatedCamera<ptzsim::Vivotek> {
  protected:
   void Connect(const char* model) {
-    if (Camera) CheckLog();
-    Camera.emplace(ptzsim::Vivotek::Options{.Model = model, .Clock = ptzsim::ClockKind::Manual});
-    Driver = CreateDriver("QVPTZ.Vivotek", {.clock = &Clock});
-    PropertyBag options;
-    options.WriteProperty("Address", Camera->Addresses().at(0));
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    Start({.Model = model});
+    SimulatedCamera::Connect("QVPTZ.Vivotek");
     Settle();
     EXPECT_EQ(Camera->Head().Pan, 0) << "goes home";
     EXPECT_EQ(Camera->Head().Tilt, 0);
   }
-  void Settle() { Camera->Time().Advance(60s); }
-  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
   PTZNamedPresets& Presets() { return dynamic_cast<PTZNamedPresets&>(*Driver); }
-
-  void TearDown() override { CheckLog(); }
-  void CheckLog() {
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  test::FakeClock Clock;
-  std::optional<ptzsim::Vivotek> Camera;
-  std::unique_ptr<PTZDevice> Driver;
 };
 
 struct ModelRow {

@@ -7,6 +7,16 @@
 
 namespace ptzd::test {
 
+/// All that is logged during a call, as "Camera model: PT713|Moving to 0, 2|".
+template <typename Call>
+std::string LogOf(const Call& call) {
+  std::string lines;
+  SetLogSink([&](std::string_view line) { (lines += line) += '|'; });
+  call();
+  SetLogSink({});
+  return lines;
+}
+
 /// What a driver's own request routine logs during a call, as "Requesting /x|Request failed.|"; what the HTTP
 /// client below it logs is left out, as are lines of other drivers' forms.
 template <typename Call>

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "catalogue/DriverFactory.h"
+#include "contract/PTZContinuousControl.h"
+#include "contract/PTZDevice2.h"
+#include "support/FakeClock.h"
+#include "support/Options.h"
+
+namespace ptzd::test {
+
+/// A driver on a simulated camera of its make, over real sockets. The camera must find nothing wrong with
+/// what it is sent, and see a single connection.
+template <class Simulator>
+class SimulatedCamera : public testing::Test {
+ protected:
+  /// A new camera, whose time passes as the test says, in place of the one before.
+  void Start(typename Simulator::Options options = {}) {
+    CheckLog();
+    Driver.reset();
+    options.Clock = ptzsim::ClockKind::Manual;
+    Camera.emplace(std::move(options));
+  }
+  /// Its driver, new where the camera is.
+  void Connect(const char* progID, const OptionValues& options = {}) {
+    if (!Driver) Driver = CreateDriver(progID, {.clock = &Clock});
+    ASSERT_TRUE(Driver->Connect(CameraOptions(options, Camera->Addresses().at(0))));
+  }
+  /// Long enough for any motion to end, and for the driver to ask again.
+  void Settle() {
+    using namespace std::chrono_literals;
+    Camera->Time().Advance(60s);
+    Clock.Advance(5000);
+  }
+  PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
+  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
+
+  void TearDown() override { CheckLog(); }
+  void CheckLog() {
+    if (!Camera) return;
+    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
+    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
+  }
+
+  FakeClock Clock;
+  std::optional<Simulator> Camera;
+  std::unique_ptr<PTZDevice> Driver;
+};
+
+}  // namespace ptzd::test
