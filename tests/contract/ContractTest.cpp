@@ -9,6 +9,7 @@
 #include "support/FakeInternet.h"
 #include "support/FakeSerialPort.h"
 #include "support/FakeSocket.h"
+#include "support/Options.h"
 
 namespace ptzd {
 
@@ -191,10 +192,8 @@ TEST_P(EveryDriver, RefusesToConnectWithoutUsableOptions) {
     EXPECT_TRUE(Sockets.Connects.empty());
   }
   if (GetParam().Data->SharedOptions & SharesAddress) {
-    PropertyBag options;
-    options.WriteProperty("Address", std::string("camera1"));
     bool connected = false;
-    NumberOf([&] { connected = Driver->Connect(options.Contents()); });
+    NumberOf([&] { connected = Driver->Connect(test::CameraOptions()); });
     EXPECT_EQ(connected, GetParam().Data->ConnectsUnheard) << "a camera that never answers";
   }
   EXPECT_NE(ErrorOf([&] { Driver->Connect(Bytes{1, 2, 3}); }), "");
@@ -230,14 +229,11 @@ TEST_P(EveryDriver, AnswersAsItsDataSaysWhileConnected) {
   Internet.Answer = AnswerOfAnyMake;
   Sockets.ConnectError = 0;
   Ports.Line.Plugged = true;
-  PropertyBag options;
-  options.WriteProperty("Address", std::string("10.0.0.5"));
-  options.WriteProperty("COMPort", 1);
-  options.WriteProperty("Feed", std::string("3"));
+  const auto options = test::CameraOptions({{"COMPort", 1}, {"Feed", std::string("3")}}, "10.0.0.5");
   for (const auto& [name, rule, call] : BooleanMembers()) RecordProperty(name, RuleText(rule));
   RecordProperty("position", ReadingText(GetParam().Data->ReadsPosition));
   for (int round = 0; round < 2; ++round) {
-    ASSERT_TRUE(Driver->Connect(options.Contents()));
+    ASSERT_TRUE(Driver->Connect(options));
     EXPECT_TRUE(Driver->Connected());
     Driver->SetPanTilt(20, -10);  // away from the ends, where a move changes nothing
     for (const bool obeys : {true, false}) {

@@ -31,11 +31,10 @@ constexpr const char* Position = "pan=20.5\r\ntilt=-3.5\r\nzoom=364.6\r\nautofoc
 
 class AxisTest : public testing::Test {
  protected:
-  void Connect(const std::string& parameters, PropertyBag options = {},
+  void Connect(const std::string& parameters, const test::OptionValues& options = {},
                const std::string& position = Position) {
-    options.WriteProperty("Address", std::string("camera1"));
     Net.Replies = {FakeReply{parameters}, FakeReply{position}};
-    ASSERT_TRUE(Camera.Connect(options.Contents()));
+    ASSERT_TRUE(Camera.Connect(test::CameraOptions(options)));
     Net.Replies.clear();
     Net.Sent.clear();
   }
@@ -126,10 +125,8 @@ TEST_F(AxisTest, PositionsComeFromTheCameraAtMostEveryFiveSeconds) {
 
 TEST_F(AxisTest, AFailedConnectLeavesTheNewOptionsInPlace) {
   Connect(FullHead);
-  PropertyBag options;
-  options.WriteProperty("Address", std::string("camera2"));
   Net.Replies = {FakeReply{.Answers = false}};
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(options.Contents()); }), 17001);
+  EXPECT_EQ(NumberOf([&] { Camera.Connect(test::CameraOptions({}, "camera2")); }), 17001);
   EXPECT_TRUE(Device.MoveBoth(1, 1));
   EXPECT_EQ(Net.Sent.back().Host, "camera2");
   EXPECT_EQ(NumberOf([&] { Camera.Connect(Bytes{1, 2}); }), 5);

@@ -37,7 +37,7 @@ class ElmoTest : public testing::Test {
 };
 
 TEST_F(ElmoTest, ConnectsToWhatRefusesNoCommand) {
-  EXPECT_FALSE(Camera.Connect(PropertyBag().Contents()));
+  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, "")));
   EXPECT_EQ(Sent(), "") << "nobody to ask";
   auto strangers = test::Garbled("NG");
   strangers.insert(strangers.end(), {"OK", "NG\r\n", " NG", "unanswered"});

@@ -91,7 +91,8 @@ TEST_F(FoscamTest, MovesAreStepsInOneOfEightDirections) {
 }
 
 TEST_F(FoscamTest, StepsGoFromThePositionAndOppositesCancel) {
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(PropertyBag().Contents()); }), "17003 No device address specified");
+  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }),
+            "17003 No device address specified");
   Connect();
   const std::pair<int, const char*> rows[] = {
       {DirectionUp, "0&onestep=1&degree=3"},
@@ -167,7 +168,7 @@ TEST_F(FoscamTest, InvertPanIsReadByTheMovements) {
 }
 
 TEST_F(FoscamHDTest, ConnectReadsItsOptions) {
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(PropertyBag().Contents()); }), "17003 No address specified");
+  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
   EXPECT_EQ(NumberOf([&] { Connect(70000); }), 6);
   EXPECT_FALSE(Camera->Connected());
   EXPECT_EQ(Camera->Capabilities(), 2490467);

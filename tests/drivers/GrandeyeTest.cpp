@@ -46,7 +46,7 @@ TEST_F(GrandeyeTest, ConnectRaisesNothingForTheCamera) {
     EXPECT_TRUE(Camera.Connected());
   }
   Sent();
-  EXPECT_FALSE(Camera.Connect(PropertyBag().Contents()));
+  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, "")));
   EXPECT_FALSE(Camera.Connected());
   for (const auto& [port, number] : {std::pair<Variant, int>{std::string("one"), 13}, {-2147483647 - 1, 6}}) {
     EXPECT_EQ(NumberOf([&, port = port] { Connect("", port); }), number);

@@ -28,10 +28,9 @@ using Model = std::array<float, 3>;
 
 class MeritLilinTest : public testing::Test {
  protected:
-  void Connect(PropertyBag options = {}) {
-    options.WriteProperty("Address", std::string("camera1"));
+  void Connect(const test::OptionValues& options = {}) {
     Net.Replies = {FakeReply{"<html>"}, FakeReply{Position}};
-    ASSERT_TRUE(Device2.Connect(options.Contents()));
+    ASSERT_TRUE(Device2.Connect(test::CameraOptions(options)));
     EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
     Net.Sent.clear();
   }
@@ -217,9 +216,7 @@ TEST_F(MeritLilinTest, PositionReplies) {
 }
 
 TEST_F(MeritLilinTest, EveryPageNamesTheCamera) {
-  PropertyBag options;
-  options.WriteProperty("Port", 2);
-  Connect(options);
+  Connect({{"Port", 2}});
   EXPECT_EQ(Device.PresetCount(), 128);
   EXPECT_TRUE(Device.PresetSave(0) && Device.PresetGoto(127));
   EXPECT_TRUE(Device.Iris(IrisAuto) && Device.Iris(IrisOpen) && Device.Iris(IrisClose));
@@ -259,9 +256,7 @@ TEST_F(MeritLilinTest, ContinuousControlRepeatsOnlyStops) {
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousMove(0, NAN); }), 6); }, "", ""},
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousZoom(INFINITY); }), 6); }, "", ""},
   };
-  PropertyBag options;
-  options.WriteProperty("Port", 70000);
-  EXPECT_EQ(NumberOf([&] { Device.Connect(options.Contents()); }), 17003);
+  EXPECT_EQ(NumberOf([&] { Device.Connect(test::CameraOptions({{"Port", 70000}}, "")); }), 17003);
   EXPECT_EQ(NumberOf([&] { Camera.ContinuousMove(10, 0); }), 6) << "then it is not the last one";
   Connect();
   for (const auto& row : rows) {

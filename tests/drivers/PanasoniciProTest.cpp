@@ -25,10 +25,10 @@ const FakeReply Refusal{"", "HTTP/1.1 503 Service Unavailable"};
 
 class PanasoniciProTest : public testing::Test {
  protected:
-  void Connect(const std::string& model, FakeReply position = Refusal, PropertyBag options = {}) {
-    options.WriteProperty("Address", std::string("camera1"));
+  void Connect(const std::string& model, FakeReply position = Refusal,
+               const test::OptionValues& options = {}) {
     Net.Replies = {{"MAC=0\r\nName=" + model + "\r\nHOSTNAME=yard\r\nNAMES=2\r\n"}, std::move(position)};
-    ASSERT_TRUE(Device.Connect(options.Contents()));
+    ASSERT_TRUE(Device.Connect(test::CameraOptions(options)));
     Net.Replies.clear();
     Sent();
   }
@@ -59,27 +59,28 @@ TEST_F(PanasoniciProTest, ConnectFailures) {
       {{{"NAME=WV-SC384\n"}}, "17002 The Panasonic iPro WV-SC384\n is not currently recognised by Quorvane."},
       {{{"NAME=WV-SC384"}, {"PAN=10\r\nTILT=4e39\r\n"}}, "6 Overflow"},
   };
-  PropertyBag options;
-  EXPECT_EQ(ErrorOf([&] { Device.Connect(options.Contents()); }), "17003 No camera address specified.");
+  EXPECT_EQ(ErrorOf([&] { Device.Connect(test::CameraOptions({}, "")); }),
+            "17003 No camera address specified.");
   EXPECT_FALSE(Device.Move(DirectionUp, 5) || Device.MoveBoth(1, 1) || Device.Zoom(ZoomIn))
       << "without a model there are no limits to move within";
-  options.WriteProperty("Address", std::string("camera1"));
   for (const auto& row : rows) {
     Net.Replies = row.replies;
-    EXPECT_EQ(ErrorOf([&] { Device.Connect(options.Contents()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { Device.Connect(test::CameraOptions()); }), row.error);
     EXPECT_FALSE(Device.Connected());
     EXPECT_EQ(Device.Pan(), 0) << "of a position that overflows nothing is kept";
   }
   for (const auto& bad : test::Garbled("NAME=WV-SC384")) {
     Net.Replies = {FakeReply{bad}};
-    const auto error = NumberOf([&] { Device.Connect(options.Contents()); });
+    const auto error = NumberOf([&] { Device.Connect(test::CameraOptions()); });
     EXPECT_TRUE(error == (bad.empty() ? 17001 : 17002) || Device.Connected()) << bad;
   }
   for (const char* option : {"Port", "Reset"}) {
-    auto wrong = options;
-    wrong.WriteProperty(option, std::string("two"));
     Net.Replies = {{"NAME=WV-SC384"}};
-    EXPECT_EQ(NumberOf([&] { Device.Connect(wrong.Contents()); }), 13) << option;
+    EXPECT_EQ(NumberOf([&] {
+                Device.Connect(test::CameraOptions({{option, std::string("two")}}));
+              }),
+              13)
+        << option;
   }
 }
 

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "common/Error.h"
+#include "contract/PropertyBag.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeSerialPort.h"

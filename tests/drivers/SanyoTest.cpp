@@ -66,7 +66,7 @@ class SanyoTest : public testing::Test {
 
 TEST_F(SanyoTest, Connects) {
   EXPECT_EQ(Camera->Capabilities(), 0x520027);
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(PropertyBag().Contents()); }),
+  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }),
             "17001 No device address specified.");
   Silent = Index;
   EXPECT_EQ(ErrorOf([&] { Connect(); }), "13104 Failed to connect to the HTTP server.");

@@ -78,7 +78,7 @@ TEST_F(SecubestTest, ConnectsByDottedDecimal) {
   EXPECT_FALSE(Device.Connected());
   Net.OpenError = 24;
   EXPECT_EQ(ErrorOf([&] { Device.Connect(Options("10.0.0.5")); }), "17001 Failed to open a TCP port: 24");
-  EXPECT_EQ(ErrorOf([&] { Device.Connect(PropertyBag().Contents()); }), "17003 No address specified");
+  EXPECT_EQ(ErrorOf([&] { Device.Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
   EXPECT_EQ(NumberOf([&] { Device.Connect(Options("10.0.0.5", std::string("slow"))); }), 13);
   EXPECT_EQ(Net.Alive, 0);
 }

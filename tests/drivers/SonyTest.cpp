@@ -10,6 +10,7 @@
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"
+#include "support/Options.h"
 #include "transport/HTTPClientHelper.h"
 
 namespace ptzd {
@@ -67,10 +68,7 @@ class SonyTest : public testing::Test {
   }
 
   void Connect(bool reset = false) {
-    PropertyBag options;
-    options.WriteProperty("Address", std::string("camera1"));
-    if (reset) options.WriteProperty("Reset", true);
-    Camera->Connect(options.Contents());
+    Camera->Connect(test::CameraOptions({{"Reset", reset}}));
     if (!reset) Net.Sent.clear();
   }
   void NoVisca() { Pages[Visca] = {"", "HTTP/1.1 404 Not Found"}; }
@@ -146,7 +144,7 @@ TEST_F(SonyTest, ConnectFailures) {
     EXPECT_EQ(Camera->Capabilities() != 0, error == nullptr && page != System);
     Pages[page] = good;
   }
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(PropertyBag().Contents()); }), "17003 No address specified");
+  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
 }
 
 TEST_F(SonyTest, ViscaMoves) {

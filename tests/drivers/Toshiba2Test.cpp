@@ -72,7 +72,7 @@ TEST_F(Toshiba2Test, ConnectsToWhatAnswers20OK) {
   }
   EXPECT_FALSE(Connect({.Answers = false}));
   Sent();
-  EXPECT_FALSE(Camera.Connect(PropertyBag().Contents()));
+  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, "")));
   EXPECT_EQ(Sent(), "") << "nobody to ask";
 
   const std::string good = At15And5Down;

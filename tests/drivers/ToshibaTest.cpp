@@ -66,7 +66,7 @@ TEST_F(ToshibaTest, ReadsItsPointOnConnecting) {
             "Requesting /getcurrentptpointapi.htm|Request complete. Reply: PTPOINT 0|"
             "Requesting /getcurrentptpointapi.htm|Request failed.|");
   Sent();
-  EXPECT_FALSE(Camera.Connect(PropertyBag().Contents())) << "without an address";
+  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, ""))) << "without an address";
   EXPECT_FALSE(Camera.Connected());
   EXPECT_EQ(Sent(), "");
 }

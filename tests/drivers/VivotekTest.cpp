@@ -19,12 +19,9 @@ using test::NumberOf;
 
 class VivotekTest : public testing::Test {
  protected:
-  void Connect(const std::string& model, const std::string& camera = "") {
-    PropertyBag options;
-    options.WriteProperty("Address", std::string("camera1"));
-    if (!camera.empty()) options.WriteProperty("Camera", camera);
+  void Connect(const std::string& model, const test::OptionValues& options = {}) {
     Net.Replies = {FakeReply{"Model=" + model + "\r\nPTZEnabled=1\r\n"}};
-    ASSERT_TRUE(Camera.Connect(options.Contents()));
+    ASSERT_TRUE(Camera.Connect(test::CameraOptions(options)));
     Camera.SetPanTilt(0, 0);
     Sent();
   }
@@ -54,25 +51,23 @@ TEST_F(VivotekTest, ConnectFailures) {
       {{"ptzenabled=1\n"}, "17002 Unrecognized model number: "},
   };
   Connect("PT713");
-  PropertyBag options;
-  EXPECT_EQ(ErrorOf([&] { Camera.Connect(options.Contents()); }), "17003 No address specified");
-  options.WriteProperty("Address", std::string("camera1"));
+  EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
   for (const auto& row : rows) {
     Net.Replies = {row.reply};
-    EXPECT_EQ(ErrorOf([&] { Camera.Connect(options.Contents()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions()); }), row.error);
     EXPECT_FALSE(Camera.Connected());
     EXPECT_EQ(Camera.Capabilities(), CapabilityHome | CapabilityRelativeControl);
   }
   const std::string good = "ptzenabled=15\r\nmodel=PT7135\r\n";
   for (std::size_t length = 0; length < good.size() - 3; ++length) {
     Net.Replies = {FakeReply{good.substr(0, length)}};
-    EXPECT_NE(NumberOf([&] { Camera.Connect(options.Contents()); }), 0) << length;
+    EXPECT_NE(NumberOf([&] { Camera.Connect(test::CameraOptions()); }), 0) << length;
   }
   std::mt19937 random(12);
   std::string noise(1 << 20, 0);
   for (auto& c : noise) c = static_cast<char>(random());
   Net.Replies = {FakeReply{noise}};
-  EXPECT_EQ(ErrorOf([&] { Camera.Connect(options.Contents()); }), incapable);
+  EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions()); }), incapable);
 }
 
 TEST_F(VivotekTest, ModelsSetGenerationAndPicture) {
@@ -121,10 +116,10 @@ TEST_F(VivotekTest, MovesAreClicks) {
     return place.empty() ? "" : "x=" + place.replace(place.find(','), 1, "&y=");
   };
   for (const auto& [move, older, newer, fault] : rows) {
-    Connect("PZ61x", "2");
+    Connect("PZ61x", {{"Camera", std::string("2")}});
     move(Camera);
     EXPECT_EQ(Sent(), *older ? "/cgi-bin/camctrl.cgi?cam=2&" + click(older) : "") << fault;
-    Connect("SD836", "2");
+    Connect("SD836", {{"Camera", std::string("2")}});
     move(Camera);
     EXPECT_EQ(Sent(), *newer ? "/cgi-bin/viewer/camctrl.cgi?channel=2&video=0&" + click(newer) +
                                    "&resolution=704x576&videosize=704x576&stretch=0"

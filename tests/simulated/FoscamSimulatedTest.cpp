@@ -2,27 +2,18 @@
 
 #include "simulators/Foscam.h"
 
-#include <gtest/gtest.h>
-
-#include <optional>
-
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "support/FakeClock.h"
-#include "support/Options.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
 
 using namespace std::chrono_literals;
 
-class FoscamSimulated : public testing::Test {
+class FoscamSimulated : public test::SimulatedCamera<ptzsim::Foscam> {
  protected:
   void Connect(const char* progID, ptzsim::Foscam::Options settings, const std::string& login = "") {
-    settings.Clock = ptzsim::ClockKind::Manual;
-    Camera.emplace(settings);
-    Driver = CreateDriver(progID, {.clock = &Clock});
-    ASSERT_TRUE(Driver->Connect(test::CameraOptions({}, login + Camera->Addresses().at(0))));
+    Start(settings);
+    SimulatedCamera::Connect(progID, {}, login);
     EXPECT_EQ(Camera->Log().ConnectionsOpened(), 0) << "connecting sends nothing";
   }
   void ExpectHead(double pan, double tilt) {
@@ -32,36 +23,17 @@ class FoscamSimulated : public testing::Test {
   }
   /// Whether the camera moves as it is told, with stops in between.
   void ExpectContinuousMotion() {
-    auto& continuous = dynamic_cast<PTZContinuousControl&>(*Driver);
     for (const auto& [pan, tilt] : {std::pair{1, 0}, {-1, 1}, {0, -1}, {1, -1}}) {
       const auto before = Camera->Head();
-      continuous.ContinuousMove(static_cast<float>(pan), static_cast<float>(tilt));
+      Continuous().ContinuousMove(static_cast<float>(pan), static_cast<float>(tilt));
       Camera->Time().Advance(500ms);
       const auto after = Camera->Head();
       EXPECT_EQ((after.Pan > before.Pan) - (after.Pan < before.Pan), pan);
       EXPECT_EQ((after.Tilt > before.Tilt) - (after.Tilt < before.Tilt), tilt);
-      continuous.StopContinuous();
+      Continuous().StopContinuous();
       EXPECT_FALSE(Camera->Head().Moving);
     }
   }
-  void TearDown() override {
-    EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
-  }
-
-  /// While a driver sleeps its camera moves on.
-  struct SharedClock : test::FakeClock {
-    explicit SharedClock(std::optional<ptzsim::Foscam>& camera) : Camera(camera) {}
-    void SleepUntil(TimePoint deadline) override {
-      Camera->Time().Advance(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Now()));
-      FakeClock::SleepUntil(deadline);
-    }
-    std::optional<ptzsim::Foscam>& Camera;
-  };
-
-  std::optional<ptzsim::Foscam> Camera;
-  SharedClock Clock{Camera};
-  std::unique_ptr<PTZDevice> Driver;
 };
 
 // The driver begins at 0, 0, wherever the camera looks then.

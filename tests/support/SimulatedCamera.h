@@ -28,9 +28,9 @@ class SimulatedCamera : public testing::Test {
     Camera.emplace(std::move(options));
   }
   /// Its driver, new where the camera is.
-  void Connect(const char* progID, const OptionValues& options = {}) {
+  void Connect(const char* progID, const OptionValues& options = {}, const std::string& login = "") {
     if (!Driver) Driver = CreateDriver(progID, {.clock = &Clock});
-    ASSERT_TRUE(Driver->Connect(CameraOptions(options, Camera->Addresses().at(0))));
+    ASSERT_TRUE(Driver->Connect(CameraOptions(options, login + Camera->Addresses().at(0))));
   }
   /// Long enough for any motion to end, and for the driver to ask again.
   void Settle() {
@@ -48,8 +48,18 @@ class SimulatedCamera : public testing::Test {
     EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
   }
 
-  FakeClock Clock;
+  /// While a driver sleeps its camera moves on.
+  struct SharedClock : FakeClock {
+    explicit SharedClock(std::optional<Simulator>& camera) : Camera(camera) {}
+    void SleepUntil(TimePoint deadline) override {
+      Camera->Time().Advance(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Now()));
+      FakeClock::SleepUntil(deadline);
+    }
+    std::optional<Simulator>& Camera;
+  };
+
   std::optional<Simulator> Camera;
+  SharedClock Clock{Camera};
   std::unique_ptr<PTZDevice> Driver;
 };
 
