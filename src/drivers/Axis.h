@@ -21,13 +21,20 @@ namespace ptzd {
 /// one); ZoomStep, camera zoom units per zoom unit here (0, the default: found from the camera's field
 /// angles); Reset, True to go to pan 0, tilt 0, zoom 0 on connecting.
 ///
-/// `Connect` raises 17003 without an address, 17001 where the camera does not answer and 17002 where its head
-/// neither pans, tilts nor zooms. Zoom is 0 at the widest; one unit is `ZoomStep` units of the camera.
-/// Continuous speeds: pan and tilt -50 to 50 (the camera's -100 to 100), zoom -10 to 10 (squared); the camera
-/// limits them.
+/// `Connect` raises 17003 without an address, 17001 where the camera does not answer, 17002 where its head
+/// neither pans, tilts nor zooms, and 13 or 6 for numbers, of options or the camera, that are none or out of
+/// range.
+///
+/// Moves go to whole degrees, ties to even: pan is brought back by one turn beyond -180 to 180, tilt is
+/// clamped to the same. Zoom is 0 at the widest, below 0 is 0; one unit is `ZoomStep` units of the camera.
+/// Targets beyond 32 bits raise 6 before the camera is told to move.
 ///
 /// A head without absolute pan, tilt and zoom is moved relatively from where it stands at `Connect`, and has
-/// 63 numbered presets. Any other head reports its position, which is read at most every 5 seconds.
+/// 63 numbered presets. Any other head reports its position, which is read at most every 5 seconds. There is
+/// no home.
+///
+/// Continuous speeds: pan and tilt -50 to 50 (the camera's -100 to 100), zoom -10 to 10 (squared); the camera
+/// limits them.
 class Axis final : public DualDevice, public ContinuousDriver, public TabledOptions, private HTTPDriver {
  public:
   static const DriverData Data;

@@ -14,22 +14,25 @@
 
 namespace ptzd {
 
-/// Bosch domes and pan-tilt cameras (`QVPTZ.Bosch`). Option: Address.
+/// Bosch domes and pan-tilt cameras (`QVPTZ.Bosch`), over their HTTP interface.
+///
+/// Options: Address.
 ///
 /// `Connect` raises 17001 without an address and makes no test of reachability: it answers True whether or
-/// not the camera could be asked where it is. No member looks at `Connected`.
+/// not the camera could be asked where it is.
 ///
 /// Pan is -180 to 180 degrees, targets beyond go around; tilt and zoom have no bounds here, their camera
-/// values wrap at 16 bits. What goes beyond 32 bits raises 6 (overflow) before the camera is told to move.
-/// The zoom level is the camera's value over 45. `Pan`, `Tilt` and `ZoomLevel` answer the model of the
-/// position: what was read, truncated to tenths of a degree and rounded to quarters of the zoom, or commanded
-/// since, also where the camera did not obey or answer. A move reads the position first where it is older
-/// than 5 seconds or continuous motion went on, three requests of which the first that fails is the last; a
-/// tilt below the horizon is read as one far above it.
+/// values wrap at 16 bits. The zoom level is the camera's value over 45. What goes beyond 32 bits raises 6
+/// before the camera is told to move. Every move answers False, also one that was made. `PTZDevice2::Move`
+/// goes down whatever the direction.
 ///
-/// Every move answers False, also one that was made. `PTZDevice2::Move` goes down whatever the direction.
-/// Continuous speeds are -20 to 20; beyond, the camera's 15 steps wrap at 16. The zoom knows no continuous
-/// motion.
+/// A move reads the position first where it is older than 5 seconds or continuous motion went on, three
+/// requests of which the first that fails is the last; a tilt below the horizon is read as one far above it.
+/// `Pan`, `Tilt` and `ZoomLevel` ask nothing: they are what was read, truncated to tenths of a degree and
+/// rounded to quarters of the zoom, or commanded since, also where the camera did not obey or answer.
+///
+/// Continuous speeds: pan and tilt -20 to 20; beyond, the camera's 15 steps wrap at 16. The zoom knows no
+/// continuous motion. There is no iris, focus, home or preset. Nothing needs a connection.
 class Bosch final : public DualDevice, public ContinuousDriver, private HTTPDriver {
  public:
   static const DriverData Data;

@@ -10,8 +10,9 @@
 
 namespace ptzd {
 
-/// Elmo 400 series network cameras (`QVPTZ.Elmo4`); `Elmo400` has what all of it is about. One unit of zoom
-/// is 432 of the camera's, which begin at 64. Presets 0 to 15; home is the one behind them.
+/// Elmo 400 series network cameras (`QVPTZ.Elmo4`); see `Elmo400` for what they share with others. One unit
+/// of zoom is 432 of the camera's, which begin at 64. There are 16 numbered presets; home is the camera's
+/// next one.
 class Elmo4 final : public Elmo400 {
  public:
   static const DriverData Data;

@@ -13,16 +13,21 @@
 
 namespace ptzd {
 
-/// What the drivers of Elmo's cameras with absolute pan, tilt and zoom share.
+/// What the drivers of Elmo's cameras with absolute pan, tilt and zoom share, over HTTP.
 ///
-/// Options: Address. `Connect` answers False without an address and where the camera does not answer its
-/// position with status 200.
+/// Options: Address.
 ///
-/// Pan -175 to 175 and tilt -196 to 16 degrees, in motor steps of 1/53 and 1/52 degree (the camera's scales);
-/// targets beyond are clamped. Zoom is 0 at the widest, below 0 is 0; the tele end is the camera's own.
-/// Positions are read on connecting and, where 5 seconds have passed since, before a step; a camera that
-/// tells none keeps the last one, and one beyond 32 bits raises 6. Commands are counted as obeyed whatever
-/// the camera answers, but for `Home` and presets, which are not counted at all.
+/// `Connect` answers False without an address and where the camera does not answer its position with status
+/// 200; it raises 6 for a position beyond 32 bits.
+///
+/// Pan is -175 to 175 and tilt -196 to 16 degrees, in motor steps of 1/53 and 1/52 degree (the camera's
+/// scales); targets beyond are clamped, those beyond 32 bits of steps raise 6. Zoom is 0 at the widest, below
+/// 0 is 0; the tele end is the camera's own. `MoveTo` answers False always. Commands are counted as obeyed
+/// whatever the camera answers, but for `Home` and presets, which are not counted at all.
+///
+/// The position is read on connecting and, where 5 seconds have passed since or after `SetPanTilt`, before a
+/// step; a camera that tells none keeps the last one, and one beyond 32 bits raises 6. There is no iris or
+/// focus.
 class Elmo400 : public DualDevice, protected HTTPDriver {
  public:
   ptzd::Capabilities Capabilities() override { return Dialect_.Flags; }
@@ -37,7 +42,7 @@ class Elmo400 : public DualDevice, protected HTTPDriver {
   bool Zoom(Zooms zoomLevel) override;
   void Zoom(Zooms direction, float amount) override;
   void ZoomTo(float zoom) override;
-  /// Has the position read anew before the next step.
+  /// Has the position read anew before the next step; looks at no argument.
   void SetPanTilt(float pan, float tilt) override;
   bool Home() override;
 

@@ -9,8 +9,8 @@
 
 namespace ptzd {
 
-/// Elmo PTC-402C network cameras (`QVPTZ.Elmo402`); `Elmo400` has what all of it is about. One unit of zoom
-/// is 418 of the camera's. There are no presets.
+/// Elmo PTC-402C network cameras (`QVPTZ.Elmo402`); see `Elmo400` for what they share with others. One unit
+/// of zoom is 418 of the camera's. There are no presets.
 class Elmo402 final : public Elmo400 {
  public:
   static const DriverData Data;

@@ -18,10 +18,14 @@ namespace ptzd {
 /// of its own, which survives reconnecting, and makes of every move one in the nearest of eight directions.
 /// The position follows what was asked for, not what a diagonal made of it.
 ///
-/// Option Address: `Connect` raises 17003 without one. It sends nothing, so an unreachable camera is only
-/// noticed by the first movement. Only `MoveTo` needs a connection. Targets and speeds that are no numbers or
-/// do not fit a single raise 6 before anything is sent, and so do preset numbers beyond 32 bits as the camera
-/// counts. There are 16 numbered presets, and no zoom, iris or focus.
+/// Options: Address.
+///
+/// `Connect` raises 17003 without an address. It sends nothing, so an unreachable camera is only noticed by
+/// the first movement.
+///
+/// Targets and speeds that are no numbers or do not fit a single raise 6 before anything is sent, and so do
+/// preset numbers beyond 32 bits as the camera counts. There are 16 numbered presets, and no zoom, iris or
+/// focus. Only `MoveTo` needs a connection.
 class FoscamDriver : public PTZDevice, public ContinuousDriver, public TabledOptions, protected HTTPDriver {
  public:
   bool Connect(std::span<const std::uint8_t> options) override;

@@ -17,11 +17,13 @@ namespace ptzd {
 ///
 /// Options: Address; Port, the view, 1 and up (0, the default: the only or first one).
 ///
-/// `Connect` asks for the position, and answers True also where nobody tells it or its numbers do not fit. An
-/// empty address makes it answer False; it raises 13 or 6 for a Port that is no view's number, and nothing
-/// for the camera's sake. Moves are absolute and in whole degrees: tilt is clamped to -45 to 45, pan goes
-/// around. `MoveTo` answers False on purpose, also where the view moved. Zoom moves in fixed steps and
-/// answers True while connected. There is no preset, home, iris or focus.
+/// `Connect` asks for the position, and answers True also where nobody tells it or its numbers do not fit. It
+/// answers False without an address and raises 13 or 6 for a Port that is no view's number, and nothing for
+/// the camera's sake.
+///
+/// Moves are absolute and in whole degrees: tilt is clamped to -45 to 45, pan goes around. `MoveTo` answers
+/// False on purpose, also where the view moved. Zoom moves in fixed steps and answers True while connected.
+/// There is no iris, focus, home or preset.
 ///
 /// The position is read at most every 5 seconds, and anew after a zoom or `SetPanTilt`; a reading that fails
 /// keeps it. `Pan` and `Tilt` need no connection. They raise 6 where the camera tells a number that does not
@@ -42,7 +44,7 @@ class Grandeye final : public PTZDevice, private HTTPDriver {
   bool MoveTo(float pan, float tilt) override;
   bool MoveBoth(float panAngle, float tiltAngle) override;
   bool Zoom(Zooms zoomLevel) override;
-  /// Has the position read anew before it is used next.
+  /// Has the position read anew before it is used next; looks at no argument.
   void SetPanTilt(float pan, float tilt) override;
   Variant Disconnect() override;
 

@@ -29,7 +29,7 @@ namespace ptzd {
 /// position.
 ///
 /// Continuous speeds: pan and tilt -20 to 20 (the camera's -8 to 8), zoom -16 to 16 (halved), rounded down;
-/// the camera limits them. There are 128 numbered presets. Nothing needs a connection.
+/// the camera limits them. There are 128 numbered presets, and no home. Nothing needs a connection.
 class MeritLilin final : public AbsoluteDriver, public ContinuousDriver, public TabledOptions {
  public:
   static const DriverData Data;

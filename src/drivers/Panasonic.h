@@ -20,14 +20,14 @@ namespace ptzd {
 /// 200, 17002 for a model that is not in the table, 6 for numbers that are out of range and 13 where Reset is
 /// no Boolean.
 ///
-/// Positions are whole degrees: targets are rounded, ties to even, and clamped to the limits of the model;
-/// a camera that tells how it is mounted widens one of them. Targets beyond 32 bits, and clicks that far
-/// away, raise 6 before anything is sent. Cameras with firmware above 1.22 take angles. All others, and
-/// BL-C10 and BL-C30 whatever their firmware, take a click into the picture, counted from where the camera is
-/// thought to be, and claim `CapabilityRelativeControl`. The position is read on connecting and is the last
-/// one commanded from then on.
+/// Positions are whole degrees: targets are rounded, ties to even, and clamped to the limits of the model; a
+/// camera that tells how it is mounted widens one of them. Targets beyond 32 bits, and clicks that far away,
+/// raise 6 before anything is sent. Cameras with firmware above 1.22 take angles. All others, and BL-C10 and
+/// BL-C30 whatever their firmware, take a click into the picture, counted from where the camera is thought to
+/// be, and claim `CapabilityRelativeControl`. The position is read on connecting and is the last one
+/// commanded from then on.
 ///
-/// Zoom, iris and focus are sent to any model; one that lacks them refuses. There is no home and no preset.
+/// Zoom, iris and focus are sent to any model; one that lacks them refuses. There is no home or preset.
 class Panasonic final : public PTZDevice, private HTTPDriver {
  public:
   static const DriverData Data;

@@ -26,8 +26,8 @@ namespace ptzd {
 /// kept from 0, the widest, to 10 (500 in the camera). The camera takes whole degrees and whole fiftieths of
 /// a zoom unit, while the position keeps the fractions. The position is read on connecting and then before a
 /// step (`Move`, `MoveBoth`, `Zoom`), at most every 5 seconds. Where the camera tells a number that does not
-/// fit, `Connect` and steps raise 6 and keep the position. There are 8 numbered presets. Nothing needs a
-/// connection.
+/// fit, `Connect` and steps raise 6 and keep the position. There are 8 numbered presets, and no iris, focus
+/// or home. Nothing needs a connection.
 class Panogenics final : public AbsoluteDriver, public TabledOptions {
  public:
   static const DriverData Data;

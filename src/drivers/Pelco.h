@@ -23,14 +23,16 @@ namespace ptzd {
 /// (50); MoveSpeed, 0 to 63 or 64 for turbo pan (63); ZoomInterval, milliseconds of a `Zoom` step (200);
 /// Reset, True to drive to pan 0, tilt 0 on connecting.
 ///
+/// `Connect` answers False where the port cannot be opened, and raises 6 or 13 for an option that is no such
+/// number; the port stays connected then.
+///
 /// Receivers do not answer, so the position is an estimate from how long the motors were driven; continuous
-/// motion and presets do not change it. `Connect` answers False where the port cannot be opened, and raises 6
-/// or 13 for an option that is no such number; the port stays connected then.
+/// motion and presets do not change it. Continuous speeds are the protocol's: 0 to 63 either way, 64 for
+/// turbo pan.
 ///
 /// Moves, `Zoom`, `Iris` and `Focus` block while the motor runs. All commands raise 91 while there is no
-/// port, a number of `SerialPortErrors` when the line fails, and 6 (overflow), before anything is sent, for
-/// numbers that are no bytes and for a Pelco-D frame whose sum passes 255. Continuous speeds are the
-/// protocol's: 0 to 63 either way, 64 for turbo pan.
+/// port, a number of `SerialPortErrors` when the line fails, and 6, before anything is sent, for numbers that
+/// are no bytes and for a Pelco-D frame whose sum passes 255.
 class Pelco final : public PTZDevice, public ContinuousDriver, public TabledOptions {
  public:
   static const DriverData Data;

@@ -30,7 +30,8 @@ namespace ptzd {
 /// Pan and tilt are whole numbers in the remote system's own units, zoom is in its own scale; none has bounds
 /// here. The remote interface moves by offsets only: the position is the driver's own model, which starts at
 /// 0, outlives `Disconnect`, and changes with every offset that the remote system took. Continuous speeds go
-/// out as they are, as a joystick's in the remote system's range.
+/// out as they are, as a joystick's in the remote system's range. There are named presets alone, and no iris,
+/// focus or home.
 ///
 /// Before the first `Connect` the continuous members and the named presets raise 91 (object not set); from
 /// then on they work whether connected or not.

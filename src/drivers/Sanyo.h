@@ -14,23 +14,27 @@
 
 namespace ptzd {
 
-/// Sanyo network cameras (`QVPTZ.Sanyo`). Option: Address; it describes none of its own.
+/// Sanyo network cameras (`QVPTZ.Sanyo`), over HTTP in a session.
+///
+/// Options: Address.
 ///
 /// `Connect` opens the camera's session and reads the position. It raises 17001 without an address,
 /// `HTTPClient`'s numbers where the camera does not answer, and 9 as below; a position that is not answered
-/// is no failure. No member looks at `Connected`. The session is kept alive by another request ahead of a
-/// command, once a minute has passed since the last such request.
+/// is no failure. The session is kept alive by another request ahead of a command, once a minute has passed
+/// since the last such request.
 ///
 /// The camera is moved in percent of half the picture, 55 by 30 degrees; degrees are rounded to them. Nothing
 /// has bounds here: pan and tilt are degrees as told, not wrapped, and the zoom goes one step of the camera's
-/// own a call, whatever the difference. What overflows raises 6 before the camera is told to move. `Pan` and
-/// `Tilt` read the position where it is older than 5 seconds or something else moved the camera, else answer
-/// where the last move went. A position that ends before what it says it holds raises 9 (subscript), out of
-/// every member that reads it.
+/// own a call, whatever the difference. What overflows raises 6 before the camera is told to move. Moves and
+/// presets answer True whatever the camera did.
 ///
-/// Moves and presets answer True whatever the camera did. There are 255 presets. Continuous speeds are -20 to
-/// 20, in steps of 20/7 toward minus infinity, so that the slowest motion to the left or down is faster; what
-/// is beyond is sent as it is.
+/// `Pan` and `Tilt` read the position where it is older than 5 seconds or something else moved the camera,
+/// else answer where the last move went. A position that ends before what it says it holds raises 9
+/// (subscript), out of every member that reads it.
+///
+/// There are 255 numbered presets, and no iris, focus or home. Continuous speeds: pan and tilt -20 to 20, in
+/// steps of 20/7 toward minus infinity, so that the slowest motion to the left or down is faster; what is
+/// beyond is sent as it is. Nothing needs a connection.
 class Sanyo final : public PTZDevice, public ContinuousDriver, public TabledOptions, private HTTPDriver {
  public:
   static const DriverData Data;
@@ -47,7 +51,7 @@ class Sanyo final : public PTZDevice, public ContinuousDriver, public TabledOpti
   bool MoveTo(float pan, float tilt) override;
   bool MoveBoth(float panAngle, float tiltAngle) override;
   bool Zoom(Zooms zoomLevel) override;
-  /// Has the position read anew before it is used next; the arguments do not matter.
+  /// Has the position read anew before it is used next; looks at no argument.
   void SetPanTilt(float pan, float tilt) override;
   Variant Disconnect() override;
 

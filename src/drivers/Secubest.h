@@ -26,7 +26,7 @@ namespace ptzd {
 /// reconnecting, and continuous motion does not change it. Moves block while the motors run, answer True when
 /// sent and False when not connected. Continuous speeds: pan and tilt in twenty-fifths of the unit's, zoom in
 /// the unit's own; both need no connection flag, only a socket that is open. Speeds and waits that do not fit
-/// raise 6 (overflow) before anything is sent.
+/// raise 6 before anything is sent. There is no iris, focus, home or preset.
 class Secubest final : public DualDevice, public ContinuousDriver, public TabledOptions {
  public:
   static const DriverData Data;

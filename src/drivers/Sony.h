@@ -54,7 +54,7 @@ class Sony final : public DualDevice, public PTZContinuousControl, private HTTPD
   bool Zoom(Zooms zoomLevel) override;
   void Zoom(Zooms direction, float amount) override;
   void ZoomTo(float zoom) override;
-  /// Has the position read anew before it is used next.
+  /// Has the position read anew before it is used next; looks at no argument.
   void SetPanTilt(float pan, float tilt) override;
 
   void ContinuousMove(float pan, float tilt) override;

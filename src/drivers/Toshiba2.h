@@ -10,15 +10,20 @@
 
 namespace ptzd {
 
-/// Toshiba IK-WB15 and IK-WB21 network cameras (`QVPTZ.Toshiba2`). They are moved by storing a position in
-/// their preset 64 and recalling it, so what was stored there is lost.
+/// Toshiba IK-WB15 and IK-WB21 network cameras (`QVPTZ.Toshiba2`), over HTTP. They are moved by storing a
+/// position in their preset 64 and recalling it, so what was stored there is lost.
 ///
-/// Options: Address. `Connect` answers False without an address and where the camera refuses or does not
-/// answer; it raises 6 where the camera tells a position beyond 32 bits of degrees.
+/// Options: Address.
 ///
-/// Positions are whole degrees (ties go to even). The camera is asked for its own on connecting, from then on
-/// the position is the one last sent, whatever the camera answered; moves answer False always. No limits are
-/// kept here: pan -175 and tilt 30 are the camera's 0, in steps of 1/22.04571429 and 1/21.80833333 degree.
+/// `Connect` answers False without an address and where the camera refuses or does not answer; it raises 6
+/// where the camera tells a position beyond 32 bits of degrees.
+///
+/// Positions are whole degrees, ties to even. No limits are kept here: pan -175 and tilt 30 are the camera's
+/// 0, in steps of 1/22.04571429 and 1/21.80833333 degree; targets beyond 32 bits raise 6. The camera is asked
+/// for its position on connecting, from then on it is the one last sent, whatever the camera answered; moves
+/// answer False always.
+///
+/// There is no iris, focus, home or preset.
 class Toshiba2 final : public PTZDevice, private HTTPDriver {
  public:
   static const DriverData Data;

@@ -28,7 +28,8 @@ namespace ptzd {
 /// none is consulted here. Newer models have 128 numbered presets and named ones; these five members work on
 /// the model of the last `Connect` also after `Disconnect` and raise 17001 or `HTTPClient`'s numbers where
 /// the camera refuses or does not answer. Continuous speeds are sent as told, with a speed of five times
-/// their sum (ten times for zoom) plus 1 beside them; no connection is needed for them either.
+/// their sum (ten times for zoom) plus 1 beside them; no connection is needed for them either. There is no
+/// iris or focus.
 class Vivotek final : public PTZDevice, public PTZNamedPresets, public ContinuousDriver, private HTTPDriver {
  public:
   static const DriverData Data;
