@@ -323,7 +323,7 @@ void Axis::QueryPosition() {
     // Without a successful `Connect` there is no zoom step yet.
     if (name == "zoom" && ZoomStep_ != 0) {
       const auto units = ToSingle((Val(value) - 1) / ZoomStep_);
-      zoom = ToSingle(Int(units * 4.0 + 0.5) / 4);  // the nearest quarter
+      zoom = NearestQuarter(units);
     }
   }
   CurrentPan_ = pan;

@@ -28,8 +28,7 @@ constexpr std::string_view PositionPage = "/cgi-bin/absget?";
 constexpr std::string_view ControlPage = "/cgi-bin/absctrl?";
 constexpr std::string_view ChannelParameter = "ch=";
 
-constexpr double Units = 10;     // of a degree, and of the magnification
-constexpr double ZoomSteps = 4;  // of the magnification, when it is read
+constexpr double Units = 10;  // of a degree, and of the magnification
 
 std::string UnitsText(float value) { return Text(ToSingle(value * Units)); }
 
@@ -157,7 +156,7 @@ std::optional<HeadPosition> PanasoniciPro::QueryPosition() {
     // `Val` ends before the blank that stands, in one form or the other, behind the number.
     if (key == "pan") position.Pan = ToSingle(Val(value) / Units + Model_->PanOrigin());
     if (key == "tilt") position.Tilt = ToSingle(Model_->Upright(Val(value) / Units));
-    if (key == "zoom") position.Zoom = ToSingle(Int((Val(value) / Units - 1) * ZoomSteps + 0.5) / ZoomSteps);
+    if (key == "zoom") position.Zoom = NearestQuarter(Val(value) / Units - 1);
   }
   return position;
 }
