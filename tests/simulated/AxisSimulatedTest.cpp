@@ -85,22 +85,5 @@ TEST_F(AxisSimulated, ContinuousMotionRunsUntilStopped) {
   EXPECT_EQ(Driver->Pan(), std::lrint(Camera->Head().Pan)) << "asks where the motion ended";
 }
 
-TEST_F(AxisSimulated, ARelativeHeadHasPresets) {
-  Connect({AxisHead::Relative});
-  Settle();
-  const auto start = Camera->Head();
-  Driver->MoveBoth(20, -10);
-  Settle();
-  EXPECT_NEAR(Camera->Head().Pan, start.Pan + 20, 1e-9);
-  EXPECT_NEAR(Camera->Head().Tilt, start.Tilt - 10, 1e-9);
-  EXPECT_TRUE(Driver->PresetSave(0));
-  Driver->MoveBoth(-50, 15);
-  Settle();
-  EXPECT_TRUE(Driver->PresetGoto(0));
-  Settle();
-  EXPECT_NEAR(Camera->Head().Pan, start.Pan + 20, 1e-9);
-  EXPECT_EQ(Camera->Head().Presets.begin()->first, "Quor-vane Preset 0");
-}
-
 }  // namespace
 }  // namespace ptzd

@@ -73,56 +73,5 @@ TEST_P(ElmoSimulated, GoesWhereItIsSent) {
   ExpectAt(Camera->Head().Pan, Camera->Head().Tilt);
 }
 
-TEST_P(ElmoSimulated, StoresPresets) {
-  if (Driver->PresetCount() == 0) return;
-  for (const std::int32_t preset : {0, Driver->PresetCount() - 1}) {
-    Driver->MoveTo(40.0F + static_cast<float>(preset), -20);
-    Settle();
-    const auto there = Camera->Head();
-    EXPECT_TRUE(Driver->PresetSave(preset));
-    Driver->MoveTo(0, 0);
-    Settle();
-    EXPECT_TRUE(Driver->PresetGoto(preset));
-    Settle();
-    EXPECT_EQ(Camera->Head().Pan, there.Pan);
-    EXPECT_EQ(Camera->Head().Tilt, there.Tilt);
-  }
-  EXPECT_FALSE(Driver->PresetGoto(3)) << "nobody stored it";
-}
-
-TEST_P(ElmoSimulated, ZoomsAndFocuses) {
-  const auto& row = GetParam();
-  const auto before = Camera->Head();
-  EXPECT_TRUE(Driver->Zoom(ZoomIn));
-  Settle();
-  EXPECT_GT(Camera->Head().Zoom, before.Zoom);
-  if (Reads()) {
-    for (const float zoom : {0.0F, 0.25F, 1.0F, 7.75F, 17.0F}) {
-      Device2().ZoomTo(zoom);
-      Settle();
-      EXPECT_EQ(Camera->Head().Zoom, row.Widest + zoom * row.ZoomScale);
-      Device2().MoveBoth(1, 0);
-      EXPECT_EQ(Device2().ZoomLevel(), zoom) << "as the camera tells it";
-      Settle();
-    }
-    Device2().ZoomTo(99);
-    Settle();
-    EXPECT_EQ(Camera->Head().Zoom, row.Tele);
-    return;
-  }
-  EXPECT_TRUE(Driver->Zoom(ZoomOut) && Driver->Iris(IrisOpen) && Driver->Focus(FocusFar));
-  Settle();
-  EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
-  EXPECT_GT(Camera->Head().Iris, before.Iris);
-  EXPECT_GT(Camera->Head().Focus, before.Focus);
-  EXPECT_TRUE(Driver->Iris(IrisClose) && Driver->Focus(FocusNear));
-  Settle();
-  EXPECT_EQ(Camera->Head().Iris, before.Iris);
-  EXPECT_EQ(Camera->Head().Focus, before.Focus);
-  EXPECT_FALSE(Camera->Head().IrisIsAuto || Camera->Head().FocusIsAuto);
-  EXPECT_TRUE(Driver->Iris(IrisAuto) && Driver->Focus(FocusAuto));
-  EXPECT_TRUE(Camera->Head().IrisIsAuto && Camera->Head().FocusIsAuto);
-}
-
 }  // namespace
 }  // namespace ptzd

@@ -56,29 +56,5 @@ TEST_F(PanasonicSimulated, TheMountingMovesALimit) {
   EXPECT_EQ(Camera->Head().Tilt, -120);
 }
 
-TEST_F(PanasonicSimulated, LensAndBrightness) {
-  Connect("BB-HCM581A");
-  const auto before = Camera->Head();
-  EXPECT_TRUE(Driver->Zoom(ZoomIn) && Driver->Focus(FocusNear) && Driver->Iris(IrisOpen));
-  Settle();
-  EXPECT_GT(Camera->Head().Zoom, before.Zoom);
-  EXPECT_LT(Camera->Head().Focus, before.Focus);
-  EXPECT_EQ(Camera->Head().Brightness, before.Brightness + 1);
-  EXPECT_TRUE(Driver->Zoom(ZoomOut) && Driver->Focus(FocusFar) && Driver->Iris(IrisClose));
-  Settle();
-  EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
-  EXPECT_EQ(Camera->Head().Focus, before.Focus);
-  EXPECT_EQ(Camera->Head().Brightness, 5) << "closed is the default";
-  EXPECT_TRUE(Driver->Focus(FocusAuto) && Driver->Iris(IrisAuto));
-  EXPECT_TRUE(Camera->Head().AutoFocus);
-  EXPECT_EQ(Camera->Head().Brightness, 4) << "automatic is darker";
-
-  Connect("BL-C210");
-  EXPECT_FALSE(Driver->Zoom(ZoomIn) || Driver->Focus(FocusAuto) || Driver->Iris(IrisOpen)) << "lacks them";
-  Camera->Faults().Set("next=1,status=503 Busy");
-  EXPECT_FALSE(Driver->MoveTo(5, 5));
-  EXPECT_EQ(Driver->Pan(), 33) << "a refused move is not counted";
-}
-
 }  // namespace
 }  // namespace ptzd

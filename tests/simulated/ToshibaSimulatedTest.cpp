@@ -67,19 +67,5 @@ TEST_P(ToshibaSimulated, GoesWhereItIsSent) {
   EXPECT_EQ(Driver->Pan(), row.PanEnd + 100) << "and not noticed";
 }
 
-TEST_P(ToshibaSimulated, ZoomsWhereItCan) {
-  const auto before = Camera->Head();
-  EXPECT_EQ(Driver->Zoom(ZoomIn), !Grid());
-  Camera->Time().Advance(60s);
-  EXPECT_EQ(Camera->Head().Zoom > before.Zoom, !Grid());
-  EXPECT_EQ(Driver->Zoom(ZoomOut), !Grid());
-  Camera->Time().Advance(60s);
-  EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
-  if (Grid()) return;
-  EXPECT_EQ(Camera->Head().Presets.at(64), "Car park");
-  Driver->MoveTo(0, 0);
-  EXPECT_EQ(Camera->Head().Presets.at(64), "Quorvane") << "the preset that moves go through";
-}
-
 }  // namespace
 }  // namespace ptzd

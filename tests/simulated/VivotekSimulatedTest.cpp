@@ -132,26 +132,5 @@ TEST_F(VivotekSimulated, PresetsByNumberAndByName) {
   EXPECT_EQ(ErrorOf([&] { save(9); }), "17001 Received HTTP error 401 Unauthorized");
 }
 
-TEST_F(VivotekSimulated, TheOlderGenerationHasNoPresets) {
-  Connect("PT7135");
-  Camera->Log().Clear();
-  EXPECT_EQ(Driver->PresetCount(), 0);
-  EXPECT_FALSE(Driver->PresetSave(1));
-  EXPECT_FALSE(Driver->PresetGoto(1));
-  EXPECT_TRUE(Presets().GetNamedPresets().empty());
-  Presets().GotoNamedPreset("Main gate");
-  EXPECT_TRUE(Camera->Log().Requests().empty());
-}
-
-TEST_F(VivotekSimulated, ARefusedMoveIsNotCounted) {
-  Connect("SD8362");
-  Camera->Faults().Set("next=1,status=503 Busy");
-  EXPECT_FALSE(Driver->MoveTo(50, -20));
-  EXPECT_EQ(Driver->Pan(), 0);
-  EXPECT_EQ(Driver->Tilt(), 0);
-  EXPECT_TRUE(Driver->MoveTo(5, -2));
-  EXPECT_EQ(Driver->Pan(), 5);
-}
-
 }  // namespace
 }  // namespace ptzd
