@@ -45,25 +45,24 @@ bool AskTruth(const Call& call) {
   return Ask<VARIANT_BOOL>(call) != VARIANT_FALSE;
 }
 
-template <class Interface>
-bool ConnectTo(Interface& camera, std::span<const std::uint8_t> options) {
-  auto* bytes = com::NewByteArray({options.begin(), options.end()});
-  VARIANT_BOOL connected = VARIANT_FALSE;
-  const auto result = camera.Connect(&bytes, &connected);
-  SafeArrayDestroy(bytes);
-  Check(result);
-  return connected != VARIANT_FALSE;
-}
-
-class Device final : public PTZDevice {
+/// What both device interfaces have.
+template <class Core, class Interface>
+class AnyDevice : public Core {
  public:
-  explicit Device(Ref<::_PTZDevice> camera) : Camera_(std::move(camera)) {}
+  explicit AnyDevice(Ref<Interface> camera) : Camera_(std::move(camera)) {}
 
   ptzd::Capabilities Capabilities() override {
     return static_cast<ptzd::Capabilities>(
         Ask<enum ::Capabilities>([&](auto* r) { return Camera_->get_Capabilities(r); }));
   }
-  bool Connect(std::span<const std::uint8_t> options) override { return ConnectTo(*Camera_.Get(), options); }
+  bool Connect(std::span<const std::uint8_t> options) override {
+    auto* bytes = com::NewByteArray({options.begin(), options.end()});
+    VARIANT_BOOL connected = VARIANT_FALSE;
+    const auto result = Camera_->Connect(&bytes, &connected);
+    SafeArrayDestroy(bytes);
+    Check(result);
+    return connected != VARIANT_FALSE;
+  }
   bool Connected() override {
     return AskTruth([&](auto* r) { return Camera_->get_Connected(r); });
   }
@@ -73,6 +72,15 @@ class Device final : public PTZDevice {
   float Tilt() override {
     return Ask<float>([&](auto* r) { return Camera_->get_Tilt(r); });
   }
+
+ protected:
+  Ref<Interface> Camera_;
+};
+
+class Device final : public AnyDevice<PTZDevice, ::_PTZDevice> {
+ public:
+  using AnyDevice::AnyDevice;
+
   bool Move(Directions direction, float angle) override {
     return AskTruth(
         [&](auto* r) { return Camera_->Move(static_cast<enum ::Directions>(direction), angle, r); });
@@ -109,29 +117,12 @@ class Device final : public PTZDevice {
   bool Home() override {
     return AskTruth([&](auto* r) { return Camera_->Home(r); });
   }
-
- private:
-  Ref<::_PTZDevice> Camera_;
 };
 
-class Device2 final : public PTZDevice2 {
+class Device2 final : public AnyDevice<PTZDevice2, ::_PTZDevice2> {
  public:
-  explicit Device2(Ref<::_PTZDevice2> camera) : Camera_(std::move(camera)) {}
+  using AnyDevice::AnyDevice;
 
-  ptzd::Capabilities Capabilities() override {
-    return static_cast<ptzd::Capabilities>(
-        Ask<enum ::Capabilities>([&](auto* r) { return Camera_->get_Capabilities(r); }));
-  }
-  bool Connect(std::span<const std::uint8_t> options) override { return ConnectTo(*Camera_.Get(), options); }
-  bool Connected() override {
-    return AskTruth([&](auto* r) { return Camera_->get_Connected(r); });
-  }
-  float Pan() override {
-    return Ask<float>([&](auto* r) { return Camera_->get_Pan(r); });
-  }
-  float Tilt() override {
-    return Ask<float>([&](auto* r) { return Camera_->get_Tilt(r); });
-  }
   float ZoomLevel() override {
     return Ask<float>([&](auto* r) { return Camera_->get_ZoomLevel(r); });
   }
@@ -145,9 +136,6 @@ class Device2 final : public PTZDevice2 {
   }
   void ZoomTo(float zoom) override { Check(Camera_->ZoomTo(zoom)); }
   void Disconnect() override { Check(Camera_->Disconnect()); }
-
- private:
-  Ref<::_PTZDevice2> Camera_;
 };
 
 class ContinuousControl final : public PTZContinuousControl {
