@@ -13,10 +13,6 @@ struct HeadPosition {
   float Pan = 0, Tilt = 0, Zoom = 0;
 };
 
-/// The same direction from -180 to 180 degrees; half a turn stays on its side. Raises 6 for NaN, infinity and
-/// angles beyond 32 bits.
-float WithinHalfTurn(float angle);
-
 /// Base of an HTTP driver whose camera tells and takes positions as absolute values. `Pan`, `Tilt` and
 /// `ZoomLevel` answer from a model of the position. Steps ask the camera first, at most every 5 seconds;
 /// targets do not. Opposite directions cancel each other out. Nothing needs a connection.

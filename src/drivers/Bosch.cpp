@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "common/Angles.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
 #include "contract/PTZErrors.h"
@@ -33,7 +34,7 @@ constexpr std::size_t ValueAt = 18, ValueLength = 5, ValueDigits = 4;
 constexpr double RadiansPerDegree = 0.017453278435601127;  // the make's own; not quite pi / 180
 constexpr double UnitsPerRadian = 10000;
 constexpr double ZoomUnits = 45;  // of zoom level 1
-constexpr double HalfTurn = 180, FullTurn = 360;
+constexpr double HalfTurn = 180;
 
 constexpr float TopSpeed = 20;        // of `ContinuousMove`
 constexpr float TopCameraSpeed = 15;  // one hexadecimal digit
@@ -64,14 +65,6 @@ double DegreesOf(std::int32_t units) { return units / UnitsPerRadian / RadiansPe
 
 /// Tenths, toward minus infinity.
 float Tenths(double degrees) { return ToSingle(Int(degrees * 10) / 10); }
-
-/// Around to -180 to 180, both of which stay. Raises 6 beyond 32 bits.
-double Normalised(double pan) {
-  ToInt32(pan);
-  const double turned = std::fmod(pan, FullTurn);
-  if (turned < -HalfTurn) return turned + FullTurn;
-  return turned > HalfTurn ? turned - FullTurn : turned;
-}
 
 /// Above the top speed the digit wraps, on purpose.
 char SpeedDigit(float speed) {
@@ -149,7 +142,7 @@ void Bosch::RefreshPosition() {
 /// zoom, moves the camera back there. The model takes the target whatever becomes of the requests, and the
 /// answer is never True, both on purpose.
 bool Bosch::SetPosition(double targetPan, double targetTilt, double targetZoom) {
-  const auto pan = ToSingle(Normalised(ToSingle(targetPan)));
+  const auto pan = WithinHalfTurn(ToSingle(targetPan));
   const auto tilt = ToSingle(targetTilt), zoom = ToSingle(std::max(targetZoom, 0.0));
   const auto panValue = UnitsOf(HalfTurn - pan), tiltValue = UnitsOf(tilt);
   const auto zoomValue = ToInt32(zoom * ZoomUnits);

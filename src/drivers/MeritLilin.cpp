@@ -4,6 +4,7 @@
 
 #include "drivers/MeritLilin.h"
 
+#include "common/Angles.h"
 #include "common/Numbers.h"
 #include "contract/CommandTable.h"
 #include "contract/PTZErrors.h"

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "common/Angles.h"
 #include "common/Numbers.h"
 #include "contract/PTZErrors.h"
 #include "transport/Split2DModule.h"
