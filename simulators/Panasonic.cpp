@@ -65,7 +65,7 @@ namespace {
 
 constexpr double Degree = 100;                              // units of pan and tilt
 constexpr double LastWithoutAngles = 1.22;                  // firmware
-constexpr double DeskTop = 90, CeilingBottom = -120;        // degrees
+constexpr double CeilingTop = 90, DeskBottom = -120;        // degrees
 constexpr Motion::Range LensRange{0, 1000};                 // zoom and focus
 constexpr double LensStep = 50;                             // of zoom and focus
 constexpr double TurnSpeed = 90 * Degree, LensSpeed = 400;  // units per second
@@ -76,8 +76,8 @@ constexpr double PixelsPerDegree = 100;  // of points that come without a pictur
 Motion::Range Units(Motion::Range degrees) { return {degrees.Min * Degree, degrees.Max * Degree}; }
 
 Motion::Range TiltRange(Motion::Range range, Panasonic::Mount mount) {
-  if (mount == Panasonic::Mount::Desk) range.Max = DeskTop;
-  if (mount == Panasonic::Mount::Ceiling) range.Min = CeilingBottom;
+  if (mount == Panasonic::Mount::Ceiling) range.Max = CeilingTop;
+  if (mount == Panasonic::Mount::Desk) range.Min = DeskBottom;
   return Units(range);
 }
 
@@ -149,7 +149,7 @@ struct PanasonicPages {
   static std::string TellPan(Panasonic& p, const Values&) { return TellAngle(p.Pan_); }
   static std::string TellTilt(Panasonic& p, const Values&) {
     if (p.Mount_ == Panasonic::Mount::NotTold) return TellAngle(p.Tilt_);
-    return Row("SetupType", p.Mount_ == Panasonic::Mount::Desk ? 0 : 1) + TellAngle(p.Tilt_);
+    return Row("SetupType", p.Mount_ == Panasonic::Mount::Ceiling ? 0 : 1) + TellAngle(p.Tilt_);
   }
 
   static std::string Turn(Panasonic& p, const Values& values) {

@@ -23,8 +23,8 @@ class Panasonic : public Simulator {
   /// What the camera tells of how it is mounted, which settles how far it tilts.
   enum class Mount {
     NotTold,  ///< nothing: the ends are those of the model
-    Desk,     ///< tilts up to 90 degrees
-    Ceiling,  ///< tilts down to -120 degrees
+    Ceiling,  ///< setup type 0, tilts up to 90 degrees
+    Desk,     ///< setup type 1, tilts down to -120 degrees
   };
 
   struct Options {

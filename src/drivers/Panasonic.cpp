@@ -30,8 +30,8 @@ constexpr const char* PanPath = "/Get?Func=Pan&Kind=1";
 constexpr const char* TiltPath = "/Get?Func=Tilt&Kind=1";
 
 constexpr float LastWithoutAngles = 1.22F;  // firmware
-constexpr std::int32_t DeskTop = 90;        // degrees of tilt that a camera of setup type 0 reaches
-constexpr std::int32_t OtherBottom = -120;  // and one of any other type
+constexpr std::int32_t CeilingTop = 90;     // degrees of tilt that a camera of setup type 0 reaches
+constexpr std::int32_t DeskBottom = -120;   // and one of any other type
 
 constexpr std::int32_t UnitsPerDegree = 100;  // of angles, and pixels of the clicked picture's width
 constexpr double HeightOfWidth = 0.75;
@@ -187,9 +187,9 @@ void Panasonic::SetUp(std::string_view information) {
       if (key == "deg") tilt = ToInt32(Val(value) / UnitsPerDegree);
       if (key == "setuptype") {
         if (Val(value) == 0)
-          tiltLimits.Max = DeskTop;
+          tiltLimits.Max = CeilingTop;
         else
-          tiltLimits.Min = OtherBottom;
+          tiltLimits.Min = DeskBottom;
       }
     }
   }

@@ -46,11 +46,11 @@ TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {
 }
 
 TEST_F(PanasonicSimulated, TheMountingMovesALimit) {
-  Connect("BL-C131E", "2.32", Mount::Desk);
+  Connect("BL-C131E", "2.32", Mount::Ceiling);
   EXPECT_TRUE(Driver->MoveTo(0, 999));
   Settle();
   EXPECT_EQ(Camera->Head().Tilt, 90);
-  Connect("BB-HCM715", "1.1", Mount::Ceiling);
+  Connect("BB-HCM715", "1.1", Mount::Desk);
   EXPECT_TRUE(Driver->MoveTo(0, -999));
   Settle();
   EXPECT_EQ(Camera->Head().Tilt, -120);
