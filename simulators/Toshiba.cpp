@@ -26,7 +26,6 @@ constexpr double TurnSpeed = 100;  // degrees per second
 constexpr Motion::Range ZoomRange{0, 1000};
 constexpr double ZoomSpeed = 400, ZoomStep = 50;
 constexpr int Slots = 64;            // of presets
-constexpr int NumbersPerSlot = 5;    // of the preset page
 constexpr long long GridOffset = 3;  // of both numbers of a grid point in commands
 constexpr char Taken[] = "20 OK\r\n";
 constexpr char Refused[] = "40 Bad Request\r\n";
@@ -132,12 +131,23 @@ struct ToshibaPages {
     return HTTPReply::Text(Taken);
   }
 
-  static HTTPReply RecallPreset(Toshiba& t, const Values& values) {
-    const long long number = Whole("cont_4", values[0]);
-    if (number % NumbersPerSlot != 0) throw std::invalid_argument("cont_4=" + values[0] + " recalls nothing");
-    const auto preset = t.Presets_.find(Slot("cont_4", number / NumbersPerSlot));
+  /// The number's high byte says what to do with the preset in its low byte.
+  static HTTPReply UsePreset(Toshiba& t, const Values& values) {
+    enum { Recall = 1, Store, Delete };
+    const long long number = Whole("cont_4", values[0]), action = number / 256;
+    if (action < Recall || action > Delete)
+      throw std::invalid_argument("cont_4=" + values[0] + " does nothing with a preset");
+    const int slot = Slot("cont_4", number % 256);
+    if (action == Store) {
+      t.Presets_[slot].Pan = t.Pan_.Position(), t.Presets_[slot].Tilt = t.Tilt_.Position();
+      return HTTPReply::Text(Taken);
+    }
+    const auto preset = t.Presets_.find(slot);
     if (preset == t.Presets_.end()) return HTTPReply::Text(Refused);
-    t.Pan_.MoveTo(preset->second.Pan), t.Tilt_.MoveTo(preset->second.Tilt);
+    if (action == Delete)
+      t.Presets_.erase(preset);
+    else
+      t.Pan_.MoveTo(preset->second.Pan), t.Tilt_.MoveTo(preset->second.Tilt);
     return HTTPReply::Text(Taken);
   }
 
@@ -148,7 +158,7 @@ struct ToshibaPages {
         {false, "/api/wbgetptzposition.cgi", {}, TellPosition},
         {false, "/api/wbsetzoom.cgi", {"type", "Zoom"}, StepZoom},
         {false, "/api/wbsetptpreset.cgi", {"type", "PresetName", "PanPosition", "TiltPosition"}, StorePreset},
-        {false, "/api/wbpresetapi.cgi", {"cont_4"}, RecallPreset},
+        {false, "/api/wbpresetapi.cgi", {"cont_4"}, UsePreset},
     };
     return all;
   }

@@ -15,10 +15,12 @@ namespace ptzsim {
 
 /// A Toshiba camera. IK-WB01 and IK-WB11 turn to the points of a grid, 17 across and 11 down; they tell a
 /// point counted from 0 and are commanded with 3 added to both of its numbers. IK-WB15 and IK-WB21 are turned
-/// by storing a position in one of 64 presets and recalling it; they begin with the presets 3 and 64.
+/// by storing a position in one of 64 presets and recalling it; they begin with the presets 3 and 64. Their
+/// preset page is told 256 and the preset's number to recall it, 512 to store the place that the head is at
+/// and 768 to delete it.
 ///
 /// To store a position beyond the ends, which hosts that pass on any angle do, is refused and counts no
-/// violation, nor does recalling a preset nobody stored.
+/// violation, nor does recalling or deleting a preset nobody stored.
 class Toshiba : public Simulator {
  public:
   struct Options {

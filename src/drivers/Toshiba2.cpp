@@ -16,7 +16,7 @@ constexpr const char* ZoomPath = "/api/wbsetzoom.cgi?type=Set&Zoom=";
 constexpr const char* StorePath =
     "/api/wbsetptpreset.cgi?type=PresetNumber-64&PresetName=Quorvane&PanPosition=";
 constexpr const char* StoreTiltParameter = "&TiltPosition=";
-constexpr const char* RecallPath = "/api/wbpresetapi.cgi?cont_4=320";  // 5 times the preset's number
+constexpr const char* RecallPath = "/api/wbpresetapi.cgi?cont_4=320";  // 256 and the preset's number
 
 constexpr RequestStyle Style{
     .Failure = "Request failed.",

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "support/SimulatedCamera.h"
+#include "transport/HTTPClient.h"
 
 namespace ptzd {
 namespace {
@@ -65,6 +66,23 @@ TEST_P(ToshibaSimulated, GoesWhereItIsSent) {
   Camera->Time().Advance(60s);
   EXPECT_NEAR(Camera->Head().Pan, row.PanEnd - 35, row.PanStep) << "refused";
   EXPECT_EQ(Driver->Pan(), row.PanEnd + 100) << "and not noticed";
+}
+
+TEST(ToshibaPresetPage, TheHighByteOfItsNumberSaysWhatToDo) {
+  ptzsim::Toshiba camera({.Model = "IK-WB15", .Clock = ptzsim::ClockKind::Manual});
+  HTTPClient host;
+  const auto before = camera.Head().Pan;
+  const std::pair<int, const char*> rows[] = {{512 + 7, "20"}, {256 + 3, "20"}, {768 + 3, "20"},
+                                              {256 + 3, "40"}, {768 + 3, "40"}, {5 * 64 - 1, "40"}};
+  for (const auto& [number, verdict] : rows) {
+    const auto reply = host.GetResource(
+        "http://" + camera.Addresses().at(0) + "/api/wbpresetapi.cgi?cont_4=" + std::to_string(number), "",
+        "");
+    EXPECT_EQ(std::string(reply.begin(), reply.begin() + 2), verdict) << number;
+    camera.Time().Advance(60s);
+  }
+  EXPECT_NE(camera.Head().Pan, before) << "recalled";
+  EXPECT_EQ(camera.Head().Presets, (std::map<int, std::string>{{7, ""}, {64, "Car park"}}));
 }
 
 }  // namespace
