@@ -130,7 +130,7 @@ std::uint8_t ToByte(double value) { return RoundTo<std::uint8_t>(value); }
 float ToSingle(double value) {
   const float single = static_cast<float>(value);
   if (!std::isfinite(single)) Raise(ErrorOverflow);
-  return single;
+  return single == 0 ? 0 : single;  // also for -0
 }
 
 double NumberFromText(std::string_view text) {

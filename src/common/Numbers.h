@@ -16,7 +16,7 @@ std::int32_t ToInt32(double value);
 std::int16_t ToInt16(double value);
 std::uint8_t ToByte(double value);
 
-/// Nearest single. Raises 6 beyond the range of a single and for NaN and infinity.
+/// Nearest single, never -0. Raises 6 beyond the range of a single and for NaN and infinity.
 float ToSingle(double value);
 
 /// The number a whole text spells: a sign, decimal digits with ".", an exponent with E or D, or "&H" and "&O"

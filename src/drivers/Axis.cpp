@@ -273,7 +273,7 @@ bool Axis::AbsoluteMove(double targetPan, double targetTilt, float zoom) {
   else if (pan > MaxAngle)
     pan -= 360;
   tilt = std::clamp(tilt, -MaxAngle, MaxAngle);
-  if (zoom < 0) zoom = 0;
+  if (zoom <= 0) zoom = 0;  // nor a negative zero
 
   const auto command = MoveCommand(pan, tilt, zoom);
   if (!command.empty() && !SendCommand(command)) return false;

@@ -201,6 +201,8 @@ TEST_F(AxisTest, RelativeHeadsMoveByDifferences) {
   Device.SetPanTilt(100.5F, 0);
   EXPECT_TRUE(Device.Move(DirectionRight, 100));
   EXPECT_TRUE(Device.PresetSave(0));
+  Device2.ZoomTo(-0.0F);
+  EXPECT_FALSE(std::signbit(Device2.ZoomLevel())) << "never a negative zero";
   EXPECT_TRUE(Device.PresetGoto(62));
   EXPECT_EQ(Sent(),
             "/axis-cgi/com/ptz.cgi?rpan=10&rtilt=-5&rzoom=151\n"

@@ -256,6 +256,9 @@ TEST_F(SonyTest, ModelsHaveTheirOwnScales) {
       EXPECT_EQ(Sent(), "/command/ptzf.cgi AbsolutePanTilt=" + std::string(row.units) + ",0") << model;
       Camera->MoveTo(1000, 1000);
       EXPECT_EQ(Sent(), "/command/ptzf.cgi AbsolutePanTilt=" + std::string(row.ends) + ",0") << model;
+      Camera->MoveTo(0, 0);
+      EXPECT_FALSE(std::signbit(Camera->Pan())) << model << ": never a negative zero";
+      Sent();
     }
   Pages[SysInfo] = {"ModelName=SNC-P5"};
   Connect();
