@@ -30,9 +30,13 @@ Variant AbsoluteDriver::DeviceDisconnect() {
 
 bool AbsoluteDriver::StepBy(double panStep, double tiltStep, double zoomStep) {
   const auto pan = ToSingle(panStep), tilt = ToSingle(tiltStep), zoom = ToSingle(zoomStep);
-  if (PositionAge_.IsDue(TickCount())) ReadPosition();
+  RefreshPosition();
   return SetPosition(
       {ToSingle(Current_.Pan + pan), ToSingle(Current_.Tilt + tilt), ToSingle(Current_.Zoom + zoom)});
+}
+
+void AbsoluteDriver::RefreshPosition() {
+  if (PositionAge_.IsDue(TickCount())) ReadPosition();
 }
 
 void AbsoluteDriver::ReadPosition() {

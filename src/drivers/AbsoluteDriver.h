@@ -44,6 +44,8 @@ class AbsoluteDriver : public DualDevice, protected HTTPDriver {
 
   /// Takes the camera's answer for the model. Counts as asked whatever comes of it.
   void ReadPosition();
+  /// The same where the model is too old to go on from.
+  void RefreshPosition();
   /// Goes from where the camera is. Raises 6, with nothing asked or sent, for a step that is no number.
   bool StepBy(double panStep, double tiltStep, double zoomStep);
 

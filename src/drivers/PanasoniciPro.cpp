@@ -133,10 +133,17 @@ bool PanasoniciPro::MoveTo(float pan, float tilt) {
   return false;  // whatever the camera did, on purpose
 }
 
-bool PanasoniciPro::Zoom(Zooms zoomLevel) { return IsZoomStep(zoomLevel) && AbsoluteDriver::Zoom(zoomLevel); }
+bool PanasoniciPro::Zoom(Zooms zoomLevel) {
+  if (IsZoomStep(zoomLevel)) return AbsoluteDriver::Zoom(zoomLevel);
+  RefreshPosition();
+  return false;
+}
 
 void PanasoniciPro::Zoom(Zooms direction, float amount) {
-  if (IsZoomStep(direction)) AbsoluteDriver::Zoom(direction, amount);
+  if (IsZoomStep(direction))
+    AbsoluteDriver::Zoom(direction, amount);
+  else
+    RefreshPosition();
 }
 
 void PanasoniciPro::SetPanTilt(float, float) { PositionAge_.Expire(); }  // the camera knows better

@@ -224,6 +224,14 @@ TEST_F(PanasoniciProTest, AsksBeforeStepsAtMostEveryFiveSeconds) {
   EXPECT_EQ(Sent(), Inquiry + ("\n" + control) + "pan=-5&tilt=0\n" + control + "pan=5&tilt=0")
       << "a failed reading is not repeated";
 
+  const auto neither = static_cast<Zooms>(3);
+  for (const std::function<void()>& zoom : {std::function<void()>([&] { Device.Zoom(neither); }),
+                                            std::function<void()>([&] { Device2.Zoom(neither, 1); })}) {
+    Device.SetPanTilt(0, 0);
+    zoom();
+    EXPECT_EQ(Sent(), Inquiry) << "asks, and moves nothing";
+  }
+
   Device.SetPanTilt(0, 0);
   Device.MoveTo(1, 1);
   step();
