@@ -100,7 +100,8 @@ std::optional<HeadPosition> MeritLilin::QueryPosition() {
 bool MeritLilin::SetPosition(HeadPosition target) {
   target.Pan = WithinHalfTurn(target.Pan);
   if (target.Pan == 180) target.Pan = -180;
-  if (target.Zoom < 0) target.Zoom = 0;
+  target.Tilt = ToSingle(target.Tilt);
+  if (target.Zoom <= 0) target.Zoom = 0;
 
   const auto pan = ToInt32(Int(target.Pan) + Ahead), tilt = ToInt32(-Int(target.Tilt));
   const auto zoom = ToSingle(target.Zoom * ZoomFactors + WidestZoom);
@@ -109,6 +110,13 @@ bool MeritLilin::SetPosition(HeadPosition target) {
     return false;
   Current_ = target;
   return true;
+}
+
+/// Unlike `MoveTo` it goes on from where the head is, which continuous motion may have turned.
+void MeritLilin::ZoomTo(float zoom) {
+  const auto target = ToSingle(zoom);
+  RefreshPosition();
+  AbsoluteDriver::ZoomTo(target);
 }
 
 bool MeritLilin::Iris(ptzd::Iris irisLevel) {

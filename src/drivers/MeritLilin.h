@@ -24,9 +24,9 @@ namespace ptzd {
 /// Pan goes around and is kept from -180 up to below 180; tilt is sent as told and stops at the camera's
 /// ends. The camera takes both in whole degrees, rounded down, while the position keeps the fractions. Zoom
 /// is 0 at the widest; the camera's zoom factor is four times it plus 1. The position is read on connecting
-/// and then before a step (`Move`, `MoveBoth`, `Zoom`), at most every 5 seconds or when continuous motion
-/// made it stale. Where the camera tells a number that does not fit, `Connect` and steps raise 6 and keep the
-/// position.
+/// and then before a step (`Move`, `MoveBoth`, `Zoom`) and `ZoomTo`, at most every 5 seconds or when
+/// continuous motion made it stale. Where the camera tells a number that does not fit, `Connect`, steps and
+/// `ZoomTo` raise 6 and keep the position.
 ///
 /// Continuous speeds: pan and tilt -20 to 20 (the camera's -8 to 8), zoom -16 to 16 (halved), rounded down;
 /// the camera limits them. There are 128 numbered presets, and no home. Nothing needs a connection.
@@ -39,6 +39,7 @@ class MeritLilin final : public AbsoluteDriver, public ContinuousDriver, public 
   ptzd::Capabilities Capabilities() override;
   bool Connect(std::span<const std::uint8_t> options) override;
 
+  void ZoomTo(float zoom) override;
   bool Iris(ptzd::Iris irisLevel) override;
   bool Focus(ptzd::Focus focusLevel) override;
   std::int32_t PresetCount() override;

@@ -151,14 +151,23 @@ TEST_F(MeritLilinTest, StepsAskForAPositionThatIsFiveSecondsOld) {
   Device.MoveBoth(1, 0);
   EXPECT_EQ(Sent(), Command("201", "7", "6.5"));
   Time.Advance(1);
-  Device.MoveTo(30, 0);
-  Device2.ZoomTo(1);
-  EXPECT_EQ(Sent(), Command("210", "0", "6.5") + "\n" + Command("210", "0", "5")) << "targets ask nothing";
+  Device.MoveTo(30, -0.0F);
+  EXPECT_EQ(Sent(), Command("210", "0", "6.5")) << "targets ask nothing";
+  EXPECT_FALSE(std::signbit(Device.Tilt())) << "never a negative zero";
   Net.Replies = {FakeReply{.Answers = false}};
+  Device2.ZoomTo(1);
+  EXPECT_EQ(Sent(), std::string(Query) + "\n" + Command("210", "0", "5")) << "but for a zoom's";
   Device.Move(DirectionRight, 1);
   Device.Zoom(ZoomIn);
-  EXPECT_EQ(Sent(), std::string(Query) + "\n" + Command("211", "0", "5") + "\n" + Command("211", "0", "6"))
+  EXPECT_EQ(Sent(), Command("211", "0", "5") + "\n" + Command("211", "0", "6"))
       << "a failed reading counts as one and changes nothing";
+  Camera.StopContinuous();
+  Sent();
+  Net.Replies = {FakeReply{"panposdegree=120\ntiltposdegree=0\n"}};
+  Device2.ZoomTo(1);
+  EXPECT_EQ(Sent(), std::string(Query) + "\n" + Command("120", "0", "5"))
+      << "the head stays where it was turned";
+  EXPECT_FALSE(std::signbit(Device.Tilt()));
   Time.Advance(5000);
   Net.Replies = {FakeReply{"panposdegree=90\ntiltposdegree=-3\nzoomposdegree=2\n"}};
   Device2.Zoom(ZoomIn, 1);
