@@ -70,7 +70,7 @@ std::int32_t Elmo4::PresetCount() { return Presets; }
 // The camera counts its presets from 1.
 
 bool Elmo4::PresetGoto(std::int32_t preset) {
-  return Connected_ && preset >= 0 && preset < Presets && SendCommand("c_prst=" + Text(preset + 1));
+  return Connected_ && preset >= 0 && preset < Presets && Recall("c_prst=" + Text(preset + 1));
 }
 
 bool Elmo4::PresetSave(std::int32_t preset) {

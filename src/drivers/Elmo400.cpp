@@ -63,15 +63,20 @@ void Elmo400::RefreshPosition() {
   if (PositionAge_.IsDue(TickCount())) ReadPosition();
 }
 
-/// Whether the camera answered. Raises 6 where it tells a position beyond 32 bits.
+/// Whether the camera told where it looks. Raises 6 where it tells a position beyond 32 bits.
 bool Elmo400::ReadPosition() {
   PositionAge_.Set(TickCount());
   PositionAge_.Asked();
   LogMessage("Requesting position");
   const auto reply = Fetch(Dialect_.PositionPath);
   if (!reply || StatusOf(Client_).Code != "200") return false;
-  ReadOrKeepPosition([&] { Store(Read(*reply)); });
-  return true;
+  bool told = false;
+  ReadOrKeepPosition([&] {
+    const auto reading = Read(*reply);
+    Store(reading);
+    told = reading.Pan && reading.Tilt;
+  });
+  return told;
 }
 
 void Elmo400::Store(const Reading& reading) {
@@ -131,7 +136,13 @@ void Elmo400::ZoomTo(float zoom) {
 
 void Elmo400::SetPanTilt(float, float) { PositionAge_.Expire(); }
 
-bool Elmo400::Home() { return Connected_ && SendCommand(Dialect_.HomeCommand); }
+bool Elmo400::Home() { return Connected_ && Recall(Dialect_.HomeCommand); }
+
+bool Elmo400::Recall(const std::string& parameters) {
+  if (!SendCommand(parameters)) return false;
+  PositionAge_.Expire();
+  return true;
+}
 
 /// Sends all the commands, also behind one that the camera refused, and answers for the last of them.
 bool Elmo400::AbsoluteMove(double pan, double tilt, float zoom) {

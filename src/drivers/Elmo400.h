@@ -17,17 +17,17 @@ namespace ptzd {
 ///
 /// Options: Address.
 ///
-/// `Connect` answers False without an address and where the camera does not answer its position with status
-/// 200; it raises 6 for a position beyond 32 bits.
+/// `Connect` answers False without an address and where the camera does not answer both pan and tilt with
+/// status 200, since moves would start from a place it is not at; it raises 6 for a position beyond 32 bits.
 ///
 /// Pan is -175 to 175 and tilt -196 to 16 degrees, in motor steps of 1/53 and 1/52 degree (the camera's
 /// scales); targets beyond are clamped, those beyond 32 bits of steps raise 6. Zoom is 0 at the widest, below
 /// 0 is 0; the tele end is the camera's own. `MoveTo` answers False always. Commands are counted as obeyed
 /// whatever the camera answers, but for `Home` and presets, which are not counted at all.
 ///
-/// The position is read on connecting and, where 5 seconds have passed since or after `SetPanTilt`, before a
-/// step; a camera that tells none keeps the last one, and one beyond 32 bits raises 6. There is no iris or
-/// focus.
+/// The position is read on connecting and before a step, where 5 seconds have passed since or after
+/// `SetPanTilt`, `Home` or a preset; a camera that tells none keeps the last one, and one beyond 32 bits
+/// raises 6. There is no iris or focus.
 class Elmo400 : public DualDevice, protected HTTPDriver {
  public:
   ptzd::Capabilities Capabilities() override { return Dialect_.Flags; }
@@ -68,6 +68,8 @@ class Elmo400 : public DualDevice, protected HTTPDriver {
   /// The position last read or sent.
   const Position& Current() const { return Current_; }
   bool SendCommand(const std::string& parameters);
+  /// Sends the head to a place that only the camera knows.
+  bool Recall(const std::string& parameters);
 
  private:
   virtual bool Accepts(std::string_view reply) const = 0;

@@ -216,6 +216,7 @@ FakeReply AnswerOfAnyMake(const test::SentRequest& request) {
       {"/cgi-bin/ctrl?", "OK"},
       {"/cgi-bin/ctrl", "NG"},  // to no command
       {"/cgi-bin/list?group=pos", "c_span:9275\r\nc_tilt:832\r\nc_zoom:64\r\n"},
+      {"/cgi-bin/pget?g_pos", "<pget><pos><s_pospan>9275</s_pospan><s_postilt>832</s_postilt></pos></pget>"},
       {"/cgi-bin/set?", "Return:0\r\n"},
       {"/api/wb", "20 OK\r\n"},
       {"/ptz/ptz.cgi", "PTZ OK"},
