@@ -32,7 +32,7 @@ class FoscamDriver : public PTZDevice, public ContinuousDriver, public TabledOpt
   bool Connected() override { return Connected_; }
   float Pan() override { return CurrentPan_; }
   float Tilt() override { return CurrentTilt_; }
-  bool Move(Directions direction, float angle) override;
+  bool Move(Directions direction, float angle = 5) override;
   bool MoveTo(float pan, float tilt) override;
   bool MoveBoth(float panAngle, float tiltAngle) override;
   std::int32_t PresetCount() override;

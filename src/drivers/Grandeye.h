@@ -40,7 +40,7 @@ class Grandeye final : public PTZDevice, private HTTPDriver {
   float Pan() override;
   float Tilt() override;
 
-  bool Move(Directions direction, float angle) override;
+  bool Move(Directions direction, float angle = 5) override;
   bool MoveTo(float pan, float tilt) override;
   bool MoveBoth(float panAngle, float tiltAngle) override;
   bool Zoom(Zooms zoomLevel) override;

@@ -114,10 +114,10 @@ TEST_F(FoscamTest, StepsGoFromThePositionAndOppositesCancel) {
   EXPECT_TRUE(Camera->MoveTo(50, 0)) << "a status is not looked at";
   Camera->Disconnect();
   Sent();
-  EXPECT_TRUE(Camera->Move(DirectionRight, 2)) << "is not gated";
-  EXPECT_EQ(Sent(), "6&onestep=1&degree=2");
+  EXPECT_TRUE(Camera->Move(DirectionRight)) << "is not gated, and 5 degrees unless told";
+  EXPECT_EQ(Sent(), "6&onestep=1&degree=5");
   Connect();
-  EXPECT_EQ(Camera->Pan(), 52) << "connecting keeps the position";
+  EXPECT_EQ(Camera->Pan(), 55) << "connecting keeps the position";
 }
 
 TEST_F(FoscamTest, NothingIsSentForWhatIsNoNumber) {
