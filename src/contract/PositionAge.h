@@ -14,7 +14,7 @@ class PositionAge {
   /// Whether the camera has to be asked before the position is used.
   bool IsDue(std::int32_t now) const { return Stale_ || TimeDiff(Since_, now) >= Lifetime; }
 
-  /// The position was read or commanded now. A stale one stays stale: something else may have moved the
+  /// The position was asked for or commanded now. A stale one stays stale: something else may have moved the
   /// camera.
   void Set(std::int32_t now) { Since_ = now; }
   /// Something moved the camera that the driver cannot work out.

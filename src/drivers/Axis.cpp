@@ -172,6 +172,8 @@ bool Axis::DeviceMoveBoth(float panAngle, float tiltAngle) {
 }
 
 bool Axis::MoveTo(float pan, float tilt) {
+  if (!Connected_) return false;
+  RefreshPosition();
   MoveTo(pan, tilt, CurrentZoom_);
   return false;
 }
@@ -192,7 +194,9 @@ void Axis::Zoom(Zooms direction, float amount) {
 }
 
 void Axis::ZoomTo(float zoom) {
-  if (Connected_) AbsoluteMove(CurrentPan_, CurrentTilt_, zoom);
+  if (!Connected_) return;
+  RefreshPosition();
+  AbsoluteMove(CurrentPan_, CurrentTilt_, zoom);
 }
 
 float Axis::Pan() {
@@ -307,13 +311,14 @@ std::string Axis::MoveCommand(std::int32_t pan, std::int32_t tilt, float zoom) c
 
 void Axis::RefreshPosition() {
   if (!PositionAge_.IsDue(TickCount())) return;
-  QueryPosition();
   PositionAge_.Asked();
+  QueryPosition();
 }
 
 void Axis::QueryPosition() {
   if (RelativeMode_) return;
   const auto reply = SendCommand("query=position");
+  PositionAge_.Set(TickCount());  // after the wait: a camera that is away is not waited for again at once
   if (!reply) return;
   auto pan = CurrentPan_, tilt = CurrentTilt_;
   auto zoom = CurrentZoom_;
@@ -329,7 +334,6 @@ void Axis::QueryPosition() {
   CurrentPan_ = pan;
   CurrentTilt_ = tilt;
   CurrentZoom_ = zoom;
-  PositionAge_.Set(TickCount());
 }
 
 std::span<const OptionRow> Axis::OptionTable() const {

@@ -149,8 +149,8 @@ void Grandeye::SetPanTilt(float, float) {
 
 void Grandeye::RefreshPosition() {
   if (!PositionAge_.IsDue(TickCount())) return;
-  QueryPosition();
   PositionAge_.Asked();
+  QueryPosition();
 }
 
 /// The view's number as queries count.
@@ -162,11 +162,11 @@ std::string Grandeye::QueriedView() const {
 void Grandeye::QueryPosition() {
   const auto view = QueriedView();
   const auto reply = Request(QueryPath + (PanName + view) + "&" + TiltName + view + "&" + ZoomName + view);
+  PositionAge_.Set(TickCount());  // after the wait: a camera that is away is not waited for again at once
   if (!reply) return;
   auto position = Position_;
   position.Read(*reply, view);
   Position_ = position;
-  PositionAge_.Set(TickCount());
 }
 
 }  // namespace ptzd

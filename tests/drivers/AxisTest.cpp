@@ -118,9 +118,33 @@ TEST_F(AxisTest, PositionsComeFromTheCameraAtMostEveryFiveSeconds) {
 
   Time.Advance(5000);
   Sent();
-  Net.Replies = {FakeReply{.Answers = false}, FakeReply{"pan=3\ntilt=4\n"}};
-  EXPECT_EQ(Device.Pan(), -7);
-  EXPECT_EQ(Device.Pan(), 3) << "a failed query does not count as a reading";
+  Net.Answer = [this](const auto&) { return Time.Advance(5000), FakeReply{.Answers = false}; };
+  EXPECT_FALSE(Device.Move(DirectionLeft));
+  Device.Pan(), Device.Tilt(), Device2.ZoomLevel();
+  EXPECT_EQ(Sent(),
+            "/axis-cgi/com/ptz.cgi?query=position\n/axis-cgi/com/ptz.cgi?pan=-12\n"
+            "/axis-cgi/com/ptz.cgi?query=position")
+      << "a camera that is away is waited for once in 5 seconds, not once a question";
+}
+
+TEST_F(AxisTest, WhatIsNotGivenIsTakenFromTheCamera) {
+  struct Row {
+    std::function<void(PTZDevice&, PTZDevice2&)> move;
+    const char* sent;
+  };
+  const Row rows[] = {
+      {[](auto&, auto& d) { d.ZoomTo(2); }, "zoom=728"},
+      {[](auto&, auto& d) { d.Zoom(ZoomIn); }, "zoom=364"},
+      {[](auto& d, auto&) { d.MoveTo(5, 6); }, "pan=5&tilt=6"},
+  };
+  for (const auto& [move, sent] : rows) {
+    Connect(FullHead);
+    Camera.StopContinuous();  // something turned the head and zoomed out
+    Sent();
+    Net.Replies = {FakeReply{"pan=90\ntilt=10\nzoom=273.7\n"}};
+    move(Camera, Camera);
+    EXPECT_EQ(Sent(), std::string("/axis-cgi/com/ptz.cgi?query=position\n/axis-cgi/com/ptz.cgi?") + sent);
+  }
 }
 
 TEST_F(AxisTest, AFailedConnectLeavesTheNewOptionsInPlace) {
@@ -177,6 +201,8 @@ TEST_F(AxisTest, AMoveThatFailsKeepsThePosition) {
   for (const float angle : {std::nanf(""), INFINITY, 1e30F})
     EXPECT_EQ(NumberOf([&] { Device.Move(DirectionLeft, angle); }), 6);
   EXPECT_EQ(NumberOf([&] { Device2.ZoomTo(3e38F); }), 6);
+  Device2.ZoomTo(-0.0F);
+  EXPECT_FALSE(std::signbit(Device2.ZoomLevel())) << "never a negative zero";
   Device.Disconnect();
   Sent();
   Device2.ZoomTo(2);
@@ -201,8 +227,6 @@ TEST_F(AxisTest, RelativeHeadsMoveByDifferences) {
   Device.SetPanTilt(100.5F, 0);
   EXPECT_TRUE(Device.Move(DirectionRight, 100));
   EXPECT_TRUE(Device.PresetSave(0));
-  Device2.ZoomTo(-0.0F);
-  EXPECT_FALSE(std::signbit(Device2.ZoomLevel())) << "never a negative zero";
   EXPECT_TRUE(Device.PresetGoto(62));
   EXPECT_EQ(Sent(),
             "/axis-cgi/com/ptz.cgi?rpan=10&rtilt=-5&rzoom=151\n"

@@ -124,11 +124,12 @@ TEST_F(GrandeyeTest, PositionsAreReadAtMostEveryFiveSeconds) {
     EXPECT_EQ(Sent(), asked) << "and is not tried again, stale no longer";
   }
   Time.Advance(5000);
-  Net.Replies = {FakeReply{.Answers = false}};
+  Net.Answer = [this](const auto&) { return Time.Advance(5000), FakeReply{.Answers = false}; };
+  EXPECT_FALSE(Camera.Move(DirectionRight)) << "5 degrees unless told";
   Camera.Pan();
   Camera.Tilt();
-  Camera.Pan();
-  EXPECT_EQ(Sent(), Query + "\n" + Query) << "nor does it make an old position younger";
+  EXPECT_EQ(Sent(), Query + "\n/com/ptz.cgi?pan=-6\n" + Query)
+      << "a camera that is away is waited for once in 5 seconds, not once a question";
 }
 
 TEST_F(GrandeyeTest, MovesAreAbsoluteInWholeDegrees) {
