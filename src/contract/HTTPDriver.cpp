@@ -38,6 +38,7 @@ HTTPDriver::HTTPDriver(const Platform& platform, const RequestStyle& style)
 
 void HTTPDriver::OpenOptions(std::span<const std::uint8_t> contents) {
   Connected_ = false;
+  LastMove_ = {}, LastZoom_ = {};  // a motion that is held goes on behind a reconnect
   Options_ = {};
   Options_.Contents(contents);
 }

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "common/Error.h"
+#include "contract/LastMotion.h"
 #include "contract/PropertyBag.h"
 #include "platform/Platform.h"
 #include "transport/HTTPClient.h"
@@ -68,7 +69,8 @@ class HTTPDriver {
   explicit HTTPDriver(const Platform& platform, const RequestStyle& style = {});
   ~HTTPDriver() = default;
 
-  /// Begins a `Connect`: not connected from here on, and the new options hold even if they cannot be read.
+  /// Begins a `Connect`: not connected and told of no motion from here on, and the new options hold even if
+  /// they cannot be read.
   void OpenOptions(std::span<const std::uint8_t> contents);
 
   /// "http://", the option Address as it stands, and the path.
@@ -89,6 +91,8 @@ class HTTPDriver {
   std::string LastReply_;  ///< the last reply that a style had to judge, accepted or not
   HTTPClient Client_;
   bool Connected_ = false;
+  // The texts of the continuous commands sent last. A make with one command for both uses the first.
+  LastMotion<std::string> LastMove_, LastZoom_;
 
  private:
   RequestStyle Style_;

@@ -86,8 +86,6 @@ class Axis final : public DualDevice, public ContinuousDriver, public TabledOpti
   std::int32_t CurrentTilt_ = 0;  // degrees
   float CurrentZoom_ = 0;
   PositionAge PositionAge_;
-  LastMotion<std::string> LastMove_;
-  LastMotion<std::string> LastZoom_;
 };
 
 }  // namespace ptzd

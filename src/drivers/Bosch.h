@@ -71,7 +71,6 @@ class Bosch final : public DualDevice, public ContinuousDriver, private HTTPDriv
   float CurrentTilt_ = 0;  // degrees
   float CurrentZoom_ = 0;
   PositionAge PositionAge_;
-  LastMotion<std::string> LastMove_;
 };
 
 }  // namespace ptzd

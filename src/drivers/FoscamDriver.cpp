@@ -62,7 +62,7 @@ bool FoscamDriver::SendDirection(std::int32_t direction, std::string_view parame
 }
 
 void FoscamDriver::SendContinuous(std::int32_t direction) {
-  if (LastDirection_.Replace(direction, direction == 0)) SendDirection(direction);
+  if (LastMove_.Replace(Text(direction), direction == 0)) SendDirection(direction);
 }
 
 bool FoscamDriver::Move(Directions direction, float angle) {

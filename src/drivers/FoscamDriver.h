@@ -81,7 +81,6 @@ class FoscamDriver : public PTZDevice, public ContinuousDriver, public TabledOpt
   const CommandSet& Commands_;
   float CurrentPan_ = 0;   // degrees
   float CurrentTilt_ = 0;  // degrees
-  LastMotion<std::int32_t> LastDirection_;
 };
 
 }  // namespace ptzd

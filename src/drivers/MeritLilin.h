@@ -57,9 +57,6 @@ class MeritLilin final : public AbsoluteDriver, public ContinuousDriver, public 
   std::string PagePath(std::string_view page, std::string_view parameters) const;
   std::optional<std::string> SendCommand(std::string_view page, std::string_view parameters);
   void SendContinuous(const std::string& parameters, bool isStop, LastMotion<std::string>& last);
-
-  LastMotion<std::string> LastMove_;
-  LastMotion<std::string> LastZoom_;
 };
 
 }  // namespace ptzd

@@ -91,8 +91,6 @@ class Quorvane final : public DualDevice,
   std::int32_t CurrentPan_ = 0;
   std::int32_t CurrentTilt_ = 0;
   float CurrentZoom_ = 0;
-  LastMotion<std::string> LastMove_;
-  LastMotion<std::string> LastZoom_;
 };
 
 }  // namespace ptzd

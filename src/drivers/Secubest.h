@@ -7,6 +7,7 @@
 #include "contract/ContinuousDriver.h"
 #include "contract/DeviceBridge.h"
 #include "contract/DriverData.h"
+#include "contract/LastMotion.h"
 #include "contract/PTZOptions.h"
 #include "contract/PropertyBag.h"
 #include "platform/Platform.h"

@@ -192,7 +192,6 @@ bool Sony::Connect(std::span<const std::uint8_t> options) {
   Store(head.At);
   PositionAge_.Expire();
   Continuous_ = {};
-  LastContinuous_ = {};
   if (Options_.Boolean("Reset", false)) AbsoluteMove(0, 0, 0);
   Connected_ = true;
   return true;
@@ -381,7 +380,7 @@ void Sony::SendContinuous(const Speeds& speeds) {
       Text(ToSingle(speeds.Tilt * MoveSpeedUnits)) + "," + Text(ToSingle(speeds.Zoom * ZoomSpeedUnits)) +
       ",Image1";
   Continuous_ = speeds;
-  if (!LastContinuous_.Replace(body, speeds.Pan == 0 && speeds.Tilt == 0)) return;
+  if (!LastMove_.Replace(body, speeds.Pan == 0 && speeds.Tilt == 0)) return;
   SendCGI(body);
   PositionAge_.Expire();
 }

@@ -120,7 +120,6 @@ class Sony final : public DualDevice, public PTZContinuousControl, private HTTPD
   float CurrentZoom_ = 0;
   PositionAge PositionAge_;
   Speeds Continuous_;
-  LastMotion<std::string> LastContinuous_;
 };
 
 }  // namespace ptzd

@@ -76,8 +76,6 @@ class Vivotek final : public PTZDevice, public PTZNamedPresets, public Continuou
   const Model* Model_ = nullptr;  // of the last `Connect`; until then commands are those of older models
   std::int32_t CurrentPan_ = 0;   // degrees
   std::int32_t CurrentTilt_ = 0;  // degrees
-  LastMotion<std::string> LastMove_;
-  LastMotion<std::string> LastZoom_;
 };
 
 }  // namespace ptzd

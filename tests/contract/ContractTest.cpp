@@ -256,6 +256,29 @@ TEST_P(EveryDriver, AnswersAsItsDataSaysWhileConnected) {
   }
 }
 
+TEST_P(EveryDriver, AMotionThatIsHeldThroughAReconnectGoesOn) {
+  if (Held.Continuous == nullptr) return;
+  Internet.Answer = AnswerOfAnyMake;
+  Sockets.ConnectError = 0;
+  Ports.Line.Plugged = true;
+  for (const bool zooms : {false, true}) {
+    std::string first;
+    for (const bool again : {false, true}) {
+      ASSERT_TRUE(
+          Driver->Connect(test::CameraOptions({{"COMPort", 1}, {"Feed", std::string("3")}}, "10.0.0.5")));
+      TakeSent();
+      if (zooms)
+        Held.Continuous->ContinuousZoom(1);
+      else
+        Held.Continuous->ContinuousMove(6, -6);
+      const auto sent = Internet.TakeSent() + Sockets.Log.Take() + Ports.Line.Log.Take();
+      EXPECT_TRUE(zooms || !sent.empty());
+      EXPECT_TRUE(!again || sent == first) << sent << " instead of " << first;
+      first = sent;
+    }
+  }
+}
+
 TEST_P(EveryDriver, DescribesItsOptionsAnewEachTime) {
   auto* options = Held.Options;
   // A collection without any descriptor needs no flag.

@@ -145,13 +145,6 @@ TEST_F(SecubestTest, ContinuousMotion) {
   EXPECT_EQ(Sent(), "");
 }
 
-TEST_F(SecubestTest, ANewConnectionHasBeenToldNothing) {
-  Camera.ContinuousMove(1, 0);
-  Connect();
-  Camera.ContinuousMove(1, 0);
-  EXPECT_EQ(Sent(), "171900");
-}
-
 TEST_F(SecubestTest, TimedMoves) {
   struct Row {
     std::function<void(PTZDevice&, PTZDevice2&)> move;
