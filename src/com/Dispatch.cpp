@@ -8,6 +8,7 @@
 
 #include "com/Errors.h"
 #include "com/Module.h"
+#include "com/TypeInformation.h"
 
 namespace ptzd::com {
 
@@ -20,28 +21,30 @@ bool SameName(const std::wstring& a, const wchar_t* b) { return _wcsicmp(a.c_str
 
 struct IIDLess {
   bool operator()(const IID& a, const IID& b) const { return std::memcmp(&a, &b, sizeof(IID)) < 0; }
+  bool operator()(const std::vector<IID>& a, const std::vector<IID>& b) const {
+    return std::ranges::lexicographical_compare(a, b, *this);
+  }
 };
 
-/// A type of the type library as a VARTYPE. Enumerations are long integers, our interfaces objects.
-VARTYPE TypeOf(ITypeInfo* info, const TYPEDESC& type) {
+/// A type of the type library as a VARTYPE. Enumerations, whose name is told, are long integers, our
+/// interfaces objects.
+VARTYPE TypeOf(ITypeInfo* info, const TYPEDESC& type, std::wstring& enumeration) {
   switch (type.vt) {
     case VT_PTR: {
-      const auto inner = TypeOf(info, *type.lptdesc);
+      const auto inner = TypeOf(info, *type.lptdesc, enumeration);
       return inner == VT_DISPATCH && type.lptdesc->vt == VT_USERDEFINED
                  ? inner
                  : static_cast<VARTYPE>(inner | VT_BYREF);
     }
     case VT_SAFEARRAY:
-      return static_cast<VARTYPE>(VT_ARRAY | TypeOf(info, *type.lptdesc));
+      return static_cast<VARTYPE>(VT_ARRAY | TypeOf(info, *type.lptdesc, enumeration));
     case VT_USERDEFINED: {
       ComPtr<ITypeInfo> referred;
       Check(info->GetRefTypeInfo(type.hreftype, referred.Out()),
             "The type library lacks a type it refers to");
-      TYPEATTR* attributes = nullptr;
-      Check(referred->GetTypeAttr(&attributes), "The type library lacks a type it refers to");
-      const auto kind = attributes->typekind;
-      referred->ReleaseTypeAttr(attributes);
-      return kind == TKIND_ENUM ? VT_I4 : VT_DISPATCH;
+      if (AttributesOf(referred.Get()).typekind != TKIND_ENUM) return VT_DISPATCH;
+      enumeration = NameOf(referred.Get());
+      return VT_I4;
     }
   }
   return type.vt;
@@ -62,12 +65,15 @@ Member Describe(ITypeInfo* info, const FUNCDESC& function) {
                 {},       VT_VOID};
   for (int i = 0; i < function.cParams; ++i) {
     const auto& element = function.lprgelemdescParam[i];
-    const auto type = TypeOf(info, element.tdesc);
+    std::wstring enumeration;
+    const auto type = TypeOf(info, element.tdesc, enumeration);
     if (element.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) {
       member.Result = static_cast<VARTYPE>(type & ~VT_BYREF);
+      member.ResultEnumeration = std::move(enumeration);
       continue;
     }
     Parameter parameter{texts[static_cast<std::size_t>(i) + 1], type};
+    parameter.Enumeration = std::move(enumeration);
     parameter.Optional = element.paramdesc.wParamFlags & PARAMFLAG_FOPT;
     if (element.paramdesc.wParamFlags & PARAMFLAG_FHASDEFAULT) {
       parameter.Default = OwnedVariant(element.paramdesc.pparamdescex->varDefaultValue);
@@ -92,10 +98,7 @@ std::shared_ptr<const InterfaceDescription> ReadInterface(REFIID iid) {
         "An interface of the type library is not dual");
   Check(description->Type->GetRefTypeInfo(reference, functions.Out()),
         "An interface of the type library is not dual");
-  TYPEATTR* attributes = nullptr;
-  Check(functions->GetTypeAttr(&attributes), "The type library cannot be read");
-  const UINT count = attributes->cFuncs;
-  functions->ReleaseTypeAttr(attributes);
+  const UINT count = AttributesOf(functions.Get()).cFuncs;
   for (UINT i = 0; i < count; ++i) {
     FUNCDESC* function = nullptr;
     Check(functions->GetFuncDesc(i, &function), "The type library cannot be read");
@@ -112,6 +115,7 @@ std::shared_ptr<const InterfaceDescription> ReadInterface(REFIID iid) {
 struct DescriptionCache {
   std::mutex Mutex;
   std::map<IID, std::shared_ptr<const InterfaceDescription>, IIDLess> Descriptions;
+  std::map<std::vector<IID>, std::shared_ptr<const DispatchTable>, IIDLess> Tables;
 };
 
 DescriptionCache& Cache() {
@@ -214,17 +218,24 @@ HRESULT Call(const Member& member, IUnknown* target, LCID locale, const std::vec
 
 }  // namespace
 
-std::shared_ptr<const InterfaceDescription> DescribeInterface(REFIID iid) {
+std::shared_ptr<const DispatchTable> TableOf(const std::vector<IID>& interfaces) {
   auto& cache = Cache();
   const std::lock_guard lock(cache.Mutex);
-  auto& description = cache.Descriptions[iid];
-  if (!description) description = ReadInterface(iid);
-  return description;
+  auto& table = cache.Tables[interfaces];
+  if (table) return table;
+  std::vector<std::shared_ptr<const InterfaceDescription>> descriptions;
+  for (const auto& iid : interfaces) {
+    auto& description = cache.Descriptions[iid];
+    if (!description) description = ReadInterface(iid);
+    descriptions.push_back(description);
+  }
+  return table = std::make_shared<DispatchTable>(std::move(descriptions));
 }
 
-void ForgetInterfaceDescriptions() {
+void ForgetTables() {
   auto& cache = Cache();
   const std::lock_guard lock(cache.Mutex);
+  cache.Tables.clear();
   cache.Descriptions.clear();
 }
 
@@ -243,11 +254,45 @@ void DispatchTable::Add(const Member& member, std::size_t interface, DISPID id) 
   auto entry =
       std::ranges::find_if(Entries_, [&](const Entry& e) { return SameName(e.Name, member.Name.c_str()); });
   if (entry == Entries_.end()) entry = Entries_.insert(entry, Entry{id, member.Name, {}, {}});
-  for (const auto& parameter : member.Parameters)
-    if (std::ranges::none_of(entry->ParameterNames,
-                             [&](const auto& name) { return SameName(name, parameter.Name.c_str()); }))
-      entry->ParameterNames.push_back(parameter.Name);
   entry->Candidates.push_back({&member, interface});
+
+  // The names of the widest come first: hosts count them in the type information.
+  auto& known = entry->ParameterNames;
+  known.clear();
+  const auto addNames = [&](const Member& candidate) {
+    for (const auto& parameter : candidate.Parameters)
+      if (std::ranges::none_of(known,
+                               [&](const auto& name) { return SameName(name, parameter.Name.c_str()); }))
+        known.push_back(parameter.Name);
+  };
+  addNames(entry->Widest());
+  for (const auto& candidate : entry->Candidates) addNames(*candidate.Function);
+}
+
+const Member& DispatchTable::Entry::Widest() const {
+  return *std::ranges::max_element(Candidates, {}, [](const Candidate& candidate) {
+            return candidate.Function->Parameters.size();
+          })->Function;
+}
+
+DescribedMember DispatchTable::Describe(const Entry& entry) {
+  const auto& first = *entry.Candidates.front().Function;
+  const auto& widest = entry.Widest();
+  // Where the arguments decide who answers, so they do over the kind of the result.
+  return {entry.Id, &widest, first.Parameters.size(),
+          &widest == &first ? first.Result : static_cast<VARTYPE>(VT_VARIANT)};
+}
+
+ComPtr<ITypeInfo> DispatchTable::Type() const {
+  const auto& own = Interfaces_.front()->Type;
+  if (Interfaces_.size() == 1) return own;
+  const std::lock_guard lock(TypeMutex_);
+  if (!Type_) {
+    std::vector<DescribedMember> members;
+    for (const auto& entry : Entries_) members.push_back(Describe(entry));
+    Type_ = DescribeDispatch(own.Get(), members);
+  }
+  return Type_;
 }
 
 HRESULT DispatchTable::GetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) const {
@@ -272,13 +317,16 @@ HRESULT DispatchTable::GetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) c
 }
 
 HRESULT DispatchTable::Match(const Entry& entry, const Member& member, const DISPPARAMS& arguments,
-                             std::vector<const VARIANT*>& matched, UINT* wrongArgument) {
+                             bool dropsMissing, std::vector<const VARIANT*>& matched, UINT* wrongArgument) {
   const auto& parameters = member.Parameters;
   matched.assign(parameters.size(), nullptr);
-  if (arguments.cArgs > parameters.size() || arguments.cNamedArgs > arguments.cArgs)
-    return DISP_E_BADPARAMCOUNT;
-  const auto positional = arguments.cArgs - arguments.cNamedArgs;
+  if (arguments.cNamedArgs > arguments.cArgs) return DISP_E_BADPARAMCOUNT;
+  auto positional = arguments.cArgs - arguments.cNamedArgs;
   // Arguments come last to first, the named ones in front.
+  while (dropsMissing && positional > parameters.size() &&
+         IsMissing(arguments.rgvarg[arguments.cArgs - positional]))
+    --positional;
+  if (positional + arguments.cNamedArgs > parameters.size()) return DISP_E_BADPARAMCOUNT;
   for (UINT i = 0; i < positional; ++i) matched[i] = &arguments.rgvarg[arguments.cArgs - 1 - i];
   for (UINT i = 0; i < arguments.cNamedArgs; ++i) {
     const auto id = arguments.rgdispidNamedArgs[i];
@@ -317,13 +365,16 @@ HRESULT DispatchTable::Invoke(const std::vector<IUnknown*>& targets, DISPID id, 
   if (entry == Entries_.end()) return DISP_E_MEMBERNOTFOUND;
   HRESULT failure = DISP_E_MEMBERNOTFOUND;
   std::vector<const VARIANT*> matched;
-  for (const auto& candidate : entry->Candidates) {
-    if (!Accepts(candidate.Function->Kind, flags)) continue;
-    const auto fits = Match(*entry, *candidate.Function, arguments, matched, wrongArgument);
-    if (SUCCEEDED(fits))
-      return Call(*candidate.Function, targets[candidate.Interface], locale, matched, result, exception,
-                  wrongArgument, arguments);
-    if (failure == DISP_E_MEMBERNOTFOUND) failure = fits;
+  // Hosts that go by the type information say "missing" for what only a later candidate has a parameter for.
+  for (const bool dropsMissing : {false, true}) {
+    for (const auto& candidate : entry->Candidates) {
+      if (!Accepts(candidate.Function->Kind, flags)) continue;
+      const auto fits = Match(*entry, *candidate.Function, arguments, dropsMissing, matched, wrongArgument);
+      if (SUCCEEDED(fits))
+        return Call(*candidate.Function, targets[candidate.Interface], locale, matched, result, exception,
+                    wrongArgument, arguments);
+      if (failure == DISP_E_MEMBERNOTFOUND) failure = fits;
+    }
   }
   return failure;
 }

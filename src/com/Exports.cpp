@@ -71,7 +71,7 @@ HRESULT WINAPI DllGetClassObject(REFCLSID identifier, REFIID iid, void** object)
 
 HRESULT WINAPI DllCanUnloadNow() {
   if (IsHeld() || ptzd::AsyncHandles().Count() > 0) return S_FALSE;
-  ForgetInterfaceDescriptions();
+  ForgetTables();
   return S_OK;
 }
 

@@ -40,11 +40,7 @@ Dispatcher::Dispatcher(IUnknown* self, std::shared_ptr<const DispatchTable> tabl
     : Targets_{self}, Table_(std::move(table)) {}
 
 const DispatchTable& Dispatcher::Table() {
-  if (!Table_) {
-    std::vector<std::shared_ptr<const InterfaceDescription>> descriptions;
-    for (const auto& iid : Interfaces_) descriptions.push_back(DescribeInterface(iid));
-    Table_ = std::make_shared<DispatchTable>(std::move(descriptions));
-  }
+  if (!Table_) Table_ = TableOf(Interfaces_);
   return *Table_;
 }
 
@@ -60,7 +56,7 @@ HRESULT Dispatcher::GetTypeInfo(UINT index, ITypeInfo** info) noexcept {
   if (Interfaces_.empty()) return E_NOTIMPL;
   if (index != 0) return DISP_E_BADINDEX;
   try {
-    *info = ComPtr<ITypeInfo>(Table().Type()).Detach();
+    *info = Table().Type().Detach();
     return S_OK;
   } catch (...) {
     return ReportException({});

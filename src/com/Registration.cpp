@@ -9,6 +9,7 @@
 #include "com/ClassTable.h"
 #include "com/Errors.h"
 #include "com/Module.h"
+#include "com/TypeInformation.h"
 #include "com/Values.h"
 
 // The headers lack these two of oleaut32.
@@ -35,15 +36,6 @@ std::wstring GuidText(REFGUID guid) {
   wchar_t text[39];
   StringFromGUID2(guid, text, 39);
   return text;
-}
-
-/// Identifier and version of the type library.
-TLIBATTR Attributes(ITypeLib* library) {
-  TLIBATTR* attributes = nullptr;
-  Check(library->GetLibAttr(&attributes), "The type library cannot be read");
-  const auto copy = *attributes;
-  library->ReleaseTLibAttr(attributes);
-  return copy;
 }
 
 std::wstring ClassKey(const CreatableClass& row) { return L"CLSID\\" + GuidText(row.Identifier); }
@@ -106,7 +98,7 @@ void RemoveClass(const Registry& registry, const CreatableClass& row) {
 }
 
 void RemoveTypeLibrary(const Registry& registry) {
-  const auto library = Attributes(LoadOwnTypeLibrary().Get());
+  const auto library = AttributesOf(LoadOwnTypeLibrary().Get());
   wchar_t version[20];
   swprintf(version, std::size(version), L"%x.%x", library.wMajorVerNum,
            library.wMinorVerNum);  // hexadecimal there
@@ -124,7 +116,7 @@ void Remove(const Registry& registry) {
 void Write(const Registry& registry) {
   auto path = ModulePath();
   const auto library = LoadOwnTypeLibrary();
-  const auto attributes = Attributes(library.Get());
+  const auto attributes = AttributesOf(library.Get());
   try {
     for (const auto& row : CreatableClasses()) WriteClass(registry, row, path, attributes);
     const auto registered = registry.IsPerUser() ? RegisterTypeLibForUser(library.Get(), path.data(), nullptr)
