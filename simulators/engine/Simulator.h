@@ -19,7 +19,7 @@
 //    demand that `Log().Violations()` is empty, and `ptzsim` exits non-zero otherwise.
 // 4. The class derives from `Simulator`, owns its servers as its *last* members (they stop first), and guards
 //    its state with a mutex: requests come on a server's thread, `State` is asked for on any.
-// 5. One line in the table of ptzsim.cpp makes it available at the shell.
+// 5. One row in the table of Makes.cpp makes it available at the shell.
 //
 //     class Toy : public Simulator {
 //      public:
