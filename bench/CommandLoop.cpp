@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
     const auto driver = ptzd::CreateDriver("QVPTZ.Axis");
     ptzd::PropertyBag options;
     options.WriteProperty("Address", address);
-    driver->Connect(options.Contents());
+    if (!driver->Connect(options.Contents())) return 1;
     for (int i = 0; i < count; ++i) driver->Move(i % 2 ? ptzd::DirectionRight : ptzd::DirectionLeft, 5);
   }
 }

@@ -55,7 +55,7 @@ void DriverMove(benchmark::State& state) {
   const auto driver = ptzd::CreateDriver("QVPTZ.Axis");
   ptzd::PropertyBag options;
   options.WriteProperty("Address", AddressOf(Server()));
-  driver->Connect(options.Contents());
+  if (!driver->Connect(options.Contents())) return state.SkipWithError("did not connect");
   unsigned turn = 0;
   for (auto _ : state) {
     if (!driver->Move(++turn % 2 ? ptzd::DirectionRight : ptzd::DirectionLeft, 5))

@@ -4,6 +4,7 @@
 #include <malloc.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -51,7 +52,7 @@ int main() {
                              for (int i = 0; i < Count; ++i) {
                                ptzd::PropertyBag options;
                                options.WriteProperty("Address", address(i));
-                               drivers[i]->Connect(options.Contents());
+                               if (!drivers[i]->Connect(options.Contents())) std::exit(1);
                              }
                            });
 

@@ -25,9 +25,12 @@ class PTZDevice {
   virtual ptzd::Capabilities Capabilities();
 
   /// Reads the options (`PropertyBag::Contents`), probes the camera and answers True when the driver is
-  /// ready. Raises a `PTZErrors` number where the camera cannot be used, 5 where the bytes are no options, 13
-  /// or 6 where an option's value is not of its kind. The new options hold even if it fails.
-  virtual bool Connect(std::span<const std::uint8_t> options);
+  /// ready. Where the camera cannot be used it raises a `PTZErrors` number or answers False, as the driver is
+  /// made; some drivers ask nothing and notice nothing. Raises 5 where the bytes are no options, 13 or 6
+  /// where an option or a number that the camera tells is none or does not fit, 9 or 11 where the camera
+  /// leaves a number out (Sanyo, Sony), and `HTTPClient`'s numbers, 13101 to 13106, where a Sanyo or Vivotek
+  /// cannot be asked. The new options hold even if it fails.
+  [[nodiscard]] virtual bool Connect(std::span<const std::uint8_t> options);
   virtual bool Connected();
 
   /// The driver's idea of the position, in degrees.

@@ -17,7 +17,7 @@ class PTZDevice2 {
   virtual ~PTZDevice2() = default;
 
   virtual ptzd::Capabilities Capabilities();
-  virtual bool Connect(std::span<const std::uint8_t> options);
+  [[nodiscard]] virtual bool Connect(std::span<const std::uint8_t> options);
   virtual bool Connected();
   virtual float Pan();
   virtual float Tilt();

@@ -40,7 +40,7 @@ class Bosch final : public DualDevice, public ContinuousDriver, private HTTPDriv
   explicit Bosch(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return CurrentPan_; }
   float Tilt() override { return CurrentTilt_; }

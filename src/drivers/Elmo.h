@@ -29,7 +29,7 @@ class Elmo final : public PTZDevice, private HTTPDriver {
   explicit Elmo(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;

@@ -31,7 +31,7 @@ namespace ptzd {
 class Elmo400 : public DualDevice, protected HTTPDriver {
  public:
   ptzd::Capabilities Capabilities() override { return Dialect_.Flags; }
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;

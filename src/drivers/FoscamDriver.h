@@ -28,7 +28,7 @@ namespace ptzd {
 /// focus. Only `MoveTo` needs a connection.
 class FoscamDriver : public PTZDevice, public ContinuousDriver, public TabledOptions, protected HTTPDriver {
  public:
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return CurrentPan_; }
   float Tilt() override { return CurrentTilt_; }

@@ -35,7 +35,7 @@ class Grandeye final : public PTZDevice, private HTTPDriver {
   explicit Grandeye(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;

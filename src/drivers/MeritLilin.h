@@ -37,7 +37,7 @@ class MeritLilin final : public AbsoluteDriver, public ContinuousDriver, public 
   explicit MeritLilin(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
 
   void ZoomTo(float zoom) override;
   bool Iris(ptzd::Iris irisLevel) override;

@@ -35,7 +35,7 @@ class Panasonic final : public PTZDevice, private HTTPDriver {
   explicit Panasonic(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override { return Capabilities_; }
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return static_cast<float>(CurrentPan_); }
   float Tilt() override { return static_cast<float>(CurrentTilt_); }

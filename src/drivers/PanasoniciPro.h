@@ -39,7 +39,7 @@ class PanasoniciPro final : public AbsoluteDriver {
   explicit PanasoniciPro(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   using AbsoluteDriver::MoveTo;
   bool MoveTo(float pan, float tilt) override;
   bool Zoom(Zooms zoomLevel) override;

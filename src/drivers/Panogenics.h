@@ -35,7 +35,7 @@ class Panogenics final : public AbsoluteDriver, public TabledOptions {
   explicit Panogenics(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
 
   std::int32_t PresetCount() override;
   /// Raise 6 for a preset number that leaves no room for the camera's, which is one more.

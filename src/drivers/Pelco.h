@@ -43,7 +43,7 @@ class Pelco final : public PTZDevice, public ContinuousDriver, public TabledOpti
   Pelco& operator=(const Pelco&) = delete;
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return CurrentPan_; }
   float Tilt() override { return CurrentTilt_; }

@@ -46,7 +46,7 @@ class Quorvane final : public DualDevice,
   explicit Quorvane(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return static_cast<float>(CurrentPan_); }
   float Tilt() override { return static_cast<float>(CurrentTilt_); }

@@ -42,7 +42,7 @@ class Sanyo final : public PTZDevice, public ContinuousDriver, public TabledOpti
   explicit Sanyo(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;

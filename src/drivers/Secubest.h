@@ -35,7 +35,7 @@ class Secubest final : public DualDevice, public ContinuousDriver, public Tabled
   explicit Secubest(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return CurrentPan_; }
   float Tilt() override { return CurrentTilt_; }

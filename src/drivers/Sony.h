@@ -41,7 +41,7 @@ class Sony final : public DualDevice, public PTZContinuousControl, private HTTPD
   explicit Sony(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override { return Head_.Flags; }
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   /// Degrees to three decimals. Raises 6 where the camera reports a position beyond 16 bits.
   float Pan() override;

@@ -31,7 +31,7 @@ class Toshiba final : public PTZDevice, private HTTPDriver {
   explicit Toshiba(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override { return CapabilityPan | CapabilityTilt; }
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;

@@ -31,7 +31,7 @@ class Toshiba2 final : public PTZDevice, private HTTPDriver {
   explicit Toshiba2(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override { return CapabilityPan | CapabilityTilt | CapabilityZoom; }
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return static_cast<float>(CurrentPan_); }
   float Tilt() override { return static_cast<float>(CurrentTilt_); }

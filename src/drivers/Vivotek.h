@@ -37,7 +37,7 @@ class Vivotek final : public PTZDevice, public PTZNamedPresets, public Continuou
   explicit Vivotek(const Platform& platform = {});
 
   ptzd::Capabilities Capabilities() override;
-  bool Connect(std::span<const std::uint8_t> options) override;
+  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
   bool Connected() override { return Connected_; }
   float Pan() override { return static_cast<float>(CurrentPan_); }
   float Tilt() override { return static_cast<float>(CurrentTilt_); }

@@ -186,7 +186,7 @@ TEST_P(EveryDriver, AnswersAsItsDataSaysWhileNotConnected) {
 
 TEST_P(EveryDriver, RefusesToConnectWithoutUsableOptions) {
   if (const auto& refusal = GetParam().Data->NoAddress) {
-    EXPECT_EQ(ErrorOf([&] { Driver->Connect(PropertyBag().Contents()); }),
+    EXPECT_EQ(ErrorOf([&] { return Driver->Connect(PropertyBag().Contents()); }),
               std::to_string(refusal->Number) + " " + std::string(refusal->Description));
     EXPECT_TRUE(Internet.Sent.empty());
     EXPECT_TRUE(Sockets.Connects.empty());
@@ -196,8 +196,8 @@ TEST_P(EveryDriver, RefusesToConnectWithoutUsableOptions) {
     NumberOf([&] { connected = Driver->Connect(test::CameraOptions()); });
     EXPECT_EQ(connected, GetParam().Data->ConnectsUnheard) << "a camera that never answers";
   }
-  EXPECT_NE(ErrorOf([&] { Driver->Connect(Bytes{1, 2, 3}); }), "");
-  EXPECT_NE(ErrorOf([&] { Driver->Connect({}); }), "");
+  EXPECT_NE(ErrorOf([&] { return Driver->Connect(Bytes{1, 2, 3}); }), "");
+  EXPECT_NE(ErrorOf([&] { return Driver->Connect({}); }), "");
   HasBeenConnected = true;
   AnswersAsWhileNotConnected();
 }

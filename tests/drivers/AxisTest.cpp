@@ -83,10 +83,13 @@ TEST_F(AxisTest, ConnectFailures) {
   };
   for (const auto& row : rows) {
     Net.Replies = {row.reply};
-    EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions({}, row.address)); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions({}, row.address)); }), row.error);
     EXPECT_FALSE(Camera.Connected());
   }
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(test::CameraOptions({{"Port", std::string("two")}})); }), 13);
+  EXPECT_EQ(NumberOf([&] {
+              return Camera.Connect(test::CameraOptions({{"Port", std::string("two")}}));
+            }),
+            13);
   EXPECT_EQ(Device.Pan(), 0) << "a refused camera may be asked all the same";
 }
 
@@ -150,10 +153,10 @@ TEST_F(AxisTest, WhatIsNotGivenIsTakenFromTheCamera) {
 TEST_F(AxisTest, AFailedConnectLeavesTheNewOptionsInPlace) {
   Connect(FullHead);
   Net.Replies = {FakeReply{.Answers = false}};
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(test::CameraOptions({}, "camera2")); }), 17001);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(test::CameraOptions({}, "camera2")); }), 17001);
   EXPECT_TRUE(Device.MoveBoth(1, 1));
   EXPECT_EQ(Net.Sent.back().Host, "camera2");
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(Bytes{1, 2}); }), 5);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(Bytes{1, 2}); }), 5);
   EXPECT_FALSE(Device.MoveBoth(1, 1)) << "options that cannot be read hold no address";
 }
 

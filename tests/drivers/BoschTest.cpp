@@ -73,7 +73,7 @@ TEST_F(BoschTest, ConnectReadsAndNeverMindsACameraThatIsGone) {
   Camera->ContinuousMove(1, 0);
   EXPECT_EQ(Sent(), "") << "there is no address yet";
   EXPECT_EQ(Position(), "-170 3 1") << "but a model";
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }),
+  EXPECT_EQ(ErrorOf([&] { return Camera->Connect(test::CameraOptions({}, "")); }),
             "17001 No device address specified.");
   const auto reading = test::LogOf([&] { ReadAnew(); }), log = test::LogOf([&] { Camera->ZoomTo(0); });
   const auto url = "Sending: http://camera1" + Path;

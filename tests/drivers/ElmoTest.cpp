@@ -51,7 +51,7 @@ TEST_F(ElmoTest, ConnectsToWhatRefusesNoCommand) {
 }
 
 TEST_F(ElmoTest, ResetsWhereToldTo) {
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(Options(std::string("perhaps"))); }), 13);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(Options(std::string("perhaps"))); }), 13);
   EXPECT_FALSE(Camera.Connected());
   Sent();
   for (const char* answer : {"NG", "OK", "OK"}) {

@@ -91,7 +91,7 @@ TEST_F(FoscamTest, MovesAreStepsInOneOfEightDirections) {
 }
 
 TEST_F(FoscamTest, StepsGoFromThePositionAndOppositesCancel) {
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }),
+  EXPECT_EQ(ErrorOf([&] { return Camera->Connect(test::CameraOptions({}, "")); }),
             "17003 No device address specified");
   Connect();
   const std::pair<int, const char*> rows[] = {
@@ -165,7 +165,8 @@ TEST_F(FoscamTest, InvertPanIsReadByTheMovements) {
 }
 
 TEST_F(FoscamHDTest, ConnectReadsItsOptions) {
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
+  EXPECT_EQ(ErrorOf([&] { return Camera->Connect(test::CameraOptions({}, "")); }),
+            "17003 No address specified");
   EXPECT_EQ(NumberOf([&] { Connect(70000); }), 6);
   EXPECT_FALSE(Camera->Connected());
   EXPECT_EQ(Camera->Capabilities(), 2490467);

@@ -68,7 +68,7 @@ TEST_F(MeritLilinTest, ConnectsAndFailsTo) {
   for (const auto& row : rows) {
     Net.Replies = {row.probe};
     const auto error = ErrorOf([&] {
-      Device.Connect(test::CameraOptions({{"Port", row.port}}, row.address));
+      return Device.Connect(test::CameraOptions({{"Port", row.port}}, row.address));
     });
     EXPECT_EQ(error.substr(0, std::string(row.error).size()), row.error);
     EXPECT_EQ(error.empty(), *row.error == 0) << error;
@@ -265,7 +265,7 @@ TEST_F(MeritLilinTest, ContinuousControlRepeatsOnlyStops) {
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousMove(0, NAN); }), 6); }, "", ""},
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousZoom(INFINITY); }), 6); }, "", ""},
   };
-  EXPECT_EQ(NumberOf([&] { Device.Connect(test::CameraOptions({{"Port", 70000}}, "")); }), 17003);
+  EXPECT_EQ(NumberOf([&] { return Device.Connect(test::CameraOptions({{"Port", 70000}}, "")); }), 17003);
   EXPECT_EQ(NumberOf([&] { Camera.ContinuousMove(10, 0); }), 6) << "then it is not the last one";
   Connect();
   for (const auto& row : rows) {

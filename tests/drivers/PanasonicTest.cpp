@@ -61,23 +61,26 @@ TEST_F(PanasonicTest, ConnectFailures) {
       {{Information("BB-HCM581"), {"Deg:-1e12\r\n"}}, "6 Overflow"},
       {{Information("BB-HCM581"), {"Deg:100\r\n"}, {"Deg:1e12\r\n"}}, "6 Overflow"},
   };
-  EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions({}, "")); }),
+  EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions({}, "")); }),
             "17003 No camera address specified.");
   for (const auto& row : rows) {
     Net.Replies = row.replies;
-    EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions()); }), row.error);
     EXPECT_FALSE(Camera.Connected());
     EXPECT_EQ(Camera.Pan(), 0) << "of a position that overflows nothing is kept";
     EXPECT_EQ(Camera.Capabilities(), 0);
   }
   for (const auto& bad : test::Garbled("ModelName:BB-HCM581")) {
     Net.Replies = {FakeReply{bad}};
-    const auto error = NumberOf([&] { Camera.Connect(test::CameraOptions()); });
+    const auto error = NumberOf([&] { return Camera.Connect(test::CameraOptions()); });
     EXPECT_TRUE(error == 17002 || (error == 0 && Camera.Capabilities() == (799 | CapabilityRelativeControl)))
         << bad;
   }
   Net.Replies = {Information("BB-HCM581")};
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(test::CameraOptions({{"Reset", std::string("maybe")}})); }), 13);
+  EXPECT_EQ(NumberOf([&] {
+              return Camera.Connect(test::CameraOptions({{"Reset", std::string("maybe")}}));
+            }),
+            13);
   EXPECT_FALSE(Camera.Connected());
 }
 

@@ -59,25 +59,25 @@ TEST_F(PanasoniciProTest, ConnectFailures) {
       {{{"NAME=WV-SC384\n"}}, "17002 The Panasonic iPro WV-SC384\n is not currently recognised by Quorvane."},
       {{{"NAME=WV-SC384"}, {"PAN=10\r\nTILT=4e39\r\n"}}, "6 Overflow"},
   };
-  EXPECT_EQ(ErrorOf([&] { Device.Connect(test::CameraOptions({}, "")); }),
+  EXPECT_EQ(ErrorOf([&] { return Device.Connect(test::CameraOptions({}, "")); }),
             "17003 No camera address specified.");
   EXPECT_FALSE(Device.Move(DirectionUp, 5) || Device.MoveBoth(1, 1) || Device.Zoom(ZoomIn))
       << "without a model there are no limits to move within";
   for (const auto& row : rows) {
     Net.Replies = row.replies;
-    EXPECT_EQ(ErrorOf([&] { Device.Connect(test::CameraOptions()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Device.Connect(test::CameraOptions()); }), row.error);
     EXPECT_FALSE(Device.Connected());
     EXPECT_EQ(Device.Pan(), 0) << "of a position that overflows nothing is kept";
   }
   for (const auto& bad : test::Garbled("NAME=WV-SC384")) {
     Net.Replies = {FakeReply{bad}};
-    const auto error = NumberOf([&] { Device.Connect(test::CameraOptions()); });
+    const auto error = NumberOf([&] { return Device.Connect(test::CameraOptions()); });
     EXPECT_TRUE(error == (bad.empty() ? 17001 : 17002) || Device.Connected()) << bad;
   }
   for (const char* option : {"Port", "Reset"}) {
     Net.Replies = {{"NAME=WV-SC384"}};
     EXPECT_EQ(NumberOf([&] {
-                Device.Connect(test::CameraOptions({{option, std::string("two")}}));
+                return Device.Connect(test::CameraOptions({{option, std::string("two")}}));
               }),
               13)
         << option;

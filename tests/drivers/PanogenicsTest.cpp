@@ -72,7 +72,7 @@ TEST_F(PanogenicsTest, ConnectFailures) {
   for (const auto& row : rows) {
     Probe.Answers = row.answers;
     const auto error = ErrorOf([&] {
-      Device.Connect(test::CameraOptions({{"Port", row.port}, {"LinkViews", row.link}}, row.address));
+      return Device.Connect(test::CameraOptions({{"Port", row.port}, {"LinkViews", row.link}}, row.address));
     });
     EXPECT_EQ(error.substr(0, std::string(row.error).size()), row.error);
     EXPECT_FALSE(Device.Connected());

@@ -281,12 +281,12 @@ TEST_F(PelcoTest, ConnectNeedsAPortAndKeepsIt) {
   EXPECT_EQ(NumberOf([&] { Camera.Disconnect(); }), 91);
 
   EXPECT_FALSE(Camera.Connect(Options({{"COMPort", -1}})));
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(Options({{"COMPort", -1}, {"Reset", true}})); }), 91);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(Options({{"COMPort", -1}, {"Reset", true}})); }), 91);
   EXPECT_FALSE(Camera.Connect(Options({{"Baud", std::string("fast")}})));
   EXPECT_EQ(Camera.Disconnect(), Variant(true)) << "there was a port, though it did not open";
   EXPECT_EQ(Sent(), "");
 
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(Options({{"MoveSpeed", std::string("fast")}})); }), 13);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(Options({{"MoveSpeed", std::string("fast")}})); }), 13);
   EXPECT_TRUE(Camera.Connected());
   EXPECT_EQ(Sent(), "open:2400,n,8,1");
   Camera.SetPanTilt(20, 0);

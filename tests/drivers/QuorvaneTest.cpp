@@ -101,7 +101,7 @@ TEST_F(QuorvaneTest, ConnectFailures) {
   for (const auto& row : rows) {
     Connect();
     Probe.Answers = row.answers;
-    EXPECT_EQ(ErrorOf([&] { Camera.Connect(OptionsWith(row.feed, true, row.address)); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(OptionsWith(row.feed, true, row.address)); }), row.error);
     EXPECT_FALSE(Camera.Connected()) << row.error;
     EXPECT_EQ(std::ranges::count(Net.Sent, "", &SentRequest::Object), row.probes) << row.error;
     Probe.Answers = true;
@@ -147,9 +147,9 @@ TEST_F(QuorvaneTest, LogsTheSearchAndTheRequests) {
          {"Requesting feed", "Sending: ", "Received: ", "Comparing", "Found", "Request failed"})
       if (message.starts_with(start)) log.append(message.substr(0, message.find('\r'))).append("\n");
   });
-  Camera.Connect(OptionsWith("3"));
+  EXPECT_TRUE(Camera.Connect(OptionsWith("3")));
   Feeds = {"<f><a/><a name='Back' id='2'/></f>"};
-  Camera.Connect(OptionsWith("back"));
+  EXPECT_TRUE(Camera.Connect(OptionsWith("back")));
   SetLogSink({});
   EXPECT_EQ(
       log,
@@ -335,13 +335,13 @@ TEST_F(QuorvaneTest, NeedsOptionsAndNothingElse) {
     EXPECT_EQ(ErrorOf(member), "91 Object variable or With block variable not set");
   EXPECT_TRUE(Net.Sent.empty());
 
-  EXPECT_EQ(NumberOf([&] { Camera.Connect(OptionsWith("")); }), 17002);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(OptionsWith("")); }), 17002);
   Camera.ContinuousMove(0.5F, 0);
   EXPECT_EQ(Net.Sent.back().Object, "/ptz/control.htm?&move=joystick&x=0.5&y=0");
   Reply = {"<a/>"};
   Camera.GetNamedPresets();
   EXPECT_EQ(Net.Sent.back().Object, "/ptz/presets.xml?");
-  EXPECT_EQ(NumberOf([&] { Camera.Connect({}); }), 5);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect({}); }), 5);
   EXPECT_EQ(NumberOf([&] { Camera.GetNamedPresets(); }), 13101) << "no address";
 }
 

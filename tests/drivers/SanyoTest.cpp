@@ -41,7 +41,7 @@ class SanyoTest : public testing::Test {
     };
   }
 
-  void Connect() { Camera->Connect(test::CameraOptions()); }
+  void Connect() { EXPECT_TRUE(Camera->Connect(test::CameraOptions())); }
   void Renew() {
     Camera = std::make_unique<Sanyo>(Platform{.internet = &Net, .clock = &Time});
     Connect();
@@ -66,7 +66,7 @@ class SanyoTest : public testing::Test {
 
 TEST_F(SanyoTest, Connects) {
   EXPECT_EQ(Camera->Capabilities(), 0x520027);
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }),
+  EXPECT_EQ(ErrorOf([&] { return Camera->Connect(test::CameraOptions({}, "")); }),
             "17001 No device address specified.");
   Silent = Index;
   EXPECT_EQ(ErrorOf([&] { Connect(); }), "13104 Failed to connect to the HTTP server.");

@@ -73,13 +73,15 @@ TEST_F(SecubestTest, ConnectsByDottedDecimal) {
             (std::vector<std::string>{"10.0.0.5:7777 within 21000", "10.0.0.5:9000 within 21000"}));
 
   Net.ConnectError = 111;
-  EXPECT_EQ(ErrorOf([&] { Device.Connect(Options("10.0.0.5")); }),
+  EXPECT_EQ(ErrorOf([&] { return Device.Connect(Options("10.0.0.5")); }),
             "17001 Unable to connect to the server: 111.");
   EXPECT_FALSE(Device.Connected());
   Net.OpenError = 24;
-  EXPECT_EQ(ErrorOf([&] { Device.Connect(Options("10.0.0.5")); }), "17001 Failed to open a TCP port: 24");
-  EXPECT_EQ(ErrorOf([&] { Device.Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
-  EXPECT_EQ(NumberOf([&] { Device.Connect(Options("10.0.0.5", std::string("slow"))); }), 13);
+  EXPECT_EQ(ErrorOf([&] { return Device.Connect(Options("10.0.0.5")); }),
+            "17001 Failed to open a TCP port: 24");
+  EXPECT_EQ(ErrorOf([&] { return Device.Connect(test::CameraOptions({}, "")); }),
+            "17003 No address specified");
+  EXPECT_EQ(NumberOf([&] { return Device.Connect(Options("10.0.0.5", std::string("slow"))); }), 13);
   EXPECT_EQ(Net.Alive, 0);
 }
 

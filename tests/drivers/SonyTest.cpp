@@ -68,7 +68,7 @@ class SonyTest : public testing::Test {
   }
 
   void Connect(bool reset = false) {
-    Camera->Connect(test::CameraOptions({{"Reset", reset}}));
+    EXPECT_TRUE(Camera->Connect(test::CameraOptions({{"Reset", reset}})));
     if (!reset) Net.Sent.clear();
   }
   void NoVisca() { Pages[Visca] = {"", "HTTP/1.1 404 Not Found"}; }
@@ -144,7 +144,8 @@ TEST_F(SonyTest, ConnectFailures) {
     EXPECT_EQ(Camera->Capabilities() != 0, error == nullptr && page != System);
     Pages[page] = good;
   }
-  EXPECT_EQ(ErrorOf([&] { Camera->Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
+  EXPECT_EQ(ErrorOf([&] { return Camera->Connect(test::CameraOptions({}, "")); }),
+            "17003 No address specified");
 }
 
 TEST_F(SonyTest, ViscaMoves) {

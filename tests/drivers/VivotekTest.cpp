@@ -51,23 +51,24 @@ TEST_F(VivotekTest, ConnectFailures) {
       {{"ptzenabled=1\n"}, "17002 Unrecognized model number: "},
   };
   Connect("PT713");
-  EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions({}, "")); }), "17003 No address specified");
+  EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions({}, "")); }),
+            "17003 No address specified");
   for (const auto& row : rows) {
     Net.Replies = {row.reply};
-    EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions()); }), row.error);
     EXPECT_FALSE(Camera.Connected());
     EXPECT_EQ(Camera.Capabilities(), CapabilityHome | CapabilityRelativeControl);
   }
   const std::string good = "ptzenabled=15\r\nmodel=PT7135\r\n";
   for (std::size_t length = 0; length < good.size() - 3; ++length) {
     Net.Replies = {FakeReply{good.substr(0, length)}};
-    EXPECT_NE(NumberOf([&] { Camera.Connect(test::CameraOptions()); }), 0) << length;
+    EXPECT_NE(NumberOf([&] { return Camera.Connect(test::CameraOptions()); }), 0) << length;
   }
   std::mt19937 random(12);
   std::string noise(1 << 20, 0);
   for (auto& c : noise) c = static_cast<char>(random());
   Net.Replies = {FakeReply{noise}};
-  EXPECT_EQ(ErrorOf([&] { Camera.Connect(test::CameraOptions()); }), incapable);
+  EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions()); }), incapable);
 }
 
 TEST_F(VivotekTest, ModelsSetGenerationAndPicture) {

@@ -69,7 +69,7 @@ TEST_F(AxisSimulated, AListWithForeignLineEndsDescribesNoHead) {
   Start({.ParameterLineEnd = "\r\n"});
   Driver = CreateDriver("QVPTZ.Axis");
   const auto options = test::CameraOptions({}, Camera->Addresses().at(0));
-  EXPECT_EQ(test::NumberOf([&] { Driver->Connect(options); }), PTZErrorPTZIncapable);
+  EXPECT_EQ(test::NumberOf([&] { return Driver->Connect(options); }), PTZErrorPTZIncapable);
 }
 
 TEST_F(AxisSimulated, ContinuousMotionRunsUntilStopped) {
