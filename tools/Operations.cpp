@@ -184,6 +184,12 @@ std::string Seconds(std::chrono::milliseconds time) {
   return Text(static_cast<double>(time.count()) / 1000) + " s";
 }
 
+/// Not by `StopContinuous`, which on most makes does these two and on Sony nothing.
+void StopMotion(PTZContinuousControl& control) {
+  control.ContinuousMove(0, 0);
+  control.ContinuousZoom(0);
+}
+
 /// Begins a motion and, with a duration, ends it whatever came in between.
 void Run(Camera& camera, PTZContinuousControl& control, const Arguments& arguments, bool moves,
          const std::function<void()>& begin) {
@@ -197,7 +203,7 @@ void Run(Camera& camera, PTZContinuousControl& control, const Arguments& argumen
     problem = std::current_exception();
   }
   if (arguments.Duration || (camera.InMotion && Interrupted())) {
-    control.StopContinuous();
+    StopMotion(control);
     camera.InMotion = false;
   }
   if (!camera.InMotion) ReleaseInterrupts();
@@ -515,9 +521,8 @@ Outcome ContinuousZoom(Camera& camera, const Arguments& arguments) {
 
 Outcome Stop(Camera& camera, const Arguments&) {
   // The position is read afterwards only: nothing comes before a stop.
-  auto outcome =
-      CarryOutOn<PTZContinuousControl>(camera, "PTZContinuousControl", {"stop", "Stopped", {}, Shown::After},
-                                       [](PTZContinuousControl& control) { control.StopContinuous(); });
+  auto outcome = CarryOutOn<PTZContinuousControl>(camera, "PTZContinuousControl",
+                                                  {"stop", "Stopped", {}, Shown::After}, StopMotion);
   if (outcome.Result == Result::Done) {
     camera.InMotion = false;
     if (!Interrupted()) ReleaseInterrupts();

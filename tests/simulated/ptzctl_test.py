@@ -272,6 +272,15 @@ class OtherConnections(unittest.TestCase):
         self.assertEqual(code, 3)
         self.assertIn(line.address, out + err, "names the line that is not there")
 
+    def test_a_make_whose_own_stop_sends_nothing(self):
+        with Camera(make="sony") as camera:
+            options = "--driver", "sony", "--address", camera.address
+            self.assertEqual(ptzctl(*options, "run", "continuous 5 0 --for 1ms", "stop")[0], 0)
+            camera.wait_for_requests(10)  # five inquiries, the motion, and twice two stops
+            commands = [request["body"] for request in camera.ask("log")["requests"] if request["body"]]
+            stop = "ContinuousPanTiltZoom=0,0,0,Image1"
+            self.assertEqual(commands, ["ContinuousPanTiltZoom=20,0,0,Image1"] + 4 * [stop])
+
     def test_a_unit_on_a_raw_connection(self):
         with Camera(make="secubest") as unit:
             camera = "--driver", "secubest", "--address", unit.address
