@@ -3,6 +3,7 @@
 namespace ptzd {
 
 /// Continuous motion until told otherwise. Speeds are signed, in the driver's own scale; 0 stops the axis.
+/// On every make `ContinuousMove(0, 0)` ends the motion of the head and `ContinuousZoom(0)` that of the zoom.
 /// Called on the interface itself, every member does nothing.
 class PTZContinuousControl {
  public:
@@ -10,6 +11,7 @@ class PTZContinuousControl {
 
   virtual void ContinuousMove(float pan, float tilt);
   virtual void ContinuousZoom(float amount);
+  /// Both of these, head first; Sony's sends nothing, on purpose.
   virtual void StopContinuous();
 };
 

@@ -14,9 +14,10 @@ namespace ptzd {
 /// itself, every member does nothing and answers 0, False or empty.
 ///
 /// A device is used by one thread at a time. Members block until the camera has answered or the request
-/// failed. Only `Connect` raises errors for a device's failure; every member raises 6 (overflow) for an
-/// argument that does not fit the camera's numbers, and some drivers 91 for want of a line or of options
-/// (`DriverData`).
+/// failed. A camera's failure is an answer and no error, except in `Connect`, in Vivotek's presets (17001,
+/// 13104, 13106), in what reads Sanyo's position (9) and on a Pelco line (57, 8018). Every member raises 6
+/// (overflow) for a number, an argument's or the camera's, that does not fit, 13 for an option that it reads
+/// and that is not of its kind, and some drivers' 91 for want of a line or of options (`DriverData`).
 class PTZDevice {
  public:
   virtual ~PTZDevice() = default;

@@ -13,8 +13,9 @@ class PTZNamedPresets {
   virtual ~PTZNamedPresets() = default;
 
   /// The presets in the order the device lists them, each with an ID of its own. Raises a `PTZErrors` number
-  /// where the device cannot be asked, 457 where it lists an ID twice.
+  /// or one of `HTTPClient`'s where the device cannot be asked, 457 where it lists an ID twice.
   virtual std::vector<PTZNamedPreset> GetNamedPresets();
+  /// Vivotek's raises likewise.
   virtual void GotoNamedPreset(const std::string& id);
 };
 
