@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Words.h"
+#include "common/Credentials.h"
 #include "common/Numbers.h"
 
 namespace ptzctl {
@@ -160,6 +161,8 @@ void Report::Show(const Outcome& outcome) const {
   std::cout << JsonOf(outcome).dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
 }
 
-void Report::Warn(const std::string& text) const { std::cerr << "ptzctl: warning: " << text << std::endl; }
+void Report::Warn(const std::string& text) const {
+  std::cerr << "ptzctl: warning: " << ptzd::MaskCredentials(text) << std::endl;
+}
 
 }  // namespace ptzctl

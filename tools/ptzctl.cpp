@@ -5,6 +5,7 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <span>
 #include <string_view>
 
 #include "Camera.h"
@@ -16,6 +17,8 @@
 #include "Operations.h"
 #include "Report.h"
 #include "Words.h"
+#include "common/Credentials.h"
+#include "contract/AddressLogins.h"
 
 namespace {
 
@@ -25,7 +28,7 @@ Outcome UsageOutcome(const std::string& operation, const std::string& text) {
   Outcome outcome;
   outcome.Operation = operation;
   outcome.Result = Result::Usage;
-  outcome.Text = text;
+  outcome.Text = ptzd::MaskCredentials(text);  // it quotes what was typed
   return outcome;
 }
 
@@ -156,7 +159,21 @@ Result Perform(const Invocation& invocation, const Report& report) {
   }
 }
 
+/// The logins in the words of a command line, which may be quoted before any driver knows them. A word may
+/// begin with "--address=" or "Address=".
+std::vector<ptzd::Login> LoginsIn(std::span<char*> words) {
+  std::vector<ptzd::Login> logins;
+  for (std::string_view word : words) {
+    word.remove_prefix(word.substr(0, word.find(':')).rfind('=') + 1);
+    for (const auto& spelling : {std::string(word), Printable(word)})
+      std::ranges::move(ptzd::LoginsOf(spelling), std::back_inserter(logins));
+  }
+  return logins;
+}
+
 Result Main(int argc, char** argv) {
+  ptzd::MaskedLogins logins;
+  logins.Set(LoginsIn({argv + 1, argv + argc}));
   // An error in the command line is told in JSON too where that was asked for.
   Report report(std::any_of(argv + 1, argv + argc, [](std::string_view word) { return word == "--json"; }));
   try {

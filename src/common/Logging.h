@@ -11,12 +11,8 @@ void LogMessage(std::string_view message);
 
 using LogSink = std::function<void(std::string_view)>;
 
-/// Attaches a sink that is handed every message, with credentials masked; an empty one detaches. The sink is
-/// called on the thread that logs, one message at a time, and must not log itself.
+/// Attaches a sink that is handed every message as `MaskCredentials` shows it; an empty one detaches. The
+/// sink is called on the thread that logs, one message at a time, and must not log itself.
 void SetLogSink(LogSink sink);
-
-/// The text with credentials replaced by "***": what stands before the "@" of an address, and the values of
-/// the query parameters "usr" and "pwd".
-std::string MaskCredentials(std::string_view text);
 
 }  // namespace ptzd

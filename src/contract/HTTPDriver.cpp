@@ -4,6 +4,7 @@
 
 #include "common/Logging.h"
 #include "common/Numbers.h"
+#include "contract/AddressLogins.h"
 #include "contract/PTZErrors.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"
@@ -23,7 +24,8 @@ HTTPStatus StatusOf(const HTTPClient& client) {
 
 void RequireStatusOK(const HTTPClient& client) {
   const auto status = StatusOf(client);
-  if (status.Code != "200") Raise(PTZErrorConnectionFailed, "Received HTTP error " + status.Text);
+  if (status.Code != "200")
+    Raise(PTZErrorConnectionFailed, "Received HTTP error " + MaskCredentials(status.Text));
 }
 
 void LogPositionNotRead(const Error& error) { LogMessage("Position not read. " + error.Description()); }
@@ -41,6 +43,11 @@ void HTTPDriver::OpenOptions(std::span<const std::uint8_t> contents) {
   LastMove_ = {}, LastZoom_ = {};  // a motion that is held goes on behind a reconnect
   Options_ = {};
   Options_.Contents(contents);
+  try {
+    Logins_.Set(LoginsOf(Options_.Text("Address")));
+  } catch (const Error&) {
+    Logins_.Set({});  // no text, so without a login; who needs the address raises that
+  }
 }
 
 std::string HTTPDriver::Url(std::string_view path) const {

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/Credentials.h"
 #include "common/Error.h"
 #include "contract/LastMotion.h"
 #include "contract/PropertyBag.h"
@@ -71,6 +72,7 @@ class HTTPDriver {
 
   /// Begins a `Connect`: not connected and told of no motion from here on, and the new options hold even if
   /// they cannot be read.
+  /// The login of their address is masked in every message until the next.
   void OpenOptions(std::span<const std::uint8_t> contents);
 
   /// "http://", the option Address as it stands, and the path.
@@ -95,6 +97,7 @@ class HTTPDriver {
   LastMotion<std::string> LastMove_, LastZoom_;
 
  private:
+  MaskedLogins Logins_;
   RequestStyle Style_;
   Clock& Clock_;
 };

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "common/Credentials.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
 #include "contract/CommandTable.h"
@@ -170,7 +171,7 @@ void Panasonic::SetUp(std::string_view information) {
   const auto* model = Model::Find(camera.Name);
   if (model == nullptr)
     Raise(PTZErrorUnrecognisedDevice,
-          "The Panasonic " + camera.Name + " is not currently recognised by Quorvane.");
+          "The Panasonic " + MaskCredentials(camera.Name) + " is not currently recognised by Quorvane.");
 
   const bool takesAngles = !model->ClicksOnly && camera.Firmware > LastWithoutAngles;
   if (takesAngles) LogMessage("Using new API version");

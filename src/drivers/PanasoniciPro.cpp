@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "contract/PTZErrors.h"
 #include "drivers/PanasonicName.h"
@@ -110,7 +111,7 @@ bool PanasoniciPro::Connect(std::span<const std::uint8_t> options) {
   Model_ = Model::Find(UpperCaseName(name));
   if (Model_ == nullptr)
     Raise(PTZErrorUnrecognisedDevice,
-          "The Panasonic iPro " + name + " is not currently recognised by Quorvane.");
+          "The Panasonic iPro " + MaskCredentials(name) + " is not currently recognised by Quorvane.");
 
   ReadPosition();
   if (Options_.Boolean("Reset", false)) SetPosition({0, 0, Current_.Zoom});

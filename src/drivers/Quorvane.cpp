@@ -5,6 +5,7 @@
 
 #include <set>
 
+#include "common/Credentials.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
 #include "contract/PTZErrors.h"
@@ -191,11 +192,11 @@ std::vector<PTZNamedPreset> Quorvane::GetNamedPresets() {
   const auto code = Client_.GetResultCode(message);
   if (code == "401") Raise(PTZErrorAuthenticationFailure, "Invalid authentication details");
   if (code.empty()) Raise(PTZErrorConnectionFailed, "Unrecognised HTTP reply");
-  if (code != "200") Raise(PTZErrorConnectionFailed, "HTTP error " + code + " " + message);
+  if (code != "200") Raise(PTZErrorConnectionFailed, "HTTP error " + code + " " + MaskCredentials(message));
 
   XmlDocument document;
   if (!document.LoadXml(DecodeBytes(reply, CodePage1252)))
-    throw Error(document.ParseError().ErrorCode, document.ParseError().Reason, "MS XML");
+    throw Error(document.ParseError().ErrorCode, MaskCredentials(document.ParseError().Reason), "MS XML");
   std::vector<PTZNamedPreset> presets;
   std::set<std::string> ids;
   for (const auto* preset : document.DocumentElement()->SelectNodes("preset")) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 
+#include "common/Credentials.h"
 #include "common/Error.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
@@ -176,7 +177,8 @@ bool Sony::Connect(std::span<const std::uint8_t> options) {
   if (head.ReportsPtzf()) head.Read(Inquire(PtzfPath), PtzfTiltRangeKey);
   if (head.ModelName.empty()) Raise(PTZErrorConnectionFailed, NoInformation);
   const auto* model = Model::Find(head.ModelName);
-  if (model == nullptr) Raise(PTZErrorUnrecognisedDevice, "Unrecognised model: " + head.ModelName);
+  if (model == nullptr)
+    Raise(PTZErrorUnrecognisedDevice, "Unrecognised model: " + MaskCredentials(head.ModelName));
   head.Apply(*model);
 
   if (head.Has(CapabilityPan)) {

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <set>
 
+#include "common/Credentials.h"
 #include "common/Error.h"
 #include "common/Logging.h"
 #include "common/Numbers.h"
@@ -143,7 +144,7 @@ bool Vivotek::Connect(std::span<const std::uint8_t> options) {
       LogMessage("Camera model: " + std::string(value));
       model = Model::Find(value);
       if (model == nullptr)
-        Raise(PTZErrorUnrecognisedDevice, "Unrecognized model number: " + std::string(value));
+        Raise(PTZErrorUnrecognisedDevice, "Unrecognized model number: " + MaskCredentials(value));
     } else if (key == "ptzenabled") {
       // The camera's number is taken as it stands, whatever its bits mean there.
       bits = static_cast<ptzd::Capabilities>(ToInt32(Val(value)));

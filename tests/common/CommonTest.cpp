@@ -3,6 +3,7 @@
 #include <cmath>
 #include <thread>
 
+#include "common/Credentials.h"
 #include "common/DirectionCalculator.h"
 #include "common/Logging.h"
 #include "common/TimeDiffMod.h"
@@ -66,6 +67,25 @@ TEST(Logging, MasksCredentialsOnTheWayToTheSink) {
            {"http://[::1]:80/a@b", "http://[::1]:80/a@b"},
        })
     EXPECT_EQ(MaskCredentials(message), seen);
+
+  // Of the logins that are held no part is seen, whatever they look like.
+  MaskedLogins logins, others;
+  logins.Set({{"bob", "se cr\tet/1"}, {"me", "a"}, {"root", "100%"}});
+  others.Set({{"me", "a"}, {"bob", "pa@ss"}});
+  others.Set({});
+  for (const auto& [message, seen] : {
+           Row{"http://bob:se cr\tet/1@hPhttp://bob:se cr\tet/1@h/x", "http://***@hPhttp://***@h/x"},
+           {"to bob:se%20cr%09et%2f1@h, se+cr%2509et%252F1.", "to ***@h, ***."},
+           {"?pwd=se cr\tet/1 usr=me pwd=a&pan=1a", "?pwd=*** usr=*** pwd=***&pan=1a"},
+           {"a me@h, me:a@h, me%3Aa%40h", "a me@h, ***@h, ***@h"},
+           {"root.PTZ camera=root, /root/x user root: 100%", "root.PTZ camera=***, /root/x user ***: ***"},
+           {"group%3Droot%26 100%25 http://h/root", "group%3D***%26 *** http://h/root"},
+           {"pa@ss", "pa@ss"},
+       })
+    EXPECT_EQ(MaskCredentials(message), seen);
+  others.Set({{"error", "http"}});
+  EXPECT_EQ(MaskCredentials("Request error 6, an error of http"), "Request error 6, an *** of ***");
+  others.Set({});
 
   std::string seen;
   SetLogSink([&](std::string_view message) { seen += message; });

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "common/Logging.h"
 #include "contract/PTZErrors.h"
 #include "contract/PTZMoveInImage.h"
 #include "contract/PropertyBag.h"
@@ -10,6 +11,7 @@
 #include "support/FakeSerialPort.h"
 #include "support/FakeSocket.h"
 #include "support/Options.h"
+#include "transport/HTTP.h"
 
 namespace ptzd {
 
@@ -281,6 +283,50 @@ TEST_P(EveryDriver, AMotionThatIsHeldThroughAReconnectGoesOn) {
       EXPECT_TRUE(!again || sent == first) << sent << " instead of " << first;
       first = sent;
     }
+  }
+}
+
+TEST_P(EveryDriver, TellsNobodyTheLogin) {
+  const auto tellsNobody = [&](const std::string& password, const FakeReply& reply, bool works) {
+    std::string told;
+    SetLogSink([&](std::string_view line) { (told += line) += '\n'; });
+    Internet.Answer = [&](const auto& request) { return works ? AnswerOfAnyMake(request) : reply; };
+    const auto call = [&](const auto& member) { (told += ErrorOf(member)) += '\n'; };
+    call([&] {
+      (void)Driver->Connect(test::CameraOptions({{"COMPort", 1}, {"Feed", std::string("3")}},
+                                                "Us3r:" + password + "@10.0.0.5"));
+    });
+    for (const auto answers : {works, false}) {
+      works = answers;
+      for (const auto& row : BooleanMembers()) call([&] { row.Call(*Driver); });
+      call([&] { Driver->SetPanTilt(1, 2), Driver->Pan(), Driver->Tilt(); });
+      if (auto* device = Held.Device2) call([&] { device->MoveTo(1, 2, 3), device->Zoom(ZoomIn, 1); });
+      if (auto* device = Held.Continuous)
+        for (const float speed : {5.0F, 0.0F})
+          call([&] { device->ContinuousMove(speed, 0), device->ContinuousZoom(speed); });
+      if (auto* presets = Held.NamedPresets) {
+        call([&] { presets->GetNamedPresets(); });
+        call([&] { presets->GotoNamedPreset("1"); });
+      }
+    }
+    SetLogSink({});
+    EXPECT_EQ(told.find("Secret"), std::string::npos) << told;
+    EXPECT_EQ(told.find("Us3r"), std::string::npos) << told;
+  };
+  Sockets.ConnectError = 0;
+  Ports.Line.Plugged = true;
+  for (const std::string password : {"t0pSecret", "aSecret bSecret\tcSecret/dSecret@e:Secret%fSecret",
+                                     "aSecret%20bSecret%3a%c3%A9Secret%25"}) {
+    const auto echo = "Us3r may not: http://Us3r:" + password + "@h/?usr=Us3r&pwd=" + UrlEncode(password);
+    tellsNobody(password, {}, true);
+    tellsNobody(password, {.Answers = false}, false);
+    tellsNobody(password, {echo, "HTTP/1.1 401 " + echo}, false);
+    tellsNobody(password, {echo, "HTTP/1.1 404 " + echo}, false);
+    tellsNobody(password, {"<" + password + "></x>"}, false);
+    std::string identity;
+    for (const char* name : {"&ModelName=", "ModelName:", "NAME=", "model="})
+      identity += name + password + "&\r\n";
+    tellsNobody(password, {identity + "ptzenabled=3\r\n"}, false);
   }
 }
 

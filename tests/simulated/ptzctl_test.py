@@ -333,6 +333,18 @@ class Credentials(unittest.TestCase):
                             for secret in ("operator", "se%40", "se@", "%3Aet", "%3Bet"):
                                 self.assertNotIn(secret, out + err)
 
+    def test_blanks_and_second_addresses_hide_nothing(self):
+        for driver, feed in (("sony", ()), ("vivotek", ()), ("quorvane", ("-o", "Feed=3"))):
+            with Camera(make=driver) as camera:
+                login = f"operator:se cr\tet@{camera.address}"
+                for form in ([], ["--json"], ["--trace"]):
+                    for words in (["run", "info", "move up", "move " + login], ["move", login], [login]):
+                        with self.subTest(driver, form=form, words=words):
+                            code, out, err = ptzctl(*form, "--driver", driver, *feed, "--address", login, *words)
+                            self.assertEqual(code, 2 if login in words[-1] else 0, err)
+                            for secret in ("operator", "se cr", "et@"):
+                                self.assertNotIn(secret, out + err)
+
 
 if __name__ == "__main__":
     # A parent may have it ignored, and then the children would ignore it too.
