@@ -58,8 +58,8 @@ class HTTPClient {
 
   /// The agent text set; empty means "Qelto HTTP Client Object".
   const std::string& UserAgent() const { return AgentText_; }
-  /// Opens both sessions anew: kept connections and cookies are gone and the time-outs are the defaults
-  /// again.
+  /// Opens both sessions anew: the time-outs are the defaults again, and kept connections and cookies are
+  /// gone. Not so on Windows, where cookies and logins belong to the process.
   void UserAgent(const std::string& newUserAgent);
 
   /// Receive time-out of later blocking requests, in milliseconds.
