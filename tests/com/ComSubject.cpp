@@ -150,6 +150,17 @@ class ContinuousControl final : public PTZContinuousControl {
   Ref<::_PTZContinuousControl> Camera_;
 };
 
+std::vector<Variant> Copy(SAFEARRAY* values) {
+  std::vector<Variant> copies;
+  for (LONG i = 0; static_cast<ULONG>(i) < values->rgsabound[0].cElements; ++i) {
+    Value value;
+    Check(SafeArrayGetElement(values, &i, &value));
+    copies.push_back(com::FromVariant(value));
+  }
+  SafeArrayDestroy(values);
+  return copies;
+}
+
 PTZOption Copy(::_PTZOption& option) {
   BSTR name = nullptr, description = nullptr;
   LONG type = 0;
@@ -161,8 +172,8 @@ PTZOption Copy(::_PTZOption& option) {
   PTZOption copy;
   // A descriptor without a name was never given anything.
   if (SysStringLen(name) != 0)
-    copy.Init(com::Utf8(name), com::Utf8(description), static_cast<OptionTypes>(type), {},
-              com::FromVariant(value));
+    copy.Init(com::Utf8(name), com::Utf8(description), static_cast<OptionTypes>(type),
+              Copy(Ask<SAFEARRAY*>([&](auto* r) { return option.get_Values(r); })), com::FromVariant(value));
   SysFreeString(name);
   SysFreeString(description);
   return copy;
@@ -269,6 +280,9 @@ Subject CreateSubject(const DriverClass& driver, const Platform& platform) {
   subject.Continuous = Adopt<::_PTZContinuousControl>(*object.Get(), hosted->Continuous);
   subject.Options = Adopt<::_PTZOptions>(*object.Get(), hosted->TheOptions);
   subject.NamedPresets = Adopt<::_PTZNamedPresets>(*object.Get(), hosted->Presets);
+  Ref<::_PTZMoveInImage> inImage;
+  subject.MovesInImage =
+      SUCCEEDED(object->QueryInterface(__uuidof(::_PTZMoveInImage), reinterpret_cast<void**>(inImage.Out())));
   return subject;
 }
 

@@ -1,3 +1,4 @@
+#include "contract/PTZMoveInImage.h"
 #include "contract/Subject.h"
 
 namespace ptzd::test {
@@ -9,7 +10,8 @@ Subject CreateSubject(const DriverClass& driver, const Platform& platform) {
           .Device2 = dynamic_cast<PTZDevice2*>(device.get()),
           .Continuous = dynamic_cast<PTZContinuousControl*>(device.get()),
           .Options = dynamic_cast<PTZOptions*>(device.get()),
-          .NamedPresets = dynamic_cast<PTZNamedPresets*>(device.get())};
+          .NamedPresets = dynamic_cast<PTZNamedPresets*>(device.get()),
+          .MovesInImage = dynamic_cast<PTZMoveInImage*>(device.get()) != nullptr};
 }
 
 }  // namespace ptzd::test

@@ -19,6 +19,7 @@ struct Subject {
   PTZContinuousControl* Continuous = nullptr;
   PTZOptions* Options = nullptr;
   PTZNamedPresets* NamedPresets = nullptr;
+  bool MovesInImage = false;
 };
 
 /// The driver itself, or what a COM host has of it, as the program is linked.
