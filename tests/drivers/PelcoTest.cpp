@@ -349,13 +349,5 @@ TEST(SharedSerialPorts, MapsNumbersToDevices) {
   EXPECT_NE(ThreadSerialPortPool(), nullptr);
 }
 
-TEST_F(PelcoTest, DescribesItself) {
-  EXPECT_EQ(Camera.Capabilities(), 0x6F033F);
-  EXPECT_EQ(Camera.Item(std::string("Baud"))->Values(), (std::vector<Variant>{"2400", "4800", "9600"}));
-  EXPECT_EQ(Camera.Item(1)->OType(), 8200);
-  EXPECT_EQ(Camera.Item(2)->OType(), 8194);
-  EXPECT_EQ(Camera.Item(4)->Values(), (std::vector<Variant>{0, 64}));
-}
-
 }  // namespace
 }  // namespace ptzd
