@@ -13,6 +13,10 @@
 #include <thread>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
+
 #include "common/Logging.h"
 #include "support/Errors.h"
 #include "tests/transport/Camera.h"
@@ -93,15 +97,44 @@ TEST_F(AsyncTest, OneConnectionForCommandsOneAfterTheOther) {
   EXPECT_EQ(Camera_.Log().ConnectionsOpened(), 1);
 }
 
-// A stop must not queue behind the replies that a camera holds back.
-TEST_F(AsyncTest, CommandsReachASilentCameraAtOnceAndInOrder) {
+// Each is written when the one before is answered, over the connection that this gave back. A few more open
+// where the machine is so busy that an answer takes its time.
+TEST_F(AsyncTest, CommandsInARowDoNotOvertakeOneAnother) {
+  if (test::UnderWine()) GTEST_SKIP() << "each request is sent by whichever thread comes first";
+  for (int i = 0; i < 50; ++i) Client_->GetResourceAsync(Camera_.URL(), "", "");
+  ASSERT_TRUE(Completions_.WaitFor(50));
+  EXPECT_LE(Camera_.Log().ConnectionsOpened(), 5);
+}
+
+// A stop must not queue behind the replies that a camera holds back, and those that never come must not use
+// up the descriptors of the process.
+TEST_F(AsyncTest, SilentCameraGetsEveryCommandInOrderAndKeepsFour) {
   Camera_.Faults().Set("silent");
-  for (const auto* target : {"/move1", "/move2", "/move3", "/stop"})
+  std::string expected;
+  for (int i = 0; i < 12; ++i) {
+    const auto target = "/move" + std::to_string(i);
     Client_->GetResourceAsync(Camera_.URL(target), "", "");
-  ASSERT_TRUE(Camera_.Log().WaitForRequests(4));
-  EXPECT_EQ(InOrder(Camera_.Requests()), InOrder("GET /move1\nGET /move2\nGET /move3\nGET /stop\n"));
+    expected += "GET " + target + "\n";
+  }
+  ASSERT_TRUE(Camera_.Log().WaitForRequests(12));
+  EXPECT_EQ(InOrder(Camera_.Requests()), InOrder(expected));
+  EXPECT_TRUE(Completions_.WaitFor(8)) << "the oldest are given up";
   EndWaiting();
-  EXPECT_TRUE(Completions_.WaitFor(4));
+  EXPECT_TRUE(Completions_.WaitFor(12));
+}
+
+// The newest may be a stop, and is tried after the client is gone too; what it stops is not replayed.
+TEST_F(AsyncTest, OfWhatCannotBeWrittenOnlyTheNewestIsStillTried) {
+  if (test::UnderWine()) GTEST_SKIP() << "the system tries all, each on its own";
+  Camera_.Faults().Set("full-accept-queue");
+  for (const auto* target : {"/move1", "/move2", "/stop"})
+    Client_->GetResourceAsync(Camera_.URL(target), "", "");
+  Client_.reset();
+  EXPECT_TRUE(Completions_.WaitFor(2));
+  Camera_.Faults().Clear();
+  EXPECT_TRUE(Completions_.WaitFor(3));
+  ASSERT_TRUE(Camera_.Log().WaitForRequests(1));
+  EXPECT_EQ(Camera_.Requests(), "GET /stop\n");
 }
 
 TEST_F(AsyncTest, WhatIsSentJustBeforeClosingStillArrives) {
@@ -171,6 +204,27 @@ TEST_F(AsyncTest, LoginIsAgreedOnBeforeTheNextCommand) {
   EXPECT_EQ(accepted, "/1/2/3");
 }
 
+TEST_F(AsyncTest, StopWithALoginDoesNotWaitForASilentCamera) {
+  if (test::UnderWine()) GTEST_SKIP() << "logins are the process's";
+  int completed = 0;
+  for (const auto* fault : {"basic=us:p", "digest=us:p"}) {
+    SCOPED_TRACE(fault);
+    Camera_.Log().Clear();
+    Camera_.Faults().Set(fault);
+    Client_->GetResourceAsync(Camera_.URL("/", "us:p"), "", "");
+    ASSERT_TRUE(Completions_.WaitFor(++completed));
+    Camera_.Faults().Set("silent");
+    for (const auto* target : {"/move", "/stop"})
+      Client_->GetResourceAsync(Camera_.URL(target, "us:p"), "", "");
+    ASSERT_TRUE(Camera_.Log().WaitForRequests(4)) << "the first was asked for its login";
+    EXPECT_EQ(Camera_.Log().Requests().back().Target, "/stop");
+    EXPECT_EQ(Camera_.Log().Requests().back().Status, 200);
+    Client_ = std::make_unique<HTTPClient>();
+    ASSERT_TRUE(Completions_.WaitFor(completed += 2));
+    Camera_.Faults().Clear();
+  }
+}
+
 TEST_F(AsyncTest, ClientsSendingAtOnceLoseNothing) {
   constexpr int clients = 3, commands = 150;
   std::vector<std::thread> threads;
@@ -205,6 +259,32 @@ TEST(AsyncExitDeathTest, ProcessEndsWithSendsInFlight) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(ExitWithSendsInFlight(), ::testing::ExitedWithCode(0), "");
 }
+
+#ifndef _WIN32  // has no worker of ours
+[[noreturn]] void ExitAfterSendsWithoutDescriptors() {
+  Camera camera;
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{0, limit.rlim_max};
+  const auto send = [&](const char* body) {
+    HTTPClient client;
+    return test::ErrorOf([&] { client.GetResourceAsync(camera.URL(), "", body); });
+  };
+  setrlimit(RLIMIT_NOFILE, &none);
+  bool asExpected = true;
+  for (const auto* body : {"", "a=1"})
+    asExpected = asExpected && send(body) == "13104 Failed to connect to the HTTP server";
+  asExpected = asExpected && AsyncHandles().Count() == 0 && SystemInternet().OpenHandles() == 0;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  asExpected = asExpected && send("").empty() && camera.Log().WaitForRequests(1);
+  std::exit(asExpected ? 0 : 1);
+}
+
+TEST(AsyncExitDeathTest, SendFailsWhereTheWorkerCannotStart) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(ExitAfterSendsWithoutDescriptors(), ::testing::ExitedWithCode(0), "");
+}
+#endif
 
 }  // namespace
 }  // namespace ptzd

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "common/Logging.h"
 #include "platform/CodePages.h"
 #include "platform/Internet.h"
 #include "platform/RequestText.h"
@@ -114,7 +116,7 @@ class Request final : public Node {
         Context_(context),
         Timeouts_(Parent_->Parent->Limits()) {}
   ~Request() override {
-    if (Async_ && !Async_->complete) AsyncWorker::Instance().Abandon(*Async_);
+    if (Async_ && !Async_->complete) AsyncWorker::Instance().Abandon(Async_);
     Release();
   }
   Kind NodeKind() const override { return NodeKindOf; }
@@ -179,6 +181,8 @@ class Request final : public Node {
   }
 
   std::uint32_t SendAsync(Internet& internet, InternetHandle own) {
+    auto* worker = StartedWorker();  // first, so that nothing else needs it where there is none
+    if (worker == nullptr) return ErrorOutOfMemory;
     Async_ = std::make_shared<AsyncRequest>();
     Async_->session = Parent_->Parent->AsyncSide();
     Async_->origin = OriginOfRequest();
@@ -189,7 +193,16 @@ class Request final : public Node {
         callback(internet, own, context, InternetStatusRequestComplete);
     };
     Parent_->HasSent = true;
-    return AsyncWorker::Instance().Send(Async_) ? SystemErrorIOPending : ErrorShutdown;
+    return worker->Send(Async_) ? SystemErrorIOPending : ErrorShutdown;
+  }
+
+  static AsyncWorker* StartedWorker() {
+    try {
+      return &AsyncWorker::Instance();
+    } catch (const std::exception& error) {
+      LogMessage(std::string("Asynchronous requests cannot be sent: ") + error.what());
+      return nullptr;
+    }
   }
 
   void Release() {

@@ -14,14 +14,6 @@ constexpr long MaxKeptConnections = 1'000'000;
 
 std::atomic<long> ConnectionLimit = 0;
 
-/// The time left until `due` as poll takes it, rounded up so that it is not woken just before.
-int MillisecondsUntil(TimePoint due, TimePoint now) {
-  if (due == TimePoint::max()) return -1;
-  if (due <= now) return 0;
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
-  return static_cast<int>(std::min<std::int64_t>(left, std::numeric_limits<int>::max()));
-}
-
 Transfer* OwnerOf(CURL* easy) {
   char* owner = nullptr;
   curl_easy_getinfo(easy, CURLINFO_PRIVATE, &owner);
@@ -50,6 +42,13 @@ Loop::Loop() {
 
 Loop::~Loop() { curl_multi_cleanup(Multi_); }
 
+int Loop::MillisecondsUntil(TimePoint due, TimePoint now) {
+  if (due == TimePoint::max()) return -1;
+  if (due <= now) return 0;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
+  return static_cast<int>(std::min<std::int64_t>(left, std::numeric_limits<int>::max()));
+}
+
 bool Loop::Add(Transfer& transfer) {
   if (const long limit = ConnectionLimit; limit != MaxConnections_) {
     MaxConnections_ = limit;
@@ -60,17 +59,14 @@ bool Loop::Add(Transfer& transfer) {
   return curl_multi_add_handle(Multi_, transfer.Handle()) == CURLM_OK;
 }
 
-void Loop::Remove(Transfer& transfer) {
-  curl_multi_remove_handle(Multi_, transfer.Handle());
-  std::erase_if(Sockets_, [&](const Socket& socket) { return socket.owner == &transfer; });
-}
+void Loop::Remove(Transfer& transfer) { curl_multi_remove_handle(Multi_, transfer.Handle()); }
 
 void Loop::Drive(Transfer& transfer, bool (Transfer::*ready)() const) {
   if ((transfer.*ready)()) return;
   auto now = std::chrono::steady_clock::now();
   transfer.Touch(now);  // what the caller did meanwhile is no delay of the camera's
   while (!(transfer.*ready)()) {
-    now = Wait(now, &transfer, -1, transfer.Deadline());
+    now = Wait(now, transfer);
     if (!(transfer.*ready)() && transfer.Deadline() <= now) transfer.Finish(CURLE_OPERATION_TIMEDOUT);
   }
 }
@@ -100,57 +96,66 @@ void Loop::CloseNow(const Origin& origin) {
   curl_multi_remove_handle(Multi_, closer.Handle());
 }
 
-void Loop::Step(int wakeDescriptor, TimePoint deadline) {
-  Wait(std::chrono::steady_clock::now(), nullptr, wakeDescriptor, deadline);
-}
-
-TimePoint Loop::Wait(TimePoint now, const Transfer* only, int wakeDescriptor, TimePoint deadline) {
+TimePoint Loop::Wait(TimePoint now, const Transfer& transfer) {
   if (TimerDue_ > now) {
     Polled_.clear();
-    for (const auto& socket : Sockets_)
-      if (only == nullptr || socket.owner == only) Polled_.push_back({socket.descriptor, socket.events, 0});
-    if (wakeDescriptor >= 0) Polled_.push_back({wakeDescriptor, POLLIN, 0});
-    poll(Polled_.data(), Polled_.size(), MillisecondsUntil(std::min(TimerDue_, deadline), now));
+    for (const auto& [descriptor, socket] : Sockets_)
+      if (socket.owner == &transfer) Polled_.push_back({descriptor, socket.events, 0});
+    poll(Polled_.data(), Polled_.size(), MillisecondsUntil(std::min(TimerDue_, transfer.Deadline()), now));
 
     now = std::chrono::steady_clock::now();
-    for (const auto& polled : Polled_) {
-      if (polled.revents == 0 || polled.fd == wakeDescriptor) continue;
-      // What libcurl did for the sockets before this one may have closed it.
-      const auto socket = std::ranges::find(Sockets_, polled.fd, &Socket::descriptor);
-      if (socket == Sockets_.end()) continue;
-      if (socket->owner != nullptr) socket->owner->Touch(now);
-      // A socket in error is ready for whatever is tried on it, and trying tells the error.
-      const int ready = polled.revents & (POLLIN | POLLOUT) ? polled.revents : polled.events;
-      Act(polled.fd, (ready & POLLIN ? CURL_CSELECT_IN : 0) | (ready & POLLOUT ? CURL_CSELECT_OUT : 0));
-    }
+    for (const auto& polled : Polled_)
+      if (polled.revents != 0) OnReady(polled.fd, polled.revents, now);
   }
-  if (TimerDue_ <= now) {
-    TimerDue_ = TimePoint::max();
-    Act(CURL_SOCKET_TIMEOUT, 0);
-  }
+  OnTime(now);
   return now;
+}
+
+void Loop::OnReady(curl_socket_t descriptor, int events, TimePoint now) {
+  const auto socket = Sockets_.find(descriptor);
+  // What libcurl did for the sockets before this one may have closed it.
+  if (socket == Sockets_.end()) return;
+  if (auto* owner = socket->second.owner) {
+    owner->Touch(now);
+    Noticed(*owner);
+  }
+  // A socket in error is ready for whatever is tried on it, and trying tells the error.
+  const int ready = events & (POLLIN | POLLOUT) ? events : socket->second.events;
+  Act(descriptor, (ready & POLLIN ? CURL_CSELECT_IN : 0) | (ready & POLLOUT ? CURL_CSELECT_OUT : 0));
+}
+
+void Loop::OnTime(TimePoint now) {
+  if (TimerDue_ > now) return;
+  TimerDue_ = TimePoint::max();
+  Act(CURL_SOCKET_TIMEOUT, 0);
 }
 
 void Loop::Act(curl_socket_t descriptor, int events) {
   int running = 0;
   curl_multi_socket_action(Multi_, descriptor, events, &running);
-  for (int left = 0; const auto* message = curl_multi_info_read(Multi_, &left);)
-    if (message->msg == CURLMSG_DONE) OwnerOf(message->easy_handle)->Finish(message->data.result);
+  for (int left = 0; const auto* message = curl_multi_info_read(Multi_, &left);) {
+    if (message->msg != CURLMSG_DONE) continue;
+    auto& transfer = *OwnerOf(message->easy_handle);
+    transfer.Finish(message->data.result);
+    Noticed(transfer);
+  }
 }
 
 int Loop::OnSocket(CURL* easy, curl_socket_t descriptor, int what, void* loop, void*) {
-  auto& sockets = static_cast<Loop*>(loop)->Sockets_;
-  auto socket = std::ranges::find(sockets, descriptor, &Socket::descriptor);
+  auto& self = *static_cast<Loop*>(loop);
   if (what == CURL_POLL_REMOVE) {
-    if (socket != sockets.end()) sockets.erase(socket);
+    if (self.Sockets_.erase(descriptor) > 0) self.Unwatch(descriptor);
     return 0;
   }
-  auto* owner = OwnerOf(easy);
-  if (socket == sockets.end()) socket = sockets.insert(socket, {descriptor, 0, owner});
-  socket->owner = owner;
-  socket->events =
+  const auto events =
       static_cast<short>((what & CURL_POLL_IN ? POLLIN : 0) | (what & CURL_POLL_OUT ? POLLOUT : 0));
-  if (owner != nullptr) owner->WantsToWrite((what & CURL_POLL_OUT) != 0);
+  auto* owner = OwnerOf(easy);
+  const auto [socket, isNew] = self.Sockets_.insert_or_assign(descriptor, Socket{events, owner});
+  self.Watch(descriptor, socket->second, isNew);
+  if (owner != nullptr) {
+    owner->WantsToWrite((what & CURL_POLL_OUT) != 0);
+    self.Noticed(*owner);
+  }
   return 0;
 }
 

@@ -275,6 +275,7 @@ void Transfer::Begin() {
   BodyRead_ = 0;
   Result_.reset();
   Replies_ = 0;
+  Requests_ = 0;
   Connected_ = WantsToWrite_ = BlockComplete_ = HeadersFinal_ = false;
 }
 
@@ -288,7 +289,8 @@ void Transfer::PrepareRetry(const Message& message) {
 }
 
 void Transfer::Clear() {
-  if (Status() != 401 && Result_ == CURLE_OK) LoginKnown_ = Origin_.authenticates;
+  const bool accepted = HeadersFinal_ && Status() != 401;
+  if (accepted || AnswersChallenge()) LoginKnown_ = Origin_.authenticates;
   Begin();
   if (Headers_.capacity() > MaxKeptBuffer) Headers_ = {};
   if (Body_.capacity() > MaxKeptBuffer) Body_ = {};
@@ -343,8 +345,11 @@ void Transfer::SetTarget(const std::string& object) {
 
 bool Transfer::Written() const {
   if (Over() || HeadersFinal_) return true;
-  return Connected_ && !WantsToWrite_ && (!Origin_.authenticates || LoginKnown_);
+  if (!Connected_ || WantsToWrite_) return false;
+  return !Origin_.authenticates || LoginKnown_ || AnswersChallenge();
 }
+
+bool Transfer::AnswersChallenge() const { return Requests_ > Replies_ && Replies_ > 0 && Status() == 401; }
 
 TimePoint Transfer::Deadline() const {
   if (!Connected_) return TimePoint::max();
@@ -440,6 +445,7 @@ std::size_t Transfer::OnBody(char* data, std::size_t size, std::size_t count, vo
 int Transfer::OnConnected(void* transfer, char*, char*, int, int) {
   auto& self = *static_cast<Transfer*>(transfer);
   self.Connected_ = true;
+  ++self.Requests_;
   self.Touch(std::chrono::steady_clock::now());
   return CURL_PREREQFUNC_OK;
 }

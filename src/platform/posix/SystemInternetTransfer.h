@@ -140,6 +140,8 @@ class Transfer {
   void SetTarget(const std::string& object);
   bool TakeHeader(std::string_view line);
   bool AnotherReplyMayFollow() const;
+  /// True while the request that brings the login asked for is on its way.
+  bool AnswersChallenge() const;
   long Status() const;
 
   template <typename Value>
@@ -164,7 +166,8 @@ class Transfer {
   std::size_t BodyRead_ = 0;
   std::optional<CURLcode> Result_;
   TimePoint LastProgress_;
-  int Replies_ = 0;  ///< header blocks other than 1xx
+  int Requests_ = 0;  ///< begun: more than one where a login is asked for, or the camera redirects
+  int Replies_ = 0;   ///< header blocks other than 1xx
   bool KeepsBody_ = true;
   bool Connected_ = false;
   bool WantsToWrite_ = false;

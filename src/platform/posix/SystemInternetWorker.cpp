@@ -1,14 +1,12 @@
 #include "platform/posix/SystemInternetWorker.h"
 
 #include <sched.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
-#include <utility>
+#include <exception>
+#include <string>
 
+#include "common/Logging.h"
 #include "platform/Internet.h"
 
 namespace ptzd::internet {
@@ -17,6 +15,19 @@ namespace {
 
 /// How long the end of the process may wait for requests that are not written yet.
 constexpr std::chrono::milliseconds ExitGrace{500};
+/// How long a request waits for the answer to the one before it.
+struct AnswerWait {
+  std::chrono::milliseconds usual;
+  std::chrono::milliseconds pressed;  ///< where it has waited for `Patience` already, behind others
+};
+constexpr AnswerWait WaitForAnswer{std::chrono::milliseconds(100), std::chrono::milliseconds(25)};
+/// Of a camera that is silent: only as long as it may take to see which request came first.
+constexpr AnswerWait WaitForSilent{std::chrono::milliseconds(10), std::chrono::milliseconds(0)};
+constexpr std::chrono::milliseconds Patience{100};
+/// How long a request may take to be written once others wait behind it.
+constexpr std::chrono::seconds WriteWait{5};
+/// Requests that one session has on the wire.
+constexpr std::size_t MaxOnWire = 4;
 
 /// Keeps this thread, when it is woken, from taking the processor away from who handed a request over, who
 /// would then wait for it as for a blocking request. It runs where a processor is free, else once the sender
@@ -30,8 +41,20 @@ void YieldToSenders() {
 
 }  // namespace
 
-void AsyncSession::FreeIfDone() {
-  if (closed && inFlight == 0 && waiting.empty()) channel.reset();
+TimePoint AsyncSession::NextStart() const {
+  if (latest == nullptr) return TimePoint::min();
+  if (!latest->writtenAt) return TimePoint::max();
+  const auto written = *latest->writtenAt;
+  const auto& wait = silent ? WaitForSilent : WaitForAnswer;
+  return std::min(written + wait.usual,
+                  std::max(waiting.front()->handedOverAt + Patience, written + wait.pressed));
+}
+
+TimePoint AsyncSession::Due() const {
+  auto due = TimePoint::max();
+  for (const auto& request : onWire) due = std::min(due, request->transfer->Deadline());
+  if (waiting.empty() || ready) return due;
+  return std::min(due, latest->writtenAt ? NextStart() : latest->startedAt + WriteWait);
 }
 
 AsyncWorker& AsyncWorker::Instance() {
@@ -43,72 +66,75 @@ AsyncWorker& AsyncWorker::Instance() {
   return worker;
 }
 
-AsyncWorker::AsyncWorker() : WakeDescriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (WakeDescriptor_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-  InitialiseLibrary();  // here, so that what it undoes at exit comes after the end of the thread
-  Thread_ = std::thread([this] { Run(); });
-}
+// The loop has initialised libcurl before the thread starts, so that what that undoes at exit comes after the
+// end of the thread.
+AsyncWorker::AsyncWorker() : Thread_([this] { Run(); }) {}
 
-bool AsyncWorker::Send(std::shared_ptr<AsyncRequest> request) {
+bool AsyncWorker::Send(RequestPointer request) {
+  request->handedOverAt = std::chrono::steady_clock::now();
   return Post([request = std::move(request)](AsyncWorker& worker) {
-    request->session->waiting.push_back(request);
-    worker.StartNext(request->session);
+    const auto session = request->session;
+    session->waiting.push_back(request);
+    worker.Serve(session);
+    if (session->ready) worker.Ready_.splice(worker.Ready_.begin(), worker.Ready_, *session->ready);
   });
 }
 
-void AsyncWorker::Abandon(AsyncRequest& request) {
-  request.abandoned = true;
-  Wake();
+void AsyncWorker::Abandon(RequestPointer request) {
+  Post([request = std::move(request)](AsyncWorker& worker) {
+    const auto session = request->session;
+    if (!session) return;
+    worker.End(request);
+    worker.Serve(session);
+  });
 }
 
-void AsyncWorker::Close(std::shared_ptr<AsyncSession> session) {
+void AsyncWorker::Close(SessionPointer session) {
   // Taken along to the thread, so that what the session has there is freed there.
-  Post([session = std::move(session)](AsyncWorker&) {
+  Post([session = std::move(session)](AsyncWorker& worker) {
     session->closed = true;
-    session->FreeIfDone();
+    worker.Serve(session);
   });
 }
 
 bool AsyncWorker::Post(Job job) {
-  bool sleeping = false;
-  {
-    const std::lock_guard lock(Mutex_);
-    if (Stopping_) return false;
-    sleeping = Inbox_.empty();
-    Inbox_.push_back(std::move(job));
-  }
-  if (sleeping) Wake();
+  // Woken under the lock: once the process is ending, the thread takes the loop along.
+  const std::lock_guard lock(Mutex_);
+  if (Stopping_) return false;
+  Inbox_.push_back(std::move(job));
+  if (Inbox_.size() == 1) Loop_->Wake();
   return true;
-}
-
-void AsyncWorker::Wake() {
-  // Fails only where the counter is full, and then the thread wakes anyhow.
-  [[maybe_unused]] const int result = eventfd_write(WakeDescriptor_, 1);
 }
 
 void AsyncWorker::Stop() {
   {
     const std::lock_guard lock(Mutex_);
     Stopping_ = true;
+    Loop_->Wake();
   }
-  Wake();
   Thread_.join();
 }
 
 void AsyncWorker::Run() {
   YieldToSenders();
-  Loop_ = std::make_shared<Loop>();
+  Loop_->Adopt();
   while (TakeJobs()) {
-    Loop_->Step(WakeDescriptor_, NextDeadline());
-    FinishOver();
+    StartSome();
+    const auto due = Schedule_.empty() ? TimePoint::max() : Schedule_.begin()->first;
+    for (const auto* transfer : Loop_->Step(Ready_.empty() ? std::min(due, GiveUpAt_) : TimePoint::min()))
+      if (const auto found = OnWire_.find(transfer); found != OnWire_.end())
+        Serve(SessionPointer(found->second));
+    ServeDue();
   }
-  GiveUpAll();
+  while (!Schedule_.empty()) {
+    const auto session = Schedule_.begin()->second;
+    EndAll(*session);
+    Serve(session);
+  }
   Loop_.reset();
 }
 
 bool AsyncWorker::TakeJobs() {
-  eventfd_t count = 0;
-  eventfd_read(WakeDescriptor_, &count);
   std::vector<Job> jobs;
   bool stopping = false;
   {
@@ -117,92 +143,122 @@ bool AsyncWorker::TakeJobs() {
     stopping = Stopping_;
   }
   for (const auto& job : jobs) job(*this);
-  FinishOver();
   if (!stopping) return true;
 
   const auto now = std::chrono::steady_clock::now();
   if (GiveUpAt_ == TimePoint::max()) GiveUpAt_ = now + ExitGrace;
-  const auto unwritten = [](const auto& request) { return request->session->writing == request.get(); };
-  return now < GiveUpAt_ && std::ranges::any_of(Active_, unwritten);
+  return now < GiveUpAt_ &&
+         std::ranges::any_of(Schedule_, [](const auto& entry) { return entry.second->Unwritten(); });
 }
 
-/// Takes part in owning the session: a request that is completed at once may have been its last owner.
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
-void AsyncWorker::StartNext(std::shared_ptr<AsyncSession> owned) {
-  auto& session = *owned;
-  while (session.writing == nullptr && !session.waiting.empty()) {
-    const auto request = std::move(session.waiting.front());
-    session.waiting.pop_front();
-    if (!session.channel) session.channel = std::make_shared<Channel>(session.agent);
-    request->transfer = session.channel->Take(request->origin);
-    // One connection is enough to keep.
-    request->transfer->KeepsConnection(session.inFlight++ == 0);
-    if (request->abandoned ||
-        request->transfer->Prepare(request->message, request->timeouts, false) != SystemErrorNone ||
-        !Loop_->Add(*request->transfer)) {
-      Complete(request);
-      continue;
-    }
-    session.writing = request.get();
-    Active_.push_back(request);
-  }
+/// Few requests at a time, so that one which is handed over meanwhile need not wait for all the others: in
+/// turns of the session that was handed one last, for that may be a stop, and of the one that waits longest.
+void AsyncWorker::StartSome() {
+  if (!Ready_.empty()) Start(SessionPointer(Ready_.front()));
+  if (!Ready_.empty()) Start(SessionPointer(Ready_.back()));
 }
 
-void AsyncWorker::FinishOver() {
+void AsyncWorker::ServeDue() {
+  const auto end = Schedule_.upper_bound(std::chrono::steady_clock::now());
+  std::vector<SessionPointer> due;
+  for (auto entry = Schedule_.begin(); entry != end; ++entry) due.push_back(entry->second);
+  for (const auto& session : due) Serve(session);
+}
+
+void AsyncWorker::Serve(const SessionPointer& session) {
   const auto now = std::chrono::steady_clock::now();
-  // By position: a request that is written lets the next one of its session in at the end.
-  for (std::size_t i = 0; i < Active_.size();) {
-    const auto request = Active_[i];
-    auto& transfer = *request->transfer;
-    const auto session = request->session;
-    const bool late = transfer.Deadline() <= now;
-    const bool written = transfer.Written() || late || request->abandoned;
-    const bool over = transfer.Over() || late || request->abandoned || (written && session->closed);
-    if (over) {
-      Loop_->Remove(transfer);
-      if (transfer.NeedsRetry() && !session->closed) {
-        transfer.PrepareRetry(request->message);
-        if (Loop_->Add(transfer)) continue;
-      }
-      Active_.erase(Active_.begin() + static_cast<std::ptrdiff_t>(i));
-    } else {
-      ++i;
+  for (const auto& request : std::vector(session->onWire)) Check(request, now);
+
+  if (const auto* latest = session->latest) {
+    if (latest->writtenAt && *latest->writtenAt + WaitForAnswer.usual <= now) session->silent = true;
+    if (!latest->writtenAt && latest->startedAt + WriteWait <= now && !session->waiting.empty()) {
+      // The newest may be a stop, and what it is to stop may have been written before.
+      End(session->onWire.back());
+      while (session->waiting.size() > 1) End(session->waiting.front());
     }
-    if (written && session->writing == request.get()) {
-      session->writing = nullptr;
-      StartNext(session);
-    }
-    if (over) Complete(request);
   }
+  if (session->onWire.empty()) session->silent = false;
+
+  if (!session->ready && !session->waiting.empty() && session->NextStart() <= now)
+    session->ready = Ready_.insert(Ready_.begin(), session);
+
+  const bool busy = !session->onWire.empty() || !session->waiting.empty();
+  const auto due = session->Due();
+  if (session->schedule && (!busy || (*session->schedule)->first != due))
+    Schedule_.erase(*std::exchange(session->schedule, std::nullopt));
+  if (busy && !session->schedule) session->schedule = Schedule_.emplace(due, session);
+  // Nothing is kept for later requests once none can come.
+  if (session->closed && !busy) session->channel.reset();
 }
 
-void AsyncWorker::Complete(const std::shared_ptr<AsyncRequest>& request) {
+void AsyncWorker::Check(const RequestPointer& request, TimePoint now) {
+  auto& session = *request->session;
+  auto& transfer = *request->transfer;
+  if (transfer.NeedsRetry() && transfer.Over() && !session.closed) {
+    Loop_->Remove(transfer);
+    transfer.PrepareRetry(request->message);
+    request->writtenAt.reset();
+    if (Loop_->Start(transfer)) return;
+  }
+  if (transfer.Over()) session.silent = false;
+  if (!request->writtenAt && transfer.Written()) request->writtenAt = now;
+  const bool isWaitedFor = session.latest == request.get() && !session.waiting.empty();
+  const bool isDone = session.closed && request->writtenAt && !isWaitedFor;
+  if (transfer.Over() || transfer.Deadline() <= now || isDone) End(request);
+}
+
+void AsyncWorker::Start(const SessionPointer& session) {
+  Ready_.erase(*std::exchange(session->ready, std::nullopt));
+  if (session->waiting.empty()) return;
+  const auto request = std::move(session->waiting.front());
+  session->waiting.pop_front();
+  // What a login was agreed on with is known to one transfer alone, and the next request needs it.
+  const std::size_t others = request->origin.authenticates ? 0 : MaxOnWire - 1;
+  while (session->onWire.size() > others) End(session->onWire.front());
+  try {
+    if (!PutOnWire(request)) End(request);
+  } catch (const std::exception& error) {
+    LogMessage(std::string("Asynchronous request failed, ") + error.what());
+    End(request);
+  }
+  Serve(session);
+}
+
+bool AsyncWorker::PutOnWire(const RequestPointer& request) {
+  auto& session = *request->session;
+  if (!session.channel) session.channel = std::make_shared<Channel>(session.agent);
+  request->transfer = session.channel->Take(request->origin);
+  auto& transfer = *request->transfer;
+  OnWire_.emplace(&transfer, request->session);
+  // One connection is enough to keep.
+  transfer.KeepsConnection(session.onWire.empty());
+  session.onWire.push_back(request);
+  session.latest = request.get();
+  request->startedAt = std::chrono::steady_clock::now();
+  return transfer.Prepare(request->message, request->timeouts, false) == SystemErrorNone &&
+         Loop_->Start(transfer);
+}
+
+/// Takes part in owning the request, whose list it leaves.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+void AsyncWorker::End(RequestPointer request) {
   const auto session = std::move(request->session);
-  session->channel->GiveBack(std::move(request->transfer));
-  --session->inFlight;
-  session->FreeIfDone();
+  if (request->transfer) {
+    Loop_->Remove(*request->transfer);
+    OnWire_.erase(request->transfer.get());
+    session->channel->GiveBack(std::move(request->transfer));
+    std::erase(session->onWire, request);
+    if (session->latest == request.get()) session->latest = nullptr;
+  } else {
+    std::erase(session->waiting, request);
+  }
   request->complete = true;
   request->completed();
 }
 
-void AsyncWorker::GiveUpAll() {
-  while (!Active_.empty()) {
-    const auto request = std::move(Active_.back());
-    Active_.pop_back();
-    const auto session = request->session;
-    Loop_->Remove(*request->transfer);
-    Complete(request);
-    for (auto& unsent : std::exchange(session->waiting, {})) {
-      unsent->complete = true;
-      unsent->completed();
-    }
-  }
-}
-
-TimePoint AsyncWorker::NextDeadline() const {
-  auto deadline = GiveUpAt_;
-  for (const auto& request : Active_) deadline = std::min(deadline, request->transfer->Deadline());
-  return deadline;
+void AsyncWorker::EndAll(AsyncSession& session) {
+  while (!session.onWire.empty()) End(session.onWire.back());
+  while (!session.waiting.empty()) End(session.waiting.back());
 }
 
 }  // namespace ptzd::internet

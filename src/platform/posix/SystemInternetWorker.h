@@ -4,14 +4,19 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
-#include "platform/posix/SystemInternetLoop.h"
 #include "platform/posix/SystemInternetTransfer.h"
+#include "platform/posix/SystemInternetWorkerLoop.h"
 
 namespace ptzd::internet {
 
@@ -19,70 +24,99 @@ struct AsyncSession;
 
 /// A request on its way through the worker.
 struct AsyncRequest {
-  std::shared_ptr<AsyncSession> session;
+  std::shared_ptr<AsyncSession> session;  ///< null from completion on
   Origin origin;
   Message message;
   Timeouts timeouts;
-  std::function<void()> completed;       ///< called once, on the worker's thread
-  std::unique_ptr<Transfer> transfer{};  ///< while it is being sent
-  std::atomic<bool> abandoned = false;   ///< set from any thread: not worth going on with
-  std::atomic<bool> complete = false;
+  std::function<void()> completed;     ///< called once, on the worker's thread
+  std::atomic<bool> complete = false;  ///< may be asked on any thread
+
+  // The worker's own.
+  TimePoint handedOverAt{};
+  std::unique_ptr<Transfer> transfer{};  ///< while it is on the wire
+  TimePoint startedAt{};
+  std::optional<TimePoint> writtenAt{};
 };
 
 /// An asynchronous session as the worker sees it; touched by no other thread.
 struct AsyncSession {
   explicit AsyncSession(std::string agentText) : agent(std::move(agentText)) {}
-  /// Closes what is kept for later requests once none can come.
-  void FreeIfDone();
+
+  using List = std::list<std::shared_ptr<AsyncSession>>;
+  using Schedule = std::multimap<TimePoint, std::shared_ptr<AsyncSession>>;
+
+  bool Unwritten() const { return !waiting.empty() || (latest != nullptr && !latest->writtenAt); }
+  /// When the next request that waits may be written, whatever becomes of the one before it.
+  TimePoint NextStart() const;
+  /// When there is something to do for it even if nothing happens.
+  TimePoint Due() const;
 
   std::string agent;
-  std::shared_ptr<Channel> channel;  ///< from the first request on
-  std::deque<std::shared_ptr<AsyncRequest>> waiting;
-  const AsyncRequest* writing = nullptr;
-  int inFlight = 0;
+  std::shared_ptr<Channel> channel;                   ///< from the first request on
+  std::deque<std::shared_ptr<AsyncRequest>> waiting;  ///< oldest first, as those on the wire
+  std::vector<std::shared_ptr<AsyncRequest>> onWire;  ///< being written, or without a reply yet
+  const AsyncRequest* latest = nullptr;               ///< the one started last, while it is on the wire
+  bool silent = false;                                ///< the camera holds replies back
   bool closed = false;
+
+  std::optional<List::iterator> ready;         ///< its place among those that may start a request
+  std::optional<Schedule::iterator> schedule;  ///< while it has requests
 };
 
-/// The thread that sends asynchronous requests, one for the process. A session's requests leave in the order
-/// in which they were handed over: the next one starts when the one before is written, over a connection of
-/// its own if that one's answer is still out. Sessions do not wait for one another.
+/// The thread that sends asynchronous requests, one for the process.
+///
+/// A session's requests leave in the order in which they were handed over. The next one is written when the
+/// one before is answered, so that a camera which serves its connections side by side cannot take a stop
+/// before its motion. No camera holds a stop up so: answers are waited for 100 ms, less where requests come
+/// faster than answers, and hardly at all of a camera that is silent; then each request gets a connection of
+/// its own, and the oldest of too many is given up. What cannot be written is not piled up, so that no
+/// motions are replayed to a camera that comes back. Sessions do not wait for one another.
 class AsyncWorker {
  public:
-  /// Starts the thread when called for the first time.
+  /// Starts the thread when called for the first time. Throws where the system has none to give, or no
+  /// descriptor; a later call tries again.
   static AsyncWorker& Instance();
 
   /// False once the process is ending.
   bool Send(std::shared_ptr<AsyncRequest> request);
-  void Abandon(AsyncRequest& request);
+  /// The request is not worth going on with.
+  void Abandon(std::shared_ptr<AsyncRequest> request);
   /// What waits is still written; no reply is waited for any more.
   void Close(std::shared_ptr<AsyncSession> session);
 
  private:
   using Job = std::function<void(AsyncWorker&)>;
+  using RequestPointer = std::shared_ptr<AsyncRequest>;
+  using SessionPointer = std::shared_ptr<AsyncSession>;
 
   AsyncWorker();
   ~AsyncWorker() = default;
   bool Post(Job job);
-  void Wake();
   void Stop();
 
   void Run();
   /// False when the thread is to end.
   bool TakeJobs();
-  void StartNext(std::shared_ptr<AsyncSession> session);
-  void FinishOver();
-  void Complete(const std::shared_ptr<AsyncRequest>& request);
-  void GiveUpAll();
-  TimePoint NextDeadline() const;
+  void StartSome();
+  void ServeDue();
+  /// Does all there is to do for a session but starting its next request.
+  void Serve(const SessionPointer& session);
+  void Check(const RequestPointer& request, TimePoint now);
+  void Start(const SessionPointer& session);
+  bool PutOnWire(const RequestPointer& request);
+  /// Completes a request, wherever it is.
+  void End(RequestPointer request);
+  void EndAll(AsyncSession& session);
 
   std::mutex Mutex_;
   std::vector<Job> Inbox_;
   bool Stopping_ = false;
-  int WakeDescriptor_;
+  std::shared_ptr<WorkerLoop> Loop_ = std::make_shared<WorkerLoop>();
 
   // The thread's own.
-  std::shared_ptr<Loop> Loop_;
-  std::vector<std::shared_ptr<AsyncRequest>> Active_;
+  std::unordered_map<const Transfer*, SessionPointer> OnWire_;
+  AsyncSession::List Ready_;  ///< those that were handed a request last come first
+  AsyncSession::Schedule Schedule_;
   TimePoint GiveUpAt_ = TimePoint::max();
 
   std::thread Thread_;
