@@ -46,6 +46,11 @@ constexpr std::size_t UserNameSize = 128;
 constexpr std::size_t PasswordSize = 128;
 constexpr std::size_t UrlPathSize = 2048;
 
+// Asynchronous requests of one session that are written and have no reply, and how long, in milliseconds, one
+// may take to be written once others were sent.
+constexpr std::size_t MaxUnanswered = 4;
+constexpr std::uint64_t WriteWait = 5000;
+
 thread_local std::uint32_t LastErrorOfThread = SystemErrorNone;
 
 /// Leaves the reason for `LastError`; true where there is none.
@@ -101,6 +106,7 @@ struct Node {
   const std::shared_ptr<Node> Parent;
   bool IsAsync = false;                       ///< of a session
   DWORD ReceiveTimeout = 0;                   ///< of a session, in milliseconds; 0: the system's own
+  std::vector<InternetHandle> Pending;        ///< of a session: asynchronous requests, the oldest first
   bool CanBeSent = true;                      ///< of a connection: its credentials hold no line break
   InternetStatusCallback Callback = nullptr;  ///< of a connection
 };
@@ -111,7 +117,10 @@ struct Watch {
   InternetStatusCallback Callback;
   InternetHandle Connection;
   std::uintptr_t Context;  ///< the caller's
-  bool IsPending = false;  ///< sent, and not complete yet
+  // From the send until completion.
+  std::shared_ptr<Node> Session{};  ///< null where it is not under way
+  std::uint64_t SentAt = 0;         ///< tick count
+  bool IsWritten = false;
 };
 
 class WindowsInternet final : public Internet {
@@ -243,7 +252,10 @@ class WindowsInternet final : public Internet {
     const bool isAsync = node->Parent->Parent->IsAsync;
     const auto ansiHeaders = AnsiFromText(headers);
     auto* bytes = body.empty() ? nullptr : const_cast<std::uint8_t*>(body.data());  // it is only read
-    if (isAsync) SetPending(request);
+    if (isAsync) {
+      SetPending(request, node->Parent->Parent);
+      GiveUpOldest(*node->Parent->Parent);
+    }
     const auto outcome = Call([&] {
       return HttpSendRequestA(node->Native, ansiHeaders.empty() ? nullptr : ansiHeaders.c_str(),
                               static_cast<DWORD>(ansiHeaders.size()), bytes, static_cast<DWORD>(body.size()));
@@ -413,7 +425,7 @@ class WindowsInternet final : public Internet {
 
   bool IsPending(InternetHandle request) const {
     const auto watch = Watches_.find(request);
-    return watch != Watches_.end() && watch->second.IsPending;
+    return watch != Watches_.end() && watch->second.Session != nullptr;
   }
 
   void CloseUnder(const Node* above, std::vector<std::shared_ptr<Node>>& closed) {
@@ -428,16 +440,58 @@ class WindowsInternet final : public Internet {
     });
   }
 
-  void SetPending(InternetHandle request) {
+  void SetPending(InternetHandle request, const std::shared_ptr<Node>& session) {
     const std::lock_guard lock(Mutex_);
-    if (const auto watch = Watches_.find(request); watch != Watches_.end()) watch->second.IsPending = true;
+    const auto watch = Watches_.find(request);
+    if (watch == Watches_.end()) return;
+    watch->second.Session = session;
+    watch->second.SentAt = GetTickCount64();
+    session->Pending.push_back(request);
+  }
+
+  void SetWritten(InternetHandle request) {
+    std::shared_ptr<Node> session;
+    {
+      const std::lock_guard lock(Mutex_);
+      const auto watch = Watches_.find(request);
+      if (watch == Watches_.end() || watch->second.Session == nullptr) return;
+      watch->second.IsWritten = true;
+      session = watch->second.Session;
+    }
+    GiveUpOldest(*session);
   }
 
   /// True for the one that finds the request still pending.
   bool TakePending(InternetHandle request) {
+    std::shared_ptr<Node> session;  // the API is called after the lock is released
     const std::lock_guard lock(Mutex_);
     const auto watch = Watches_.find(request);
-    return watch != Watches_.end() && std::exchange(watch->second.IsPending, false);
+    if (watch == Watches_.end() || watch->second.Session == nullptr) return false;
+    session = std::move(watch->second.Session);
+    std::erase(session->Pending, request);
+    return true;
+  }
+
+  /// Gives up the oldest that a camera does not answer, since they would use up connections, and what could
+  /// not be written in time, since it would be replayed when the camera comes back.
+  void GiveUpOldest(const Node& session) {
+    std::vector<InternetHandle> given;
+    {
+      const std::lock_guard lock(Mutex_);
+      const auto now = GetTickCount64();
+      const auto isWritten = [&](InternetHandle request) { return Watches_.at(request).IsWritten; };
+      auto written = static_cast<std::size_t>(std::ranges::count_if(session.Pending, isWritten));
+      for (const auto request : session.Pending) {
+        if (isWritten(request)) {
+          if (written <= MaxUnanswered) continue;
+          --written;
+        } else if (request == session.Pending.back() || now - Watches_.at(request).SentAt < WriteWait) {
+          continue;
+        }
+        given.push_back(request);
+      }
+    }
+    for (const auto request : given) Complete(request);
   }
 
   void Notify(InternetHandle request, std::uint32_t status) {
@@ -466,6 +520,10 @@ class WindowsInternet final : public Internet {
         Complete(request);
         break;
       }
+      case INTERNET_STATUS_REQUEST_SENT:
+        SetWritten(request);
+        Notify(request, status);
+        break;
       case INTERNET_STATUS_HANDLE_CLOSING: {
         Complete(request);
         Notify(request, status);
