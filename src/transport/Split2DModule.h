@@ -42,7 +42,8 @@ class RowRange {
 };
 
 /// Splits a text into rows and every row into its first two fields; further fields are dropped, and a row
-/// without the field separator stands whole in the first. An empty text is one empty row. The text and the
+/// without the field separator stands whole in the first. An empty text is one empty row, and an empty
+/// separator separates nothing. The text and the
 /// separators must outlive the rows.
 inline RowRange Split2D(std::string_view text, std::string_view rowSeparator,
                         std::string_view fieldSeparator) {
@@ -53,7 +54,8 @@ inline RowRange Split2D(std::string_view text, std::string_view rowSeparator,
 template <std::same_as<std::string> Temporary>
 RowRange Split2D(Temporary&& text, std::string_view rowSeparator, std::string_view fieldSeparator) = delete;
 
-/// Splits a text at every separator; an empty text is one empty part.
+/// Splits a text at every separator; an empty text is one empty part, and an empty separator separates
+/// nothing.
 std::vector<std::string_view> Split(std::string_view text, std::string_view separator);
 
 }  // namespace ptzd

@@ -64,6 +64,9 @@ TEST(Split2D, TwoColumns) {
     for (const auto& row : Split2D(text, "\r\n", "=")) found.push_back(row);
     EXPECT_EQ(found, rows) << text;
   }
+  for (const auto& row : Split2D("a=b", "", ""))
+    EXPECT_EQ(row, (Row{"a=b", ""})) << "an empty separator is none";
+  EXPECT_EQ(Split("a=b", ""), std::vector<std::string_view>{"a=b"});
   const std::string hostile(1 << 20, '=');
   std::size_t rows = 0;
   for (const auto& row : Split2D(hostile, "=", "=")) rows += row == Row{};
