@@ -182,6 +182,7 @@ TEST_F(HTTPClientTest, TargetsLeaveAsTheyStand) {
            {"/x?a\\b", "/x?a\\b", "turns the backslash round"},
            {"/x?", "/x?"},
            {"/x?a=1#b", "/x?a=1#b"},
+           {"/x#%2F?", "/x#%2F?"},
            {"/\xC3\xA4?\xE2\x82\xAC", "/\xE4?\x80"},  // code page 1252
            {"/plain?after=all", "/plain?after=all"},
        }) {
@@ -282,7 +283,7 @@ TEST_F(HTTPClientTest, Redirects) {
   };
   for (const auto& [object, location, postData, error, requests, notUnderWine] : {
            Row{"/old", "/new?x=1", "", "", "GET /old\nGET /new?x=1\n"},
-           {"/old?", Camera_.URL("/new"), "", "", "GET /old?\nGET /new\n"},
+           {"/old\xC3\xA4", Camera_.URL("/new"), "", "", "GET /old\xE4\nGET /new\n"},
            {"/old", "/new", "a=1", "", "POST /old\nGET /new\n"},
            {"/old", "ftp://127.0.0.1/", "", NoServer, "GET /old\n", "hands the redirect itself on"},
            {"/old", "file:///etc/passwd", "", NoServer, "GET /old\n", "hands the redirect itself on"},
@@ -327,7 +328,7 @@ TEST_F(HTTPClientTest, Logins) {
     Client_->UserAgent("");
     Camera_.Log().Clear();
     Camera_.Faults().Set(fault);
-    Get(Camera_.URL("/a b?c=d&e", login));
+    Get(Camera_.URL("/a b\xC3\xA4%2F?c=d&e#f", login));
     EXPECT_EQ(CodeOf(*Client_), code);
     EXPECT_EQ(Error_, "");
     EXPECT_EQ(Body_ == Camera::Body, code == std::string("200 OK\r"));
@@ -342,6 +343,20 @@ TEST_F(HTTPClientTest, Logins) {
     Camera_.Faults().Clear();
   }
 }
+
+#ifndef _WIN32
+TEST_F(HTTPClientTest, ThroughAProxy) {
+  ASSERT_EQ(setenv("http_proxy", Camera_.URL().c_str(), 1), 0);
+  for (const auto* object : {"/a?b=1#c", "/%2Fplain"}) {
+    Camera_.Log().Clear();
+    Get(std::string("http://camera.invalid") + object);
+    EXPECT_EQ(Error_, "");
+    EXPECT_EQ(Camera_.Requests(), std::string("GET http://camera.invalid") + object + "\n");
+  }
+  Client_.reset();
+  unsetenv("http_proxy");
+}
+#endif
 
 TEST_F(HTTPClientTest, CredentialsStayHomeUnlessAskedFor) {
   Get(Camera_.URL("/", "us:secret"));

@@ -53,34 +53,8 @@ std::string HostsWithoutProxy() {
   return std::string("localhost,127.0.0.0/8,::1,") + named;
 }
 
-/// libcurl's URL parser sends these as they stand in path and query, and cuts the URL at none of them.
-bool PassesUnchanged(char c) { return c > ' ' && c < 0x7F && c != '#'; }
-
-std::string EscapedForUrl(std::string_view object) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string escaped;
-  for (const char c : object) {
-    if (PassesUnchanged(c)) {
-      escaped += c;
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(c);
-    escaped += {'%', digits[byte >> 4], digits[byte & 0xF]};
-  }
-  return escaped;
-}
-
-/// Makes `parsed`, a URL of the same origin, agree with the text `url`, whose path begins at `root`.
-bool SetPathAndQuery(CURLU* parsed, const std::string& url, std::size_t root) {
-  // Set on their own, escapes would change their case.
-  if (url.find('%', root) != std::string::npos)
-    return curl_url_set(parsed, CURLUPART_URL, url.c_str(), CURLU_PATH_AS_IS) == CURLUE_OK;
-  const auto mark = std::min(url.find('?', root), url.size());
-  const auto path = url.substr(root, mark - root);
-  const char* query = mark == url.size() ? nullptr : url.c_str() + mark + 1;
-  return curl_url_set(parsed, CURLUPART_PATH, path.c_str(), 0) == CURLUE_OK &&
-         curl_url_set(parsed, CURLUPART_QUERY, query, 0) == CURLUE_OK;
-}
+/// libcurl's URL parser takes these as they stand, and cuts the URL at none of them.
+bool PassesParser(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7F && c != '#'; }
 
 }  // namespace
 
@@ -231,7 +205,9 @@ void Transfer::Aim(const Origin& origin) {
 
   Set(CURLOPT_NOSIGNAL, 1L);
   Set(CURLOPT_QUICK_EXIT, 1L);  // a name server that hangs must not hold us up
-  Set(CURLOPT_NOPROXY, HostsWithoutProxy().c_str());
+  const auto withoutProxy = HostsWithoutProxy();
+  Set(CURLOPT_NOPROXY, withoutProxy.c_str());
+  UrlIsSent_ = origin.authenticates || withoutProxy != "*";
   Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   Set(CURLOPT_PROTOCOLS_STR, "http,https");
   Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
@@ -250,7 +226,7 @@ void Transfer::Aim(const Origin& origin) {
 std::uint32_t Transfer::Prepare(const Message& message, const Timeouts& timeouts, bool keepsBody) {
   if (HeaderList_ == nullptr || ExtraHeaders_ != message.headers || Posts_ != message.posts)
     if (!SetHeaders(message.headers, message.posts)) return ErrorInvalidParameter;
-  SetTarget(message.object);
+  if (!SetTarget(message.object)) return ErrorInvalidUrl;
   if (timeouts.connect != Timeouts_.connect)
     Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::max<std::uint32_t>(timeouts.connect, 1)));
   Timeouts_ = timeouts;
@@ -329,18 +305,31 @@ bool Transfer::SetHeaders(const std::string& headers, bool posts) {
   return true;
 }
 
-void Transfer::SetTarget(const std::string& object) {
-  // The URL carries what is asked for wherever it can: only so do Digest and a proxy see the same text.
-  const bool passes = std::ranges::all_of(object, PassesUnchanged) && !object.ends_with('?');
-  const auto url = Root_ + (passes ? object : EscapedForUrl(object));
-  Set(CURLOPT_URL, url.c_str());
-  if (Url_ && !SetPathAndQuery(Url_.get(), url, Root_.size())) {
-    Set(CURLOPT_CURLU, static_cast<CURLU*>(nullptr));
-    Url_.reset();
+bool Transfer::SetTarget(const std::string& object) {
+  if (!Url_) {
+    Set(CURLOPT_URL, Root_.c_str());
+    return true;  // and libcurl says why not
   }
-  if (!passes) Set(CURLOPT_REQUEST_TARGET, object.c_str());
-  if (passes && OwnTarget_) Set(CURLOPT_REQUEST_TARGET, static_cast<const char*>(nullptr));
-  OwnTarget_ = !passes;
+  const auto mark = std::min(object.find('?'), object.size());
+  // Set on their own, path and query may hold anything, but the letters of their escapes become small.
+  const bool hasEscapes = object.find('%') != std::string::npos;
+  const bool asText = hasEscapes && std::ranges::all_of(object, PassesParser) && !object.ends_with('?');
+  auto result = CURLUE_OK;
+  if (asText) {
+    result = curl_url_set(Url_.get(), CURLUPART_URL, (Root_ + object).c_str(), CURLU_PATH_AS_IS);
+  } else {
+    const char* query = mark == object.size() ? nullptr : object.c_str() + mark + 1;
+    result = curl_url_set(Url_.get(), CURLUPART_PATH, object.substr(0, mark).c_str(), 0);
+    if (result == CURLUE_OK) result = curl_url_set(Url_.get(), CURLUPART_QUERY, query, 0);
+  }
+  // In a path libcurl escapes what is beyond ASCII.
+  const auto isHigh = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
+  const bool changes =
+      (hasEscapes && !asText) || std::ranges::any_of(std::string_view(object).substr(0, mark), isHigh);
+  const bool own = changes && !UrlIsSent_;
+  if (own || OwnTarget_) Set(CURLOPT_REQUEST_TARGET, own ? object.c_str() : nullptr);
+  OwnTarget_ = own;
+  return result == CURLUE_OK;
 }
 
 bool Transfer::Written() const {

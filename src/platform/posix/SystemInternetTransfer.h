@@ -137,7 +137,7 @@ class Transfer {
   void Leave();
   void Begin();
   bool SetHeaders(const std::string& headers, bool posts);
-  void SetTarget(const std::string& object);
+  bool SetTarget(const std::string& object);
   bool TakeHeader(std::string_view line);
   bool AnotherReplyMayFollow() const;
   /// True while the request that brings the login asked for is on its way.
@@ -155,6 +155,7 @@ class Transfer {
   std::string ExtraHeaders_;
   std::unique_ptr<curl_slist, Free> HeaderList_;
   std::unique_ptr<CURLU, Free> Url_;  ///< null where libcurl cannot parse it
+  bool UrlIsSent_ = false;            ///< others see it too: Digest signs it, a proxy is asked for it
   bool OwnTarget_ = false;            ///< the request line's target is given apart from the URL
   bool Posts_ = false;
   bool LoginKnown_ = false;
