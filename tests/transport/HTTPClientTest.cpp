@@ -253,6 +253,36 @@ TEST_F(HTTPClientTest, KeptConnectionClosedByTheCamera) {
     }
 }
 
+TEST_F(HTTPClientTest, KeptConnectionClosedAgainAndAgain) {
+  Camera_.Faults().Set("close-on-reuse");
+  for (int i = 0; i < 15; ++i) {
+    Get(Camera_.URL());
+    EXPECT_EQ(Error_, "") << "request " << i;
+  }
+  EXPECT_EQ(Camera_.Log().Requests().size(), 15U);
+}
+
+TEST_F(HTTPClientTest, KeptConnectionWithBytesWaiting) {
+  if (test::UnderWine()) GTEST_SKIP() << "Wine reads whatever comes as the answer";
+  const std::string headers =
+      "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nX: " + std::string(100, 'x') + "\r\n\r\n";
+  for (const std::string stray : {"\r\nstray", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nno"}) {
+    SCOPED_TRACE(stray);
+    // The client has the headers when the rest comes, and then reads just the body.
+    Camera_.Faults().Set("split=" + std::to_string(headers.size()));
+    Camera_.Faults().Set("pause=20");
+    Camera_.AnswerWith(headers + "ok" + stray);
+    Get(Camera_.URL("/1"));
+    EXPECT_EQ(Body_, "ok");
+    Camera_.Faults().Clear();
+    Camera_.AnswerWith("");
+    Get(Camera_.URL("/2"));
+    EXPECT_EQ(Error_, "");
+    EXPECT_EQ(Body_, Camera::Body);
+  }
+  EXPECT_EQ(Camera_.Requests(), "GET /1\nGET /2\nGET /1\nGET /2\n");
+}
+
 TEST_F(HTTPClientTest, NotSentAgainOnceTheCameraMayHaveActed) {
   Camera_.Faults().Set("close-before-reply");
   Get(Camera_.URL());

@@ -1,5 +1,7 @@
 #include "platform/posix/SystemInternetLoop.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <atomic>
 #include <limits>
@@ -96,6 +98,22 @@ void Loop::CloseNow(const Origin& origin) {
   curl_multi_remove_handle(Multi_, closer.Handle());
 }
 
+void Loop::NoteConnection(curl_socket_t descriptor, int localPort) {
+  const auto known = std::ranges::find(Connections_, descriptor, &Connection::descriptor);
+  if (known != Connections_.end())
+    known->localPort = localPort;
+  else
+    Connections_.push_back({descriptor, localPort});
+}
+
+bool Loop::IsSilent(int localPort) const {
+  return std::ranges::none_of(Connections_, [&](const Connection& connection) {
+    char byte = 0;
+    return connection.localPort == localPort &&
+           recv(connection.descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;
+  });
+}
+
 TimePoint Loop::Wait(TimePoint now, const Transfer& transfer) {
   if (TimerDue_ > now) {
     Polled_.clear();
@@ -136,7 +154,13 @@ void Loop::Act(curl_socket_t descriptor, int events) {
   for (int left = 0; const auto* message = curl_multi_info_read(Multi_, &left);) {
     if (message->msg != CURLMSG_DONE) continue;
     auto& transfer = *OwnerOf(message->easy_handle);
-    transfer.Finish(message->data.result);
+    const auto result = message->data.result;
+    if (transfer.LostKeptConnection(result)) {
+      Remove(transfer);
+      transfer.Begin();
+      if (curl_multi_add_handle(Multi_, transfer.Handle()) == CURLM_OK) continue;
+    }
+    transfer.Finish(result);
     Noticed(transfer);
   }
 }

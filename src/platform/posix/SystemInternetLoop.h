@@ -39,6 +39,11 @@ class Loop : public std::enable_shared_from_this<Loop> {
   /// the latest when this thread ends.
   void CloseConnection(const Origin& origin);
 
+  /// Tells by which descriptor a connection, known by its local port, can be looked at later.
+  void NoteConnection(curl_socket_t descriptor, int localPort);
+  /// False where bytes, or its end, wait on a noted connection that nobody uses.
+  bool IsSilent(int localPort) const;
+
   /// Most connections that one session opens to one server; 0 is any number.
   static void MaxConnectionsPerServer(long count);
 
@@ -65,6 +70,11 @@ class Loop : public std::enable_shared_from_this<Loop> {
   std::thread::id Thread_ = std::this_thread::get_id();
 
  private:
+  struct Connection {
+    curl_socket_t descriptor;
+    int localPort;
+  };
+
   static int OnSocket(CURL* easy, curl_socket_t descriptor, int what, void* loop, void*);
   static int OnTimer(CURLM*, long timeout, void* loop);
 
@@ -78,6 +88,7 @@ class Loop : public std::enable_shared_from_this<Loop> {
   long MaxConnections_ = 0;
   std::unordered_map<curl_socket_t, Socket> Sockets_;
   std::vector<pollfd> Polled_;
+  std::vector<Connection> Connections_;  ///< one a descriptor, also after it was closed
 
   std::mutex Mutex_;
   std::vector<Origin> Unwanted_;  ///< told by other threads

@@ -1,5 +1,8 @@
 #include "platform/posix/SystemInternetTransfer.h"
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -55,6 +58,14 @@ std::string HostsWithoutProxy() {
 
 /// libcurl's URL parser takes these as they stand, and cuts the URL at none of them.
 bool PassesParser(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7F && c != '#'; }
+
+std::uint16_t LocalPortOf(curl_socket_t descriptor) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  if (getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
+  return ntohs(address.ss_family == AF_INET6 ? reinterpret_cast<const sockaddr_in6&>(address).sin6_port
+                                             : reinterpret_cast<const sockaddr_in&>(address).sin_port);
+}
 
 }  // namespace
 
@@ -250,9 +261,17 @@ void Transfer::Begin() {
   Body_.clear();
   BodyRead_ = 0;
   Result_.reset();
+  Opened_.clear();
   Replies_ = 0;
   Requests_ = 0;
-  Connected_ = WantsToWrite_ = BlockComplete_ = HeadersFinal_ = false;
+  Connected_ = WantsToWrite_ = BlockComplete_ = HeadersFinal_ = Refused_ = false;
+}
+
+bool Transfer::LostKeptConnection(CURLcode result) const {
+  if (Refused_) return true;
+  // libcurl itself begins again only so many times in a handle's life.
+  const bool broke = result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR;
+  return broke && Opened_.empty() && Headers_.empty() && !HeadersFinal_;
 }
 
 bool Transfer::NeedsRetry() const { return !Retried_ && LoginKnown_ && Replies_ == 1 && Status() == 401; }
@@ -431,16 +450,25 @@ std::size_t Transfer::OnBody(char* data, std::size_t size, std::size_t count, vo
   return length;
 }
 
-int Transfer::OnConnected(void* transfer, char*, char*, int, int) {
+int Transfer::OnConnected(void* transfer, char*, char*, int, int localPort) {
   auto& self = *static_cast<Transfer*>(transfer);
+  if (const auto loop = self.Loop_.lock()) {
+    for (const auto socket : self.Opened_)
+      if (LocalPortOf(socket) == localPort) loop->NoteConnection(socket, localPort);
+    // What waits there is no answer to a request that has yet to leave.
+    self.Refused_ = self.Opened_.empty() && self.Replies_ == 0 && !loop->IsSilent(localPort);
+    if (self.Refused_) return CURL_PREREQFUNC_ABORT;
+  }
   self.Connected_ = true;
   ++self.Requests_;
   self.Touch(std::chrono::steady_clock::now());
   return CURL_PREREQFUNC_OK;
 }
 
-int Transfer::OnSocketOpened(void* transfer, curl_socket_t, curlsocktype) {
-  static_cast<Transfer*>(transfer)->Connected_ = false;
+int Transfer::OnSocketOpened(void* transfer, curl_socket_t descriptor, curlsocktype) {
+  auto& self = *static_cast<Transfer*>(transfer);
+  self.Connected_ = false;
+  self.Opened_.push_back(descriptor);
   return CURL_SOCKOPT_OK;
 }
 

@@ -90,6 +90,12 @@ class Transfer {
   /// Frees what an idle transfer need not keep.
   void Clear();
 
+  /// True where an exchange that ended so is to begin again, unseen by the caller: it went over a kept
+  /// connection that had died or that was not silent, and nothing of a reply came.
+  bool LostKeptConnection(CURLcode result) const;
+  /// The exchange from its beginning.
+  void Begin();
+
   CURL* Handle() const { return Easy_; }
 
   /// True once the request has left completely. While a login is still to be agreed on, the camera's answer
@@ -128,14 +134,13 @@ class Transfer {
 
   static std::size_t OnHeader(char* data, std::size_t size, std::size_t count, void* transfer);
   static std::size_t OnBody(char* data, std::size_t size, std::size_t count, void* transfer);
-  static int OnConnected(void* transfer, char*, char*, int, int);
-  static int OnSocketOpened(void* transfer, curl_socket_t, curlsocktype);
+  static int OnConnected(void* transfer, char*, char*, int, int localPort);
+  static int OnSocketOpened(void* transfer, curl_socket_t descriptor, curlsocktype);
   static int RefuseRequest(void*, char*, char*, int, int) { return CURL_PREREQFUNC_ABORT; }
   static int RefuseResolving(void*, void*, void*) { return 1; }
   static curl_socket_t RefuseSocket(void*, curlsocktype, curl_sockaddr*) { return CURL_SOCKET_BAD; }
 
   void Leave();
-  void Begin();
   bool SetHeaders(const std::string& headers, bool posts);
   bool SetTarget(const std::string& object);
   bool TakeHeader(std::string_view line);
@@ -167,8 +172,10 @@ class Transfer {
   std::size_t BodyRead_ = 0;
   std::optional<CURLcode> Result_;
   TimePoint LastProgress_;
-  int Requests_ = 0;  ///< begun: more than one where a login is asked for, or the camera redirects
-  int Replies_ = 0;   ///< header blocks other than 1xx
+  std::vector<curl_socket_t> Opened_;  ///< sockets opened for it; none as long as a kept one serves
+  int Requests_ = 0;      ///< begun: more than one where a login is asked for, or the camera redirects
+  int Replies_ = 0;       ///< header blocks other than 1xx
+  bool Refused_ = false;  ///< a kept connection, because it was not silent
   bool KeepsBody_ = true;
   bool Connected_ = false;
   bool WantsToWrite_ = false;
