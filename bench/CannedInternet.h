@@ -46,7 +46,7 @@ class CannedInternet : public ptzd::Internet {
   bool SendRequest(ptzd::InternetHandle, const std::string&, std::span<const std::uint8_t>) override {
     return true;
   }
-  std::optional<std::uint32_t> QueryContentLength(ptzd::InternetHandle) override {
+  std::optional<std::uint64_t> QueryContentLength(ptzd::InternetHandle) override {
     return static_cast<std::uint32_t>(Rest_.size());
   }
   bool QueryRawHeaders(ptzd::InternetHandle, std::span<char> buffer, std::uint32_t& length) override {

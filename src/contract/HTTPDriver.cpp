@@ -14,12 +14,10 @@ namespace ptzd {
 HTTPStatus StatusOf(const HTTPClient& client) {
   auto line = client.GetHeader();
   line.resize(std::min(line.find("\r\n"), line.size()));
-  const std::span bytes(reinterpret_cast<const std::uint8_t*>(line.data()), line.size());
-  auto text = DecodeBytes(bytes, AnsiCodePage());
-  const auto blank = text.find(' ');
-  if (blank == std::string::npos) return {.Line = std::move(text)};
-  auto status = text.substr(blank + 1);
-  return {.Line = std::move(text), .Code = status.substr(0, status.find(' ')), .Text = status};
+  const auto blank = line.find(' ');
+  if (blank == std::string::npos) return {.Line = std::move(line)};
+  auto status = line.substr(blank + 1);
+  return {.Line = std::move(line), .Code = status.substr(0, status.find(' ')), .Text = status};
 }
 
 void RequireStatusOK(const HTTPClient& client) {
@@ -36,7 +34,7 @@ void AppendParameter(std::string& parameters, std::string_view parameter) {
 }
 
 HTTPDriver::HTTPDriver(const Platform& platform, const RequestStyle& style)
-    : Client_(*platform.internet), Style_(style), Clock_(*platform.clock) {}
+    : Client_(*platform.internet, *platform.clock), Style_(style), Clock_(*platform.clock) {}
 
 void HTTPDriver::OpenOptions(std::span<const std::uint8_t> contents) {
   Connected_ = false;

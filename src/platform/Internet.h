@@ -84,11 +84,12 @@ class Internet {
   /// complete.
   virtual bool SendRequest(InternetHandle request, const std::string& headers,
                            std::span<const std::uint8_t> body) = 0;
-  /// The content length that the reply announces; nothing where it announces none.
-  virtual std::optional<std::uint32_t> QueryContentLength(InternetHandle request) = 0;
-  /// The reply's header block as received, its final empty line included, written to `buffer` and closed with
-  /// a NUL. `length` receives its length; where it does not fit, False, the length needed, and an untouched
-  /// buffer.
+  /// The content length that the reply announces, one beyond 64 bits as the highest number; nothing where it
+  /// announces none or the body is chunked.
+  virtual std::optional<std::uint64_t> QueryContentLength(InternetHandle request) = 0;
+  /// The reply's header block with the bytes received, as yet no text, and each line ended by CR LF, the
+  /// final empty one included; written to `buffer` and closed with a NUL. `length` receives its length; where
+  /// it does not fit, False, the length needed, and an untouched buffer.
   virtual bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) = 0;
   /// Blocks until body bytes are there, at most the receive time-out without progress. 0 bytes: the body is
   /// over, also where the camera closed the connection before all that it announced.

@@ -47,7 +47,9 @@ class HTTPClient::WorkingScope {
   std::int16_t& Count_;
 };
 
-HTTPClient::HTTPClient(Internet& internet) : Internet_(internet) { Initialise(); }
+HTTPClient::HTTPClient(Internet& internet, Clock& clock) : Internet_(internet), Clock_(clock) {
+  Initialise();
+}
 
 HTTPClient::~HTTPClient() { Terminate(); }
 
@@ -130,7 +132,7 @@ void HTTPClient::Perform(const std::string& address, const std::string& sendHead
     }
     LogMessage("Sent request");
     if (const auto length = Internet_.QueryContentLength(exchange.Request))
-      exchange.ContentLength = static_cast<std::int32_t>(*length);
+      exchange.ContentLength = static_cast<std::int64_t>(std::min<std::uint64_t>(*length, INT64_MAX));
     receiveBody(exchange);
   } catch (const Error& error) {
     LogMessage("Request error " + Text(error.Number()) + ", " + error.Description());
@@ -140,9 +142,10 @@ void HTTPClient::Perform(const std::string& address, const std::string& sendHead
 
 Bytes HTTPClient::GetResource(const std::string& address, const std::string& sendHeaders,
                               const std::string& postData) {
+  const auto deadline = Clock_.Now() + MaxDuration;
   Variant body = Bytes{};
   Perform(address, sendHeaders, postData, [&](Exchange& exchange) {
-    ReceiveBody(exchange, body);
+    ReceiveBody(exchange, deadline, body);
     CaptureHeaders(exchange.Request);
     // No call tells of a body that ends before its announced length.
     const auto received = static_cast<std::int64_t>(std::get<Bytes>(body).size());
@@ -153,7 +156,7 @@ Bytes HTTPClient::GetResource(const std::string& address, const std::string& sen
   return std::get<Bytes>(std::move(body));
 }
 
-void HTTPClient::ReceiveBody(Exchange& exchange, Variant& body) const {
+void HTTPClient::ReceiveBody(Exchange& exchange, Clock::TimePoint deadline, Variant& body) const {
   std::uint32_t available = 0;
   // Shows the bytes available, still none, where one would look for the length.
   LogMessage(std::to_string(available) + "  content length");
@@ -164,6 +167,11 @@ void HTTPClient::ReceiveBody(Exchange& exchange, Variant& body) const {
     if (error != SystemErrorNone && error != SystemErrorIOPending)
       Fail(HTTPErrorBrokenOff, "GetLastError returned " + std::to_string(error));
     if (available == 0) break;
+    // A stream of pictures, say, has no end.
+    const auto received = static_cast<std::int64_t>(std::get<Bytes>(body).size());
+    if (std::max(received + available, exchange.ContentLength) > MaxBody)
+      Fail(HTTPErrorBrokenOff, "The reply has more than 16 MB");
+    if (Clock_.Now() > deadline) Fail(HTTPErrorBrokenOff, "The reply took more than 30 seconds");
 
     Bytes chunk(available);
     std::uint32_t length = 0;
@@ -180,8 +188,11 @@ void HTTPClient::ReceiveBody(Exchange& exchange, Variant& body) const {
 }
 
 void HTTPClient::ReportProgress(std::int64_t received, const Exchange& exchange) const {
+  const auto shown = [](std::int64_t length) {
+    return static_cast<std::int32_t>(std::min<std::int64_t>(length, INT32_MAX));
+  };
   bool cancel = false;
-  if (Progress) Progress(ToInt32(static_cast<double>(received)), exchange.ContentLength, cancel);
+  if (Progress) Progress(shown(received), shown(exchange.ContentLength), cancel);
   if (cancel) Fail(HTTPErrorCancelled, "Download cancelled");
 }
 
@@ -192,7 +203,8 @@ void HTTPClient::CaptureHeaders(InternetHandle request) {
   // The final empty line goes. Of a block that does not fit only the untouched buffer remains: the headers
   // are lost, not the request.
   const std::size_t kept = length > 4 ? length - 4 : fits ? 0 : HeaderBufferSize;
-  LastHeaders_.assign(buffer.data(), std::min(kept, HeaderBufferSize));
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(buffer.data());
+  LastHeaders_ = DecodeBytes({bytes, std::min(kept, HeaderBufferSize)}, AnsiCodePage());
 }
 
 /// Replies 204 and 304 have no body, whatever length they announce.

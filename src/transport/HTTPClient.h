@@ -1,9 +1,11 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
 
+#include "common/Clock.h"
 #include "common/Variant.h"
 #include "platform/Internet.h"
 
@@ -19,21 +21,24 @@ namespace ptzd {
 /// - 13101: the URL has no host or a scheme other than http
 /// - 13102: the request cannot be made (a CR, LF or NUL in the URL or inside a header line; offline)
 /// - 13104: it cannot be sent, or nothing answers: refused, unknown host, time-out, closed without an answer
-/// - 13106: the body broke off
+/// - 13106: the body broke off, or `GetResource` would not take all of it
 /// - 13107: `Progress` asked for cancellation
 class HTTPClient {
  public:
   static constexpr std::uint32_t DefaultReceiveTimeout = 5000;   ///< milliseconds
   static constexpr std::uint32_t DefaultConnectTimeout = 10000;  ///< milliseconds
+  static constexpr std::int64_t MaxBody = 16 * 1024 * 1024;      ///< bytes that `GetResource` takes
+  static constexpr std::chrono::seconds MaxDuration{30};         ///< of `GetResource`, body included
 
-  explicit HTTPClient(Internet& internet = SystemInternet());
+  explicit HTTPClient(Internet& internet = SystemInternet(), Clock& clock = SystemClock());
   ~HTTPClient();
   HTTPClient(const HTTPClient&) = delete;
   HTTPClient& operator=(const HTTPClient&) = delete;
 
   /// Fetches the whole reply body; GET, or POST where `postData` is not empty. `sendHeaders`: further request
   /// header lines separated by CR LF. Blocks until the body is there, at most the connect time-out for the
-  /// connection and then the receive time-out without progress. Never returns part of a body.
+  /// connection and then the receive time-out without progress. Never returns part of a body: one of more
+  /// than `MaxBody`, or that is not all there after `MaxDuration`, is 13106.
   Bytes GetResource(const std::string& address, const std::string& sendHeaders, const std::string& postData);
 
   /// The same into a file, which is overwritten from its first byte on; a longer file keeps its tail. Raises
@@ -52,8 +57,9 @@ class HTTPClient {
   /// phrase.
   std::string GetResultCode(std::string& text) const;
 
-  /// The header block of the last blocking request, lines separated by CR LF, for an empty name; nothing for
-  /// any other name. A block of 2048 characters and more is not kept: then 2048 NULs stand in its place.
+  /// The header block of the last blocking request as UTF-8, its bytes read in the ANSI code page, lines
+  /// separated by CR LF, for an empty name; nothing for any other name. A block of 2048 bytes and more is not
+  /// kept: then 2048 NULs stand in its place.
   std::string GetHeader(const std::string& headerName = {}) const;
 
   /// The agent text set; empty means "Qelto HTTP Client Object".
@@ -72,7 +78,8 @@ class HTTPClient {
   std::string LastResponse() const;
 
   /// Called after every piece of a body with the bytes received, the announced length (-1 where unknown) and
-  /// a flag that cancels the transfer when set. Runs on the requesting thread.
+  /// a flag that cancels the transfer when set. Numbers beyond 32 bits are told as 2147483647. Runs on the
+  /// requesting thread.
   std::function<void(std::int32_t received, std::int32_t total, bool& cancel)> Progress;
 
   /// Most connections to one server, for all of the process.
@@ -90,12 +97,13 @@ class HTTPClient {
   Target Aim(const std::string& address, const std::string& sendHeaders) const;
   void Open(Exchange& exchange, InternetHandle session, const Target& target, const std::string& postData,
             std::uint32_t asyncFlag, std::uintptr_t context);
-  void ReceiveBody(Exchange& exchange, Variant& body) const;
+  void ReceiveBody(Exchange& exchange, Clock::TimePoint deadline, Variant& body) const;
   void ReportProgress(std::int64_t received, const Exchange& exchange) const;
   void CaptureHeaders(InternetHandle request);
   bool BodyFollows() const;
 
   Internet& Internet_;
+  Clock& Clock_;
   InternetHandle SyncSession_ = 0;
   InternetHandle AsyncSession_ = 0;
   std::string AgentText_;

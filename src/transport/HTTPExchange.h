@@ -37,7 +37,7 @@ struct HTTPClient::Exchange {
   ptzd::Internet& Layer;
   InternetHandle Connection = 0;
   InternetHandle Request = 0;
-  std::int32_t ContentLength = -1;  ///< -1: not announced
+  std::int64_t ContentLength = -1;  ///< -1: not announced
 };
 
 }  // namespace ptzd

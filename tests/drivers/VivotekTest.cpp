@@ -41,6 +41,7 @@ TEST_F(VivotekTest, ConnectFailures) {
       {{.Answers = false}, "13104 Failed to connect to the HTTP server."},
       {{"", "HTTP/1.1 404 Not Found"}, "17001 Received HTTP error 404 Not Found"},
       {{"", "HTTP/1.0 401"}, "17001 Received HTTP error 401"},
+      {{"", "HTTP/1.0 500 Gr\xFC\xDF"}, "17001 Received HTTP error 500 Gr\xC3\xBC\xC3\x9F"},
       {{""}, "17001 No valid reply from the device."},
       {{"m"}, incapable},
       {{"model=PZ6122\r\nptzenabled=1\r\n"}, "17002 Unrecognized model number: PZ6122"},

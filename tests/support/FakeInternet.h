@@ -90,8 +90,8 @@ class FakeInternet : public Internet {
     Error_ = node.Reply.Answers ? 0 : SendError;
     return node.Reply.Answers;
   }
-  std::optional<std::uint32_t> QueryContentLength(InternetHandle request) override {
-    return static_cast<std::uint32_t>(Nodes_.at(request).Reply.Body.size());
+  std::optional<std::uint64_t> QueryContentLength(InternetHandle request) override {
+    return static_cast<std::uint64_t>(Nodes_.at(request).Reply.Body.size());
   }
   bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) override {
     const auto block = Nodes_.at(request).Reply.StatusLine + "\r\nServer: fake\r\n\r\n";

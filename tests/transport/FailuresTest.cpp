@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "support/Errors.h"
+#include "support/FakeClock.h"
 #include "support/FakeInternet.h"
 #include "transport/HTTPClient.h"
 #include "transport/HTTPClientHelper.h"
@@ -83,6 +84,38 @@ TEST(HTTPClientFailures, EveryFailedCallHasItsNumberAndText) {
     net.SessionsLeft = sessions;
     EXPECT_EQ(ErrorOf([&] { HTTPClient client(net); }), "5 ");
     EXPECT_EQ(net.OpenHandles(), 0U);
+  }
+}
+
+TEST(HTTPClientFailures, BodyWithoutEnd) {
+  struct EndlessInternet : test::FakeInternet {
+    test::FakeClock Clock;
+    std::uint32_t Piece = 0;
+    std::int64_t Milliseconds = 0;
+    std::optional<std::uint64_t> QueryContentLength(InternetHandle) override { return std::nullopt; }
+    bool QueryDataAvailable(InternetHandle, std::uint32_t& available) override {
+      Clock.Advance(Milliseconds);
+      available = Piece;
+      return true;
+    }
+    bool Read(InternetHandle, std::span<std::uint8_t> buffer, std::uint32_t& length) override {
+      length = static_cast<std::uint32_t>(buffer.size());
+      return true;
+    }
+  };
+  struct Row {
+    std::uint32_t Piece;
+    std::int64_t Milliseconds;
+    const char* Error;
+  };
+  for (const auto& [piece, milliseconds, error] :
+       {Row{1024 * 1024, 1, "13106 The reply has more than 16 MB"},
+        Row{1, 4000, "13106 The reply took more than 30 seconds"}}) {
+    EndlessInternet net;
+    net.Piece = piece;
+    net.Milliseconds = milliseconds;
+    HTTPClient client(net, net.Clock);
+    EXPECT_EQ(ErrorOf([&] { client.GetResource("http://camera1/", "", ""); }), error);
   }
 }
 

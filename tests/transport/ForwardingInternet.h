@@ -49,7 +49,7 @@ class ForwardingInternet : public Internet {
                    std::span<const std::uint8_t> body) override {
     return System_.SendRequest(request, headers, body);
   }
-  std::optional<std::uint32_t> QueryContentLength(InternetHandle request) override {
+  std::optional<std::uint64_t> QueryContentLength(InternetHandle request) override {
     return System_.QueryContentLength(request);
   }
   bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) override {

@@ -131,6 +131,38 @@ TEST_F(HTTPClientTest, HeadersOfTheLastReplyOnly) {
   EXPECT_EQ(Client_->GetHeader().find("404"), std::string::npos) << "the old block must be gone";
 }
 
+TEST_F(HTTPClientTest, RepliesInOtherWords) {
+  struct Row {
+    std::string reply, error, body, headers;
+    const char* notUnderWine = nullptr;
+  };
+  const std::string headers = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nX: 1";
+  const std::string umlauts(1500, '\xFC');  // 1500 bytes, and more than 2048 in UTF-8
+  std::string umlautsAsText;
+  for (int i = 0; i < 1500; ++i) umlautsAsText += "\xC3\xBC";
+  for (const auto& [reply, error, body, expectedHeaders, notUnderWine] : {
+           Row{"HTTP/1.1 200 OK\nContent-Length: 2\nX: 1\n\nok", "", "ok", headers},
+           {"HTTP/1.1 200 OK\nContent-Length: 2\r\nX: 1\n\r\nok", "", "ok", headers},
+           {"HTTP/1.1 200 OK\r\nContent-Length: 9\r\nTransfer-Encoding: Chunked\r\n\r\n2\r\nok\r\n0\r\n\r\n",
+            "", "ok", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\nTransfer-Encoding: Chunked"},
+           {"HTTP/1.1 404 " + umlauts + "\r\nContent-Length: 2\r\n\r\nok", "", "ok",
+            "HTTP/1.1 404 " + umlautsAsText + "\r\nContent-Length: 2"},
+           {"HTTP/1.1 200 OK\r\nContent-Length: 4294967298\r\n\r\nok", "13106 The reply has more than 16 MB",
+            "", ""},
+           {"ok", "", "ok", "HTTP/1.0 200 OK", "takes its first line for the status line"},
+       }) {
+    SCOPED_TRACE(reply);
+    if (test::LeftOutUnderWine(reply, notUnderWine)) continue;
+    Client_ = std::make_unique<HTTPClient>();
+    Camera_.Faults().Set("close-after-reply");
+    Camera_.AnswerWith(reply);
+    Get(Camera_.URL());
+    EXPECT_EQ(Error_, error);
+    EXPECT_EQ(Body_, body);
+    EXPECT_EQ(Client_->GetHeader(), expectedHeaders);
+  }
+}
+
 TEST_F(HTTPClientTest, BytesOnTheWire) {
   const auto sent = [&](const std::string& headers, const std::string& postData) {
     Camera_.Log().Clear();
@@ -529,6 +561,13 @@ TEST_F(DownloadTest, OutcomeOfEachFault) {
     EXPECT_EQ(SystemInternet().OpenHandles(), HandlesOfClient_);
     Camera_.Faults().Clear();
   }
+}
+
+TEST_F(DownloadTest, AnnouncedLengthBeyond32Bits) {
+  Camera_.Faults().Set("close-after-reply");
+  Camera_.AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 4294967298\r\n\r\nok");
+  Client_->Progress = [](std::int32_t, std::int32_t total, bool&) { EXPECT_EQ(total, INT32_MAX); };
+  EXPECT_EQ(Download(), "13106 Download file truncated");
 }
 
 TEST_F(DownloadTest, PathThatCannotBeWrittenIsRefusedBeforeTheRequest) {

@@ -296,8 +296,8 @@ class CurlInternet final : public Internet {
     return Succeeded(node->Send(*this, request, AnsiText(headers), body));
   }
 
-  std::optional<std::uint32_t> QueryContentLength(InternetHandle request) override {
-    std::optional<std::uint32_t> length;
+  std::optional<std::uint64_t> QueryContentLength(InternetHandle request) override {
+    std::optional<std::uint64_t> length;
     const auto reply = FindReply(request);
     if (reply) length = reply->Reply()->ContentLength();
     if (reply) Succeeded(length ? SystemErrorNone : ErrorHeaderNotFound);

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdlib>
 #include <new>
 #include <utility>
 
+#include "platform/ReplyText.h"
 #include "platform/posix/SystemInternetErrors.h"
 #include "platform/posix/SystemInternetLoop.h"
 
@@ -58,6 +58,9 @@ std::string HostsWithoutProxy() {
 
 /// libcurl's URL parser takes these as they stand, and cuts the URL at none of them.
 bool PassesParser(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7F && c != '#'; }
+
+/// What the header block of a reply without one is on Windows.
+constexpr std::string_view BlockOfBareReply = "HTTP/1.0 200 OK\r\n\r\n";
 
 std::uint16_t LocalPortOf(curl_socket_t descriptor) {
   sockaddr_storage address{};
@@ -378,16 +381,12 @@ std::uint32_t Transfer::BodyError() const {
   return ErrorOf(*Result_);
 }
 
-std::optional<std::uint32_t> Transfer::ContentLength() const {
+std::optional<std::uint64_t> Transfer::ContentLength() const {
   const auto encoding = FindHeader(Headers_, "Transfer-Encoding");
-  if (encoding && EqualIgnoringCase(*encoding, "chunked")) return std::nullopt;
+  if (encoding && IsChunked(*encoding)) return std::nullopt;
   const auto text = FindHeader(Headers_, "Content-Length");
   if (!text) return std::nullopt;
-  std::uint32_t length = 0;
-  const auto* end = text->data() + text->size();
-  const auto result = std::from_chars(text->data(), end, length);
-  if (result.ec != std::errc{} || result.ptr != end) return std::nullopt;
-  return length;
+  return LengthFromText(*text);
 }
 
 std::size_t Transfer::Read(std::span<std::uint8_t> buffer) {
@@ -422,9 +421,11 @@ bool Transfer::TakeHeader(std::string_view line) {
     Headers_.clear();
     BlockComplete_ = false;
   }
+  // However the camera ends its lines.
+  if (line.ends_with('\n')) line.remove_suffix(line.ends_with("\r\n") ? 2 : 1);
   if (Headers_.size() + line.size() > MaxHeaderBlock) return false;
-  Headers_ += line;
-  if (line == "\r\n" || line == "\n") {
+  Headers_.append(line).append("\r\n");
+  if (line.empty()) {
     BlockComplete_ = true;
     if (Status() >= 200) ++Replies_;
     HeadersFinal_ = !AnotherReplyMayFollow();
@@ -445,6 +446,7 @@ std::size_t Transfer::OnBody(char* data, std::size_t size, std::size_t count, vo
   auto& self = *static_cast<Transfer*>(transfer);
   // libcurl drops the bodies of replies that another one follows.
   self.HeadersFinal_ = true;
+  if (self.Headers_.empty()) self.Headers_ = BlockOfBareReply;
   const auto length = size * count;
   if (self.KeepsBody_) self.Body_.insert(self.Body_.end(), data, data + length);
   return length;

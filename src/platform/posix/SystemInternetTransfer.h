@@ -113,7 +113,8 @@ class Transfer {
   std::uint32_t BodyError() const;
 
   const std::string& Headers() const { return Headers_; }
-  std::optional<std::uint32_t> ContentLength() const;
+  /// Nothing where none is announced, or it does not count because the body tells its end itself.
+  std::optional<std::uint64_t> ContentLength() const;
   std::size_t Available() const { return Body_.size() - BodyRead_; }
   std::size_t Read(std::span<std::uint8_t> buffer);
 

@@ -15,6 +15,7 @@
 
 #include "common/Logging.h"
 #include "platform/Internet.h"
+#include "platform/ReplyText.h"
 #include "platform/RequestText.h"
 #include "platform/windows/AnsiText.h"
 #include "platform/windows/SystemHeaders.h"
@@ -272,24 +273,28 @@ class WindowsInternet final : public Internet {
     return outcome.Report();
   }
 
-  std::optional<std::uint32_t> QueryContentLength(InternetHandle request) override {
+  std::optional<std::uint64_t> QueryContentLength(InternetHandle request) override {
     const auto node = Find(request, Node::Kind::Request);
     if (!node) return std::nullopt;
-    DWORD value = 0;
-    if (!QueryNumber(node->Native, HTTP_QUERY_CONTENT_LENGTH, value).Report()) return std::nullopt;
-    return value;
+    std::string value;
+    if (QueryLine(node->Native, HTTP_QUERY_TRANSFER_ENCODING, value).succeeded && IsChunked(value)) {
+      Succeeded(ERROR_HTTP_HEADER_NOT_FOUND);
+      return std::nullopt;
+    }
+    // As text, since a number would be of 32 bits.
+    if (!QueryLine(node->Native, HTTP_QUERY_CONTENT_LENGTH, value).Report()) return std::nullopt;
+    return LengthFromText(value);
   }
 
   bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) override {
     const auto node = Find(request, Node::Kind::Request);
     if (!node) return false;
-    std::vector<char> ansi(buffer.size());
-    auto ansiLength = static_cast<DWORD>(ansi.size());
+    auto size = static_cast<DWORD>(buffer.size());
     const auto outcome = Call([&] {
-      return HttpQueryInfoA(node->Native, HTTP_QUERY_RAW_HEADERS_CRLF, ansi.data(), &ansiLength, nullptr);
+      return HttpQueryInfoA(node->Native, HTTP_QUERY_RAW_HEADERS_CRLF, buffer.data(), &size, nullptr);
     });
-    length = ansiLength;
-    return outcome.Report() && Store(TextFromAnsi({ansi.data(), ansiLength}), buffer, length);
+    length = size;
+    return outcome.Report();
   }
 
   bool QueryDataAvailable(InternetHandle request, std::uint32_t& available) override {
@@ -366,6 +371,15 @@ class WindowsInternet final : public Internet {
     DWORD size = sizeof value;
     return Call(
         [&] { return HttpQueryInfoA(native, item | HTTP_QUERY_FLAG_NUMBER, &value, &size, nullptr); });
+  }
+
+  /// A line of the reply's header, of no more characters than any of use has.
+  static Outcome QueryLine(HINTERNET native, DWORD item, std::string& value) {
+    value.resize(256);
+    auto size = static_cast<DWORD>(value.size());
+    const auto outcome = Call([&] { return HttpQueryInfoA(native, item, value.data(), &size, nullptr); });
+    value.resize(outcome.succeeded ? size : 0);
+    return outcome;
   }
 
   /// A server that closes without an answer may show as a success without status and body.
