@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "simulators/Makes.h"
+#include "simulators/engine/Message.h"
 
 namespace {
 
@@ -50,8 +51,17 @@ nlohmann::json Report(Simulator& simulator) {
   return report;
 }
 
+/// In ASCII, so that no control character of a request reaches a terminal.
 std::string Print(const nlohmann::json& json) {
-  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+  return json.dump(2, ' ', true, nlohmann::json::error_handler_t::replace);
+}
+
+/// The same for text: what is not printable ASCII as "\x1B".
+std::string Printable(const std::string& text) {
+  std::string printable;
+  for (const char c : text)
+    printable += c >= ' ' && c < 0x7F ? std::string(1, c) : "\\x" + Hex(std::string(1, c));
+  return printable;
 }
 
 void Obey(Simulator& simulator, const std::string& command) {
@@ -72,7 +82,7 @@ void ObeyOrTell(Simulator& simulator, const std::string& command) {
   try {
     Obey(simulator, command);
   } catch (const std::exception& problem) {
-    std::cerr << "ptzsim: " << problem.what() << std::endl;
+    std::cerr << "ptzsim: " << Printable(problem.what()) << std::endl;
   }
 }
 
@@ -171,7 +181,8 @@ int Run(int argc, char** argv) {
     }
   }
   const auto violations = simulator->Log().Violations();
-  for (const auto& violation : violations) std::cerr << "ptzsim: violation: " << violation << std::endl;
+  for (const auto& violation : violations)
+    std::cerr << "ptzsim: violation: " << Printable(violation) << std::endl;
   return violations.empty() ? 0 : 1;
 }
 

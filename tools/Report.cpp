@@ -4,6 +4,7 @@
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <vector>
 
 #include "Words.h"
@@ -51,7 +52,7 @@ std::string Plain(const Json& value) {
   if (value.is_string()) return Printable(value.get<std::string>());
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (value.is_null()) return "";
-  if (!value.is_array()) return value.dump();
+  if (!value.is_array()) return value.dump(-1, ' ', true, Json::error_handler_t::replace);
   std::string text;
   for (const auto& item : value) text.append(text.empty() ? "" : ", ").append(Plain(item));
   return text;
@@ -87,7 +88,7 @@ void PrintValues(const Json& values) {
     const bool table = value.is_array() && !value.empty() && value.front().is_object();
     auto label = name;
     std::ranges::replace(label, '_', ' ');
-    std::cout << label << ":" << (table ? "" : " " + Plain(value)) << '\n';
+    std::cout << Printable(label) << ":" << (table ? "" : " " + Plain(value)) << '\n';
     if (table) PrintTable(value);
   }
 }
@@ -118,6 +119,11 @@ std::string RequestText(const RequestRecord& request) {
   return text + (reply.size() > longest ? reply.substr(0, longest) + "..." : reply);
 }
 
+void PrintLines(const std::string& text) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) std::cout << Printable(line) << '\n';
+}
+
 void Print(const Outcome& outcome) {
   const bool failed = outcome.Result != Result::Done;
   if (failed) {
@@ -127,7 +133,7 @@ void Print(const Outcome& outcome) {
                       : ResultName(outcome.Result) + std::string(": "))
               << Printable(outcome.Text) << std::endl;
   } else if (!outcome.Text.empty()) {
-    std::cout << outcome.Text << '\n';
+    PrintLines(outcome.Text);
   }
   if (outcome.Values) PrintValues(*outcome.Values);
   if (outcome.After) std::cout << "  " << PositionText(outcome) << '\n';
@@ -158,11 +164,12 @@ const char* ResultName(Result result) {
 
 void Report::Show(const Outcome& outcome) const {
   if (!JSON_) return Print(outcome);
-  std::cout << JsonOf(outcome).dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+  // In ASCII, so that no control character of a reply reaches a terminal.
+  std::cout << JsonOf(outcome).dump(-1, ' ', true, Json::error_handler_t::replace) << std::endl;
 }
 
 void Report::Warn(const std::string& text) const {
-  std::cerr << "ptzctl: warning: " << ptzd::MaskCredentials(text) << std::endl;
+  std::cerr << "ptzctl: warning: " << Printable(ptzd::MaskCredentials(text)) << std::endl;
 }
 
 }  // namespace ptzctl

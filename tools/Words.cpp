@@ -149,19 +149,29 @@ std::vector<std::string> SplitWords(const std::string& line) {
 }
 
 std::string Printable(std::string_view text) {
+  const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
   std::string printable;
-  for (const char c : text) {
-    const auto code = static_cast<unsigned char>(c);
-    if (c == '\r') {
+  const auto escape = [&](unsigned code) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    printable.append("\\x") += digits[code >> 4];
+    printable += digits[code & 15];
+  };
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto code = at(i);
+    const std::size_t following = code >= 0xF0 ? 3 : code >= 0xE0 ? 2 : code >= 0xC0 ? 1 : 0;
+    bool whole = code < 0x80 || (code >= 0xC2 && code < 0xF5);
+    for (std::size_t next = 1; next <= following; ++next) whole = whole && (at(i + next) & 0xC0) == 0x80;
+    if (code == '\r') {
       printable += "\\r";
-    } else if (c == '\n') {
+    } else if (code == '\n') {
       printable += "\\n";
-    } else if (code < 0x20 || code == 0x7F) {
-      constexpr char digits[] = "0123456789ABCDEF";
-      printable.append("\\x") += digits[code >> 4];
-      printable += digits[code & 15];
+    } else if (code < 0x20 || code == 0x7F || !whole) {
+      escape(code);
+    } else if (code == 0xC2 && at(i + 1) < 0xA0) {
+      escape(at(++i));
     } else {
-      printable += c;
+      printable += text.substr(i, following + 1);
+      i += following;
     }
   }
   return printable;

@@ -40,7 +40,8 @@ std::string CapabilityText(ptzd::Capabilities flag);
 /// quotes are not closed.
 std::vector<std::string> SplitWords(const std::string& line);
 
-/// Control characters as "\r", "\n", "\x1B": whatever a camera sends, a terminal is not to obey it.
+/// Control characters as "\r", "\n", "\x1B", "\x9D", and bytes that are no UTF-8 likewise: whatever a camera
+/// sends, a terminal is not to obey it.
 std::string Printable(std::string_view text);
 
 std::string Lower(std::string_view text);

@@ -318,6 +318,18 @@ class JSON(unittest.TestCase):
         self.assertEqual((code, usage["result"]), (2, "usage"))
 
 
+class ControlCharacters(unittest.TestCase):
+    def test_none_of_a_reply_reaches_the_terminal(self):
+        with Camera() as camera:
+            camera.say("fault close-after-reply")
+            camera.say("fault garbage=\x1b]0;\x7f\u008d\u008f\u0090\u009d")
+            for form in ([], ["--json"], ["--trace"]):
+                with self.subTest(form):
+                    _, out, err = ptzctl(*form, *camera.options(), "move", "right")
+                    self.assertRegex(out + err, r"x9D|\\u009d")
+                    self.assertNotRegex(out + err, "[\\x00-\\x08\\x0b-\\x1f\\x7f-\\x9f]")
+
+
 class Credentials(unittest.TestCase):
     def test_they_are_used_and_never_shown(self):
         for scheme in ("basic",) if WINDOWS else ("basic", "digest"):  # Wine answers no Digest challenge
