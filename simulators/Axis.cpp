@@ -4,6 +4,7 @@
 #include <set>
 #include <string_view>
 
+#include "simulators/engine/Make.h"
 #include "simulators/engine/Motion.h"
 #include "simulators/engine/Rules.h"
 
@@ -152,13 +153,12 @@ struct AxisRules {
   static constexpr Rule<Head> Configuration[] = {{"setserverpresetname", ServerPreset, SetPreset}};
 };
 
-Axis::Axis() : Axis(Options()) {}
-
 Axis::Axis(const Options& options)
     : Simulator(options.Clock),
       ParameterLineEnd_(options.ParameterLineEnd),
       Channels_(MakeChannels(Time(), options.Heads)),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 std::vector<Axis::Channel> Axis::MakeChannels(const Clock& clock, const std::vector<AxisHead>& heads) {
   std::vector<Channel> channels;
@@ -169,9 +169,7 @@ std::vector<Axis::Channel> Axis::MakeChannels(const Clock& clock, const std::vec
 Axis::~Axis() = default;
 
 HTTPReply Axis::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   if (query.Path == "/axis-cgi/view/param.cgi" || query.Path == "/axis-cgi/param.cgi")
     return Parameters(query);
   if (query.Path == "/axis-cgi/com/ptz.cgi") return Control(query, false);
@@ -215,11 +213,9 @@ HTTPReply Axis::Parameters(const Query& query) const {
 }
 
 HTTPReply Axis::Control(const Query& query, bool configuration) {
-  const auto camera = Number(query.Find("camera").value_or("1"));
-  std::size_t index = 0;
-  while (index < Channels_.size() && camera != index + 1) ++index;
-  if (index == Channels_.size()) return Error("No such camera", "no such camera: " + query.Text);
-  Channel& channel = Channels_[index];
+  const auto index = IndexOf(query, "camera", Channels_.size());
+  if (!index) return Error("No such camera", "no such camera: " + query.Text);
+  Channel& channel = Channels_[*index];
 
   const unsigned abilities = channel.Kind->Abilities;
   const Outcome outcome = configuration
@@ -253,5 +249,18 @@ nlohmann::json Axis::State() const {
   }
   return {{"heads", std::move(heads)}};
 }
+
+const Make Axis::AtShell = {"axis", "Axis camera or video server (HTTP)", [](Shell& shell) {
+                              using enum AxisHead;
+                              const auto options = std::make_shared<Options>();
+                              shell.Choice("--head", options->Heads,
+                                           {{"mechanical", {Mechanical}},
+                                            {"digital", {Digital}},
+                                            {"relative", {Relative}},
+                                            {"none", {None}},
+                                            {"multi", {Mechanical, Digital, Relative, None}}},
+                                           "Kind of head; mechanical when not given");
+                              return From<Axis>(options);
+                            }};
 
 }  // namespace ptzsim

@@ -41,7 +41,6 @@ class Axis : public Simulator {
     std::map<std::string, std::array<double, 3>> Presets;  ///< pan, tilt and zoom by name
   };
 
-  Axis();
   explicit Axis(const Options& options);
   ~Axis() override;
 
@@ -49,6 +48,7 @@ class Axis : public Simulator {
   nlohmann::json State() const override;
   /// Camera 1, 2, ...; throws std::out_of_range for one that is not there.
   HeadState Head(int camera = 1) const;
+  static const Make AtShell;
 
  private:
   struct Channel;

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "simulators/engine/Make.h"
 #include "simulators/engine/Query.h"
 
 namespace ptzsim {
@@ -96,22 +97,17 @@ std::string Error(const char* code) { return std::string("<err>") + code + "</er
 
 }  // namespace
 
-Bosch::Bosch() : Bosch(Options()) {}
-
 Bosch::Bosch(Options options)
     : Simulator(options.Clock),
       Replies_(options.Form),
       Pan_(Time(), 23155, Motion::Endless, TurnSpeed),
       Tilt_(Time(), -3765, TiltRange, TurnSpeed),
       Zoom_(Time(), 333, ZoomRange, ZoomSpeed),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
-
-Bosch::~Bosch() = default;
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 HTTPReply Bosch::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   if (query.Path != "/rcp.xml") return {.Status = 404, .Violation = "no such page: " + request.Target};
   const auto refused = [&](const char* code, const std::string& payload, const std::string& why) {
     HTTPReply reply = Document(payload, Error(code));
@@ -207,5 +203,18 @@ nlohmann::json Bosch::State() const {
   const HeadState head = Head();
   return {{"pan", head.Pan}, {"tilt", head.Tilt}, {"zoom", head.Zoom}, {"moving", head.Moving}};
 }
+
+const Make Bosch::AtShell = {
+    "bosch", "Bosch dome (HTTP, messages in hexadecimal)", [](Shell& shell) {
+      const auto options = std::make_shared<Options>();
+      auto& form = options->Form;
+      shell.Choice("--support", form.Of,
+                   {{"full", Support::Full}, {"empty", Support::Silent}, {"error", Support::Refusing}},
+                   "How it answers messages; full when not given");
+      shell.Flag("--upper-case", form.UpperCase, true, "Answer with digits A to F, not a to f");
+      shell.Flag("--padded", form.Padded, true, "Answer with line ends and blanks around the bytes");
+      shell.Flag("--longer", form.Longer, true, "Answer with two bytes more than were asked for");
+      return From<Bosch>(options);
+    }};
 
 }  // namespace ptzsim

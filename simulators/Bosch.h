@@ -42,15 +42,14 @@ class Bosch : public Simulator {
     bool Moving;
   };
 
-  Bosch();
   explicit Bosch(Options options);
-  ~Bosch() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
   /// How messages are answered from now on. Any thread.
   void Reply(Replies replies);
+  static const Make AtShell;
 
  private:
   using Bytes = std::vector<unsigned>;

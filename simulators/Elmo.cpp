@@ -8,6 +8,10 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
+#include "simulators/engine/Pages.h"
+
 namespace ptzsim {
 namespace {
 
@@ -43,7 +47,6 @@ struct Elmo::Model {
   int HomeSlot;        // 0: home is not a preset
 
   static const Model All[];
-  static const Model& Find(std::string_view name);
 };
 
 constinit const Elmo::Model Elmo::Model::All[] = {
@@ -52,24 +55,15 @@ constinit const Elmo::Model Elmo::Model::All[] = {
     {"PTC-402C", PTC402, {18550, -175, 175}, {11024, 16, -196}, {0, 7524}, 418, 0, 0},
 };
 
-const Elmo::Model& Elmo::Model::Find(std::string_view name) {
-  const auto found =
-      std::find_if(std::begin(All), std::end(All), [&](const Model& m) { return m.Name == name; });
-  if (found == std::end(All)) throw std::invalid_argument("no model is called \"" + std::string(name) + "\"");
-  return *found;
-}
-
 namespace {
 
 /// Digits and nothing else, within a range.
 double Whole(const std::string& text, Motion::Range range) {
-  std::uint32_t value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end)
-    throw std::invalid_argument("\"" + text + "\" is not a whole number");
-  if (value < range.Min || value > range.Max) throw std::invalid_argument(text + " is out of range");
-  return value;
+  const auto value = text[0] == '-' ? std::nullopt : WholeNumber(text);
+  if (!value) throw std::invalid_argument("\"" + text + "\" is not a whole number");
+  const auto number = static_cast<double>(*value);
+  if (number < range.Min || number > range.Max) throw std::invalid_argument(text + " is out of range");
+  return number;
 }
 
 /// May have decimals; beyond the tele end the lens stops there.
@@ -91,17 +85,9 @@ std::string OneDecimal(double value) {
 
 }  // namespace
 
-/// What the command pages know: sets of parameters that come together. Each answers whether the camera took
-/// it, and throws std::invalid_argument on values that no such camera takes, before anything moves.
+/// What the command pages know. Each answers whether the camera took it, and throws std::invalid_argument on
+/// values that no such camera takes, before anything moves.
 struct ElmoCommands {
-  using Values = Elmo::Values;
-  struct Command {
-    Series On;
-    std::string_view Page;
-    std::vector<std::string_view> Names;  // none: all that stands after the "?" is the value
-    bool (*Do)(Elmo&, const Values&);
-  };
-
   static bool Pan(Elmo& e, const Values& values) {
     e.Pan_.MoveTo(Whole(values[0], e.Pan_.Limits()));
     return true;
@@ -164,73 +150,57 @@ struct ElmoCommands {
     e.Zoom_.MoveTo(e.Model_.Zoom.Min);
     return true;
   }
-  static bool Home(Elmo& e, const Values& values) {
-    if (values[0] != "HOME") throw std::invalid_argument("\"" + values[0] + "\" is not HOME");
-    return GoHome(e);
-  }
+  static bool Home(Elmo& e, const Values&) { return GoHome(e); }
 
-  static const std::vector<Command>& All() {
-    static const std::vector<Command> all = {
-        {Series200, "/cgi-bin/ctrl", {"pana"}, Pan},
-        {Series200, "/cgi-bin/ctrl", {"tlta"}, Tilt},
-        {Series200, "/cgi-bin/ctrl", {"pana", "tlta"}, PanTilt},
-        {Series200, "/cgi-bin/ctrl", {"zoom"}, ZoomStep},
-        {Series200, "/cgi-bin/ctrl", {"iris"}, Iris},
-        {Series200, "/cgi-bin/ctrl", {"fcus"}, Focus},
-        {Series200, "/cgi-bin/ctrl", {"prst"}, Recall},
-        {Series200, "/cgi-bin/pmem", {}, Store},
-        {Series400, "/cgi-bin/set", {"c_span"}, Pan},
-        {Series400, "/cgi-bin/set", {"c_tilt"}, Tilt},
-        {Series400, "/cgi-bin/set", {"c_zoom"}, Zoom},
-        {Series400, "/cgi-bin/set", {"c_prst"}, Recall},
-        {Series400, "/cgi-bin/set", {"c_pmem"}, Store},
-        {PTC402, "/cgi-bin/exec", {"x_pospan", "x_postilt", "x_poszoom"}, PanTiltZoom},
-        {PTC402, "/cgi-bin/exec", {"x_preprst"}, Home},
-    };
-    return all;
-  }
+  static constexpr Page<Elmo, bool> All[] = {
+      {"/cgi-bin/ctrl?pana=*", Pan, Series200},
+      {"/cgi-bin/ctrl?tlta=*", Tilt, Series200},
+      {"/cgi-bin/ctrl?pana=*&tlta=*", PanTilt, Series200},
+      {"/cgi-bin/ctrl?zoom=*", ZoomStep, Series200},
+      {"/cgi-bin/ctrl?iris=*", Iris, Series200},
+      {"/cgi-bin/ctrl?fcus=*", Focus, Series200},
+      {"/cgi-bin/ctrl?prst=*", Recall, Series200},
+      {"/cgi-bin/pmem?*", Store, Series200},
+      {"/cgi-bin/set?c_span=*", Pan, Series400},
+      {"/cgi-bin/set?c_tilt=*", Tilt, Series400},
+      {"/cgi-bin/set?c_zoom=*", Zoom, Series400},
+      {"/cgi-bin/set?c_prst=*", Recall, Series400},
+      {"/cgi-bin/set?c_pmem=*", Store, Series400},
+      {"/cgi-bin/exec?x_pospan=*&x_postilt=*&x_poszoom=*", PanTiltZoom, PTC402},
+      {"/cgi-bin/exec?x_preprst=HOME", Home, PTC402},
+  };
 };
 
-std::vector<std::string> Elmo::Models() {
-  std::vector<std::string> names;
-  for (const Model& model : Model::All) names.emplace_back(model.Name);
-  return names;
-}
-
-Elmo::Elmo() : Elmo(Options()) {}
+std::vector<std::string> Elmo::Models() { return NamesOf(Model::All); }
 
 Elmo::Elmo(const Options& options)
     : Simulator(options.Clock),
-      Model_(Model::Find(options.Model)),
+      Model_(FindModel(Model::All, options.Model)),
       Numbers_(options.Numbers),
       Pan_(Time(), 9841, Model_.Pan.Range(), Model_.Pan.PerSecond(TurnSpeed)),
       Tilt_(Time(), 1310, Model_.Tilt.Range(), Model_.Tilt.PerSecond(TurnSpeed)),
       Zoom_(Time(), 637, Model_.Zoom, Model_.Zoom.Max / SecondsOfZoom),
       Iris_(Time(), 420, LensRange, LensSpeed),
       Focus_(Time(), 580, LensRange, LensSpeed),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {
   if (Model_.Slots > 0) Presets_ = {{2, FirstPreset}, {5, SecondPreset}};
 }
 
-Elmo::~Elmo() = default;
-
 HTTPReply Elmo::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   const Series kind = Model_.Kind;
   if (kind == Series200 && request.Target == "/cgi-bin/ctrl") return HTTPReply::Text("NG");
   if (kind == Series400 && request.Target == "/cgi-bin/list?group=pos") return HTTPReply::Text(List());
   if (kind == PTC402 && request.Target == "/cgi-bin/pget?g_pos") return HTTPReply::Text(XML(), "text/xml");
 
-  const auto& commands = ElmoCommands::All();
-  const auto here = [&](const auto& command) { return command.On == kind && command.Page == query.Path; };
-  if (std::none_of(commands.begin(), commands.end(), here))
-    return {.Status = 404, .Violation = "no such page: " + request.Target};
+  const auto command = FindPage(ElmoCommands::All, query, kind);
+  if (!command.KnowsPath) return {.Status = 404, .Violation = "no such page: " + request.Target};
   bool taken = false;
   std::string violation;
   try {
-    taken = Obey(query);
+    if (!command.It) throw std::invalid_argument("no such command");
+    taken = command.It->Do(*this, command.Given);
   } catch (const std::invalid_argument& wrong) {
     violation = wrong.what() + (": " + request.Target);
   }
@@ -243,19 +213,6 @@ HTTPReply Elmo::Answer(const Request& request) {
     reply = HTTPReply::Text(taken ? "OK" : "NG");
   reply.Violation = violation;
   return reply;
-}
-
-bool Elmo::Obey(const Query& query) {
-  for (const auto& command : ElmoCommands::All()) {
-    if (command.On != Model_.Kind || command.Page != query.Path) continue;
-    if (command.Names.empty()) return command.Do(*this, {query.Text});
-    Values values;
-    for (const auto& name : command.Names)
-      if (const auto value = query.Find(name)) values.push_back(*value);
-    if (values.size() == command.Names.size() && query.Pairs.size() == values.size())
-      return command.Do(*this, values);
-  }
-  throw std::invalid_argument("no such command");
 }
 
 /// With the rows that a reader has to pass over.
@@ -314,5 +271,15 @@ nlohmann::json Elmo::State() const {
           {"moving", head.Moving},
           {"presets", head.Presets}};
 }
+
+const Make Elmo::AtShell = {"elmo", "Elmo 200 or 400 series or PTC-402C camera (HTTP)", [](Shell& shell) {
+                              using enum ElmoNumbers;
+                              const auto options = WithModel<Elmo>(shell);
+                              shell.Choice(
+                                  "--numbers", options->Numbers,
+                                  {{"plain", Plain}, {"remarked", Remarked}, {"bracketed", Bracketed}},
+                                  "How a PTC-402C writes its position; remarked when not given");
+                              return From<Elmo>(options);
+                            }};
 
 }  // namespace ptzsim

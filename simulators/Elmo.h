@@ -50,22 +50,19 @@ class Elmo : public Simulator {
   /// "200", "400" and "PTC-402C".
   static std::vector<std::string> Models();
 
-  Elmo();
   /// Throws std::invalid_argument for an unknown model.
   explicit Elmo(const Options& options);
-  ~Elmo() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
+  static const Make AtShell;
 
  private:
   struct Model;
-  using Values = std::vector<std::string>;
   friend struct ElmoCommands;
 
   HTTPReply Answer(const Request& request);
-  bool Obey(const Query& query);
   std::string List() const;
   std::string XML() const;
   HeadState Now() const;

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include "simulators/engine/Make.h"
+
 namespace ptzsim {
 
 /// A direction with its number and its name.
@@ -57,8 +59,6 @@ HTTPReply CGIResult(int result) {
 
 }  // namespace
 
-Foscam::Foscam() : Foscam(Options()) {}
-
 Foscam::Foscam(const Options& options)
     : Simulator(options.Clock),
       Kind_(options.Generation),
@@ -67,14 +67,11 @@ Foscam::Foscam(const Options& options)
       Pan_(Time(), 21.5, PanRange, TurnSpeed),
       Tilt_(Time(), -8.25, TiltRange, TurnSpeed),
       Presets_(Kind_ == Kind::HD ? Places : SavedBefore),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
-
-Foscam::~Foscam() = default;
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 HTTPReply Foscam::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target, true);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   const bool hd = Kind_ == Kind::HD;
   if (query.Path != (hd ? "/cgi-bin/CGIProxy.fcgi" : "/decoder_control.cgi"))
     return {.Status = 404, .Violation = "no such page: " + request.Target};
@@ -197,5 +194,15 @@ nlohmann::json Foscam::State() const {
   if (Kind_ == Kind::HD) state["speed"] = head.Speed;
   return state;
 }
+
+const Make Foscam::AtShell = {"foscam", "Foscam camera with numbered commands (HTTP)", Plainly<Foscam>};
+
+const Make Foscam::HDAtShell = {
+    "foscamhd", "Foscam HD camera (HTTP)", [](Shell& shell) {
+      const auto options = std::make_shared<Options>(Options{.Generation = Kind::HD});
+      shell.Text("--usr", options->User, "Demand this user in the query, as usr=... and pwd=...");
+      shell.Text("--pwd", options->Password, "Password of that user");
+      return From<Foscam>(options);
+    }};
 
 }  // namespace ptzsim

@@ -46,13 +46,12 @@ class Foscam : public Simulator {
         Presets;  ///< pan and tilt by number ("0" to "15") or by name
   };
 
-  Foscam();
   explicit Foscam(const Options& options);
-  ~Foscam() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
+  static const Make AtShell, HDAtShell;
 
  private:
   struct Way;

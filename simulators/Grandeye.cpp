@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "simulators/engine/Make.h"
 #include "simulators/engine/Motion.h"
 #include "simulators/engine/Rules.h"
 
@@ -57,12 +58,11 @@ struct GrandeyeRules {
   };
 };
 
-Grandeye::Grandeye() : Grandeye(Options()) {}
-
 Grandeye::Grandeye(Options options)
     : Simulator(options.Clock),
       Views_(MakeViews(Time(), options.Views)),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 Grandeye::~Grandeye() = default;
 
@@ -76,25 +76,21 @@ std::vector<Grandeye::View> Grandeye::MakeViews(const Clock& clock, int count) {
 }
 
 HTTPReply Grandeye::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   if (query.Path == "/com/ptz.cgi") return Control(query);
   if (query.Path == "/getparam.cgi") return Tell(query);
   return {.Status = 404, .Violation = "no such page: " + request.Target};
 }
 
 HTTPReply Grandeye::Control(const Query& query) {
-  const auto camera = Number(query.Find("camera").value_or("1"));
-  std::size_t index = 0;
-  while (index < Views_.size() && camera != index + 1) ++index;
-  if (index == Views_.size()) return Refused("no such camera: " + query.Text);
+  const auto index = IndexOf(query, "camera", Views_.size());
+  if (!index) return Refused("no such camera: " + query.Text);
   for (const auto& [name, value] : query.Pairs) {
     const auto number = Number(value);
     if (number && *number != std::floor(*number))
       return Refused(name + " is not a whole number: " + query.Text);
   }
-  const Outcome outcome = Obey(GrandeyeRules::All, Views_[index], 1, query, {"camera"});
+  const Outcome outcome = Obey(GrandeyeRules::All, Views_[*index], 1, query, {"camera"});
   return outcome.Wrong.empty() ? HTTPReply::Nothing() : Refused(outcome.Wrong + ": " + query.Text);
 }
 
@@ -128,5 +124,12 @@ nlohmann::json Grandeye::State() const {
   }
   return {{"views", std::move(views)}};
 }
+
+const Make Grandeye::AtShell = {"grandeye", "Grandeye camera with several views (HTTP)", [](Shell& shell) {
+                                  const auto options = std::make_shared<Options>();
+                                  shell.Number("--views", options->Views, 1, MostViews,
+                                               "How many views the camera has");
+                                  return From<Grandeye>(options);
+                                }};
 
 }  // namespace ptzsim

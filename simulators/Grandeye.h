@@ -31,7 +31,6 @@ class Grandeye : public Simulator {
     bool Moving;
   };
 
-  Grandeye();
   /// Throws std::invalid_argument for a number of views that no such camera has.
   explicit Grandeye(Options options);
   ~Grandeye() override;
@@ -40,6 +39,7 @@ class Grandeye : public Simulator {
   nlohmann::json State() const override;
   /// Camera 1, 2, ...; throws std::out_of_range for one that is not there.
   HeadState Head(int camera = 1) const;
+  static const Make AtShell;
 
  private:
   struct View;

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "simulators/engine/Make.h"
 #include "simulators/engine/Motion.h"
 #include "simulators/engine/Rules.h"
 
@@ -108,12 +109,11 @@ struct MeritLilinRules {
   };
 };
 
-MeritLilin::MeritLilin() : MeritLilin(Options()) {}
-
 MeritLilin::MeritLilin(Options options)
     : Simulator(options.Clock),
       Domes_(MakeDomes(Time(), options.Cameras)),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 MeritLilin::~MeritLilin() = default;
 
@@ -127,25 +127,21 @@ std::vector<MeritLilin::Dome> MeritLilin::MakeDomes(const Clock& clock, int coun
 }
 
 HTTPReply MeritLilin::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   if (request.Target == "/")
     return HTTPReply::Text("<html><head><title>Fast dome</title></head><body></body></html>\n", "text/html");
   const bool control = query.Path == "/control", preset = query.Path == "/ptzpreset";
   if (!control && !preset && query.Path != "/camera")
     return {.Status = 404, .Violation = "no such page: " + request.Target};
 
-  const auto camera = Number(query.Find("camid").value_or("1"));
-  std::size_t index = 0;
-  while (index < Domes_.size() && camera != index + 1) ++index;
-  if (index == Domes_.size()) return Refused("no such camera: " + request.Target);
+  const auto index = IndexOf(query, "camid", Domes_.size());
+  if (!index) return Refused("no such camera: " + request.Target);
   for (const auto& [name, value] : query.Pairs) {  // only the zoom has decimals
     const auto number = Number(value);
     if (name != "zoomposdegree" && number && *number != std::floor(*number))
       return Refused(name + " is not a whole number: " + request.Target);
   }
-  Dome& dome = Domes_[index];
+  Dome& dome = Domes_[*index];
   const Outcome outcome = control  ? Obey(MeritLilinRules::Control, dome, 1, query, {"camid"})
                           : preset ? Obey(MeritLilinRules::Preset, dome, 1, query, {"camid"})
                                    : Obey(MeritLilinRules::Lens, dome, 1, query, {"camid"});
@@ -174,5 +170,12 @@ nlohmann::json MeritLilin::State() const {
   }
   return {{"cameras", std::move(cameras)}};
 }
+
+const Make MeritLilin::AtShell = {"meritlilin", "Merit Lilin dome or video server (HTTP)", [](Shell& shell) {
+                                    const auto options = std::make_shared<Options>();
+                                    shell.Number("--cameras", options->Cameras, 1, MostCameras,
+                                                 "How many cameras it serves");
+                                    return From<MeritLilin>(options);
+                                  }};
 
 }  // namespace ptzsim

@@ -38,7 +38,6 @@ class MeritLilin : public Simulator {
     std::map<int, std::array<double, 3>> Presets;  ///< pan, tilt and zoom in camera units by number
   };
 
-  MeritLilin();
   /// Throws std::invalid_argument for a number of cameras that no such server has.
   explicit MeritLilin(Options options);
   ~MeritLilin() override;
@@ -47,6 +46,7 @@ class MeritLilin : public Simulator {
   nlohmann::json State() const override;
   /// Camera 1, 2, ...; throws std::out_of_range for one that is not there.
   HeadState Head(int camera = 1) const;
+  static const Make AtShell;
 
  private:
   struct Dome;

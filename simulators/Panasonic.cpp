@@ -9,6 +9,9 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
+#include "simulators/engine/Pages.h"
 #include "simulators/engine/Query.h"
 
 namespace ptzsim {
@@ -25,7 +28,6 @@ struct Panasonic::Model {
   double Field;  // of view, across the picture, degrees; 0: the camera knows of no picture to click in
 
   static const Model All[];
-  static const Model& Find(std::string_view name);
 };
 
 constinit const Panasonic::Model Panasonic::Model::All[] = {
@@ -54,13 +56,6 @@ constinit const Panasonic::Model Panasonic::Model::All[] = {
     {"BL-VT164", TakesAngles, {-41, 41}, {-32, 10}, 0},
 };
 
-const Panasonic::Model& Panasonic::Model::Find(std::string_view name) {
-  const auto found =
-      std::find_if(std::begin(All), std::end(All), [&](const Model& m) { return m.Name == name; });
-  if (found == std::end(All)) throw std::invalid_argument("no model is called \"" + std::string(name) + "\"");
-  return *found;
-}
-
 namespace {
 
 constexpr double Degree = 100;                              // units of pan and tilt
@@ -88,12 +83,9 @@ bool NewEnough(const std::string& firmware) {
 }
 
 double Whole(const std::string& text) {
-  long value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end)
-    throw std::invalid_argument("\"" + text + "\" is not a whole number");
-  return static_cast<double>(value);
+  const auto value = WholeNumber(text);
+  if (!value) throw std::invalid_argument("\"" + text + "\" is not a whole number");
+  return static_cast<double>(*value);
 }
 
 double Angle(const std::string& text, Motion::Range range) {
@@ -113,25 +105,11 @@ double Size(const std::string& text) {
 
 std::string Row(const std::string& key, double value) { return key + ":" + Decimal(value, 0) + "\r\n"; }
 
-/// The values that stand in a query where `known` has "*", in the order of `known`; nothing when they differ
-/// in anything else but the order of their parameters.
-std::optional<std::vector<std::string>> Match(const Query& known, const Query& query) {
-  if (query.Path != known.Path || query.Pairs.size() != known.Pairs.size()) return std::nullopt;
-  std::vector<std::string> values;
-  for (const auto& [name, value] : known.Pairs) {
-    const auto found = query.Find(name);
-    if (!found || (value != "*" && *found != value)) return std::nullopt;
-    if (value == "*") values.push_back(*found);
-  }
-  return values;
-}
-
 }  // namespace
 
-/// What the camera knows: whole requests, "*" for a value that varies. Each gives the rows of its reply and
-/// throws std::invalid_argument on values that no such camera takes.
+/// What the camera knows. Each gives the rows of its reply and throws std::invalid_argument on values that no
+/// such camera takes.
 struct PanasonicPages {
-  using Values = Panasonic::Values;
   struct Page {
     const char* Target;
     unsigned Needs;
@@ -210,17 +188,11 @@ struct PanasonicPages {
   };
 };
 
-std::vector<std::string> Panasonic::Models() {
-  std::vector<std::string> names;
-  for (const Model& model : Model::All) names.emplace_back(model.Name);
-  return names;
-}
-
-Panasonic::Panasonic() : Panasonic(Options()) {}
+std::vector<std::string> Panasonic::Models() { return NamesOf(Model::All); }
 
 Panasonic::Panasonic(const Options& options)
     : Simulator(options.Clock),
-      Model_(Model::Find(options.Model)),
+      Model_(FindModel(Model::All, options.Model)),
       Firmware_(options.Firmware),
       Mount_(options.Mounted),
       Abilities_(NewEnough(Firmware_) ? Model_.Abilities : Model_.Abilities & ~TakesAngles),
@@ -228,25 +200,18 @@ Panasonic::Panasonic(const Options& options)
       Tilt_(Time(), 675, TiltRange(Model_.Tilt, Mount_), TurnSpeed),
       Zoom_(Time(), 421, LensRange, LensSpeed),
       Focus_(Time(), 638, LensRange, LensSpeed),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
-
-Panasonic::~Panasonic() = default;
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 HTTPReply Panasonic::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   const Query query(request.Target);
   for (const auto& page : PanasonicPages::All) {
-    const auto values = Match(Query(page.Target), query);
+    const auto values = Match(page.Target, query);
     if (!values) continue;
     const unsigned lacking = page.Needs & ~Abilities_;
     if (lacking == TakesAngles) break;
     if (lacking) return {.Status = 400};
-    try {
-      return HTTPReply::Text("Return:0\r\n" + page.Do(*this, *values));
-    } catch (const std::invalid_argument& wrong) {
-      return {.Status = 400, .Violation = wrong.what() + (": " + request.Target)};
-    }
+    return HTTPReply::Text("Return:0\r\n" + page.Do(*this, *values));
   }
   return {.Status = 404, .Violation = "no such request: " + request.Target};
 }
@@ -274,5 +239,15 @@ nlohmann::json Panasonic::State() const {
           {"brightness", head.Brightness},
           {"moving", head.Moving}};
 }
+
+const Make Panasonic::AtShell = {
+    "panasonic", "Panasonic BL-C, BB-HCM or BB-HCE camera (HTTP)", [](Shell& shell) {
+      const auto options = WithModel<Panasonic>(shell);
+      shell.Text("--firmware", options->Firmware, "Version of the firmware, up to 1.22 without angles");
+      shell.Choice("--mount", options->Mounted,
+                   {{"untold", Mount::NotTold}, {"desk", Mount::Desk}, {"ceiling", Mount::Ceiling}},
+                   "Where it tells that it is mounted; untold when not given");
+      return From<Panasonic>(options);
+    }};
 
 }  // namespace ptzsim

@@ -48,18 +48,16 @@ class Panasonic : public Simulator {
   /// no nphPtzf whatever their firmware.
   static std::vector<std::string> Models();
 
-  Panasonic();
   /// Throws std::invalid_argument for an unknown model or a firmware that is not a number.
   explicit Panasonic(const Options& options);
-  ~Panasonic() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
+  static const Make AtShell;
 
  private:
   struct Model;
-  using Values = std::vector<std::string>;
   friend struct PanasonicPages;
 
   HTTPReply Answer(const Request& request);

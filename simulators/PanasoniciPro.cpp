@@ -8,6 +8,9 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
+
 namespace ptzsim {
 
 struct PanasoniciPro::Model {
@@ -20,7 +23,6 @@ struct PanasoniciPro::Model {
   Motion::Range PanUnits() const;
   Motion::Range TiltUnits() const;
   static const Model All[];
-  static const Model& Find(std::string_view name);
 };
 
 constinit const PanasoniciPro::Model PanasoniciPro::Model::All[] = {
@@ -33,13 +35,6 @@ constinit const PanasoniciPro::Model PanasoniciPro::Model::All[] = {
     {"WV-SW174W", {-47.5, 47.5}, {-45, 10}, 4, true}, {"WV-SW175", {-47.5, 47.5}, {-45, 10}, 4, true},
     {"BL-VT164", {-41, 41}, {-32, 10}, 8, true},      {"BL-VT164W", {-41, 41}, {-32, 10}, 8, true},
 };
-
-const PanasoniciPro::Model& PanasoniciPro::Model::Find(std::string_view name) {
-  const auto found =
-      std::find_if(std::begin(All), std::end(All), [&](const Model& m) { return m.Name == name; });
-  if (found == std::end(All)) throw std::invalid_argument("no model is called \"" + std::string(name) + "\"");
-  return *found;
-}
 
 namespace {
 
@@ -74,21 +69,14 @@ Motion::Range PanasoniciPro::Model::TiltUnits() const {
   return {-Tilt.Max * Degree, -Tilt.Min * Degree};
 }
 
-std::vector<std::string> PanasoniciPro::Models() {
-  std::vector<std::string> names;
-  for (const Model& model : Model::All) names.emplace_back(model.Name);
-  return names;
-}
-
-PanasoniciPro::PanasoniciPro() : PanasoniciPro(Options()) {}
+std::vector<std::string> PanasoniciPro::Models() { return NamesOf(Model::All); }
 
 PanasoniciPro::PanasoniciPro(const Options& options)
     : Simulator(options.Clock),
-      Model_(Model::Find(options.Model)),
+      Model_(FindModel(Model::All, options.Model)),
       Channels_(AtFirst(options.Channels)),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
-
-PanasoniciPro::~PanasoniciPro() = default;
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 std::vector<PanasoniciPro::Channel> PanasoniciPro::AtFirst(int count) {
   if (count < 1 || count > MostChannels)
@@ -105,20 +93,14 @@ std::vector<PanasoniciPro::Channel> PanasoniciPro::AtFirst(int count) {
 }
 
 HTTPReply PanasoniciPro::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   Query query(request.Target);
-  try {
-    Channel& head = Take(query);
-    const bool asksAll = query.Pairs.size() == 1 && query.Find("FILE") == "1";
-    if (query.Path == "/cgi-bin/getinfo" && asksAll) return HTTPReply::Text(Information());
-    if (query.Path == "/cgi-bin/absget" && query.Pairs.empty()) return HTTPReply::Text(Position(head));
-    if (query.Path == "/cgi-bin/absctrl") {
-      Obey(head, query);
-      return HTTPReply::Nothing();
-    }
-  } catch (const std::invalid_argument& wrong) {
-    return {.Status = 400, .Violation = wrong.what() + (": " + request.Target)};
+  Channel& head = Take(query);
+  const bool asksAll = query.Pairs.size() == 1 && query.Find("FILE") == "1";
+  if (query.Path == "/cgi-bin/getinfo" && asksAll) return HTTPReply::Text(Information());
+  if (query.Path == "/cgi-bin/absget" && query.Pairs.empty()) return HTTPReply::Text(Position(head));
+  if (query.Path == "/cgi-bin/absctrl") {
+    Obey(head, query);
+    return HTTPReply::Nothing();
   }
   return {.Status = 404, .Violation = "no such page: " + request.Target};
 }
@@ -194,5 +176,12 @@ nlohmann::json PanasoniciPro::State() const {
   }
   return {{"model", Model_.Name}, {"channels", channels}};
 }
+
+const Make PanasoniciPro::AtShell = {
+    "panasonicipro", "Panasonic i-Pro camera or encoder (HTTP)", [](Shell& shell) {
+      const auto options = WithModel<PanasoniciPro>(shell);
+      shell.Number("--channels", options->Channels, 1, MostChannels, "How many channels with a head it has");
+      return From<PanasoniciPro>(options);
+    }};
 
 }  // namespace ptzsim

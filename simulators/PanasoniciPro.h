@@ -39,15 +39,14 @@ class PanasoniciPro : public Simulator {
   /// tilt downwards, and those from -180 to 180 degrees turn without end.
   static std::vector<std::string> Models();
 
-  PanasoniciPro();
   /// Throws std::invalid_argument for an unknown model or a number of channels there cannot be.
   explicit PanasoniciPro(const Options& options);
-  ~PanasoniciPro() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   /// Throws std::out_of_range for a channel it does not have.
   HeadState Head(int channel = 1) const;
+  static const Make AtShell;
 
  private:
   struct Model;

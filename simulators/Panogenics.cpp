@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "simulators/engine/Make.h"
 #include "simulators/engine/Motion.h"
 #include "simulators/engine/Rules.h"
 
@@ -55,13 +56,12 @@ struct PanogenicsRules {
   };
 };
 
-Panogenics::Panogenics() : Panogenics(Options()) {}
-
 Panogenics::Panogenics(Options options)
     : Simulator(options.Clock),
       Wrapped_(options.Wrapped),
       Views_(MakeViews(Time())),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 Panogenics::~Panogenics() = default;
 
@@ -77,9 +77,7 @@ HTTPReply Panogenics::Page(const std::string& text) const {
 }
 
 HTTPReply Panogenics::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   if (request.Target == "/admin/listcamparam.cgi") return Page("fw=3.1.7 mount=ceiling views=8");
   const bool turns = query.Path == "/ptz/ptz.cgi", tells = query.Path == "/ptz/listptz.cgi";
   const bool saves = query.Path == "/presets/setpreset.cgi",
@@ -149,5 +147,12 @@ nlohmann::json Panogenics::State() const {
   }
   return {{"views", std::move(views)}};
 }
+
+const Make Panogenics::AtShell = {
+    "panogenics", "Panogenics camera with eight views (HTTP)", [](Shell& shell) {
+      const auto options = std::make_shared<Options>();
+      shell.Flag("--plain", options->Wrapped, false, "Answer with bare text in place of HTML pages");
+      return From<Panogenics>(options);
+    }};
 
 }  // namespace ptzsim

@@ -41,7 +41,6 @@ class Panogenics : public Simulator {
     std::map<int, Preset> Presets;  ///< by index, 1 to 8
   };
 
-  Panogenics();
   explicit Panogenics(Options options);
   ~Panogenics() override;
 
@@ -49,6 +48,7 @@ class Panogenics : public Simulator {
   nlohmann::json State() const override;
   /// View 1 to 8; throws std::out_of_range for any other.
   HeadState Head(int view = 1) const;
+  static const Make AtShell;
 
  private:
   struct View;

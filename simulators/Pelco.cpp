@@ -6,7 +6,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "simulators/engine/Make.h"
 #include "simulators/engine/Motion.h"
+#include "simulators/engine/Query.h"
 
 namespace ptzsim {
 namespace {
@@ -71,8 +73,6 @@ const Pelco::Drive Pelco::Drives[] = {
     {"focus far", "focus near", {0x0080, 0x0100}, {0x0100, 0x0200}, &Head::Focus, FocusSpeed},
     {"iris open", "iris close", {0x0200, 0x0400}, {0x0400, 0x0800}, &Head::Iris, IrisSpeed},
 };
-
-Pelco::Pelco() : Pelco(Options()) {}
 
 Pelco::Pelco(const Options& options)
     : Simulator(options.Clock),
@@ -241,5 +241,35 @@ nlohmann::json Pelco::State() const {
   }
   return {{"line", Line_.State()}, {"receivers", std::move(receivers)}};
 }
+
+const Make Pelco::AtShell = {
+    "pelco", "Pelco receivers on one line (Pelco-D and Pelco-P, serial)",
+    [](Shell& shell) {
+      const auto options = std::make_shared<Options>();
+      auto& line = options->Line;
+      shell.Words(
+          "--addresses", {},
+          [options, first = true](const std::string& address) mutable {
+            if (std::exchange(first, false)) options->Addresses.clear();
+            const auto number = WholeNumber(address);
+            if (!number) throw std::invalid_argument("--addresses " + address + ": is not a number");
+            options->Addresses.push_back(static_cast<int>(std::clamp(*number, 0LL, 256LL)));
+          },
+          "Addresses of the receivers, 1 to 255; 1 when not given");
+      shell.Choice("--protocol", options->Protocol,
+                   {{"d", PelcoProtocol::D}, {"p", PelcoProtocol::P}, {"both", PelcoProtocol::Both}},
+                   "Protocol they understand; both when not given");
+      shell.Word(
+          "--baud", {"1200", "2400", "4800", "9600", "19200", "38400"},
+          [&line](const std::string& baud) { line.Baud = std::stoi(baud); },
+          "Speed they listen at; bytes at another one are a violation. When not given any will do");
+      shell.Text("--line", line.Path,
+                 "Path of the symbolic link to the terminal; when not given one is made up");
+      shell.Number("--paced", line.PacedBaud, 0, 1000000, "Read no faster than bytes travel at this speed");
+      shell.Flag("--cooked", line.Raw, false,
+                 "Begin with echo, line editing and translated line ends, as terminals are found");
+      return From<Pelco>(options);
+    },
+    ptzsim::Line::Terminal};
 
 }  // namespace ptzsim

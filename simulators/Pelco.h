@@ -40,7 +40,6 @@ class Pelco : public Simulator {
     std::map<int, Pose> Presets;
   };
 
-  Pelco();
   /// Throws std::invalid_argument for addresses that cannot be, std::runtime_error when there is no line.
   explicit Pelco(const Options& options);
   ~Pelco() override;
@@ -50,6 +49,7 @@ class Pelco : public Simulator {
   /// Throws std::out_of_range for an address that is not there.
   ReceiverState Receiver(int address = 1) const;
   Terminal& Line() { return Line_; }
+  static const Make AtShell;
 
  private:
   struct Head;

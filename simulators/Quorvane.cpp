@@ -7,6 +7,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "simulators/engine/Make.h"
 #include "simulators/engine/Motion.h"
 
 namespace ptzsim {
@@ -123,13 +124,12 @@ std::vector<Quorvane::Feed> Quorvane::SomeFeeds() {
       {"north yard", "North & East", {}}};
 }
 
-Quorvane::Quorvane() : Quorvane(Options()) {}
-
 Quorvane::Quorvane(const Options& options)
     : Simulator(options.Clock),
       BadXML_(options.BadXML),
       Channels_(MakeChannels(Time(), options.Feeds)),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 Quorvane::~Quorvane() = default;
 
@@ -148,9 +148,7 @@ std::map<std::string, Quorvane::Channel> Quorvane::MakeChannels(const Clock& clo
 }
 
 HTTPReply Quorvane::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target, true);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   if (request.Target == "/")
     return HTTPReply::Text("<html><body><h1>Cameras</h1></body></html>\r\n", "text/html");
   if (query.Path == "/feedlist.xml") {
@@ -208,5 +206,23 @@ nlohmann::json Quorvane::State() const {
   }
   return {{"feeds", std::move(feeds)}};
 }
+
+const Make Quorvane::AtShell = {
+    "quorvane", "Another installation of the surveillance system (HTTP)", [](Shell& shell) {
+      const auto options = std::make_shared<Options>();
+      shell.Words(
+          "--feeds", {},
+          [options, first = true](const std::string& feed) mutable {
+            if (std::exchange(first, false)) options->Feeds.clear();
+            const auto equals = feed.find('=');
+            if (equals == feed.npos) throw std::invalid_argument("--feeds " + feed + ": is not ID=NAME");
+            options->Feeds.push_back(
+                {feed.substr(0, equals), feed.substr(equals + 1), SomeFeeds()[0].Presets});
+          },
+          "The feeds as ID=NAME; when not given \"3=Front Door\" and another");
+      shell.Flag("--bad-xml", options->BadXML, true,
+                 "Break off the lists of feeds and presets in mid-element");
+      return From<Quorvane>(options);
+    }};
 
 }  // namespace ptzsim

@@ -43,7 +43,6 @@ class Quorvane : public Simulator {
   /// "Front Door" with id 3 and two presets, and "North & East" with the id "north yard" and none.
   static std::vector<Feed> SomeFeeds();
 
-  Quorvane();
   /// Throws std::invalid_argument for no feeds, for an empty name or id, and for text that is not plain
   /// ASCII.
   explicit Quorvane(const Options& options);
@@ -53,6 +52,7 @@ class Quorvane : public Simulator {
   nlohmann::json State() const override;
   /// Throws std::out_of_range for an id that is not there.
   FeedState At(const std::string& feedID) const;
+  static const Make AtShell;
 
  private:
   struct Channel;

@@ -8,6 +8,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "simulators/engine/Make.h"
+#include "simulators/engine/Pages.h"
+
 namespace ptzsim {
 namespace {
 
@@ -58,38 +61,32 @@ std::string Word(long value) {
 
 }  // namespace
 
-/// What opecmd.cgi knows: a number and the fields that come with it, all of them whole numbers.
+/// What opecmd.cgi knows, all of it in whole numbers; false where it refuses what was in order.
 struct SanyoCommands {
-  struct Field {
-    std::string Name;
-    int Min, Max;
-  };
-  using Values = std::vector<int>;
-  struct Command {
-    std::string Ope;
-    std::vector<Field> Fields;
-    bool (*Do)(Sanyo&, const Values&);  // false: refused, though it was in order
-  };
-
   static bool Turn(Motion& motion, double percent, int direction, int count) {
     motion.MoveBy(direction == Backward ? -count * percent : count * percent);
     return true;
   }
-  static bool Pan(Sanyo& s, const Values& v) { return Turn(s.Pan_, AcrossPercent, v[0], v[1]); }
-  static bool Tilt(Sanyo& s, const Values& v) { return Turn(s.Tilt_, UpPercent, v[0], v[1]); }
+  static bool Pan(Sanyo& s, const Values& v) {
+    return Turn(s.Pan_, AcrossPercent, Whole(v[0], 1, 2), Whole(v[1], 0, LargestStep));
+  }
+  static bool Tilt(Sanyo& s, const Values& v) {
+    return Turn(s.Tilt_, UpPercent, Whole(v[0], 1, 2), Whole(v[1], 0, LargestStep));
+  }
   static bool Both(Sanyo& s, const Values& v) {
-    return Turn(s.Pan_, AcrossPercent, v[0], v[1]) && Turn(s.Tilt_, UpPercent, v[2], v[3]);
+    Whole(v[2], 1, 2), Whole(v[3], 0, LargestStep);  // nothing moves before all is in order
+    return Pan(s, v) && Tilt(s, {v[2], v[3]});
   }
 
   static bool StepIn(Sanyo& s, const Values&) { return s.Zoom_.MoveBy(ZoomStep), true; }
   static bool StepOut(Sanyo& s, const Values&) { return s.Zoom_.MoveBy(-ZoomStep), true; }
 
   static bool Register(Sanyo& s, const Values& v) {
-    s.Presets_[v[0]] = {s.Pan_.Position(), s.Tilt_.Position(), s.Zoom_.Position()};
+    s.Presets_[Whole(v[0], 1, Presets)] = {s.Pan_.Position(), s.Tilt_.Position(), s.Zoom_.Position()};
     return true;
   }
   static bool Execute(Sanyo& s, const Values& v) {
-    const auto preset = s.Presets_.find(v[0]);
+    const auto preset = s.Presets_.find(Whole(v[0], 1, Presets));
     if (preset == s.Presets_.end()) return false;
     const auto& [pan, tilt, zoom] = preset->second;
     s.Pan_.MoveTo(pan), s.Tilt_.MoveTo(tilt), s.Zoom_.MoveTo(zoom);
@@ -97,60 +94,43 @@ struct SanyoCommands {
   }
 
   static bool Run(Sanyo& s, const Values& v) {
+    const int code = Whole(v[0], 1, 12), across = Whole(v[1], 0, FastestSpeed),
+              up = Whole(v[2], 0, FastestSpeed);
     const auto way = std::find_if(std::begin(Directions), std::end(Directions),
-                                  [&](const Direction& d) { return d.Code == v[0]; });
+                                  [&](const Direction& d) { return d.Code == code; });
     if (way == std::end(Directions)) throw std::invalid_argument("cmd is no direction");
-    if ((way->Pan == 0 && v[1] != 0) || (way->Tilt == 0 && v[2] != 0))
+    if ((way->Pan == 0 && across != 0) || (way->Tilt == 0 && up != 0))
       throw std::invalid_argument("a speed of what stands still in this direction");
-    s.Pan_.Run(way->Pan * (v[1] + 1) * PanPerSpeed);
-    s.Tilt_.Run(way->Tilt * (v[2] + 1) * TiltPerSpeed);
+    s.Pan_.Run(way->Pan * (across + 1) * PanPerSpeed);
+    s.Tilt_.Run(way->Tilt * (up + 1) * TiltPerSpeed);
     return true;
   }
   static bool RunZoom(Sanyo& s, const Values& v) {
-    s.Zoom_.Run(v[0] == Tele ? ZoomSpeed : v[0] == Wide ? -ZoomSpeed : 0);
+    const int code = Whole(v[0], Tele, StopZoom);
+    s.Zoom_.Run(code == Tele ? ZoomSpeed : code == Wide ? -ZoomSpeed : 0);
     return true;
   }
 
-  static const std::vector<Command>& All() {
-    static const Field panDir{"pan_dir", 1, 2}, pan{"pan_percent", 0, LargestStep};
-    static const Field tiltDir{"tilt_dir", 1, 2}, tilt{"tilt_percent", 0, LargestStep};
-    static const std::vector<Command> all = {
-        {"8", {{"registration", 1, Presets}}, Register},
-        {"11", {{"execution", 1, Presets}}, Execute},
-        {"18", {}, StepIn},
-        {"19", {}, StepOut},
-        {"20", {panDir, pan}, Pan},
-        {"20", {tiltDir, tilt}, Tilt},
-        {"20", {panDir, pan, tiltDir, tilt}, Both},
-        {"51", {{"cmd", 1, 12}, {"p_speed", 0, FastestSpeed}, {"t_speed", 0, FastestSpeed}}, Run},
-        {"51", {{"cmd", Tele, StopZoom}}, RunZoom},
-    };
-    return all;
-  }
+  static constexpr Page<Sanyo, bool> All[] = {
+      {"/cgi-bin/opecmd.cgi?ope=8&registration=*", Register},
+      {"/cgi-bin/opecmd.cgi?ope=11&execution=*", Execute},
+      {"/cgi-bin/opecmd.cgi?ope=18", StepIn},
+      {"/cgi-bin/opecmd.cgi?ope=19", StepOut},
+      {"/cgi-bin/opecmd.cgi?ope=20&pan_dir=*&pan_percent=*", Pan},
+      {"/cgi-bin/opecmd.cgi?ope=20&tilt_dir=*&tilt_percent=*", Tilt},
+      {"/cgi-bin/opecmd.cgi?ope=20&pan_dir=*&pan_percent=*&tilt_dir=*&tilt_percent=*", Both},
+      {"/cgi-bin/opecmd.cgi?ope=51&cmd=*&p_speed=*&t_speed=*", Run},
+      {"/cgi-bin/opecmd.cgi?ope=51&cmd=*", RunZoom},
+  };
 
-  /// The fields' texts in the order of the command; nothing when others came, or too many.
-  static std::optional<std::vector<std::string>> Texts(const Command& command, const Query& query) {
-    std::vector<std::string> texts;
-    for (const Field& field : command.Fields)
-      if (const auto text = query.Find(field.Name)) texts.push_back(*text);
-    if (query.Find("ope") != command.Ope || texts.size() != command.Fields.size() ||
-        query.Pairs.size() != texts.size() + 1)
-      return std::nullopt;
-    return texts;
-  }
-
-  static int Whole(const Field& field, const std::string& text) {
-    int value = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || stop != end || text[0] == '-' || value < field.Min || value > field.Max)
-      throw std::invalid_argument(field.Name + " is not " + std::to_string(field.Min) + " to " +
-                                  std::to_string(field.Max));
-    return value;
+  static int Whole(const std::string& text, int min, int max) {
+    const auto value = text[0] == '-' ? std::nullopt : WholeNumber(text);
+    if (!value || *value < min || *value > max)
+      throw std::invalid_argument("\"" + text + "\" is not " + std::to_string(min) + " to " +
+                                  std::to_string(max));
+    return static_cast<int>(*value);
   }
 };
-
-Sanyo::Sanyo() : Sanyo(Options()) {}
 
 Sanyo::Sanyo(Options options)
     : Simulator(options.Clock),
@@ -160,14 +140,11 @@ Sanyo::Sanyo(Options options)
       Tilt_(Time(), -1450, TiltRange, TiltSpeed),
       Zoom_(Time(), 375, ZoomRange, ZoomSpeed),
       Presets_{{1, {-5225, -1700, 610}}, {7, {8800, -950, 130}}},
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
-
-Sanyo::~Sanyo() = default;
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 HTTPReply Sanyo::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
   const auto session = SessionOf(request);
   if (request.Target == "/index.html") return Index(session);
   const bool asks = query.Path == "/liveimg.cgi";
@@ -216,19 +193,9 @@ std::string Sanyo::Position() const {
 }
 
 HTTPReply Sanyo::Obey(const Query& query) {
-  for (const auto& command : SanyoCommands::All()) {
-    const auto texts = SanyoCommands::Texts(command, query);
-    if (!texts) continue;
-    try {
-      SanyoCommands::Values values;
-      for (std::size_t i = 0; i < texts->size(); ++i)
-        values.push_back(SanyoCommands::Whole(command.Fields[i], (*texts)[i]));
-      return command.Do(*this, values) ? HTTPReply::Text("", "text/html") : HTTPReply{.Status = 400};
-    } catch (const std::invalid_argument& wrong) {
-      return {.Status = 400, .Violation = wrong.what() + (": " + query.Text)};
-    }
-  }
-  return {.Status = 400, .Violation = "no such command: " + query.Text};
+  const auto command = FindPage(SanyoCommands::All, query);
+  if (!command.It) throw std::invalid_argument("no such command");
+  return command.It->Do(*this, command.Given) ? HTTPReply::Text("", "text/html") : HTTPReply{.Status = 400};
 }
 
 void Sanyo::Tell(Status status) {
@@ -255,5 +222,22 @@ nlohmann::json Sanyo::State() const {
           {"moving", head.Moving},
           {"presets", head.Presets}};
 }
+
+const Make Sanyo::AtShell = {"sanyo", "Sanyo camera (HTTP with a session)", [](Shell& shell) -> Builder {
+                               const auto options = std::make_shared<Options>();
+                               const auto seconds = std::make_shared<int>(300);
+                               shell.Number("--session", *seconds, 1, 86400,
+                                            "Seconds that a session lasts unless it is kept alive");
+                               shell.Words(
+                                   "--without", {"pan-tilt", "zoom"},
+                                   [options](const std::string& what) {
+                                     (what == "zoom" ? options->Told.Zoom : options->Told.PanTilt) = false;
+                                   },
+                                   "What its status does not tell: pan-tilt, zoom, or both");
+                               return [options, seconds, build = From<Sanyo>(options)](std::uint16_t port) {
+                                 options->Session = std::chrono::seconds(*seconds);
+                                 return build(port);
+                               };
+                             }};
 
 }  // namespace ptzsim

@@ -47,15 +47,14 @@ class Sanyo : public Simulator {
     std::vector<int> Presets;  ///< numbers of those registered
   };
 
-  Sanyo();
   explicit Sanyo(Options options);
-  ~Sanyo() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
   /// What liveimg.cgi tells from now on. Any thread.
   void Tell(Status status);
+  static const Make AtShell;
 
  private:
   friend struct SanyoCommands;

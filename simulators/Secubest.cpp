@@ -6,6 +6,8 @@
 #include <optional>
 #include <string_view>
 
+#include "simulators/engine/Make.h"
+
 namespace ptzsim {
 namespace {
 
@@ -41,8 +43,6 @@ unsigned Byte(std::string_view bytes, std::size_t at) { return static_cast<unsig
 
 }  // namespace
 
-Secubest::Secubest() : Secubest(Options()) {}
-
 Secubest::Secubest(Options options)
     : Simulator(options.Clock),
       Pan_(Time(), 23.75, {-180, 180}, 0),
@@ -50,8 +50,6 @@ Secubest::Secubest(Options options)
       Zoom_(Time(), 421, {0, 1000}, 0),
       Server_([this](std::string& received) { return Take(received); }, {.Port = options.Port}, Log(),
               Faults()) {}
-
-Secubest::~Secubest() = default;
 
 std::optional<Message> Secubest::Take(std::string& received) {
   const auto spoilt = [&](std::size_t count, const std::string& why) {
@@ -137,5 +135,8 @@ nlohmann::json Secubest::State() const {
   const UnitState unit = Unit();
   return {{"pan", unit.Pan}, {"tilt", unit.Tilt}, {"zoom", unit.Zoom}, {"moving", unit.Moving}};
 }
+
+const Make Secubest::AtShell = {"secubest", "Secubest unit (framed messages over raw TCP)", Plainly<Secubest>,
+                                Line::TCP};
 
 }  // namespace ptzsim

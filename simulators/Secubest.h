@@ -29,15 +29,14 @@ class Secubest : public Simulator {
     bool Moving;
   };
 
-  Secubest();
   explicit Secubest(Options options);
-  ~Secubest() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   UnitState Unit() const;
   /// Closes all connections from the unit's side.
   void CloseConnections(bool reset = false) { Server_.CloseConnections(reset); }
+  static const Make AtShell;
 
  private:
   std::optional<Message> Take(std::string& received);

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
 #include "simulators/engine/Query.h"
 
 namespace ptzsim {
@@ -29,7 +31,6 @@ struct Sony::Model {
   double Turn() const { return Pan.Max - Pan.Min; }  // of an endless head
   bool Version6() const { return CGIVersion[0] >= '6'; }
   static const Model All[];
-  static const Model& Find(std::string_view name);
 };
 
 constinit const Sony::Model Sony::Model::All[] = {
@@ -39,13 +40,6 @@ constinit const Sony::Model Sony::Model::All[] = {
     {"SNC-P5", "2.00", 0, 1, {-564, 564}, {-226, 339}, 20},
     {"SNC-EP521", "6.00", Zooms | TellsRange, 1, {-2380, 2380}, {-1008, 168}, 22},
 };
-
-const Sony::Model& Sony::Model::Find(std::string_view name) {
-  const auto found =
-      std::find_if(std::begin(All), std::end(All), [&](const Model& m) { return m.Name == name; });
-  if (found == std::end(All)) throw std::invalid_argument("no model is called \"" + std::string(name) + "\"");
-  return *found;
-}
 
 namespace {
 
@@ -133,23 +127,15 @@ bool Begins(const std::vector<unsigned char>& frame, const unsigned char (&head)
 
 }  // namespace
 
-std::vector<std::string> Sony::Models() {
-  std::vector<std::string> names;
-  for (const Model& model : Model::All) names.emplace_back(model.Name);
-  return names;
-}
-
-Sony::Sony() : Sony(Options()) {}
+std::vector<std::string> Sony::Models() { return NamesOf(Model::All); }
 
 Sony::Sony(const Options& options)
     : Simulator(options.Clock),
-      Model_(Model::Find(options.Model)),
+      Model_(FindModel(Model::All, options.Model)),
       Pan_(Time(), 217, Model_.Has(Endless) ? Motion::Endless : Model_.Pan, TurnSpeed),
       Tilt_(Time(), -134, Model_.Tilt, TurnSpeed),
       Zoom_(Time(), 3456, ZoomRange, ZoomSpeed),
       Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
-
-Sony::~Sony() = default;
 
 HTTPReply Sony::Answer(const Request& request) {
   const std::lock_guard lock(Mutex_);
@@ -281,5 +267,7 @@ nlohmann::json Sony::State() const {
           {"zoom", head.Zoom},
           {"moving", head.Moving}};
 }
+
+const Make Sony::AtShell = {"sony", "Sony SNC camera (HTTP)", ByModel<Sony>};
 
 }  // namespace ptzsim

@@ -37,14 +37,13 @@ class Sony : public Simulator {
   /// take VISCA. SNC-P5 has no VISCA and zooms by steps only; SNC-EP521 has no VISCA and CGI version 6.
   static std::vector<std::string> Models();
 
-  Sony();
   /// Throws std::invalid_argument for an unknown model.
   explicit Sony(const Options& options);
-  ~Sony() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
+  static const Make AtShell;
 
  private:
   struct Model;

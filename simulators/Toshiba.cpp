@@ -8,8 +8,14 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
+#include "simulators/engine/Pages.h"
+
 namespace ptzsim {
 namespace {
+
+enum Kind : unsigned { Grid = 1, Presets = 2 };
 
 /// The way of an axis in camera units, which count from 0, and in degrees.
 struct Scale {
@@ -34,37 +40,26 @@ constexpr char Refused[] = "40 Bad Request\r\n";
 
 struct Toshiba::Model {
   std::string_view Name;
-  bool Grid;
+  Kind Has;
   Scale Pan, Tilt;
   double StartPan, StartTilt;  // units
 
   static const Model All[];
-  static const Model& Find(std::string_view name);
 };
 
 constinit const Toshiba::Model Toshiba::Model::All[] = {
-    {"IK-WB01", true, {16, -56, 56}, {10, 5, -49}, 10, 6},
-    {"IK-WB11", true, {16, -56, 56}, {10, 5, -49}, 9, 2},
-    {"IK-WB15", false, {7716, -175, 175}, {2617, 30, -90}, 4321, 987},
-    {"IK-WB21", false, {7716, -175, 175}, {2617, 30, -90}, 3210, 1098},
+    {"IK-WB01", Grid, {16, -56, 56}, {10, 5, -49}, 10, 6},
+    {"IK-WB11", Grid, {16, -56, 56}, {10, 5, -49}, 9, 2},
+    {"IK-WB15", Presets, {7716, -175, 175}, {2617, 30, -90}, 4321, 987},
+    {"IK-WB21", Presets, {7716, -175, 175}, {2617, 30, -90}, 3210, 1098},
 };
-
-const Toshiba::Model& Toshiba::Model::Find(std::string_view name) {
-  const auto found =
-      std::find_if(std::begin(All), std::end(All), [&](const Model& m) { return m.Name == name; });
-  if (found == std::end(All)) throw std::invalid_argument("no model is called \"" + std::string(name) + "\"");
-  return *found;
-}
 
 namespace {
 
 long long Whole(const std::string& name, const std::string& text) {
-  long long value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end)
-    throw std::invalid_argument(name + "=" + text + " is not a whole number");
-  return value;
+  const auto value = WholeNumber(text);
+  if (!value) throw std::invalid_argument(name + "=" + text + " is not a whole number");
+  return *value;
 }
 
 int Slot(const std::string& name, long long number) {
@@ -72,23 +67,10 @@ int Slot(const std::string& name, long long number) {
   return static_cast<int>(number);
 }
 
-void Demand(const std::string& name, const std::string& text, const std::string& wanted) {
-  if (text != wanted) throw std::invalid_argument(name + "=" + text + " is not " + wanted);
-}
-
 }  // namespace
 
-/// The pages with the parameters each wants. They throw std::invalid_argument on values that no such camera
-/// takes, before anything moves.
+/// The pages throw std::invalid_argument on values that no such camera takes, before anything moves.
 struct ToshibaPages {
-  using Values = Toshiba::Values;
-  struct Page {
-    bool Grid;
-    std::string_view Path;
-    std::vector<std::string_view> Names;
-    HTTPReply (*Do)(Toshiba&, const Values&);
-  };
-
   static HTTPReply TellPoint(Toshiba& t, const Values&) {
     const long point = std::lround(t.Pan_.Position()) * 256 + std::lround(t.Tilt_.Position());
     return HTTPReply::Text("PTPOINT " + std::to_string(point) + "\r\n", "text/html");
@@ -99,7 +81,6 @@ struct ToshibaPages {
     const long long pan = point / 256 - GridOffset, tilt = point % 256 - GridOffset;
     if (!t.Model_.Pan.Has(pan) || !t.Model_.Tilt.Has(tilt))
       throw std::invalid_argument("cont_3=" + values[0] + " is no point of the grid");
-    Demand("ok", values[1], "dummy.htm");  // the page to be answered with
     t.Pan_.MoveTo(static_cast<double>(pan)), t.Tilt_.MoveTo(static_cast<double>(tilt));
     return HTTPReply::Text("<html><head><title>IK-WB</title></head><body></body></html>\r\n", "text/html");
   }
@@ -112,18 +93,16 @@ struct ToshibaPages {
                            row("Zoom", t.Zoom_.Position()));
   }
 
-  static HTTPReply StepZoom(Toshiba& t, const Values& values) {
-    Demand("type", values[0], "Set");
-    if (values[1] != "Tele" && values[1] != "Wide")
-      throw std::invalid_argument("Zoom=" + values[1] + " is neither Tele nor Wide");
-    t.Zoom_.MoveBy(values[1] == "Tele" ? ZoomStep : -ZoomStep);
+  template <int Direction>
+  static HTTPReply Zoom(Toshiba& t, const Values&) {
+    t.Zoom_.MoveBy(Direction * ZoomStep);
     return HTTPReply::Text(Taken);
   }
 
   static HTTPReply StorePreset(Toshiba& t, const Values& values) {
-    const auto dash = std::min(values[0].find('-'), values[0].size());
-    Demand("type", values[0].substr(0, dash), "PresetNumber");
-    const int slot = Slot("type", Whole("type", values[0].substr(std::min(dash + 1, values[0].size()))));
+    constexpr std::string_view begin = "PresetNumber-";
+    if (!values[0].starts_with(begin)) throw std::invalid_argument("type does not name a preset");
+    const int slot = Slot("type", Whole("type", values[0].substr(begin.size())));
     if (values[1].empty()) throw std::invalid_argument("PresetName is empty");
     const long long pan = Whole("PanPosition", values[2]), tilt = Whole("TiltPosition", values[3]);
     if (!t.Model_.Pan.Has(pan) || !t.Model_.Tilt.Has(tilt)) return HTTPReply::Text(Refused);
@@ -151,57 +130,40 @@ struct ToshibaPages {
     return HTTPReply::Text(Taken);
   }
 
-  static const std::vector<Page>& All() {
-    static const std::vector<Page> all = {
-        {true, "/getcurrentptpointapi.htm", {}, TellPoint},
-        {true, "/directmoveapi.cgi", {"cont_3", "ok"}, GoToPoint},
-        {false, "/api/wbgetptzposition.cgi", {}, TellPosition},
-        {false, "/api/wbsetzoom.cgi", {"type", "Zoom"}, StepZoom},
-        {false, "/api/wbsetptpreset.cgi", {"type", "PresetName", "PanPosition", "TiltPosition"}, StorePreset},
-        {false, "/api/wbpresetapi.cgi", {"cont_4"}, UsePreset},
-    };
-    return all;
-  }
+  static constexpr Page<Toshiba, HTTPReply> All[] = {
+      {"/getcurrentptpointapi.htm", TellPoint, Grid},
+      // The second is the page to be answered with.
+      {"/directmoveapi.cgi?cont_3=*&ok=dummy.htm", GoToPoint, Grid},
+      {"/api/wbgetptzposition.cgi", TellPosition, Presets},
+      {"/api/wbsetzoom.cgi?type=Set&Zoom=Tele", Zoom<1>, Presets},
+      {"/api/wbsetzoom.cgi?type=Set&Zoom=Wide", Zoom<-1>, Presets},
+      {"/api/wbsetptpreset.cgi?type=*&PresetName=*&PanPosition=*&TiltPosition=*", StorePreset, Presets},
+      {"/api/wbpresetapi.cgi?cont_4=*", UsePreset, Presets},
+  };
 };
 
-std::vector<std::string> Toshiba::Models() {
-  std::vector<std::string> names;
-  for (const Model& model : Model::All) names.emplace_back(model.Name);
-  return names;
-}
-
-Toshiba::Toshiba() : Toshiba(Options()) {}
+std::vector<std::string> Toshiba::Models() { return NamesOf(Model::All); }
 
 Toshiba::Toshiba(const Options& options)
     : Simulator(options.Clock),
-      Model_(Model::Find(options.Model)),
+      Model_(FindModel(Model::All, options.Model)),
       Pan_(Time(), Model_.StartPan, Model_.Pan.Range(), Model_.Pan.PerSecond(TurnSpeed)),
       Tilt_(Time(), Model_.StartTilt, Model_.Tilt.Range(), Model_.Tilt.PerSecond(TurnSpeed)),
       Zoom_(Time(), 340, ZoomRange, ZoomSpeed),
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {
-  if (!Model_.Grid) Presets_ = {{3, {"Main gate", 1234, 567}}, {Slots, {"Car park", 6543, 1765}}};
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {
+  if (Model_.Has == Presets) Presets_ = {{3, {"Main gate", 1234, 567}}, {Slots, {"Car park", 6543, 1765}}};
 }
 
-Toshiba::~Toshiba() = default;
-
 HTTPReply Toshiba::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
-  const auto& pages = ToshibaPages::All();
-  const auto page = std::find_if(pages.begin(), pages.end(), [&](const auto& p) {
-    return p.Grid == Model_.Grid && p.Path == query.Path;
-  });
-  if (page == pages.end()) return {.Status = 404, .Violation = "no such page: " + request.Target};
+  const auto page = FindPage(ToshibaPages::All, query, Model_.Has);
+  if (!page.KnowsPath) return {.Status = 404, .Violation = "no such page: " + request.Target};
   try {
-    Values values;
-    for (const auto& name : page->Names)
-      if (const auto value = query.Find(name)) values.push_back(*value);
-    if (values.size() != page->Names.size() || query.Pairs.size() != values.size())
-      throw std::invalid_argument("not the parameters of that page");
-    return page->Do(*this, values);
+    if (!page.It) throw std::invalid_argument("not the parameters of that page");
+    return page.It->Do(*this, page.Given);
   } catch (const std::invalid_argument& wrong) {
-    HTTPReply reply = Model_.Grid ? HTTPReply{.Status = 400} : HTTPReply::Text(Refused);
+    HTTPReply reply = Model_.Has == Grid ? HTTPReply{.Status = 400} : HTTPReply::Text(Refused);
     reply.Violation = wrong.what() + (": " + request.Target);
     return reply;
   }
@@ -236,5 +198,7 @@ nlohmann::json Toshiba::State() const {
           {"moving", head.Moving},
           {"presets", presets}};
 }
+
+const Make Toshiba::AtShell = {"toshiba", "Toshiba IK-WB camera (HTTP)", ByModel<Toshiba>};
 
 }  // namespace ptzsim

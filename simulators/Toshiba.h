@@ -40,14 +40,13 @@ class Toshiba : public Simulator {
   /// IK-WB01, IK-WB11, IK-WB15 and IK-WB21.
   static std::vector<std::string> Models();
 
-  Toshiba();
   /// Throws std::invalid_argument for an unknown model.
   explicit Toshiba(const Options& options);
-  ~Toshiba() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
+  static const Make AtShell;
 
  private:
   struct Model;
@@ -55,7 +54,6 @@ class Toshiba : public Simulator {
     std::string Name;
     double Pan, Tilt;
   };
-  using Values = std::vector<std::string>;
   friend struct ToshibaPages;
 
   HTTPReply Answer(const Request& request);

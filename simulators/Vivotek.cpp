@@ -6,33 +6,34 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
+#include "simulators/engine/Pages.h"
+
 namespace ptzsim {
+namespace {
+
+enum Generation : unsigned { Older = 1, Newer = 2 };
+
+}  // namespace
 
 struct Vivotek::Model {
   std::string_view Name;
-  bool Newer;
+  Generation Of;
   double Width, Height;           // of the picture that clicks are in, pixels
   double AcrossDegree, UpDegree;  // pixels per degree
   Motion::Range Pan, Tilt;        // degrees
 
   static const Model All[];
-  static const Model& Find(std::string_view name);
 };
 
 constinit const Vivotek::Model Vivotek::Model::All[] = {
-    {"PT7135", false, 320, 240, 7.74, 6, {-135, 135}, {-90, 45}},
-    {"PT31x", false, 352, 240, 7.74, 6, {-135, 135}, {-45, 45}},
-    {"PZ61x", false, 352, 240, 7.74, 6, {-135, 135}, {-45, 90}},
-    {"PZ7132", true, 704, 576, 704.0 / 48, 576.0 / 48, {-175, 175}, {-35, 90}},
-    {"SD8362", true, 704, 576, 704.0 / 48, 576.0 / 48, {-180, 180}, {-90, 0}},
+    {"PT7135", Older, 320, 240, 7.74, 6, {-135, 135}, {-90, 45}},
+    {"PT31x", Older, 352, 240, 7.74, 6, {-135, 135}, {-45, 45}},
+    {"PZ61x", Older, 352, 240, 7.74, 6, {-135, 135}, {-45, 90}},
+    {"PZ7132", Newer, 704, 576, 704.0 / 48, 576.0 / 48, {-175, 175}, {-35, 90}},
+    {"SD8362", Newer, 704, 576, 704.0 / 48, 576.0 / 48, {-180, 180}, {-90, 0}},
 };
-
-const Vivotek::Model& Vivotek::Model::Find(std::string_view name) {
-  const auto found =
-      std::find_if(std::begin(All), std::end(All), [&](const Model& m) { return m.Name == name; });
-  if (found == std::end(All)) throw std::invalid_argument("no model is called \"" + std::string(name) + "\"");
-  return *found;
-}
 
 namespace {
 
@@ -50,32 +51,22 @@ double NumberIn(const std::string& name, const std::string& text) {
   return *number;
 }
 
-void Demand(const std::string& name, const std::string& text, const std::string& wanted) {
-  if (text != wanted) throw std::invalid_argument(name + "=" + text + " is not " + wanted);
-}
-
-std::string Size(double width, double height) { return Decimal(width, 0) + "x" + Decimal(height, 0); }
-
 }  // namespace
 
-/// What camctrl.cgi knows: sets of parameters that come together. Each throws std::invalid_argument on values
-/// that no such camera takes.
-struct VivotekCommands {
-  using Values = Vivotek::Values;
-  struct Command {
-    bool Older, Newer;
-    std::vector<std::string> Names;
-    void (*Do)(Vivotek&, const Values&);
-  };
-
-  static void Move(Vivotek& v, const Values& values) {
+/// What the camera knows; whether it took it. They throw std::invalid_argument on values that no such camera
+/// takes.
+struct VivotekPages {
+  static bool Move(Vivotek& v, const Values& values) {
     const std::string& where = values[0];
-    if (where == "home") return v.Pan_.MoveTo(0), v.Tilt_.MoveTo(0);
-    if (where == "left") return v.Pan_.MoveBy(-TurnStep);
-    if (where == "right") return v.Pan_.MoveBy(TurnStep);
-    if (where == "up") return v.Tilt_.MoveBy(TurnStep);
-    if (where == "down") return v.Tilt_.MoveBy(-TurnStep);
-    throw std::invalid_argument("move=" + where + " is unknown");
+    if (where == "home")
+      v.Pan_.MoveTo(0), v.Tilt_.MoveTo(0);
+    else if (where == "left" || where == "right")
+      v.Pan_.MoveBy(where == "left" ? -TurnStep : TurnStep);
+    else if (where == "up" || where == "down")
+      v.Tilt_.MoveBy(where == "down" ? -TurnStep : TurnStep);
+    else
+      throw std::invalid_argument("move=" + where + " is unknown");
+    return true;
   }
 
   static double Sign(const std::string& name, const std::string& text) {
@@ -83,130 +74,103 @@ struct VivotekCommands {
     if (text == "wide") return -1;
     throw std::invalid_argument(name + "=" + text + " is neither tele nor wide");
   }
-  static void Zoom(Vivotek& v, const Values& values) { v.Zoom_.MoveBy(Sign("zoom", values[0]) * ZoomStep); }
-
-  static void Click(Vivotek& v, const Values& values) {
-    v.Click(NumberIn("x", values[0]), NumberIn("y", values[1]));
+  static bool Zoom(Vivotek& v, const Values& values) {
+    v.Zoom_.MoveBy(Sign("zoom", values[0]) * ZoomStep);
+    return true;
   }
 
-  static void ClickInVideo(Vivotek& v, const Values& values) {
-    const std::string size = Size(v.Model_.Width, v.Model_.Height);
-    Demand("resolution", values[2], size), Demand("videosize", values[3], size);
-    Demand("video", values[4], "0"), Demand("stretch", values[5], "0");
-    Click(v, values);
+  /// Brings the clicked point to the middle. Pixels count from the upper left corner.
+  static bool Click(Vivotek& v, const Values& values) {
+    const double x = NumberIn("x", values[0]), y = NumberIn("y", values[1]);
+    v.Pan_.MoveBy((x - v.Model_.Width / 2) / v.Model_.AcrossDegree);
+    v.Tilt_.MoveBy((v.Model_.Height / 2 - y) / v.Model_.UpDegree);
+    return true;
   }
 
   // vx and vy are the direction, vs is the speed in it.
-  static void Run(Vivotek& v, const Values& values) {
+  static bool Run(Vivotek& v, const Values& values) {
     const double x = NumberIn("vx", values[0]), y = NumberIn("vy", values[1]);
     const double speed = NumberIn("vs", values[2]), length = std::hypot(x, y);
     if (speed < 0 || (speed == 0) != (length == 0))
       throw std::invalid_argument("a direction goes with a speed, and a stop with neither");
     const double velocity = length == 0 ? 0 : std::min(speed, FastestTurn) * TurnPerSpeed / length;
     v.Pan_.Run(velocity * x), v.Tilt_.Run(velocity * y);
+    return true;
   }
 
-  static void RunZoom(Vivotek& v, const Values& values) {
+  static bool RunZoom(Vivotek& v, const Values& values) {
     const double speed = NumberIn("zs", values[1]);
     if (speed < 0) throw std::invalid_argument("zs=" + values[1] + " is below 0");
     v.Zoom_.Run(Sign("zooming", values[0]) * std::min(speed, FastestZoom) * ZoomPerSpeed);
+    return true;
   }
 
-  static const std::vector<Command>& All() {
-    static const std::vector<Command> all = {
-        {true, true, {"move"}, Move},
-        {true, true, {"zoom"}, Zoom},
-        {true, false, {"x", "y"}, Click},
-        {false, true, {"x", "y", "resolution", "videosize", "video", "stretch"}, ClickInVideo},
-        {true, true, {"vx", "vy", "vs"}, Run},
-        {true, true, {"zooming", "zs"}, RunZoom},
-    };
-    return all;
+  static bool Save(Vivotek& v, const Values& values) {
+    auto preset = v.Find(values[0]);
+    if (preset == v.Presets_.end()) {
+      if (v.Presets_.size() == Slots) return false;
+      preset = v.Presets_.insert(preset, {values[0], {}});
+    }
+    preset->Place = {v.Pan_.Position(), v.Tilt_.Position(), v.Zoom_.Position()};
+    return true;
   }
+  static bool Recall(Vivotek& v, const Values& values) {
+    const auto preset = v.Find(values[0]);
+    if (preset == v.Presets_.end()) return false;
+    const auto& [pan, tilt, zoom] = preset->Place;
+    v.Pan_.MoveTo(pan), v.Tilt_.MoveTo(tilt), v.Zoom_.MoveTo(zoom);
+    return true;
+  }
+
+  static constexpr Page<Vivotek, bool> All[] = {
+      {"/cgi-bin/camctrl.cgi?cam=1&move=*", Move, Older},
+      {"/cgi-bin/camctrl.cgi?cam=1&zoom=*", Zoom, Older},
+      {"/cgi-bin/camctrl.cgi?cam=1&x=*&y=*", Click, Older},
+      {"/cgi-bin/camctrl.cgi?cam=1&vx=*&vy=*&vs=*", Run, Older},
+      {"/cgi-bin/camctrl.cgi?cam=1&zooming=*&zs=*", RunZoom, Older},
+      {"/cgi-bin/viewer/camctrl.cgi?channel=0&move=*", Move, Newer},
+      {"/cgi-bin/viewer/camctrl.cgi?channel=0&zoom=*", Zoom, Newer},
+      {"/cgi-bin/viewer/camctrl.cgi?channel=0&x=*&y=*&resolution=704x576&videosize=704x576&video=0&stretch=0",
+       Click, Newer},
+      {"/cgi-bin/viewer/camctrl.cgi?channel=0&vx=*&vy=*&vs=*", Run, Newer},
+      {"/cgi-bin/viewer/camctrl.cgi?channel=0&zooming=*&zs=*", RunZoom, Newer},
+      {"/cgi-bin/operator/preset.cgi?channel=0&addpos=*", Save, Newer},
+      {"/cgi-bin/viewer/recall.cgi?channel=0&recall=*", Recall, Newer},
+  };
 };
 
-std::vector<std::string> Vivotek::Models() {
-  std::vector<std::string> names;
-  for (const Model& model : Model::All) names.emplace_back(model.Name);
-  return names;
-}
-
-Vivotek::Vivotek() : Vivotek(Options()) {}
+std::vector<std::string> Vivotek::Models() { return NamesOf(Model::All); }
 
 Vivotek::Vivotek(const Options& options)
     : Simulator(options.Clock),
-      Model_(Model::Find(options.Model)),
+      Model_(FindModel(Model::All, options.Model)),
       Pan_(Time(), 33.5, Model_.Pan, TurnSpeed),
       Tilt_(Time(), -14.25, Model_.Tilt, TurnSpeed),
       Zoom_(Time(), 421, ZoomRange, ZoomSpeed),
       Presets_{{"Main gate", {-52.25, -17, 610}}, {"Car park & ramp", {88, -9.5, 130}}},
-      Server_([this](const Request& r) { return Answer(r); }, {.Port = options.Port}, Log(), Faults()) {}
-
-Vivotek::~Vivotek() = default;
+      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
+              Faults()) {}
 
 HTTPReply Vivotek::Answer(const Request& request) {
-  const std::lock_guard lock(Mutex_);
   const Query query(request.Target, true);
-  if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
-  if (query.Path == "/cgi-bin/sysinfo.cgi" && query.Text.empty()) return HTTPReply::Text(Information());
-
-  const auto refused = [&](const std::string& why) {
-    return HTTPReply{.Status = 400, .Violation = why + ": " + request.Target};
-  };
-  const std::string control = Model_.Newer ? "/cgi-bin/viewer/camctrl.cgi" : "/cgi-bin/camctrl.cgi";
-  const bool saves = Model_.Newer && query.Path == "/cgi-bin/operator/preset.cgi";
-  const bool recalls = Model_.Newer && query.Path == "/cgi-bin/viewer/recall.cgi";
-  if (query.Path != control && !saves && !recalls)
-    return {.Status = 404, .Violation = "no such page: " + request.Target};
-  if (query.Find(Model_.Newer ? "channel" : "cam") != (Model_.Newer ? "0" : "1"))
-    return refused("the camera is not named");
-  if (!saves && !recalls) return Obey(query);
-
-  const auto name = query.Find(saves ? "addpos" : "recall");
-  if (query.Pairs.size() != 2 || !name || name->empty()) return refused("no preset is named");
-  auto preset = std::find_if(Presets_.begin(), Presets_.end(), [&](auto& p) { return p.Name == *name; });
-  if (preset == Presets_.end()) {
-    if (recalls || Presets_.size() == Slots) return {.Status = 400};
-    preset = Presets_.insert(Presets_.end(), {*name, {}});
-  }
-  auto& [pan, tilt, zoom] = preset->Place;
-  if (saves) {
-    pan = Pan_.Position(), tilt = Tilt_.Position(), zoom = Zoom_.Position();
-  } else {
-    Pan_.MoveTo(pan), Tilt_.MoveTo(tilt), Zoom_.MoveTo(zoom);
-  }
+  if (request.Target == "/cgi-bin/sysinfo.cgi") return HTTPReply::Text(Information());
+  const auto page = FindPage(VivotekPages::All, query, Model_.Of);
+  if (!page.It)
+    return {.Status = page.KnowsPath ? 400 : 404, .Violation = "no such request: " + request.Target};
+  if (!page.It->Do(*this, page.Given)) return {.Status = 400};
   return HTTPReply::Text("");
+}
+
+std::vector<Vivotek::Preset>::iterator Vivotek::Find(const std::string& name) {
+  return std::find_if(Presets_.begin(), Presets_.end(), [&](const Preset& p) { return p.Name == name; });
 }
 
 std::string Vivotek::Information() const {
   std::string text = "Model=" + std::string(Model_.Name) +
                      "\r\nFirmware=0203b\r\nptzenabled=" + std::to_string(Abilities) + "\r\n";
-  for (std::size_t i = 0; Model_.Newer && i < Slots; ++i)
+  for (std::size_t i = 0; Model_.Of == Newer && i < Slots; ++i)
     text += "Preset" + std::to_string(i + 1) + "=" + (i < Presets_.size() ? Presets_[i].Name : "") + "\r\n";
   return text;
-}
-
-HTTPReply Vivotek::Obey(const Query& query) {
-  for (const auto& command : VivotekCommands::All()) {
-    if (!(Model_.Newer ? command.Newer : command.Older)) continue;
-    Values values;
-    for (const auto& name : command.Names)
-      if (const auto value = query.Find(name)) values.push_back(*value);
-    if (values.size() != command.Names.size() || query.Pairs.size() != values.size() + 1) continue;
-    try {
-      command.Do(*this, values);
-      return HTTPReply::Text("");
-    } catch (const std::invalid_argument& wrong) {
-      return {.Status = 400, .Violation = wrong.what() + (": " + query.Text)};
-    }
-  }
-  return {.Status = 400, .Violation = "no such command: " + query.Text};
-}
-
-/// Brings the clicked point to the middle. Pixels count from the upper left corner.
-void Vivotek::Click(double x, double y) {
-  Pan_.MoveBy((x - Model_.Width / 2) / Model_.AcrossDegree);
-  Tilt_.MoveBy((Model_.Height / 2 - y) / Model_.UpDegree);
 }
 
 Vivotek::HeadState Vivotek::Head() const {
@@ -216,7 +180,7 @@ Vivotek::HeadState Vivotek::Head() const {
                  Zoom_.Position(),
                  Pan_.Moving() || Tilt_.Moving() || Zoom_.Moving(),
                  {}};
-  if (Model_.Newer)
+  if (Model_.Of == Newer)
     for (const auto& preset : Presets_) head.Presets.push_back(preset.Name);
   return head;
 }
@@ -226,5 +190,13 @@ nlohmann::json Vivotek::State() const {
   return {{"model", Model_.Name}, {"pan", head.Pan},       {"tilt", head.Tilt},
           {"zoom", head.Zoom},    {"moving", head.Moving}, {"presets", head.Presets}};
 }
+
+const Make Vivotek::AtShell = {"vivotek", "Vivotek or D-Link camera (HTTP)", [](Shell& shell) {
+                                 const auto options = std::make_shared<Options>();
+                                 shell.Choice<std::string>("--generation", options->Model,
+                                                           {{"new", options->Model}, {"old", "PT7135"}},
+                                                           "Kind of camera; new when not given");
+                                 return From<Vivotek>(options);
+                               }};
 
 }  // namespace ptzsim

@@ -38,14 +38,13 @@ class Vivotek : public Simulator {
   /// PT7135, PT31x and PZ61x are of the older generation, PZ7132 and SD8362 of the newer.
   static std::vector<std::string> Models();
 
-  Vivotek();
   /// Throws std::invalid_argument for an unknown model.
   explicit Vivotek(const Options& options);
-  ~Vivotek() override;
 
   std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
   nlohmann::json State() const override;
   HeadState Head() const;
+  static const Make AtShell;
 
  private:
   struct Model;
@@ -53,13 +52,11 @@ class Vivotek : public Simulator {
     std::string Name;
     std::array<double, 3> Place;  // pan, tilt, zoom
   };
-  using Values = std::vector<std::string>;
-  friend struct VivotekCommands;
+  friend struct VivotekPages;
 
   HTTPReply Answer(const Request& request);
   std::string Information() const;
-  HTTPReply Obey(const Query& query);
-  void Click(double x, double y);
+  std::vector<Preset>::iterator Find(const std::string& name);
 
   mutable std::mutex Mutex_;
   const Model& Model_;

@@ -1,6 +1,7 @@
 // ptzsim: simulated cameras on loopback sockets and pseudo-terminals, for whoever has no camera at hand.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
@@ -12,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -108,31 +110,64 @@ void Serve(Simulator& simulator, bool untilEof) {
   loop->run();
 }
 
+/// A make's options as those of its command.
+class CommandShell final : public Shell {
+ public:
+  explicit CommandShell(CLI::App& command) : Command_(command) {}
+
+  void Flag(const char* name, bool& into, bool value, const std::string& about) override {
+    Command_.add_flag_callback(
+        name, [&into, value] { into = value; }, about);
+  }
+  void Number(const char* name, int& into, int least, int most, const std::string& about) override {
+    Command_.add_option(name, into, about)->check(CLI::Range(least, most))->capture_default_str();
+  }
+  void Text(const char* name, std::string& into, const std::string& about) override {
+    Command_.add_option(name, into, about)->capture_default_str();
+  }
+  void Word(const char* name, const std::vector<std::string>& words, Take take,
+            const std::string& about) override {
+    Add(name, words, std::move(take), about)->expected(1);
+  }
+  void Words(const char* name, const std::vector<std::string>& words, Take take,
+             const std::string& about) override {
+    Add(name, words, std::move(take), about)->delimiter(',');
+  }
+
+ private:
+  CLI::Option* Add(const char* name, const std::vector<std::string>& words, Take take,
+                   const std::string& about) {
+    auto* option = Command_.add_option_function<std::vector<std::string>>(
+        name,
+        [take = std::move(take)](const auto& given) { std::for_each(given.begin(), given.end(), take); },
+        about);
+    return words.empty() ? option : option->check(CLI::IsMember(words));
+  }
+
+  CLI::App& Command_;
+};
+
 int Run(int argc, char** argv) {
   CLI::App app(
       "Simulated cameras on loopback sockets and pseudo-terminals. Prints each address on a line of its own "
       "once it can be reached, and serves until it is interrupted.");
   app.require_subcommand(1);
   app.footer(Footer + FaultHelp(Line::HTTP));
-  Settings settings;
+  std::uint16_t port = 0;
   std::vector<std::string> faults;
   std::string user, password, logFile;
   std::string scheme = "digest";
   bool state = false, untilEof = false;
-  for (const Make& make : Makes()) {
+  std::map<std::string, Builder> builders;
+  for (const Make* one : Makes()) {
+    const Make& make = *one;
     CLI::App* command = app.add_subcommand(make.Name, make.About);
     command->footer(Footer + FaultHelp(make.On));
-    if (!make.Heads.empty()) {
-      command
-          ->add_option(make.HeadOption, settings.Head,
-                       "Kind of camera; " + make.Heads.front() + " when not given")
-          ->check(CLI::IsMember(make.Heads));
-    }
     if (make.On != Line::Terminal) {
-      command->add_option("--port", settings.Port,
-                          "Port on 127.0.0.1; when 0 or not given, one chosen by the system");
+      command->add_option("--port", port, "Port on 127.0.0.1; when 0 or not given, one chosen by the system");
     }
-    if (make.AddOptions) make.AddOptions(*command, settings);
+    CommandShell shell(*command);
+    builders[make.Name] = make.Declare(shell);
     command->add_option("--fault", faults, "A fault as told below; may be given several times")
         ->allow_extra_args(false);
     if (make.On == Line::HTTP) {
@@ -154,13 +189,9 @@ int Run(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : 2;
   }
 
-  const std::string chosen = app.get_subcommands().front()->get_name();
-  const auto make =
-      std::find_if(Makes().begin(), Makes().end(), [&](const Make& m) { return chosen == m.Name; });
-  if (settings.Head.empty() && !make->Heads.empty()) settings.Head = make->Heads.front();
   std::unique_ptr<Simulator> simulator;
   try {
-    simulator = make->Create(settings);
+    simulator = builders.at(app.get_subcommands().front()->get_name())(port);
     if (!user.empty()) simulator->Faults().Set(scheme + "=" + user + ":" + password);
     for (const auto& fault : faults) simulator->Faults().Set(fault);
   } catch (const std::exception& error) {

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <map>
 #include <optional>
+#include <stdexcept>
 
 #include "simulators/engine/Authentication.h"
 #include "simulators/engine/Listener.h"
@@ -349,5 +350,17 @@ std::uint16_t HTTPServer::Port() const { return Implementation_->Port(); }
 std::string HTTPServer::Address() const { return "127.0.0.1:" + std::to_string(Port()); }
 RequestLog& HTTPServer::Log() { return Implementation_->Log_; }
 FaultSwitches& HTTPServer::Faults() { return Implementation_->Faults_; }
+
+HTTPServer::Handler OnlyGet(std::mutex& state, HTTPServer::Handler answer) {
+  return [&state, answer = std::move(answer)](const Request& request) -> HTTPReply {
+    if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
+    const std::lock_guard lock(state);
+    try {
+      return answer(request);
+    } catch (const std::invalid_argument& wrong) {
+      return {.Status = 400, .Violation = wrong.what() + (": " + request.Target)};
+    }
+  };
+}
 
 }  // namespace ptzsim

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,5 +57,9 @@ class HTTPServer {
   std::unique_ptr<FaultSwitches> OwnFaults_;
   std::unique_ptr<Implementation> Implementation_;
 };
+
+/// The handler of a make that knows only GET requests. `answer` gets them with `state` locked; what it throws
+/// as std::invalid_argument is a violation, answered with 400, as any other method is, answered with 501.
+HTTPServer::Handler OnlyGet(std::mutex& state, HTTPServer::Handler answer);
 
 }  // namespace ptzsim

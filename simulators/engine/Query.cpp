@@ -54,6 +54,20 @@ std::optional<double> Number(std::string_view text) {
   return value;
 }
 
+std::optional<long long> WholeNumber(std::string_view text) {
+  long long value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return value;
+}
+
+std::optional<std::size_t> IndexOf(const Query& query, std::string_view name, std::size_t count) {
+  const auto number = WholeNumber(query.Find(name).value_or("1"));
+  if (!number || *number < 1 || *number > static_cast<long long>(count)) return std::nullopt;
+  return static_cast<std::size_t>(*number - 1);
+}
+
 std::vector<std::string> Split(std::string_view text, char separator) {
   std::vector<std::string> parts;
   for (;;) {

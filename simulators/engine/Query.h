@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,13 @@ struct Query {
 
 /// A decimal number that fills the whole text ("-12.5", "1E-05"); nothing for anything else.
 std::optional<double> Number(std::string_view text);
+
+/// The same without decimals and exponent ("-12").
+std::optional<long long> WholeNumber(std::string_view text);
+
+/// What a parameter counts from 1 as an index from 0: 0 when it is missing, nothing when it is not 1 to
+/// `count`.
+std::optional<std::size_t> IndexOf(const Query& query, std::string_view name, std::size_t count);
 
 /// The parts of a text between separators; an empty text is one empty part.
 std::vector<std::string> Split(std::string_view text, char separator);

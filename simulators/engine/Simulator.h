@@ -19,15 +19,17 @@
 //    demand that `Log().Violations()` is empty, and `ptzsim` exits non-zero otherwise.
 // 4. The class derives from `Simulator`, owns its servers as its *last* members (they stop first), and guards
 //    its state with a mutex: requests come on a server's thread, `State` is asked for on any.
-// 5. One row in the table of Makes.cpp makes it available at the shell.
+// 5. `AtShell` offers it with its options at the shell (Make.h); a line in Makes.cpp lists it.
 //
 //     class Toy : public Simulator {
 //      public:
 //       Toy() : Simulator(ClockKind::Real),
 //               Pan_(Time(), 33, {-170, 170}, 90),
-//               Server_([this](const Request& r) { return Answer(r); }, {}, Log(), Faults()) {}
+//               Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {}, Log(), Faults())
+//               {}
 //       std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
 //       nlohmann::json State() const override;
+//       static const Make AtShell;
 //      private:
 //       HTTPReply Answer(const Request& request);
 //       mutable std::mutex Mutex_;
@@ -48,6 +50,8 @@
 #include "simulators/engine/RequestLog.h"
 
 namespace ptzsim {
+
+struct Make;
 
 /// What all simulated devices have in common, whatever they are reached by. It runs from its construction to
 /// its destruction.

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ptzsim {
+
+/// The row of a make's table of models that has this `Name`. Throws std::invalid_argument where none has.
+template <class Model, std::size_t Size>
+const Model& FindModel(const Model (&models)[Size], std::string_view name) {
+  const auto found = std::find_if(std::begin(models), std::end(models),
+                                  [&](const Model& model) { return model.Name == name; });
+  if (found == std::end(models))
+    throw std::invalid_argument("no model is called \"" + std::string(name) + "\"");
+  return *found;
+}
+
+template <class Model, std::size_t Size>
+std::vector<std::string> NamesOf(const Model (&models)[Size]) {
+  std::vector<std::string> names;
+  for (const Model& model : models) names.emplace_back(model.Name);
+  return names;
+}
+
+}  // namespace ptzsim
