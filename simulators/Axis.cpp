@@ -132,11 +132,12 @@ struct AxisRules {
     h.*Part = a.Text == "on";
   }
 
-  // Zoom and the speeds are clamped: hosts scale them and run over the ends. Angles come within their ranges.
+  // Angles come within their ranges. A zoom beyond the tele end and the speeds are clamped: hosts scale them
+  // and run over the ends.
   static constexpr Rule<Head> Control[] = {
       {"pan", Absolute, To<&Head::Pan>, Takes::Number, {-180, 180}},
       {"tilt", Absolute, To<&Head::Tilt>, Takes::Number, {-180, 180}},
-      {"zoom", Absolute, To<&Head::Zoom>, Takes::Number, {1, 9999}, true},
+      {"zoom", Absolute, To<&Head::Zoom>, Takes::Number, {1, 1e9}},
       {"rpan", Relative, By<&Head::Pan>, Takes::Number, {-360, 360}},
       {"rtilt", Relative, By<&Head::Tilt>, Takes::Number, {-360, 360}},
       {"rzoom", Relative, By<&Head::Zoom>, Takes::Number, {-9999, 9999}, true},

@@ -23,6 +23,14 @@ struct Foscam::Way {
   static const Way All[];
 };
 
+namespace {
+
+// Of the older camera. Each direction has a stop of its own, and any of them ends whatever runs.
+constexpr int Stop = 5, OtherStops[] = {1, 3, 7};
+constexpr int ZoomCommands[] = {16, 17, 18, 19};  // acknowledged by a head without zoom
+
+}  // namespace
+
 constinit const Foscam::Way Foscam::Way::All[] = {
     {0, "ptzMoveUp", 0, 1},
     {2, "ptzMoveDown", 0, -1},
@@ -32,7 +40,7 @@ constinit const Foscam::Way Foscam::Way::All[] = {
     {91, "ptzMoveTopRight", 1, 1},
     {92, "ptzMoveBottomLeft", -1, -1},
     {93, "ptzMoveBottomRight", 1, -1},
-    {5, "ptzStopRun", 0, 0},
+    {Stop, "ptzStopRun", 0, 0},
 };
 
 namespace {
@@ -45,7 +53,7 @@ constexpr double DiagonalShare = 0.75;               // of the speed, for each a
 constexpr int FirstPreset = 30, Slots = 16;          // an even number stores and the next recalls
 
 // What an HD camera answers.
-enum Result { Done = 0, BadFormat = -1, WrongUser = -2, UnknownCommand = -3, Failed = -4 };
+enum Result { Done = 0, BadFormat = -1, WrongUser = -2, Failed = -4 };
 
 // The places that an HD camera comes with, beside those that are saved.
 const std::map<std::string, std::array<double, 2>> Places = {
@@ -95,8 +103,11 @@ std::string Foscam::ObeyNumbered(const Query& query) {
   const bool step = query.Pairs.size() == 3 && onestep == "1" && degree;
   if (!step && query.Pairs.size() != 1) return "a command goes alone, or with onestep=1 and a degree";
 
+  const auto is = [&](int number) { return *command == number; };
+  if (!step && std::ranges::any_of(ZoomCommands, is)) return {};
+  const double number = std::ranges::any_of(OtherStops, is) ? Stop : *command;
   const auto way = std::find_if(std::begin(Way::All), std::end(Way::All),
-                                [&](const Way& w) { return w.Number == *command; });
+                                [&](const Way& w) { return w.Number == number; });
   if (way == std::end(Way::All)) {
     const double code = *command - FirstPreset;
     if (step || code < 0 || code >= 2 * Slots || code != std::floor(code)) return "no such command";
@@ -150,13 +161,13 @@ int Foscam::ObeyNamed(const Query& query, std::string& wrong) {
     const auto name = parameter("name");
     if (!name) return bad(*command + " takes a name");
     if (!adds) return Recall(*name) ? Done : Failed;
-    if (!Presets_.contains(*name) && Presets_.size() == Places.size() + Slots) return Failed;
+    if (Presets_.contains(*name) || Presets_.size() == Places.size() + Slots) return Failed;
     return Save(*name), Done;
   }
   const bool resets = command == "ptzReset";
   const auto way =
       std::find_if(std::begin(Way::All), std::end(Way::All), [&](const Way& w) { return command == w.Name; });
-  if (!resets && way == std::end(Way::All)) return wrong = "no such command", UnknownCommand;
+  if (!resets && way == std::end(Way::All)) return bad("no such command");
   if (!parameters.empty()) return bad(*command + " takes no parameters");
   if (resets) {
     Running_ = nullptr;

@@ -25,8 +25,8 @@ namespace ptzsim {
 /// The HD one runs at the speed that was set, 0 (fastest) to 4; at speed 1 it turns by one degree in 10 ms. A
 /// new speed holds for the motion that is on too. On a diagonal each axis has three quarters of the speed.
 ///
-/// To recall a preset nobody saved, to save one more than fits and to come with wrong credentials are
-/// answered as the cameras do and count no violation.
+/// A name that is saved keeps its first place. To save it again or one more than fits, to recall one nobody
+/// saved and to come with wrong credentials are answered as the cameras do and count no violation.
 class Foscam : public Simulator {
  public:
   enum class Kind { Older, HD };
