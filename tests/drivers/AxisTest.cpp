@@ -107,6 +107,13 @@ TEST_F(AxisTest, PositionsComeFromTheCameraAtMostEveryFiveSeconds) {
   EXPECT_EQ(Device.Pan(), -7);
   EXPECT_EQ(Sent(), "/axis-cgi/com/ptz.cgi?query=position");
 
+  Time.Advance(4999);
+  EXPECT_TRUE(Device.MoveBoth(0, 2) && Device.MoveBoth(0, -2));
+  Sent();
+  Time.Advance(4999);
+  EXPECT_EQ(Device.Pan(), -7);
+  EXPECT_EQ(Sent(), "") << "a move says where the camera is";
+
   Device.SetPanTilt(90, 90);
   Net.Replies = {FakeReply{.Answers = false}};
   EXPECT_EQ(Device.Pan(), -7) << "a failed query changes nothing";
@@ -150,6 +157,11 @@ TEST_F(AxisTest, WhatIsNotGivenIsTakenFromTheCamera) {
   }
 }
 
+TEST_F(AxisTest, ZoomCountsFromOne) {
+  Connect(FullHead, {{"ZoomStep", 4}}, "zoom=4\n");
+  EXPECT_EQ(Device2.ZoomLevel(), 0.75F);
+}
+
 TEST_F(AxisTest, AFailedConnectLeavesTheNewOptionsInPlace) {
   Connect(FullHead);
   Net.Replies = {FakeReply{.Answers = false}};
@@ -182,6 +194,7 @@ TEST_F(AxisTest, AbsoluteMoves) {
        "wraps only once; clamps"},
       {[](auto& d, auto&) { EXPECT_FALSE(d.MoveTo(180, -180.4F)); }, "pan=180&tilt=-180",
        "ends of the range"},
+      {[](auto& d, auto&) { EXPECT_FALSE(d.MoveTo(-180, -4)); }, "pan=-180", "the other end"},
       {[](auto&, auto& d) { d.MoveTo(20, -4, 0.25F); }, "zoom=91", "only the zoom changes"},
       {[](auto&, auto& d) { d.ZoomTo(-3); }, "zoom=1", "no zoom below the widest"},
       {[](auto& d, auto&) { EXPECT_TRUE(d.Zoom(ZoomIn)); }, "zoom=455", "a quarter in"},
@@ -237,6 +250,18 @@ TEST_F(AxisTest, RelativeHeadsMoveByDifferences) {
             "/axis-cgi/com/ptz.cgi?rpan=-260\n"
             "/axis-cgi/com/ptzconfig.cgi?setserverpresetname=Quor-vane%20Preset%200\n"
             "/axis-cgi/com/ptz.cgi?gotoserverpresetname=Quor-vane%20Preset%2062");
+}
+
+TEST_F(AxisTest, PositionsOfRelativeHeadsBeginAnewWithEachConnect) {
+  Connect(RelativeHead);
+  Device2.MoveTo(10, 5, 1);
+  Device.Disconnect();
+  Device.SetPanTilt(33, 44);
+  EXPECT_EQ(Device.Pan(), 10) << "nobody can say where a camera is that is not connected";
+  Connect(RelativeHead);
+  EXPECT_EQ(Device.Pan(), 0);
+  EXPECT_EQ(Device.Tilt(), 0);
+  EXPECT_EQ(Device2.ZoomLevel(), 0);
 }
 
 TEST_F(AxisTest, ZoomStepComesFromTheFieldAngles) {

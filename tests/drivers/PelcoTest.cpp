@@ -140,6 +140,11 @@ TEST_F(PelcoTest, TimedMoves) {
   };
   const Row rows[] = {
       {{}, [](auto& c) { c.MoveTo(90, 45); }, "FF01000A3F3F89 680ms FF010000000001", 90, 45},  // 67.5, a tie
+      {{},
+       [](auto& c) { c.MoveTo(90, 43); },
+       "FF01000A3F3F89 660ms FF010000000001",
+       90,
+       43},  // 66.5, another
       {{}, [](auto& c) { c.MoveTo(200, 0); }, "FF0100023F3F81 2000ms FF010000000001", -160, 0},
       {{}, [](auto& c) { c.MoveTo(-541, 0); }, "FF0100043F3F83 5410ms FF010000000001", 179, 0},
       {{}, [](auto& c) { c.MoveTo(180, -100); }, "FF0100123F3F91 1400ms FF010000000001", 180, -90},
