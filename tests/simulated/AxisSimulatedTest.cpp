@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "support/Errors.h"
+#include "support/Script.h"
 #include "support/SimulatedCamera.h"
 #include "support/Wine.h"
 
@@ -83,6 +84,73 @@ TEST_F(AxisSimulated, ContinuousMotionRunsUntilStopped) {
   Continuous().StopContinuous();
   EXPECT_FALSE(Camera->Head().Moving);
   EXPECT_EQ(Driver->Pan(), std::lrint(Camera->Head().Pan)) << "asks where the motion ended";
+}
+
+TEST_F(AxisSimulated, AnAbsoluteHeadIsSent) {
+  Connect({AxisHead::Mechanical});
+  Driver->Move(DirectionUpLeft, 5);  // from -37.25, 12.5
+  Driver->MoveTo(-180, 0);
+  Driver->MoveTo(190, -5);
+  Driver->MoveTo(9.4F, -5);
+  // A zoom of 1 is 9999 / (623 / 22) / 1.1 of the camera's units, which count from 1.
+  Device2().MoveTo(9, 0, 1);
+  Driver->Zoom(ZoomOut);
+  Device2().Zoom(ZoomIn, 0.5F);
+  Device2().ZoomTo(-1);
+  Driver->MoveBoth(-20, 7);
+  for (const auto iris : {IrisOpen, IrisClose, IrisAuto}) Driver->Iris(iris);
+  for (const auto focus : {FocusNear, FocusFar, FocusAuto}) Driver->Focus(focus);
+  EXPECT_FALSE(Driver->PresetSave(1) || Driver->PresetGoto(1) || Driver->Home());
+  Continuous().ContinuousMove(12.5F, -3.25F);
+  Continuous().ContinuousZoom(3);
+  Continuous().ContinuousZoom(-2);
+  Continuous().StopContinuous();
+  Driver->Tilt();
+  EXPECT_EQ(test::Script(Camera->Log()),
+            "GET /axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L1,root.PTZ.Support.S1\n"
+            "GET /axis-cgi/com/ptz.cgi?query=position\n"
+            "GET /axis-cgi/com/ptz.cgi?pan=-42&tilt=17\n"
+            "GET /axis-cgi/com/ptz.cgi?pan=-180&tilt=0\n"
+            "GET /axis-cgi/com/ptz.cgi?pan=-170&tilt=-5\n"
+            "GET /axis-cgi/com/ptz.cgi?pan=9\n"
+            "GET /axis-cgi/com/ptz.cgi?tilt=0&zoom=321\n"
+            "GET /axis-cgi/com/ptz.cgi?zoom=241\n"
+            "GET /axis-cgi/com/ptz.cgi?zoom=402\n"
+            "GET /axis-cgi/com/ptz.cgi?zoom=1\n"
+            "GET /axis-cgi/com/ptz.cgi?pan=-11&tilt=7\n"
+            "GET /axis-cgi/com/ptz.cgi?autoiris=off&riris=1000\n"
+            "GET /axis-cgi/com/ptz.cgi?autoiris=off&riris=-1000\n"
+            "GET /axis-cgi/com/ptz.cgi?autoiris=on\n"
+            "GET /axis-cgi/com/ptz.cgi?autofocus=off&rfocus=-1000\n"
+            "GET /axis-cgi/com/ptz.cgi?autofocus=off&rfocus=1000\n"
+            "GET /axis-cgi/com/ptz.cgi?autofocus=on\n"
+            "GET /axis-cgi/com/ptz.cgi?continuouspantiltmove=25,-7\n"
+            "GET /axis-cgi/com/ptz.cgi?continuouszoommove=9\n"
+            "GET /axis-cgi/com/ptz.cgi?continuouszoommove=-4\n"
+            "GET /axis-cgi/com/ptz.cgi?continuouspantiltmove=0,0\n"
+            "GET /axis-cgi/com/ptz.cgi?continuouszoommove=0\n"
+            "GET /axis-cgi/com/ptz.cgi?query=position\n");
+}
+
+TEST_F(AxisSimulated, ARelativeHeadIsSent) {
+  Connect({AxisHead::None, AxisHead::Relative}, {{"Port", 2}});
+  Device2().MoveTo(10, -5, 0.5F);
+  Driver->Zoom(ZoomOut);
+  Driver->MoveBoth(3, 4);
+  Driver->Move(DirectionDownLeft, 6);
+  Driver->PresetSave(5);
+  Driver->PresetGoto(5);
+  Camera->Faults().Set("refuse");
+  EXPECT_FALSE(Driver->MoveBoth(8, 0));
+  EXPECT_EQ(Driver->Pan(), 7) << "a move that was not taken is not counted";
+  const std::string control = "GET /axis-cgi/com/ptz.cgi?camera=2&",
+                    preset = "presetname=Quor-vane%20Preset%205\n";
+  EXPECT_EQ(test::Script(Camera->Log()),
+            "GET /axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L2,root.PTZ.Support.S2\n" +
+                control + "gotodevicepresetno=1\n" + control + "rpan=10&rtilt=-5&rzoom=201\n" + control +
+                "rzoom=-99\n" + control + "rpan=3&rtilt=4\n" + control + "rpan=-6&rtilt=-6\n" +
+                "GET /axis-cgi/com/ptzconfig.cgi?camera=2&setserver" + preset + control + "gotoserver" +
+                preset);
 }
 
 }  // namespace

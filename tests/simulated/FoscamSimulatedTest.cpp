@@ -2,6 +2,7 @@
 
 #include "simulators/Foscam.h"
 
+#include "support/Script.h"
 #include "support/SimulatedCamera.h"
 
 namespace ptzd {
@@ -63,7 +64,6 @@ TEST_F(FoscamSimulated, HDCamerasRunForTheTimeThatAMoveNeeds) {
           {.Generation = ptzsim::Foscam::Kind::HD, .User = "site@hq", .Password = "a:b%40&c d"},
           "site%40hq:a%3Ab%2540%26c%20d@");
   EXPECT_TRUE(Driver->PresetSave(0));
-  EXPECT_TRUE(Camera->Head().Presets.contains("Quorvane preset 1"));
   EXPECT_TRUE(Driver->PresetGoto(9)) << "the camera's result is not looked at";
   EXPECT_TRUE(Driver->Home());
   ExpectHead(0, 0);
@@ -74,8 +74,63 @@ TEST_F(FoscamSimulated, HDCamerasRunForTheTimeThatAMoveNeeds) {
     ExpectHead(pan, tilt);
   }
   ExpectContinuousMotion();
+  EXPECT_TRUE(Driver->PresetSave(0)) << "a name that is taken keeps its place";
   EXPECT_TRUE(Driver->PresetGoto(0));
   ExpectHead(StartPan, StartTilt);
+}
+
+struct Step {
+  float Pan, Tilt;
+};
+// Right, down, left, up and the diagonals up-right, up-left, down-right, down-left.
+constexpr Step Steps[] = {{10, 0}, {0, -5}, {-12, 0}, {0, 12.5F}, {4, 6}, {-4, 6}, {6, -4}, {-6, -4}};
+
+TEST_F(FoscamSimulated, AnOlderCameraIsSent) {
+  Connect("QVPTZ.Foscam", {});
+  for (const auto& [pan, tilt] : Steps) EXPECT_TRUE(Driver->MoveBoth(pan, tilt));
+  for (const auto& [pan, tilt] : Steps) Continuous().ContinuousMove(pan, tilt);
+  Continuous().ContinuousMove(-1, -1);
+  Continuous().StopContinuous();
+  Driver->PresetSave(3);
+  Driver->PresetGoto(3);
+  Camera->Faults().Set("short-body");
+  EXPECT_FALSE(Driver->MoveTo(-2, 40));
+  EXPECT_EQ(Driver->Tilt(), 11.5F) << "a move that was not taken is not counted";
+  const std::string command = "GET /decoder_control.cgi?command=", by = "&onestep=1&degree=";
+  std::string wanted;
+  // A diagonal goes by the mean of both angles with their signs, which is little or less than nothing but to
+  // the upper right.
+  for (const char* step : {"6 10", "2 5", "4 12", "0 12.5", "91 5", "90 1", "93 1", "92 -5"}) {
+    const std::string text = step;
+    wanted += command + text.substr(0, text.find(' ')) + by + text.substr(text.find(' ') + 1) + "\n";
+  }
+  for (const char* code : {"6", "2", "4", "0", "91", "90", "93", "92", "5", "36", "37"})
+    wanted += command + code + "\n";
+  EXPECT_EQ(test::Script(Camera->Log()), wanted + command + "0" + by + "28.5\n");
+}
+
+TEST_F(FoscamSimulated, AnHDCameraIsSent) {
+  Connect("QVPTZ.FoscamHD", {.Generation = ptzsim::Foscam::Kind::HD}, "site:a%26b@");
+  for (const auto& [pan, tilt] : Steps) Driver->MoveBoth(pan, tilt);
+  Continuous().ContinuousMove(5, 0);
+  Continuous().ContinuousMove(-30, 0);
+  Continuous().StopContinuous();
+  Driver->PresetSave(9);
+  Driver->PresetGoto(9);
+  Driver->Home();
+  std::string wanted;
+  const auto add = [&](const std::string& command) {
+    wanted += "GET /cgi-bin/CGIProxy.fcgi?cmd=" + command + "&usr=site&pwd=a%26b\n";
+  };
+  add("setPTZSpeed&speed=1");
+  for (const char* way : {"Right", "Down", "Left", "Up", "TopRight", "TopLeft", "BottomRight", "BottomLeft"})
+    add(std::string("ptzMove") + way), add("ptzStopRun");
+  for (const char* command :
+       {"setPTZSpeed&speed=3", "ptzMoveRight", "setPTZSpeed&speed=0", "ptzMoveLeft", "setPTZSpeed&speed=4",
+        "ptzStopRun", "ptzAddPresetPoint&name=Quorvane%20preset%2010",
+        "ptzGotoPresetPoint&name=Quorvane%20preset%2010", "ptzReset"})
+    add(command);
+  EXPECT_EQ(test::Script(Camera->Log()), wanted);
 }
 
 }  // namespace

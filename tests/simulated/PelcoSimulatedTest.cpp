@@ -9,6 +9,7 @@
 #include "simulators/Pelco.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
+#include "support/Script.h"
 
 namespace ptzd {
 namespace {
@@ -143,6 +144,80 @@ TEST_P(PelcoLine, UnreadInputNeverBlocksTheLine) {
     EXPECT_TRUE(driver->PresetSave(static_cast<std::int32_t>(frames)));
     ASSERT_TRUE(Line.Log().WaitForRequests(frames));
   }
+}
+
+TEST_P(PelcoLine, AReceiverIsSent) {
+  const auto driver = Connect(2);
+  auto& continuous = dynamic_cast<PTZContinuousControl&>(*driver);
+  driver->MoveTo(10, 0);
+  driver->MoveTo(-5, 12);
+  driver->MoveBoth(0, -3);
+  driver->Move(DirectionDownRight, 1);
+  driver->Zoom(ZoomIn);
+  driver->Zoom(ZoomOut);
+  for (const auto iris : {IrisOpen, IrisClose, IrisAuto}) driver->Iris(iris);
+  for (const auto focus : {FocusNear, FocusFar, FocusAuto}) driver->Focus(focus);
+  driver->PresetSave(6);
+  driver->PresetGoto(6);
+  continuous.ContinuousMove(64, -20);
+  continuous.ContinuousZoom(3);
+  continuous.ContinuousZoom(-1);
+  continuous.StopContinuous();
+  // From the tables of the two protocols: FF, address, two command bytes, two data bytes and their sum; A0,
+  // the address from 0, the same four, AF and all of it exclusive-or'ed.
+  struct Frame {
+    const char *D, *P;
+  };
+  constexpr Frame stop{"FF 02 00 00 00 00 02", "A0 01 00 00 00 00 AF 0E"};
+  constexpr Frame irisByHand{"FF 02 00 2D 00 02 31", "A0 01 00 2D 00 02 AF 21"};
+  constexpr Frame irisAuto{"FF 02 00 2D 00 00 2F", "A0 01 00 2D 00 00 AF 23"};
+  constexpr Frame focusByHand{"FF 02 00 2B 00 02 2F", "A0 01 00 2B 00 02 AF 27"};
+  constexpr Frame focusAuto{"FF 02 00 2B 00 00 2D", "A0 01 00 2B 00 00 AF 25"};
+  constexpr Frame tele{"FF 02 00 20 00 00 22", "A0 01 00 20 00 00 AF 2E"};
+  constexpr Frame wide{"FF 02 00 40 00 00 42", "A0 01 00 40 00 00 AF 4E"};
+  const Frame frames[] = {
+      {"FF 02 00 02 28 28 54", "A0 01 00 02 28 28 AF 0C"},
+      stop,  // right
+      {"FF 02 00 0C 28 28 5E", "A0 01 00 0C 28 28 AF 02"},
+      stop,  // left and up
+      {"FF 02 00 10 28 28 62", "A0 01 00 10 28 28 AF 1E"},
+      stop,  // down
+      {"FF 02 00 12 28 28 64", "A0 01 00 12 28 28 AF 1C"},
+      stop,  // right and down
+      tele,
+      stop,
+      wide,
+      stop,
+      irisByHand,
+      {"FF 02 02 00 00 00 04", "A0 01 04 00 00 00 AF 0A"},
+      stop,  // opens
+      irisByHand,
+      {"FF 02 04 00 00 00 06", "A0 01 08 00 00 00 AF 06"},
+      stop,  // closes
+      irisAuto,
+      irisAuto,
+      stop,
+      focusByHand,
+      {"FF 02 01 00 00 00 03", "A0 01 02 00 00 00 AF 0C"},
+      stop,  // near
+      focusByHand,
+      {"FF 02 00 80 00 00 82", "A0 01 01 00 00 00 AF 0F"},
+      stop,  // far
+      focusAuto,
+      focusAuto,
+      stop,
+      {"FF 02 00 03 00 07 0C", "A0 01 00 03 00 07 AF 0A"},  // sets preset 7
+      {"FF 02 00 07 00 07 10", "A0 01 00 07 00 07 AF 0E"},  // goes there
+      {"FF 02 00 12 40 14 68", "A0 01 00 12 40 14 AF 48"},  // turbo to the right, down
+      tele,
+      wide,
+      stop,
+      stop,
+  };
+  std::string wanted;
+  for (const auto& frame : frames) wanted += std::string(GetParam() == 0 ? frame.D : frame.P) + "\n";
+  ASSERT_TRUE(Line.Log().WaitForRequests(std::size(frames)));
+  EXPECT_EQ(test::Script(Line.Log()), wanted);
 }
 
 INSTANTIATE_TEST_SUITE_P(Protocols, PelcoLine, testing::Values(0, 1),

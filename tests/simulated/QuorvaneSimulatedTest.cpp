@@ -14,6 +14,7 @@
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/Options.h"
+#include "support/Script.h"
 
 namespace ptzd {
 namespace {
@@ -45,16 +46,6 @@ class QuorvaneSimulated : public testing::Test {
   std::optional<ptzsim::Quorvane> System;
   std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
 };
-
-// The address that the feed list is asked for leads nowhere and must not cost a look-up or a time-out.
-TEST_F(QuorvaneSimulated, ConnectOnlyAsksWhetherTheInstallationIsThere) {
-  Start();
-  EXPECT_TRUE(Driver->Connect(
-      test::CameraOptions({{"Feed", std::string("3")}, {"Reset", true}}, System->Addresses().at(0))));
-  std::string targets;
-  for (const auto& request : System->Log().Requests()) targets += request.Target + "\n";
-  EXPECT_EQ(targets, "/\n/ptz/control.htm?feed=3&move=offset\n");
-}
 
 TEST_F(QuorvaneSimulated, MovesAreOffsetsFromWhereItBegan) {
   for (const auto* feed : {"3", "north yard"}) {
@@ -176,6 +167,38 @@ TEST_F(QuorvaneSimulated, PresetListsThatAreNone) {
     EXPECT_EQ(error.Source(), "MS XML");
     EXPECT_NE(error.Description(), "");
   }
+}
+
+// The address that the feed list is asked for leads nowhere and must not cost a look-up or a time-out.
+TEST_F(QuorvaneSimulated, ARemoteSystemIsSent) {
+  Start();
+  const auto options =
+      test::CameraOptions({{"Feed", std::string("north yard")}, {"Reset", true}}, System->Addresses().at(0));
+  EXPECT_TRUE(Driver->Connect(options));
+  Driver->MoveTo(12, -5);
+  Driver->Connect(options);
+  Driver->MoveTo(12, -5);
+  Driver->Move(DirectionUpLeft, 10);
+  Driver->MoveBoth(2.5F, 0);
+  Device2().MoveTo(4, 5, 1.5F);
+  Driver->Zoom(ZoomOut);
+  Device2().ZoomTo(2);
+  Driver->MoveTo(4, 5);
+  Continuous().ContinuousMove(0.5F, -20);
+  Continuous().ContinuousZoom(-3);
+  Continuous().StopContinuous();
+  Presets().GetNamedPresets();
+  Presets().GotoNamedPreset("main gate");
+  const std::string control = "GET /ptz/control.htm?feed=north+yard&", offset = control + "move=offset";
+  EXPECT_EQ(
+      test::Script(System->Log()),
+      "GET /\n" + offset + "\n" + offset + "&pan=12&tilt=-5\n" +                                          //
+          "GET /\n" + offset + "&pan=-12&tilt=5\n" + offset + "&pan=12&tilt=-5\n" +                       //
+          offset + "&pan=-10&tilt=10\n" + offset + "&pan=2\n" + offset + "&zoom=offset&level=1.5\n" +     //
+          offset + "&zoom=offset&level=-0.25\n" + offset + "&zoom=offset&level=0.75\n" + offset + "\n" +  //
+          control + "move=joystick&x=0.5&y=-20\n" + control + "zoom=joystick&level=-3\n" +                //
+          control + "move=joystick&x=0&y=0\n" + control + "zoom=joystick&level=0\n" +
+          "GET /ptz/presets.xml?feed=north%20yard\n" + control + "move=preset&preset=main%20gate\n");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/Options.h"
+#include "support/Script.h"
 
 namespace ptzd {
 namespace {
@@ -82,13 +83,48 @@ TEST_F(SecubestSimulated, ABrokenConnectionLosesCommandsSilently) {
   EXPECT_TRUE(Unit.Log().WaitForRequests(2));
   dynamic_cast<PTZDevice2&>(*Driver).Disconnect();
   EXPECT_FALSE(Driver->Connected());
-  Continuous().ContinuousZoom(2);
+  Continuous().ContinuousMove(2, 0);
   EXPECT_TRUE(Unit.Log().WaitForRequests(3)) << "the connection is still there";
   EXPECT_EQ(Unit.Log().ConnectionsClosed(), 2) << "only PTZDevice closes the connection";
   Driver->Disconnect();
   EXPECT_TRUE(Unit.Log().WaitForClosed(3));
   Unit.Faults().Set("refuse");
   EXPECT_TRUE(ErrorOf([&] { Connect(); }).starts_with("17001 Unable to connect to the server: "));
+}
+
+TEST_F(SecubestSimulated, AUnitIsSent) {
+  ASSERT_TRUE(Connect());
+  const auto began = Clock.TickCount();
+  const auto there = [&](float pan, float tilt) {
+    Clock.FramesBefore = Unit.Log().Requests().size() + 1;
+    Driver->MoveTo(pan, tilt);
+    ASSERT_TRUE(Unit.Log().WaitForRequests(Clock.FramesBefore + 1));
+  };
+  there(10, 0), there(10, 5), there(0, 5), there(0, 0);
+  there(9, 9), there(18, 0), there(9, -9), there(0, 0);
+  EXPECT_EQ(Clock.TickCount() - began, 40 * (2 * 10 + 2 * 5 + 4 * 12)) << "18 over 1.5 on a diagonal";
+  auto& device2 = dynamic_cast<PTZDevice2&>(*Driver);
+  Clock.FramesBefore = 18;
+  device2.MoveTo(0, -5, 2);
+  ASSERT_TRUE(Unit.Log().WaitForRequests(20));
+  Clock.FramesBefore = 21;
+  EXPECT_TRUE(Driver->Zoom(ZoomOut));
+  Continuous().ContinuousMove(10, 0);
+  Continuous().ContinuousMove(-6, 6);
+  Continuous().ContinuousZoom(30);
+  Continuous().ContinuousZoom(-7);
+  Continuous().StopContinuous();
+  // The code and the speed: low byte first for pan and tilt and in a timed move, high byte first for zoom.
+  const char* const frames[] = {"17 C8 00", "29 00 00", "14 C8 00", "29 00 00", "16 C8 00", "29 00 00",
+                                "15 C8 00", "29 00 00", "21 C8 00", "29 00 00", "22 C8 00", "29 00 00",
+                                "23 C8 00", "29 00 00", "24 C8 00", "29 00 00", "15 C8 00", "18 C8 00",
+                                "29 00 00", "2D 00 00", "19 C8 00", "2D 00 00", "17 FA 00", "24 C8 00",
+                                "18 00 1E", "19 00 07", "29 00 00", "2D 00 00"};
+  ASSERT_TRUE(Unit.Log().WaitForRequests(std::size(frames)));
+  std::string wanted;
+  for (const std::string frame : frames)  // "STRT" 0 "007" 0 "PTZ" 0 ... "_END" 0
+    wanted += "53 54 52 54 00 30 30 37 00 50 54 5A 00 " + frame + " 5F 45 4E 44 00\n";
+  EXPECT_EQ(test::Script(Unit.Log()), wanted);
 }
 
 }  // namespace

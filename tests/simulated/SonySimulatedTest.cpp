@@ -16,6 +16,7 @@
 #include "support/AsyncSends.h"
 #include "support/FakeClock.h"
 #include "support/Options.h"
+#include "support/Script.h"
 #include "support/Wine.h"
 #include "transport/HTTPClientHelper.h"
 
@@ -69,15 +70,6 @@ class SonySimulated : public testing::Test {
   std::size_t HandlesBefore = SystemInternet().OpenHandles();
   std::list<Camera> Cameras;
 };
-
-/// "GET /a?b" or "POST /a body" per line.
-std::string Commands(Camera& camera) {
-  std::string commands;
-  for (const auto& request : camera.Log().Requests())
-    commands +=
-        request.Method + " " + request.Target + (request.Body.empty() ? "" : " ") + request.Body + "\n";
-  return commands;
-}
 
 struct ModelRow {
   struct Place {
@@ -241,7 +233,7 @@ TEST_F(SonySimulated, CommandsReachASilentCameraAtOnceAndInOrder) {
   connection.Device2().MoveTo(0, -90, 1);
   connection.Continuous().ContinuousMove(0, 0);
   ASSERT_TRUE(camera.Log().WaitForRequests(5));
-  EXPECT_EQ(Commands(camera),
+  EXPECT_EQ(test::Script(camera.Log()),
             // 144, 468; -144, 468; 0, -828; zoom 5200
             "GET /command/ptzf.cgi?visca=8101060218180000090000010D04FF\n"
             "GET /command/ptzf.cgi?visca=8101060218180F0F070000010D04FF\n"
@@ -315,6 +307,59 @@ TEST_F(SonySimulated, TenThousandSends) {
   connections.clear();
   EXPECT_EQ(Sends.Sent(), drivers * sends);
   for (auto* camera : {&one, &other}) EXPECT_TRUE(camera->Log().WaitForRequests(drivers / 2 * sends));
+}
+
+TEST_F(SonySimulated, AViscaCameraIsSent) {
+  auto& camera = Start("SNC-RZ50P");
+  camera.Faults().Set("next=1,at=visca-inquiry.cgi,status=404 Later");  // which is not "Not Found"
+  Connection connection{CreateDriver("QVPTZ.Sony", {.clock = &Clock})};
+  connection.Driver->Connect(test::CameraOptions({{"Reset", true}}, camera.Addresses().at(0)));
+  const auto sent = [&](std::size_t requests) {  // inquiries do not wait for the commands before them
+    ASSERT_TRUE(camera.Log().WaitForRequests(requests));
+    camera.Time().Advance(60s);
+  };
+  sent(4);
+  connection.Driver->MoveTo(10, -40);  // 14.4 units a degree, tilt from -32.5
+  sent(5);
+  connection.Driver->MoveBoth(-5, 2);
+  sent(7);
+  connection.Device2().ZoomTo(1);
+  connection.Driver->Zoom(ZoomOut);
+  connection.Continuous().ContinuousMove(1.5F, -2.5F);
+  connection.Continuous().ContinuousZoom(3);
+  connection.Continuous().ContinuousMove(0, 0);
+  connection.Continuous().ContinuousZoom(0);
+  connection.Continuous().ContinuousMove(0, 0);
+  sent(14);
+  connection.Driver->Pan();
+  const std::string inquiry = "GET /command/visca-inquiry.cgi?visca=81090612ff\n",
+                    visca = "GET /command/ptzf.cgi?visca=",
+                    runs = "POST /command/ptzf.cgi ContinuousPanTiltZoom=";
+  EXPECT_EQ(test::Script(camera.Log()),
+            "GET /command/inquiry.cgi?inq=system\nGET /command/inquiry.cgi?inq=sysinfo\n" + inquiry +  //
+                visca + "8101060218180000000000000000FF\n" +                                           //
+                visca + "81010602181800000900" + "0F0F0904FF\n" +                  // 144, -108
+                inquiry + visca + "81010602181800000408" + "0F0F0B01FF\n" +        // 72, -79
+                visca + "8101044701040500FF\n" + visca + "81010447000F030CFF\n" +  // 5200, 3900
+                runs + "8,-10,0,Image1\n" + runs + "8,-10,24,Image1\n" + runs + "0,0,24,Image1\n" + runs +
+                "0,0,0,Image1\n" + runs + "0,0,0,Image1\n" + inquiry);
+}
+
+TEST_F(SonySimulated, CamerasWithoutViscaAreSent) {
+  auto& camera = Start("SNC-EP521");
+  auto connection = Connect(camera);
+  connection.Driver->MoveTo(10, -45);  // 14 and 11.2 units a degree
+  connection.Device2().ZoomTo(1);
+  auto& steps = Start("SNC-P5");
+  auto stepping = Connect(steps);
+  stepping.Driver->Zoom(ZoomIn);
+  stepping.Driver->Zoom(ZoomOut);
+  ASSERT_TRUE(camera.Log().WaitForRequests(3) && steps.Log().WaitForRequests(4));
+  const std::string post = "POST /command/ptzf.cgi ", there = post + "AbsolutePanTilt=008C,FE08,22\n",
+                    stays = post + "AbsolutePanTilt=0000,0000,20\n";
+  EXPECT_EQ(test::Script(camera.Log()), there + there + post + "AbsoluteZoom=1450\n");
+  EXPECT_EQ(test::Script(steps.Log()),
+            stays + post + "RelativeZoom=0080\n" + stays + post + "RelativeZoom=FF80\n");
 }
 
 }  // namespace
