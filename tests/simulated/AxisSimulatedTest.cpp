@@ -12,7 +12,6 @@
 namespace ptzd {
 namespace {
 
-using namespace std::chrono_literals;
 using ptzsim::AxisHead;
 
 class AxisSimulated : public test::SimulatedCamera<ptzsim::Axis> {
@@ -60,10 +59,6 @@ TEST_F(AxisSimulated, AMechanicalHeadGoesWhereItIsSent) {
     Settle();
     EXPECT_EQ(Device2().ZoomLevel(), zoom);
   }
-  EXPECT_TRUE(Driver->Iris(IrisClose));
-  EXPECT_FALSE(Camera->Head().AutoIris);
-  EXPECT_TRUE(Driver->Focus(FocusAuto));
-  EXPECT_TRUE(Camera->Head().AutoFocus);
 }
 
 TEST_F(AxisSimulated, AListWithForeignLineEndsDescribesNoHead) {
@@ -71,19 +66,6 @@ TEST_F(AxisSimulated, AListWithForeignLineEndsDescribesNoHead) {
   Driver = CreateDriver("QVPTZ.Axis");
   const auto options = test::CameraOptions({}, Camera->Addresses().at(0));
   EXPECT_EQ(test::NumberOf([&] { return Driver->Connect(options); }), PTZErrorPTZIncapable);
-}
-
-TEST_F(AxisSimulated, ContinuousMotionRunsUntilStopped) {
-  Connect({AxisHead::Digital});
-  Driver->MoveTo(0, 0);
-  Settle();
-  Continuous().ContinuousMove(10, -5);
-  Camera->Time().Advance(500ms);
-  EXPECT_GT(Camera->Head().Pan, 0);
-  EXPECT_LT(Camera->Head().Tilt, 0);
-  Continuous().StopContinuous();
-  EXPECT_FALSE(Camera->Head().Moving);
-  EXPECT_EQ(Driver->Pan(), std::lrint(Camera->Head().Pan)) << "asks where the motion ended";
 }
 
 TEST_F(AxisSimulated, AnAbsoluteHeadIsSent) {

@@ -14,7 +14,6 @@
 namespace ptzd {
 namespace {
 
-using namespace std::chrono_literals;
 using ptzsim::PelcoProtocol;
 using test::NumberOf;
 
@@ -73,34 +72,6 @@ TEST_P(PelcoLine, TimedMovesTurnTheAddressedReceiverAndStopIt) {
   EXPECT_FALSE(Line.Receiver(2).Moving);
   EXPECT_EQ(driver->Pan(), 30);
   EXPECT_EQ(Line.Receiver(1).At.Pan, other.At.Pan);
-}
-
-TEST_P(PelcoLine, EveryCommandIsUnderstood) {
-  const auto driver = Connect(1);
-  auto& continuous = dynamic_cast<PTZContinuousControl&>(*driver);
-  EXPECT_TRUE(driver->Iris(IrisOpen) && driver->Focus(FocusNear));
-  Clock.Frames = 0;
-  Line.Log().WaitForRequests(6);
-  EXPECT_EQ(Line.Receiver(1).AutoIris, 2);
-  EXPECT_EQ(Line.Receiver(1).AutoFocus, 2);
-
-  const auto stored = Line.Receiver(1).At;
-  EXPECT_TRUE(driver->PresetSave(0) && driver->PresetSave(driver->PresetCount() - 1));
-  continuous.ContinuousMove(-63, 20);
-  ASSERT_TRUE(Line.Log().WaitForRequests(9));
-  Line.Time().Advance(1s);
-  EXPECT_LT(Line.Receiver(1).At.Pan, stored.Pan);
-  EXPECT_GT(Line.Receiver(1).At.Tilt, stored.Tilt);
-  continuous.ContinuousMove(64, 0);  // turbo
-  continuous.ContinuousZoom(1);
-  continuous.StopContinuous();
-  ASSERT_TRUE(Line.Log().WaitForRequests(13));
-  EXPECT_FALSE(Line.Receiver(1).Moving);
-  EXPECT_TRUE(driver->PresetGoto(0));
-  ASSERT_TRUE(Line.Log().WaitForRequests(14));
-  Line.Time().Advance(60s);
-  EXPECT_NEAR(Line.Receiver(1).At.Pan, stored.Pan, 1e-6);
-  EXPECT_EQ(Line.Receiver(1).Presets.size(), 2U);
 }
 
 TEST_P(PelcoLine, DriversShareThePortUntilTheLastLeaves) {
