@@ -28,6 +28,7 @@
 #include "simulators/Sony.h"
 #include "simulators/Toshiba.h"
 #include "simulators/Vivotek.h"
+#include "support/AsyncSends.h"
 #include "support/FakeClock.h"
 
 namespace ptzd {
@@ -226,6 +227,7 @@ class EveryMake : public testing::TestWithParam<Make> {
     if (Driver.Device != nullptr) Driver.Device->Disconnect();
     Driver = {};
     UseSerialPortPool(nullptr);
+    EXPECT_TRUE(Sends.WaitForClosed(Sends.Sent())) << "the next test counts what is under way";
     if (Camera) Violations();
   }
 
@@ -287,6 +289,7 @@ class EveryMake : public testing::TestWithParam<Make> {
 
   const DriverClass* Class = nullptr;
   CameraClock Clock;
+  test::AsyncSends Sends;
   std::unique_ptr<ptzsim::Simulator> Camera;
   test::Subject Driver;
 };
