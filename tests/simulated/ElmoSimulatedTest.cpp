@@ -15,6 +15,7 @@ struct Series {
   float PanEnd, TiltMin, TiltMax;  // degrees
   double PanStep, TiltStep;        // degrees of a motor step
   double ZoomScale, Widest, Tele;  // camera units: to one of the interface, and the ends
+  std::vector<std::string> Script;
   ElmoNumbers Numbers = ElmoNumbers::Plain;
 };
 
@@ -35,13 +36,61 @@ class ElmoSimulated : public test::SimulatedCamera<ptzsim::Elmo>, public testing
   bool Reads() const { return GetParam().ZoomScale != 0; }
 };
 
+const std::vector<std::string> Script200 = {"/cgi-bin/ctrl",
+                                            "/cgi-bin/ctrl?pana=8714&tlta=1722",
+                                            "/cgi-bin/ctrl?pana=9293&tlta=1536",
+                                            "/cgi-bin/ctrl?pana=8712&tlta=960",
+                                            "/cgi-bin/ctrl?pana=7521&tlta=1248",
+                                            "/cgi-bin/ctrl?tlta=1306",
+                                            "/cgi-bin/ctrl?pana=17424&tlta=6912",
+                                            "/cgi-bin/ctrl?pana=0&tlta=0",
+                                            "/cgi-bin/ctrl?zoom=0",
+                                            "/cgi-bin/ctrl?zoom=3",
+                                            "/cgi-bin/ctrl?iris=3",
+                                            "/cgi-bin/ctrl?iris=1",
+                                            "/cgi-bin/ctrl?iris=4",
+                                            "/cgi-bin/ctrl?fcus=0",
+                                            "/cgi-bin/ctrl?fcus=3",
+                                            "/cgi-bin/ctrl?fcus=4",
+                                            "/cgi-bin/pmem?1",
+                                            "/cgi-bin/ctrl?prst=5",
+                                            "/cgi-bin/ctrl?pana=58",
+                                            "/cgi-bin/ctrl?pana=348"};
+const std::vector<std::string> Script400 = {
+    "/cgi-bin/list?group=pos",   "/cgi-bin/set?c_span=9805",  "/cgi-bin/set?c_tilt=659",
+    "/cgi-bin/list?group=pos",   "/cgi-bin/set?c_span=9275",  "/cgi-bin/set?c_tilt=139",
+    "/cgi-bin/set?c_span=8188",  "/cgi-bin/set?c_tilt=399",   "/cgi-bin/set?c_tilt=451",
+    "/cgi-bin/set?c_span=18550", "/cgi-bin/set?c_tilt=11024", "/cgi-bin/set?c_span=0",
+    "/cgi-bin/set?c_tilt=0",     "/cgi-bin/set?c_zoom=712",   "/cgi-bin/set?c_zoom=604",
+    "/cgi-bin/set?c_pmem=1",     "/cgi-bin/set?c_prst=5",     "/cgi-bin/set?c_prst=17",
+    "/cgi-bin/list?group=pos",   "/cgi-bin/set?c_span=9328",  "/cgi-bin/set?c_zoom=496",
+    "/cgi-bin/set?c_zoom=1144",  "/cgi-bin/set?c_span=9275",  "/cgi-bin/set?c_zoom=64",
+    "/cgi-bin/set?c_span=9540"};
+const std::vector<std::string> Script402 = {"/cgi-bin/pget?g_pos",
+                                            "/cgi-bin/exec?x_pospan=9805&x_postilt=659&x_poszoom=627",
+                                            "/cgi-bin/pget?g_pos",
+                                            "/cgi-bin/exec?x_pospan=9275&x_postilt=139&x_poszoom=627",
+                                            "/cgi-bin/exec?x_pospan=8188&x_postilt=399&x_poszoom=627",
+                                            "/cgi-bin/exec?x_pospan=8188&x_postilt=451&x_poszoom=627",
+                                            "/cgi-bin/exec?x_pospan=18550&x_postilt=11024&x_poszoom=627",
+                                            "/cgi-bin/exec?x_pospan=0&x_postilt=0&x_poszoom=627",
+                                            "/cgi-bin/exec?x_pospan=0&x_postilt=0&x_poszoom=731.5",
+                                            "/cgi-bin/exec?x_pospan=0&x_postilt=0&x_poszoom=627",
+                                            "/cgi-bin/exec?x_preprst=HOME",
+                                            "/cgi-bin/pget?g_pos",
+                                            "/cgi-bin/exec?x_pospan=9328&x_postilt=832&x_poszoom=0",
+                                            "/cgi-bin/exec?x_pospan=9328&x_postilt=832&x_poszoom=418",
+                                            "/cgi-bin/exec?x_pospan=9328&x_postilt=832&x_poszoom=1045",
+                                            "/cgi-bin/exec?x_pospan=9275&x_postilt=832&x_poszoom=0",
+                                            "/cgi-bin/exec?x_pospan=9540&x_postilt=832&x_poszoom=0"};
+
 Series PTC402C(ElmoNumbers numbers) {
-  return {"QVPTZ.Elmo402", "PTC-402C", 175, -196, 16, 1 / 53.0, 1 / 52.0, 418, 0, 7524, numbers};
+  return {"QVPTZ.Elmo402", "PTC-402C", 175, -196, 16, 1 / 53.0, 1 / 52.0, 418, 0, 7524, Script402, numbers};
 }
 INSTANTIATE_TEST_SUITE_P(
     All, ElmoSimulated,
-    testing::Values(Series{"QVPTZ.Elmo", "200", 150, -90, 30, 1 / 58.08, 1 / 57.6, 0, 0, 1000},
-                    Series{"QVPTZ.Elmo4", "400", 175, -196, 16, 1 / 53.0, 1 / 52.0, 432, 64, 9568},
+    testing::Values(Series{"QVPTZ.Elmo", "200", 150, -90, 30, 1 / 58.08, 1 / 57.6, 0, 0, 1000, Script200},
+                    Series{"QVPTZ.Elmo4", "400", 175, -196, 16, 1 / 53.0, 1 / 52.0, 432, 64, 9568, Script400},
                     PTC402C(ElmoNumbers::Plain), PTC402C(ElmoNumbers::Remarked),
                     PTC402C(ElmoNumbers::Bracketed)),
     [](const auto& row) { return std::string(row.param.ProgID).substr(6) + std::to_string(row.index); });
@@ -71,6 +120,36 @@ TEST_P(ElmoSimulated, GoesWhereItIsSent) {
   if (!Reads()) return;
   EXPECT_TRUE(Driver->MoveBoth(0, 0)) << "reads where the camera went by itself";
   ExpectAt(Camera->Head().Pan, Camera->Head().Tilt);
+}
+
+TEST_P(ElmoSimulated, SaysItInTheseBytes) {
+  Driver->MoveTo(10.005F, 3.33F);
+  Settle();
+  EXPECT_TRUE(Driver->Move(DirectionUpLeft, 10));
+  EXPECT_TRUE(Driver->MoveBoth(-20.5F, -5));
+  EXPECT_TRUE(Driver->Move(DirectionDown, 1));
+  Driver->MoveTo(300, -300);
+  Driver->MoveTo(-300, 300);
+  for (const auto zoom : {ZoomIn, ZoomOut}) EXPECT_TRUE(Driver->Zoom(zoom));
+  for (const auto iris : {IrisOpen, IrisClose, IrisAuto}) EXPECT_EQ(Driver->Iris(iris), !Reads());
+  for (const auto focus : {FocusNear, FocusFar, FocusAuto}) EXPECT_EQ(Driver->Focus(focus), !Reads());
+  EXPECT_FALSE(Driver->PresetSave(Driver->PresetCount()) || Driver->PresetGoto(Driver->PresetCount()));
+  const bool presets = Driver->PresetCount() > 0;
+  EXPECT_EQ(Driver->PresetSave(0), presets);
+  EXPECT_EQ(Driver->PresetGoto(4), presets);
+  EXPECT_EQ(Driver->Home(), Reads());
+  Camera->Time().Advance(60s);
+  EXPECT_TRUE(Driver->Move(DirectionRight, 1));
+  if (Reads()) {
+    Device2().Zoom(ZoomIn, 1);
+    Device2().ZoomTo(2.5F);
+    Device2().MoveTo(0, 0, 0);
+  }
+  const auto before = Driver->Pan();
+  Camera->Faults().Set("next=1,empty-body");
+  EXPECT_FALSE(Driver->MoveBoth(5, 0));
+  EXPECT_EQ(Driver->Pan(), Reads() ? before + 5 : before) << "a refused move counts where it can be read";
+  ExpectSent(GetParam().Script);
 }
 
 }  // namespace

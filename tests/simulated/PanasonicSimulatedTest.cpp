@@ -45,6 +45,49 @@ TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {
     }
 }
 
+TEST_F(PanasonicSimulated, SaysItInTheseBytes) {
+  Connect("BB-HCM581A");  // at 33.25 and 6.75
+  EXPECT_TRUE(Driver->MoveTo(-41.5F, 12.5F));
+  EXPECT_TRUE(Driver->Move(DirectionDownLeft, 7));
+  EXPECT_TRUE(Driver->Move(DirectionUpRight, 0.6F));
+  EXPECT_TRUE(Driver->MoveBoth(2.4F, -1));
+  EXPECT_TRUE(Driver->MoveTo(999, -999));
+  Camera->Faults().Set("next=1,status=503 Busy");
+  EXPECT_FALSE(Driver->MoveTo(1, 2));
+  EXPECT_EQ(Driver->Pan(), 175) << "a refused move is not counted";
+  Driver->SetPanTilt(-200, 91);
+  EXPECT_TRUE(Driver->Move(DirectionRight, 5.6F));
+  for (const auto zoom : {ZoomIn, ZoomOut}) EXPECT_TRUE(Driver->Zoom(zoom));
+  for (const auto iris : {IrisOpen, IrisClose, IrisAuto}) EXPECT_TRUE(Driver->Iris(iris));
+  for (const auto focus : {FocusNear, FocusFar, FocusAuto}) EXPECT_TRUE(Driver->Focus(focus));
+  ExpectSent({"/Get?Func=Model&Kind=1", "/Get?Func=Pan&Kind=1", "/Get?Func=Tilt&Kind=1",
+              "/nphPtzf?Func=Set&PanAng=4200&PanAngRate=-1&TiltAng=1200&TiltAngRate=-1&Sync=1",
+              "/nphPtzf?Func=Set&PanAng=4900&PanAngRate=-1&TiltAng=500&TiltAngRate=-1&Sync=1",
+              "/nphPtzf?Func=Set&PanAng=4800&PanAngRate=-1&TiltAng=600&TiltAngRate=-1&Sync=1",
+              "/nphPtzf?Func=Set&PanAng=4600&PanAngRate=-1&TiltAng=500&TiltAngRate=-1&Sync=1",
+              "/nphPtzf?Func=Set&PanAng=-17500&PanAngRate=-1&TiltAng=-12000&TiltAngRate=-1&Sync=1",
+              "/nphPtzf?Func=Set&PanAng=-100&PanAngRate=-1&TiltAng=200&TiltAngRate=-1&Sync=1",
+              "/nphPtzf?Func=Set&PanAng=16900&PanAngRate=-1&TiltAng=9000&TiltAngRate=-1&Sync=1",
+              "/Set?Func=Zoom&Kind=0&ZoomMode=4", "/Set?Func=Zoom&Kind=0&ZoomMode=6",
+              "/nphControlCamera?Direction=Brighter", "/nphControlCamera?Direction=DefaultBrightness",
+              "/nphControlCamera?Direction=Darker", "/Set?Func=Focus&Kind=0&FocusMode=4",
+              "/Set?Func=Focus&Kind=0&FocusMode=6", "/Set?Func=Focus&Kind=0&FocusMode=5"});
+}
+
+TEST_F(PanasonicSimulated, ClicksIntoThePictureInTheseBytes) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"BB-HCM381", "Width=4400&Height=3300&Direction=Direct&NewPosition.x=-3100&NewPosition.y=2050"},
+      {"BL-C131E", "Width=4450&Height=3337.5&Direction=Direct&NewPosition.x=-3075&NewPosition.y=2068"},
+      {"BB-HCM715", "Width=0&Height=0&Direction=Direct&NewPosition.x=-5300&NewPosition.y=400"},
+  };
+  for (const auto& [model, click] : rows) {
+    Connect(model, "1.22");
+    EXPECT_TRUE(Driver->MoveTo(-20, 3));
+    ExpectSent({"/Get?Func=Model&Kind=1", "/Get?Func=Pan&Kind=1", "/Get?Func=Tilt&Kind=1",
+                std::string("/nphControlCamera?") + click});
+  }
+}
+
 TEST_F(PanasonicSimulated, TheMountingMovesALimit) {
   Connect("BL-C131E", "2.32", Mount::Ceiling);
   EXPECT_TRUE(Driver->MoveTo(0, 999));

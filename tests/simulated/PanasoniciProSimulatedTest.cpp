@@ -66,18 +66,52 @@ TEST_F(PanasoniciProSimulated, TheShortWayAroundTheEnd) {
   Agree();
 }
 
-TEST_F(PanasoniciProSimulated, AChannelOfAnEncoder) {
-  Connect("WV-SC385", 3, 2);
-  Agree();
+TEST_F(PanasoniciProSimulated, SaysItInTheseBytesToAChannelOfAnEncoder) {
+  Connect("WV-SC385", 3, 2);  // at 21.2 and -15.9, 2.7 times
   const auto first = Camera->Head(1);
-  Device2().MoveTo(-20.5F, 7, 1.5F);
-  Settle();
-  EXPECT_NEAR(Camera->Head(2).Pan, -20.5, 1e-6);
-  EXPECT_NEAR(Camera->Head(2).Zoom, 2.5, 1e-6);
+  Driver->MoveTo(-20.5F, 7);
+  Device2().ZoomTo(1);
+  Device2().MoveTo(-20.5F, 7, 2.5F);
+  SimulatedCamera::Settle();
   EXPECT_EQ(Camera->Head(1).Pan, first.Pan);
+  EXPECT_TRUE(Driver->Move(DirectionUpRight, 3.25F));
   Camera->Faults().Set("next=1,status=503 Busy");
-  EXPECT_FALSE(Driver->Move(DirectionUp, 5));
-  EXPECT_EQ(Driver->Tilt(), 7) << "a refused move is not counted";
+  EXPECT_FALSE(Driver->Move(DirectionDownLeft, 5));
+  EXPECT_EQ(Driver->Tilt(), 10.25F) << "a refused move is not counted";
+  EXPECT_TRUE(Driver->Zoom(ZoomOut));
+  Device2().Zoom(ZoomIn, 0.5F);
+  Device2().MoveTo(0, -15, 0);
+  EXPECT_TRUE(Driver->MoveBoth(-300, 99));
+  Device2().ZoomTo(-1);
+  Driver->SetPanTilt(1, 2);
+  EXPECT_TRUE(Driver->MoveBoth(20, 0)) << "from where the head is in its turn";
+  ExpectSent({"/cgi-bin/getinfo?ch=2&FILE=1", "/cgi-bin/absget?ch=2&",
+              "/cgi-bin/absctrl?ch=2&pan=1545&tilt=-70", "/cgi-bin/absctrl?ch=2&zoom=20",
+              "/cgi-bin/absctrl?ch=2&zoom=35", "/cgi-bin/absget?ch=2&",
+              "/cgi-bin/absctrl?ch=2&pan=1577.5&tilt=-102.5", "/cgi-bin/absctrl?ch=2&pan=1527.5&tilt=-52.5",
+              "/cgi-bin/absctrl?ch=2&zoom=32.5", "/cgi-bin/absctrl?ch=2&zoom=37.5",
+              "/cgi-bin/absctrl?ch=2&pan=1750&tilt=150&zoom=10", "/cgi-bin/absctrl?ch=2&pan=0&tilt=-300",
+              "/cgi-bin/absget?ch=2&", "/cgi-bin/absctrl?ch=2&pan=1745&tilt=-70"});
+}
+
+TEST_F(PanasoniciProSimulated, SaysItInTheseBytesWithAnglesOfEitherKind) {
+  struct Row {
+    const char* Model;
+    float Pan;
+    std::vector<std::string> Sent;
+  };
+  const Row rows[] = {
+      {"BL-VT164", -10, {"/cgi-bin/absctrl?pan=0&tilt=0", "/cgi-bin/absctrl?pan=-100&tilt=50"}},
+      {"WV-NS950", 190, {"/cgi-bin/absctrl?pan=1800&tilt=0", "/cgi-bin/absctrl?pan=100&tilt=-50"}},
+  };
+  for (const auto& [model, pan, sent] : rows) {
+    Start({.Model = model});
+    SimulatedCamera::Connect("QVPTZ.PanasoniciPro", {{"Reset", true}});
+    Driver->MoveTo(pan, 5);
+    std::vector<std::string> all = {"/cgi-bin/getinfo?FILE=1", "/cgi-bin/absget?"};
+    all.insert(all.end(), sent.begin(), sent.end());
+    ExpectSent(all);
+  }
 }
 
 }  // namespace

@@ -73,30 +73,45 @@ TEST_P(PanogenicsSimulated, StepsCrossTheBackAndStopAtTheEnds) {
   EXPECT_EQ(Camera->Head(5).Pan, twin.Pan) << "is not linked";
 }
 
-TEST_P(PanogenicsSimulated, Presets) {
-  Connect(3);
-  Device2().MoveTo(33, -44, 5);
+TEST_P(PanogenicsSimulated, SaysItInTheseBytes) {
+  Connect(2);  // at -144 and -23, zoom 3.5
+  EXPECT_TRUE(Driver->MoveTo(-170.5F, 5.5F));
+  EXPECT_TRUE(Driver->Move(DirectionUpLeft, 12));
+  EXPECT_TRUE(Driver->MoveBoth(4, -30.2F));
+  EXPECT_TRUE(Driver->Zoom(ZoomIn));
+  Device2().Zoom(ZoomOut, 0.5F);
+  Device2().ZoomTo(12);
+  Device2().ZoomTo(-1);
+  Device2().MoveTo(0, 0, 1);
   Settle();
-  for (const int preset : {0, 7}) EXPECT_TRUE(Driver->PresetSave(preset));
-  EXPECT_EQ(Camera->Head(3).Presets.at(8).Name, "Quorvane preset 8");
-  EXPECT_TRUE(Driver->PresetGoto(5));
-  Settle();
-  EXPECT_NE(Camera->Head(3).Pan, 33);
-  EXPECT_TRUE(Driver->PresetGoto(0));
-  Settle();
-  EXPECT_EQ(Camera->Head(3).Pan, 33);
-  EXPECT_EQ(Camera->Head(3).Tilt, -44);
-  EXPECT_EQ(Camera->Head(3).Zoom, 250);
+  EXPECT_TRUE(Driver->Move(DirectionDownRight, 1)) << "from where the head is";
+  EXPECT_TRUE(Driver->PresetSave(0) && Driver->PresetGoto(5));
   EXPECT_TRUE(Driver->PresetGoto(3)) << "a preset nobody saved; the driver does not read the refusal";
-  EXPECT_EQ(
-      Camera->Log().Requests().back().Raw.find("GET /presets/gotopreset.cgi?view=3&index=4 HTTP/1.1\r\n"),
-      0U);
-}
-
-TEST_P(PanogenicsSimulated, ARefusedTwinIsTold) {
-  Connect(2);
-  Camera->Faults().Set("next=1,at=view=6,empty-body");
-  EXPECT_FALSE(Driver->MoveTo(5, 6));
+  for (const char* view : {"view=2", "view=6"}) {
+    Camera->Faults().Set("next=1,at=" + std::string(view) + ",empty-body");
+    EXPECT_FALSE(Driver->MoveTo(5, 6)) << "refused by either";
+    EXPECT_EQ(Driver->Pan(), 5) << "and counted all the same";
+  }
+  std::vector<std::string> sent = {"/admin/listcamparam.cgi", "/ptz/listptz.cgi?view=2"};
+  const auto move = [&](const std::string& position) {
+    for (const char* view : {"2", "6"}) sent.push_back("/ptz/ptz.cgi?view=" + (view + ("&" + position)));
+  };
+  move("apan=-170&atilt=6&azoom=175");
+  move("apan=178&atilt=18&azoom=175");
+  move("apan=-178&atilt=-13&azoom=175");
+  move("apan=-178&atilt=-13&azoom=188");
+  move("apan=-178&atilt=-13&azoom=162");
+  move("apan=-178&atilt=-13&azoom=500");
+  move("apan=-178&atilt=-13&azoom=0");
+  move("apan=0&atilt=0&azoom=50");
+  sent.push_back("/ptz/listptz.cgi?view=2");
+  move("apan=1&atilt=-1&azoom=50");
+  sent.push_back("/presets/setpreset.cgi?view=2&index=1&name=Quorvane%20preset%201&used=1");
+  sent.push_back("/presets/gotopreset.cgi?view=2&index=6");
+  sent.push_back("/presets/gotopreset.cgi?view=2&index=4");
+  sent.push_back("/ptz/ptz.cgi?view=2&apan=5&atilt=6&azoom=50");
+  move("apan=5&atilt=6&azoom=50");
+  ExpectSent(sent);
 }
 
 }  // namespace

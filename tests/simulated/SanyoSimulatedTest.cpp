@@ -88,6 +88,43 @@ TEST_F(SanyoSimulated, StepsZoomPresetsAndContinuousMotion) {
   }
 }
 
+TEST_F(SanyoSimulated, SaysItInTheseBytes) {  // from 23.75 and -14.5, zoom 3.75
+  EXPECT_TRUE(Driver->Move(DirectionUpLeft, 10));
+  EXPECT_TRUE(Driver->MoveTo(13.75F, -7.5F));
+  EXPECT_TRUE(Driver->MoveBoth(5, 0));
+  for (const auto zoom : {ZoomIn, ZoomOut}) EXPECT_TRUE(Driver->Zoom(zoom));
+  EXPECT_TRUE(Driver->PresetSave(2) && Driver->PresetGoto(6));
+  Continuous().ContinuousMove(-20, 20);
+  Continuous().ContinuousMove(10, -10);
+  for (const float speed : {0.5F, -1.0F}) Continuous().ContinuousZoom(speed);
+  Continuous().StopContinuous();
+  EXPECT_EQ(Driver->Pan(), 23.75F);
+  EXPECT_EQ(Driver->Tilt(), -14.5F);
+  Clock.Advance(60001);
+  EXPECT_TRUE(Driver->PresetSave(0));
+  EXPECT_TRUE(Driver->Move(DirectionDownRight, 3));
+  ExpectSent({"/index.html",
+              "/liveimg.cgi?pol=1",
+              "/cgi-bin/opecmd.cgi?ope=20&pan_dir=2&pan_percent=36&tilt_dir=1&tilt_percent=67",
+              "/cgi-bin/opecmd.cgi?ope=20&tilt_dir=2&tilt_percent=20",
+              "/cgi-bin/opecmd.cgi?ope=20&pan_dir=1&pan_percent=18",
+              "/cgi-bin/opecmd.cgi?ope=18",
+              "/cgi-bin/opecmd.cgi?ope=19",
+              "/cgi-bin/opecmd.cgi?ope=8&registration=3",
+              "/cgi-bin/opecmd.cgi?ope=11&execution=7",
+              "/cgi-bin/opecmd.cgi?ope=51&cmd=1&p_speed=7&t_speed=7",
+              "/cgi-bin/opecmd.cgi?ope=51&cmd=8&p_speed=3&t_speed=4",
+              "/cgi-bin/opecmd.cgi?ope=51&cmd=9",
+              "/cgi-bin/opecmd.cgi?ope=51&cmd=10",
+              "/cgi-bin/opecmd.cgi?ope=51&cmd=12&p_speed=0&t_speed=0",
+              "/cgi-bin/opecmd.cgi?ope=51&cmd=11",
+              "/liveimg.cgi?pol=1",
+              "/index.html",
+              "/cgi-bin/opecmd.cgi?ope=8&registration=1",
+              "/liveimg.cgi?pol=1",
+              "/cgi-bin/opecmd.cgi?ope=20&pan_dir=1&pan_percent=11&tilt_dir=2&tilt_percent=20"});
+}
+
 TEST_F(SanyoSimulated, TheSessionsCookieIsKeptAndTheSessionAlive) {
   const auto commandAndCookie = [&] {
     EXPECT_TRUE(Driver->Zoom(ZoomIn));

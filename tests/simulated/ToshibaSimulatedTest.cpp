@@ -16,6 +16,7 @@ struct Model {
   const char *ProgID, *Name;
   float PanEnd, TiltMin, TiltMax;  // degrees
   double PanStep, TiltStep;        // degrees: the coarser of what camera and driver know
+  std::vector<std::string> Script;
 };
 
 class ToshibaSimulated : public test::SimulatedCamera<ptzsim::Toshiba>,
@@ -38,11 +39,40 @@ class ToshibaSimulated : public test::SimulatedCamera<ptzsim::Toshiba>,
   bool Grid() const { return Driver->Capabilities() == (CapabilityPan | CapabilityTilt); }
 };
 
+const std::vector<std::string> GridScript = {
+    "/getcurrentptpointapi.htm",
+    "/directmoveapi.cgi?cont_3=2820&ok=dummy.htm",  // points are pan times 256 and tilt: 11, 4
+    "/directmoveapi.cgi?cont_3=2056&ok=dummy.htm",  // 8, 8
+    "/directmoveapi.cgi?cont_3=2569&ok=dummy.htm",  // 10, 9
+    "/directmoveapi.cgi?cont_3=2824&ok=dummy.htm",  // 11, 8
+    "/directmoveapi.cgi?cont_3=4877&ok=dummy.htm",  // 19, 13
+    "/directmoveapi.cgi?cont_3=1027&ok=dummy.htm",  // 4, 3
+    "/directmoveapi.cgi?cont_3=771&ok=dummy.htm",   // 3, 3
+    "/directmoveapi.cgi?cont_3=2820&ok=dummy.htm"};
+const std::vector<std::string> FineScript = [] {
+  std::vector<std::string> script = {"/api/wbgetptzposition.cgi"};
+  const auto move = [&](const std::string& position) {
+    script.push_back("/api/wbsetptpreset.cgi?type=PresetNumber-64&PresetName=Quorvane&" + position);
+    script.push_back("/api/wbpresetapi.cgi?cont_4=320");
+  };
+  move("PanPosition=3858&TiltPosition=654");
+  move("PanPosition=3395&TiltPosition=1112");
+  move("PanPosition=3704&TiltPosition=1221");
+  move("PanPosition=3858&TiltPosition=1069");
+  move("PanPosition=8267&TiltPosition=5016");
+  move("PanPosition=2778&TiltPosition=545");
+  move("PanPosition=-551&TiltPosition=-3707");
+  script.push_back("/api/wbsetzoom.cgi?type=Set&Zoom=Tele");
+  script.push_back("/api/wbsetzoom.cgi?type=Set&Zoom=Wide");
+  move("PanPosition=3858&TiltPosition=654");
+  return script;
+}();
+
 INSTANTIATE_TEST_SUITE_P(All, ToshibaSimulated,
-                         testing::Values(Model{"QVPTZ.Toshiba", "IK-WB01", 56, -49, 5, 7, 5.4},
-                                         Model{"QVPTZ.Toshiba", "IK-WB11", 56, -49, 5, 7, 5.4},
-                                         Model{"QVPTZ.Toshiba2", "IK-WB15", 175, -90, 30, 1, 1},
-                                         Model{"QVPTZ.Toshiba2", "IK-WB21", 175, -90, 30, 1, 1}),
+                         testing::Values(Model{"QVPTZ.Toshiba", "IK-WB01", 56, -49, 5, 7, 5.4, GridScript},
+                                         Model{"QVPTZ.Toshiba", "IK-WB11", 56, -49, 5, 7, 5.4, GridScript},
+                                         Model{"QVPTZ.Toshiba2", "IK-WB15", 175, -90, 30, 1, 1, FineScript},
+                                         Model{"QVPTZ.Toshiba2", "IK-WB21", 175, -90, 30, 1, 1, FineScript}),
                          [](const auto& row) { return std::string(row.param.Name).substr(3); });
 
 TEST_P(ToshibaSimulated, GoesWhereItIsSent) {
@@ -83,6 +113,22 @@ TEST(ToshibaPresetPage, TheHighByteOfItsNumberSaysWhatToDo) {
   }
   EXPECT_NE(camera.Head().Pan, before) << "recalled";
   EXPECT_EQ(camera.Head().Presets, (std::map<int, std::string>{{7, ""}, {64, "Car park"}}));
+}
+
+TEST_P(ToshibaSimulated, SaysItInTheseBytes) {
+  EXPECT_EQ(Driver->MoveTo(0, 0), Grid());
+  EXPECT_EQ(Driver->Move(DirectionDownLeft, 21), Grid());
+  EXPECT_EQ(Driver->MoveBoth(14.4F, -5.4F), Grid());
+  EXPECT_EQ(Driver->Move(DirectionUpRight, 7), Grid());
+  EXPECT_EQ(Driver->MoveTo(200, -200), Grid());
+  Driver->SetPanTilt(-56, 5);
+  EXPECT_EQ(Driver->Move(DirectionRight, 7.2F), Grid());
+  EXPECT_EQ(Driver->MoveTo(-200, 200), Grid());
+  for (const auto zoom : {ZoomIn, ZoomOut}) EXPECT_EQ(Driver->Zoom(zoom), !Grid());
+  WhileAway([&] { EXPECT_FALSE(Driver->MoveTo(7, 0)); });
+  EXPECT_EQ(Driver->Pan(), Grid() ? -56 : 7) << "the grid counts no move that failed";
+  EXPECT_EQ(Driver->MoveTo(0, 0), Grid());
+  ExpectSent(GetParam().Script);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "contract/PTZDevice2.h"
 #include "support/FakeClock.h"
 #include "support/Options.h"
+#include "support/Script.h"
 
 namespace ptzd::test {
 
@@ -26,6 +27,7 @@ class SimulatedCamera : public testing::Test {
     Driver.reset();
     options.Clock = ptzsim::ClockKind::Manual;
     Camera.emplace(std::move(options));
+    Connections = 1;
   }
   /// Its driver, new where the camera is.
   void Connect(const char* progID, const OptionValues& options = {}, const std::string& login = "") {
@@ -38,6 +40,20 @@ class SimulatedCamera : public testing::Test {
     Camera->Time().Advance(60s);
     Clock.Advance(5000);
   }
+  /// That GET requests for these targets are all that the camera was sent.
+  void ExpectSent(const std::vector<std::string>& targets) {
+    std::string wanted;
+    for (const auto& target : targets) wanted += "GET " + target + "\n";
+    EXPECT_EQ(Script(Camera->Log()), wanted);
+  }
+  /// Does something while the camera cannot be reached. Something has to be sent to it afterwards.
+  template <class Do>
+  void WhileAway(const Do& something) {
+    Camera->Faults().Set("refuse");
+    something();
+    Camera->Faults().Clear();
+    ++Connections;
+  }
   PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
   PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
 
@@ -45,7 +61,7 @@ class SimulatedCamera : public testing::Test {
   void CheckLog() {
     if (!Camera) return;
     EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
-    EXPECT_EQ(Camera->Log().ConnectionsOpened(), 1) << "one connection serves all commands";
+    EXPECT_EQ(Camera->Log().ConnectionsOpened(), Connections) << "one connection serves all commands";
   }
 
   /// While a driver sleeps its camera moves on.
@@ -59,6 +75,7 @@ class SimulatedCamera : public testing::Test {
   };
 
   std::optional<Simulator> Camera;
+  int Connections = 1;  ///< that the camera should have seen
   SharedClock Clock{Camera};
   std::unique_ptr<PTZDevice> Driver;
 };
