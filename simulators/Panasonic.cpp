@@ -224,7 +224,9 @@ Panasonic::HeadState Panasonic::Head() const {
           Focus_.Position(),
           AutoFocus_,
           Brightness_,
-          Pan_.Moving() || Tilt_.Moving() || Zoom_.Moving() || Focus_.Moving()};
+          Pan_.Moving() || Tilt_.Moving() || Zoom_.Moving() || Focus_.Moving(),
+          {-Pan_.Limits().Max / Degree, -Pan_.Limits().Min / Degree},
+          {Tilt_.Limits().Min / Degree, Tilt_.Limits().Max / Degree}};
 }
 
 nlohmann::json Panasonic::State() const {

@@ -35,13 +35,14 @@ class Panasonic : public Simulator {
     std::uint16_t Port = 0;
   };
 
-  /// Degrees for pan (positive to the right) and tilt (positive upwards), 0 (wide, near) to 1000 for zoom and
-  /// focus, 1 to 9 for brightness, whose default is 5.
+  /// Degrees for pan (positive to the right) and tilt (positive upwards) and how far they go, 0 (wide, near)
+  /// to 1000 for zoom and focus, 1 to 9 for brightness, whose default is 5.
   struct HeadState {
     double Pan, Tilt, Zoom, Focus;
     bool AutoFocus;
     int Brightness;
     bool Moving;
+    Motion::Range PanEnds, TiltEnds;
   };
 
   /// The names that cameras tell, two of them with the letter of a market at the end. BL-C10 and BL-C30 have

@@ -157,8 +157,12 @@ PanasoniciPro::HeadState PanasoniciPro::Now(const Channel& channel) const {
   double pan = channel.Pan.Position(), tilt = channel.Tilt.Position();
   if (Model_.Endless()) pan = Wrapped(pan, 0, Turn);
   if (!Model_.Signed) pan += Model_.Pan.Min * Degree, tilt = 0 - tilt;
-  return {pan / Degree, tilt / Degree, channel.Zoom.Position() / Times,
-          channel.Pan.Moving() || channel.Tilt.Moving() || channel.Zoom.Moving()};
+  return {pan / Degree,
+          tilt / Degree,
+          channel.Zoom.Position() / Times,
+          channel.Pan.Moving() || channel.Tilt.Moving() || channel.Zoom.Moving(),
+          Model_.Pan,
+          Model_.Tilt};
 }
 
 PanasoniciPro::HeadState PanasoniciPro::Head(int channel) const {

@@ -33,6 +33,7 @@ class PanasoniciPro : public Simulator {
   struct HeadState {
     double Pan, Tilt, Zoom;
     bool Moving;
+    Motion::Range PanEnds, TiltEnds;  ///< degrees; those of a pan without end are -180 and 180
   };
 
   /// WV-SW174W, WV-SW175 and BL-VT164 tell and take signed angles; the others count pan from the left end and

@@ -1,7 +1,7 @@
 #include "simulators/Sanyo.h"
 
 #include <algorithm>
-#include <charconv>
+#include <climits>
 #include <cmath>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -22,8 +22,8 @@ constexpr double PanSpeed = 12000, TiltSpeed = 9000, ZoomSpeed = 300;  // of ste
 // A hundred percent are half the picture: 55 by 30 degrees.
 constexpr double AcrossPercent = 55 * PerUnit / 2 / 100, UpPercent = 30 * PerUnit / 2 / 100;
 constexpr double ZoomStep = 25;
-constexpr int LargestStep = 9999;  // percent; far beyond what any head can turn
-constexpr int Backward = 2;        // in pan_dir and tilt_dir; 1 is right and up
+constexpr int LargestStep = 100;  // percent; what is beyond is cut
+constexpr int Backward = 2;       // in pan_dir and tilt_dir; 1 is right and up
 
 constexpr int Presets = 255;
 constexpr int FastestSpeed = 7;                          // 0 is the slowest
@@ -63,18 +63,15 @@ std::string Word(long value) {
 
 /// What opecmd.cgi knows, all of it in whole numbers; false where it refuses what was in order.
 struct SanyoCommands {
-  static bool Turn(Motion& motion, double percent, int direction, int count) {
-    motion.MoveBy(direction == Backward ? -count * percent : count * percent);
-    return true;
+  /// In percent, to the left or down below 0.
+  static int Step(const std::string& direction, const std::string& percent) {
+    const int step = std::min(Whole(percent, 0, INT_MAX), LargestStep);
+    return Whole(direction, 1, 2) == Backward ? -step : step;
   }
-  static bool Pan(Sanyo& s, const Values& v) {
-    return Turn(s.Pan_, AcrossPercent, Whole(v[0], 1, 2), Whole(v[1], 0, LargestStep));
-  }
-  static bool Tilt(Sanyo& s, const Values& v) {
-    return Turn(s.Tilt_, UpPercent, Whole(v[0], 1, 2), Whole(v[1], 0, LargestStep));
-  }
+  static bool Pan(Sanyo& s, const Values& v) { return s.Pan_.MoveBy(Step(v[0], v[1]) * AcrossPercent), true; }
+  static bool Tilt(Sanyo& s, const Values& v) { return s.Tilt_.MoveBy(Step(v[0], v[1]) * UpPercent), true; }
   static bool Both(Sanyo& s, const Values& v) {
-    Whole(v[2], 1, 2), Whole(v[3], 0, LargestStep);  // nothing moves before all is in order
+    Step(v[2], v[3]);  // nothing moves before all is in order
     return Pan(s, v) && Tilt(s, {v[2], v[3]});
   }
 
@@ -105,7 +102,9 @@ struct SanyoCommands {
     s.Tilt_.Run(way->Tilt * (up + 1) * TiltPerSpeed);
     return true;
   }
+  static bool Stop(Sanyo& s, const Values&) { return s.Pan_.Stop(), s.Tilt_.Stop(), true; }
   static bool RunZoom(Sanyo& s, const Values& v) {
+    if (v.size() > 1) Whole(v[1], 0, FastestSpeed);  // all run alike here
     const int code = Whole(v[0], Tele, StopZoom);
     s.Zoom_.Run(code == Tele ? ZoomSpeed : code == Wide ? -ZoomSpeed : 0);
     return true;
@@ -120,7 +119,9 @@ struct SanyoCommands {
       {"/cgi-bin/opecmd.cgi?ope=20&tilt_dir=*&tilt_percent=*", Tilt},
       {"/cgi-bin/opecmd.cgi?ope=20&pan_dir=*&pan_percent=*&tilt_dir=*&tilt_percent=*", Both},
       {"/cgi-bin/opecmd.cgi?ope=51&cmd=*&p_speed=*&t_speed=*", Run},
+      {"/cgi-bin/opecmd.cgi?ope=51&cmd=12", Stop},
       {"/cgi-bin/opecmd.cgi?ope=51&cmd=*", RunZoom},
+      {"/cgi-bin/opecmd.cgi?ope=51&cmd=*&z_speed=*", RunZoom},
   };
 
   static int Whole(const std::string& text, int min, int max) {

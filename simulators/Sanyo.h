@@ -23,7 +23,7 @@ namespace ptzsim {
 ///
 /// Without a live session both CGIs are refused. That is a violation, but for a position asked for when the
 /// session has run out: a host that only looks on has sent nothing for a while. To execute a preset nobody
-/// registered is refused and counts no violation. Steps end where the head does.
+/// registered is refused and counts no violation. Steps end after half a picture and where the head does.
 class Sanyo : public Simulator {
  public:
   /// What liveimg.cgi tells.

@@ -165,6 +165,10 @@ TEST_F(SanyoTest, Flags) {
   Camera->Zoom(ZoomOut);
   Camera->Zoom(ZoomOut);
   EXPECT_EQ(Commands(), "19") << "from 0.1 to 0";
+  Reply = Status(0, std::string("\0\0\0\0\xFF\xCE", 6));
+  Renew();
+  Camera->MoveTo(10, 0);
+  EXPECT_EQ(Commands(), "20&pan_dir=1&pan_percent=36 18") << "from -0.5 to 0, after the head";
 }
 
 TEST_F(SanyoTest, PositionIsReadAtMostEveryFiveSeconds) {

@@ -2,7 +2,7 @@
 
 #include "simulators/Panasonic.h"
 
-#include <cmath>
+#include <algorithm>
 
 #include "support/SimulatedCamera.h"
 
@@ -36,7 +36,9 @@ TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {
         for (const float tilt : {-999.0F, -8.0F, 0.0F, 3.0F, 999.0F}) {
           EXPECT_TRUE(Driver->MoveTo(pan, tilt));
           Settle();
-          EXPECT_TRUE(Driver->Pan() == pan || std::abs(pan) == 999);
+          const auto head = Camera->Head();
+          EXPECT_EQ(Driver->Pan(), std::clamp<double>(pan, head.PanEnds.Min, head.PanEnds.Max));
+          EXPECT_EQ(Driver->Tilt(), std::clamp<double>(tilt, head.TiltEnds.Min, head.TiltEnds.Max));
         }
       EXPECT_TRUE(Driver->Move(DirectionDownLeft, 7));
       Settle();

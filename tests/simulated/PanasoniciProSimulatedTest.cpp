@@ -2,6 +2,7 @@
 
 #include "simulators/PanasoniciPro.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "support/SimulatedCamera.h"
@@ -42,6 +43,11 @@ TEST_F(PanasoniciProSimulated, EveryModelGoesWhereItIsSentAndIsReadThere) {
       for (const float tilt : {-99.0F, -31.7F, 0.0F, 4.25F, 99.0F}) {
         EXPECT_FALSE(Driver->MoveTo(pan, tilt)) << "never True, though the camera moves";
         Settle();
+        const auto head = Camera->Head();
+        const bool endless = head.PanEnds.Max == 180;
+        const double across = endless ? pan : std::clamp<double>(pan, head.PanEnds.Min, head.PanEnds.Max);
+        EXPECT_NEAR(std::remainder(head.Pan - across, 360), 0, 0.01);
+        EXPECT_NEAR(head.Tilt, std::clamp<double>(tilt, head.TiltEnds.Min, head.TiltEnds.Max), 0.01);
         Driver->SetPanTilt(0, 0);
         EXPECT_TRUE(Driver->MoveBoth(0, 0)) << "asks the camera again";
         Agree();

@@ -3,6 +3,7 @@
 #include "simulators/Sanyo.h"
 
 #include "support/SimulatedCamera.h"
+#include "transport/HTTPClient.h"
 
 namespace ptzd {
 namespace {
@@ -21,26 +22,41 @@ class SanyoSimulated : public test::SimulatedCamera<ptzsim::Sanyo> {
   }
   /// Shorter than a session lasts.
   void Settle() { Pass(10s); }
+  /// In as many steps as the way from end to end may take.
+  void GoTo(float pan, float tilt) {
+    for (int step = 0; step < 14; ++step) {
+      EXPECT_TRUE(Driver->MoveTo(pan, tilt));
+      Settle();
+      EXPECT_NEAR(Driver->Pan(), Camera->Head().Pan, 0.005 + 1e-4);
+    }
+  }
 };
 
 TEST_F(SanyoSimulated, GoesWhereItIsSentAndReadsWhereItIs) {
   EXPECT_EQ(Driver->Pan(), 23.75F);
   EXPECT_EQ(Driver->Tilt(), -14.5F);
-  for (const float pan : {-175.0F, -174.9F, -90.0F, -0.2F, 0.0F, 33.3F, 170.0F, 175.0F})
-    for (const float tilt : {-90.0F, -45.5F, 0.0F, 0.3F, 29.9F, 30.0F}) {
-      EXPECT_TRUE(Driver->MoveTo(pan, tilt));
-      Settle();
-      EXPECT_NEAR(Camera->Head().Pan, pan, 27.5 / 100 / 2 + 0.01) << "half a percent of half the picture";
-      EXPECT_NEAR(Camera->Head().Tilt, tilt, 15.0 / 100 / 2 + 0.01);
-      EXPECT_NEAR(Driver->Pan(), Camera->Head().Pan, 0.005 + 1e-4);
-      EXPECT_NEAR(Driver->Tilt(), Camera->Head().Tilt, 0.005 + 1e-4);
-    }
-  EXPECT_TRUE(Driver->MoveTo(190, -90));
-  Settle();
+  for (const auto& [pan, tilt] : {std::pair{-175.0F, -90.0F},
+                                  {-174.9F, -45.5F},
+                                  {-90, 0},
+                                  {-0.2F, 0.3F},
+                                  {0, 29.9F},
+                                  {33.3F, 30},
+                                  {170, 0},
+                                  {175, -12}}) {
+    GoTo(pan, tilt);
+    EXPECT_NEAR(Camera->Head().Pan, pan, 27.5 / 100 / 2 + 0.01) << "half a percent of half the picture";
+    EXPECT_NEAR(Camera->Head().Tilt, tilt, 15.0 / 100 / 2 + 0.01);
+    EXPECT_NEAR(Driver->Tilt(), Camera->Head().Tilt, 0.005 + 1e-4);
+  }
+  GoTo(190, -90);
   EXPECT_EQ(Driver->Pan(), 175) << "the camera stops at its own end and says so";
-  Camera->Tell({.Zoom = false, .Length = 20});
-  EXPECT_TRUE(Driver->MoveTo(0, 0));
+  EXPECT_TRUE(Driver->MoveTo(0, 30));
+  EXPECT_EQ(Driver->Pan(), 0);
   Settle();
+  EXPECT_EQ(Driver->Pan(), 175 - 27.5F) << "a step ends after half a picture";
+  EXPECT_EQ(Driver->Tilt(), -90 + 15);
+  Camera->Tell({.Zoom = false, .Length = 20});
+  GoTo(0, 0);
   EXPECT_NEAR(Driver->Pan(), 0, 0.15) << "a reply without a zoom is shorter";
 }
 
@@ -48,9 +64,9 @@ TEST_F(SanyoSimulated, StepsZoomPresetsAndContinuousMotion) {
   const auto start = Camera->Head();
   EXPECT_TRUE(Driver->Move(DirectionUpLeft, 10));
   Settle();
-  EXPECT_TRUE(Driver->MoveBoth(30, 2));
+  EXPECT_TRUE(Driver->MoveBoth(25, 2));
   Settle();
-  EXPECT_NEAR(Camera->Head().Pan, start.Pan + 20, 0.3);
+  EXPECT_NEAR(Camera->Head().Pan, start.Pan + 15, 0.3);
   EXPECT_NEAR(Camera->Head().Tilt, start.Tilt + 12, 0.16);
   for (const auto zoom : {ZoomIn, ZoomIn, ZoomOut}) {
     EXPECT_TRUE(Driver->Zoom(zoom));
@@ -86,6 +102,21 @@ TEST_F(SanyoSimulated, StepsZoomPresetsAndContinuousMotion) {
     EXPECT_EQ(sign(head.Zoom - before.Zoom), right);
     EXPECT_NEAR(Driver->Pan(), head.Pan, 0.006) << "asks where the motion ended";
   }
+}
+
+TEST(SanyoCommands, OfOtherClientsAreTaken) {
+  ptzsim::Sanyo camera({.Clock = ptzsim::ClockKind::Manual});
+  HTTPClient host;
+  const auto get = [&](const std::string& target) {
+    host.GetResource("http://" + camera.Addresses().at(0) + target, "", "");
+    camera.Time().Advance(100ms);
+    return camera.Head();
+  };
+  const auto start = get("/index.html");
+  EXPECT_TRUE(get("/cgi-bin/opecmd.cgi?ope=51&cmd=3&p_speed=1&t_speed=1").Moving);
+  EXPECT_FALSE(get("/cgi-bin/opecmd.cgi?ope=51&cmd=12").Moving);
+  EXPECT_GT(get("/cgi-bin/opecmd.cgi?ope=51&cmd=9&z_speed=1").Zoom, start.Zoom);
+  EXPECT_EQ(camera.Log().Violations(), std::vector<std::string>{});
 }
 
 TEST_F(SanyoSimulated, SaysItInTheseBytes) {  // from 23.75 and -14.5, zoom 3.75
