@@ -210,7 +210,7 @@ HTTPReply Panasonic::Answer(const Request& request) {
     if (!values) continue;
     const unsigned lacking = page.Needs & ~Abilities_;
     if (lacking == TakesAngles) break;
-    if (lacking) return {.Status = 400};
+    if (lacking) return HTTPReply::Text("Return:-1\r\n");
     return HTTPReply::Text("Return:0\r\n" + page.Do(*this, *values));
   }
   return {.Status = 404, .Violation = "no such request: " + request.Target};

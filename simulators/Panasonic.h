@@ -16,8 +16,8 @@ namespace ptzsim {
 /// angles.
 ///
 /// Angles beyond the ends are refused; a click beyond the picture is followed as far as the head goes. What
-/// the model lacks (zoom, focus, brightness) is answered with 400 and counts no violation: hosts send it all
-/// the same.
+/// the model lacks (zoom, focus, brightness) is answered with "Return:-1" and status 200 and counts no
+/// violation: hosts send it all the same.
 class Panasonic : public Simulator {
  public:
   /// What the camera tells of how it is mounted, which settles how far it tilts.

@@ -47,8 +47,18 @@ TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {
     }
 }
 
+TEST_F(PanasonicSimulated, WhatTheModelLacksIsRefusedWithoutNotice) {
+  Connect("BL-C210");
+  const auto before = Camera->Head();
+  EXPECT_TRUE(Driver->Zoom(ZoomIn) && Driver->Focus(FocusFar) && Driver->Iris(IrisOpen));
+  Settle();
+  EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
+  EXPECT_EQ(Camera->Head().Focus, before.Focus);
+  EXPECT_EQ(Camera->Head().Brightness, before.Brightness);
+}
+
 TEST_F(PanasonicSimulated, SaysItInTheseBytes) {
-  Connect("BB-HCM581A");  // at 33.25 and 6.75
+  Connect("BB-HCM581A", "1.23");  // at 33.25 and 6.75
   EXPECT_TRUE(Driver->MoveTo(-41.5F, 12.5F));
   EXPECT_TRUE(Driver->Move(DirectionDownLeft, 7));
   EXPECT_TRUE(Driver->Move(DirectionUpRight, 0.6F));
