@@ -126,7 +126,7 @@ TEST_P(ElmoSimulated, SaysItInTheseBytes) {
   Driver->MoveTo(10.005F, 3.33F);
   Settle();
   EXPECT_TRUE(Driver->Move(DirectionUpLeft, 10));
-  EXPECT_TRUE(Driver->MoveBoth(-20.5F, -5));
+  EXPECT_TRUE(Driver->MoveBoth(-20.51F, -5));
   EXPECT_TRUE(Driver->Move(DirectionDown, 1));
   Driver->MoveTo(300, -300);
   Driver->MoveTo(-300, 300);
@@ -143,7 +143,7 @@ TEST_P(ElmoSimulated, SaysItInTheseBytes) {
   if (Reads()) {
     Device2().Zoom(ZoomIn, 1);
     Device2().ZoomTo(2.5F);
-    Device2().MoveTo(0, 0, 0);
+    Device2().MoveTo(0, 0, -1);
   }
   const auto before = Driver->Pan();
   Camera->Faults().Set("next=1,empty-body");

@@ -67,6 +67,11 @@ TEST_F(MeritLilinSimulated, SaysItInTheseBytes) {
   Camera->Time().Advance(100ms);
   Continuous().StopContinuous();
   EXPECT_TRUE(Driver->Move(DirectionRight, 1)) << "and where a motion ended";
+  Camera->Time().Advance(60s);
+  Continuous().ContinuousMove(10, 0);
+  Camera->Time().Advance(100ms);
+  Continuous().ContinuousMove(0, 0);
+  Device2().ZoomTo(1);
   EXPECT_TRUE(Driver->PresetSave(0) && Driver->PresetGoto(7));
   for (const auto iris : {IrisAuto, IrisOpen, IrisClose}) EXPECT_TRUE(Driver->Iris(iris));
   for (const auto focus : {FocusAuto, FocusNear, FocusFar}) EXPECT_TRUE(Driver->Focus(focus));
@@ -90,6 +95,10 @@ TEST_F(MeritLilinSimulated, SaysItInTheseBytes) {
               "/control?camid=2&zoom_stop=1",
               "/control?camid=2&cmd=getallposdegree",
               "/control?camid=2&panposdegree=350&tiltposdegree=13&zoomposdegree=1",
+              "/control?camid=2&rpan=4&rtilt=0",
+              "/control?camid=2&stop=1",
+              "/control?camid=2&cmd=getallposdegree",
+              "/control?camid=2&panposdegree=354&tiltposdegree=13&zoomposdegree=5",
               "/ptzpreset?camid=2&set_preset=0",
               "/ptzpreset?camid=2&goto_preset=7",
               "/camera?camid=2&autoiris=1",

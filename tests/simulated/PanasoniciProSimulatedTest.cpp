@@ -75,6 +75,7 @@ TEST_F(PanasoniciProSimulated, TheShortWayAroundTheEnd) {
 TEST_F(PanasoniciProSimulated, SaysItInTheseBytesToAChannelOfAnEncoder) {
   Connect("WV-SC385", 3, 2);  // at 21.2 and -15.9, 2.7 times
   const auto first = Camera->Head(1);
+  EXPECT_TRUE(Driver->Zoom(ZoomIn)) << "from 1.75";
   Driver->MoveTo(-20.5F, 7);
   Device2().ZoomTo(1);
   Device2().MoveTo(-20.5F, 7, 2.5F);
@@ -91,13 +92,23 @@ TEST_F(PanasoniciProSimulated, SaysItInTheseBytesToAChannelOfAnEncoder) {
   Device2().ZoomTo(-1);
   Driver->SetPanTilt(1, 2);
   EXPECT_TRUE(Driver->MoveBoth(20, 0)) << "from where the head is in its turn";
-  ExpectSent({"/cgi-bin/getinfo?ch=2&FILE=1", "/cgi-bin/absget?ch=2&",
-              "/cgi-bin/absctrl?ch=2&pan=1545&tilt=-70", "/cgi-bin/absctrl?ch=2&zoom=20",
-              "/cgi-bin/absctrl?ch=2&zoom=35", "/cgi-bin/absget?ch=2&",
-              "/cgi-bin/absctrl?ch=2&pan=1577.5&tilt=-102.5", "/cgi-bin/absctrl?ch=2&pan=1527.5&tilt=-52.5",
-              "/cgi-bin/absctrl?ch=2&zoom=32.5", "/cgi-bin/absctrl?ch=2&zoom=37.5",
-              "/cgi-bin/absctrl?ch=2&pan=1750&tilt=150&zoom=10", "/cgi-bin/absctrl?ch=2&pan=0&tilt=-300",
-              "/cgi-bin/absget?ch=2&", "/cgi-bin/absctrl?ch=2&pan=1745&tilt=-70"});
+  ExpectSent({
+      "/cgi-bin/getinfo?ch=2&FILE=1",
+      "/cgi-bin/absget?ch=2&",
+      "/cgi-bin/absctrl?ch=2&zoom=30",
+      "/cgi-bin/absctrl?ch=2&pan=1545&tilt=-70",
+      "/cgi-bin/absctrl?ch=2&zoom=20",
+      "/cgi-bin/absctrl?ch=2&zoom=35",
+      "/cgi-bin/absget?ch=2&",
+      "/cgi-bin/absctrl?ch=2&pan=1577.5&tilt=-102.5",
+      "/cgi-bin/absctrl?ch=2&pan=1527.5&tilt=-52.5",
+      "/cgi-bin/absctrl?ch=2&zoom=32.5",
+      "/cgi-bin/absctrl?ch=2&zoom=37.5",
+      "/cgi-bin/absctrl?ch=2&pan=1750&tilt=150&zoom=10",
+      "/cgi-bin/absctrl?ch=2&pan=0&tilt=-300",
+      "/cgi-bin/absget?ch=2&",
+      "/cgi-bin/absctrl?ch=2&pan=1745&tilt=-70",
+  });
 }
 
 TEST_F(PanasoniciProSimulated, SaysItInTheseBytesWithAnglesOfEitherKind) {

@@ -127,7 +127,9 @@ TEST_F(SanyoSimulated, SaysItInTheseBytes) {  // from 23.75 and -14.5, zoom 3.75
   EXPECT_TRUE(Driver->PresetSave(2) && Driver->PresetGoto(6));
   Continuous().ContinuousMove(-20, 20);
   Continuous().ContinuousMove(10, -10);
+  EXPECT_EQ(Driver->Pan(), 23.75F) << "asks, as behind every motion";
   for (const float speed : {0.5F, -1.0F}) Continuous().ContinuousZoom(speed);
+  EXPECT_EQ(Driver->Pan(), 23.75F);
   Continuous().StopContinuous();
   EXPECT_EQ(Driver->Pan(), 23.75F);
   EXPECT_EQ(Driver->Tilt(), -14.5F);
@@ -145,8 +147,10 @@ TEST_F(SanyoSimulated, SaysItInTheseBytes) {  // from 23.75 and -14.5, zoom 3.75
               "/cgi-bin/opecmd.cgi?ope=11&execution=7",
               "/cgi-bin/opecmd.cgi?ope=51&cmd=1&p_speed=7&t_speed=7",
               "/cgi-bin/opecmd.cgi?ope=51&cmd=8&p_speed=3&t_speed=4",
+              "/liveimg.cgi?pol=1",
               "/cgi-bin/opecmd.cgi?ope=51&cmd=9",
               "/cgi-bin/opecmd.cgi?ope=51&cmd=10",
+              "/liveimg.cgi?pol=1",
               "/cgi-bin/opecmd.cgi?ope=51&cmd=12&p_speed=0&t_speed=0",
               "/cgi-bin/opecmd.cgi?ope=51&cmd=11",
               "/liveimg.cgi?pol=1",

@@ -60,7 +60,7 @@ const std::vector<std::string> FineScript = [] {
   move("PanPosition=3704&TiltPosition=1221");
   move("PanPosition=3858&TiltPosition=1069");
   move("PanPosition=8267&TiltPosition=5016");
-  move("PanPosition=2778&TiltPosition=545");
+  move("PanPosition=2800&TiltPosition=545");
   move("PanPosition=-551&TiltPosition=-3707");
   script.push_back("/api/wbsetzoom.cgi?type=Set&Zoom=Tele");
   script.push_back("/api/wbsetzoom.cgi?type=Set&Zoom=Wide");
@@ -122,7 +122,7 @@ TEST_P(ToshibaSimulated, SaysItInTheseBytes) {
   EXPECT_EQ(Driver->Move(DirectionUpRight, 7), Grid());
   EXPECT_EQ(Driver->MoveTo(200, -200), Grid());
   Driver->SetPanTilt(-56, 5);
-  EXPECT_EQ(Driver->Move(DirectionRight, 7.2F), Grid());
+  EXPECT_EQ(Driver->Move(DirectionRight, 7.6F), Grid());
   EXPECT_EQ(Driver->MoveTo(-200, 200), Grid());
   for (const auto zoom : {ZoomIn, ZoomOut}) EXPECT_EQ(Driver->Zoom(zoom), !Grid());
   WhileAway([&] { EXPECT_FALSE(Driver->MoveTo(7, 0)); });
