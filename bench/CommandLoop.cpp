@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PropertyBag.h>
 #include "BareCurl.h"
 #include "LoopbackServer.h"
-#include "catalogue/DriverFactory.h"
-#include "contract/PropertyBag.h"
 #include "transport/HTTPClient.h"
 
 int main(int argc, char** argv) {

@@ -8,10 +8,10 @@
 #include <string>
 #include <thread>
 
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PropertyBag.h>
 #include "BareCurl.h"
 #include "LoopbackServer.h"
-#include "catalogue/DriverFactory.h"
-#include "contract/PropertyBag.h"
 #include "transport/HTTPClient.h"
 #include "transport/HTTPClientHelper.h"
 

@@ -8,10 +8,10 @@
 #include <memory>
 #include <vector>
 
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PropertyBag.h>
 #include "BareCurl.h"
 #include "LoopbackServer.h"
-#include "catalogue/DriverFactory.h"
-#include "contract/PropertyBag.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PropertyBag.h"
-#include "contract/SerialPortPool.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PropertyBag.h>
+#include <ptzd/SerialPortPool.h>
 
 namespace {
 

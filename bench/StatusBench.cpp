@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PropertyBag.h>
 #include "CannedInternet.h"
-#include "catalogue/DriverFactory.h"
-#include "contract/PropertyBag.h"
 #include "transport/HTTPClient.h"
 
 namespace {

@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include <ptzd/Error.h>
+#include <ptzd/PTZDevice2.h>
 #include "Words.h"
-#include "common/Error.h"
-#include "contract/PTZDevice2.h"
 
 namespace ptzctl {
 

@@ -3,11 +3,11 @@
 #include <memory>
 #include <string>
 
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PropertyBag.h>
 #include "LogWatch.h"
 #include "Outcome.h"
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZDevice.h"
-#include "contract/PropertyBag.h"
 
 namespace ptzctl {
 

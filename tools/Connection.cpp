@@ -4,12 +4,12 @@
 #include <memory>
 #include <optional>
 
+#include <ptzd/Error.h>
+#include <ptzd/PTZDrivers.h>
+#include <ptzd/PTZOptions.h>
+#include <ptzd/SerialPortPool.h>
 #include "Words.h"
-#include "catalogue/PTZDrivers.h"
-#include "common/Error.h"
 #include "common/Numbers.h"
-#include "contract/PTZOptions.h"
-#include "contract/SerialPortPool.h"
 
 namespace ptzctl {
 

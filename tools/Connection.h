@@ -4,9 +4,9 @@
 #include <string_view>
 #include <vector>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZOption.h"
-#include "contract/PropertyBag.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZOption.h>
+#include <ptzd/PropertyBag.h>
 
 namespace ptzctl {
 

@@ -4,8 +4,8 @@
 #include <iostream>
 #include <utility>
 
+#include <ptzd/Logging.h>
 #include "Words.h"
-#include "common/Logging.h"
 
 namespace ptzctl {
 

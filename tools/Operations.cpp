@@ -6,18 +6,18 @@
 #include <utility>
 #include <vector>
 
+#include <ptzd/DriverData.h>
+#include <ptzd/Error.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice2.h>
+#include <ptzd/PTZDrivers.h>
+#include <ptzd/PTZMoveInImage.h>
+#include <ptzd/PTZNamedPresets.h>
+#include <ptzd/PTZOptions.h>
 #include "Connection.h"
 #include "Interrupt.h"
 #include "Words.h"
-#include "catalogue/PTZDrivers.h"
-#include "common/Error.h"
 #include "common/Numbers.h"
-#include "contract/DriverData.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PTZMoveInImage.h"
-#include "contract/PTZNamedPresets.h"
-#include "contract/PTZOptions.h"
 
 namespace ptzctl {
 

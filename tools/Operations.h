@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
+#include <ptzd/Enumerations.h>
 #include "Camera.h"
 #include "Outcome.h"
-#include "contract/Enumerations.h"
 
 namespace ptzctl {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "contract/Enumerations.h"
+#include <ptzd/Enumerations.h>
 
 namespace ptzctl {
 

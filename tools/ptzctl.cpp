@@ -18,7 +18,7 @@
 #include "Report.h"
 #include "Words.h"
 #include "common/Credentials.h"
-#include "contract/AddressLogins.h"
+#include "drivers/kit/AddressLogins.h"
 
 namespace {
 

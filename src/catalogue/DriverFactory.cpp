@@ -1,10 +1,10 @@
-#include "catalogue/DriverFactory.h"
+#include <ptzd/DriverFactory.h>
 
 #include <algorithm>
 #include <string>
 
-#include "catalogue/PTZDrivers.h"
-#include "common/Error.h"
+#include <ptzd/Error.h>
+#include <ptzd/PTZDrivers.h>
 #include "drivers/Axis.h"
 #include "drivers/Bosch.h"
 #include "drivers/Elmo.h"

@@ -1,8 +1,8 @@
-#include "catalogue/PTZDrivers.h"
+#include <ptzd/PTZDrivers.h>
 
 #include <cmath>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 #include "common/Numbers.h"
 
 namespace ptzd {

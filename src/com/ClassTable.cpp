@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "catalogue/DriverFactory.h"
+#include <ptzd/DriverFactory.h>
 #include "com/Driver.h"
 #include "com/Records.h"
 #include "com/SanyoAdaptor.h"

@@ -5,8 +5,8 @@
 #include <span>
 #include <string>
 
+#include <ptzd/Platform.h>
 #include "com/ComPtr.h"
-#include "platform/Platform.h"
 
 namespace ptzd::com {
 

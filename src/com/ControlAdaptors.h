@@ -4,13 +4,13 @@
 
 #include "com/Contract.h"
 
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PTZDevice2.h>
+#include <ptzd/PTZMoveInImage.h>
+#include <ptzd/PTZNamedPresets.h>
+#include <ptzd/PTZOptions.h>
 #include "com/Object.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PTZMoveInImage.h"
-#include "contract/PTZNamedPresets.h"
-#include "contract/PTZOptions.h"
 
 namespace ptzd::com {
 

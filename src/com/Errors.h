@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd::com {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <span>
 
-#include "contract/PropertyBag.h"
+#include <ptzd/PropertyBag.h>
 
 namespace ptzd::com {
 

@@ -4,10 +4,10 @@
 #include <limits>
 #include <memory>
 
-#include "catalogue/PTZDrivers.h"
+#include <ptzd/PTZDrivers.h>
+#include <ptzd/PropertyBag.h>
 #include "com/Collection.h"
 #include "com/Object.h"
-#include "contract/PropertyBag.h"
 
 namespace ptzd::com {
 

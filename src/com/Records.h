@@ -4,9 +4,9 @@
 
 #include "com/Contract.h"
 
+#include <ptzd/PTZNamedPreset.h>
+#include <ptzd/PTZOption.h>
 #include "com/ComPtr.h"
-#include "contract/PTZNamedPreset.h"
-#include "contract/PTZOption.h"
 
 namespace ptzd::com {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include <ptzd/PTZDevice.h>
 #include "com/Object.h"
-#include "contract/PTZDevice.h"
 
 namespace ptzd::com {
 

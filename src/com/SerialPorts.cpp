@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
+#include <ptzd/SerialPortPool.h>
 #include "com/LateBound.h"
 #include "com/Object.h"
-#include "contract/SerialPortPool.h"
 
 namespace ptzd::com {
 

@@ -5,7 +5,7 @@
 #include <limits>
 #include <new>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd::com {
 

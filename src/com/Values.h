@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "common/Variant.h"
+#include <ptzd/Variant.h>
 
 namespace ptzd::com {
 

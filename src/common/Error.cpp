@@ -1,4 +1,4 @@
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd {
 

@@ -1,4 +1,4 @@
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 
 #include <atomic>
 #include <mutex>

@@ -6,7 +6,7 @@
 #include <optional>
 #include <system_error>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd {
 

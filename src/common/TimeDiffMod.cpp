@@ -1,6 +1,6 @@
 #include "common/TimeDiffMod.h"
 
-#include "common/Clock.h"
+#include <ptzd/Clock.h>
 #include "common/Numbers.h"
 
 namespace ptzd {

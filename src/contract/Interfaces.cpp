@@ -1,11 +1,11 @@
 // The interfaces called directly: every member succeeds without doing anything and answers nothing.
 
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PTZMoveInImage.h"
-#include "contract/PTZNamedPresets.h"
-#include "contract/PTZOptions.h"
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PTZDevice2.h>
+#include <ptzd/PTZMoveInImage.h>
+#include <ptzd/PTZNamedPresets.h>
+#include <ptzd/PTZOptions.h>
 
 namespace ptzd {
 

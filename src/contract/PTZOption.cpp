@@ -1,8 +1,8 @@
-#include "contract/PTZOption.h"
+#include <ptzd/PTZOption.h>
 
 #include <utility>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd {
 

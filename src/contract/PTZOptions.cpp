@@ -1,4 +1,4 @@
-#include "contract/PTZOptions.h"
+#include <ptzd/PTZOptions.h>
 
 #include "common/Numbers.h"
 

@@ -1,11 +1,11 @@
-#include "contract/PropertyBag.h"
+#include <ptzd/PropertyBag.h>
 
 #include <algorithm>
 #include <atomic>
 #include <bit>
 #include <limits>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 #include "common/Numbers.h"
 
 namespace ptzd {

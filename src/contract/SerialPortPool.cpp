@@ -1,8 +1,8 @@
-#include "contract/SerialPortPool.h"
+#include <ptzd/SerialPortPool.h>
 
 #include <utility>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd {
 

@@ -8,8 +8,8 @@
 #include <array>
 
 #include "common/Numbers.h"
-#include "contract/CommandTable.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/CommandTable.h"
+#include "drivers/kit/DriverErrors.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {

@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DeviceBridge.h"
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PTZOptions.h"
-#include "contract/PositionAge.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZOptions.h>
+#include "drivers/kit/ContinuousDriver.h"
+#include "drivers/kit/DeviceBridge.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/PositionAge.h"
 
 namespace ptzd {
 

@@ -8,10 +8,10 @@
 #include <charconv>
 #include <cmath>
 
+#include <ptzd/Logging.h>
 #include "common/Angles.h"
-#include "common/Logging.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/DriverErrors.h"
 #include "platform/XmlDocument.h"
 #include "transport/StringEncoding.h"
 

@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DeviceBridge.h"
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PositionAge.h"
+#include <ptzd/DriverData.h>
+#include "drivers/kit/ContinuousDriver.h"
+#include "drivers/kit/DeviceBridge.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/PositionAge.h"
 
 namespace ptzd {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "common/Numbers.h"
-#include "contract/CommandTable.h"
+#include "drivers/kit/CommandTable.h"
 
 namespace ptzd {
 

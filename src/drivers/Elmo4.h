@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "contract/DriverData.h"
+#include <ptzd/DriverData.h>
 #include "drivers/Elmo400.h"
 
 namespace ptzd {

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "common/Error.h"
-#include "common/Logging.h"
+#include <ptzd/Error.h>
+#include <ptzd/Logging.h>
 #include "common/Numbers.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "contract/DeviceBridge.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PositionAge.h"
+#include "drivers/kit/DeviceBridge.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/PositionAge.h"
 
 namespace ptzd {
 

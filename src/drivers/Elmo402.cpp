@@ -3,7 +3,7 @@
 
 #include "drivers/Elmo402.h"
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "common/Numbers.h"
 #include "platform/XmlDocument.h"
 

@@ -6,7 +6,7 @@
 
 #include "common/DirectionCalculator.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/DriverErrors.h"
 
 namespace ptzd {
 

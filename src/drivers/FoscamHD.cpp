@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "common/Numbers.h"
-#include "contract/TimedMove.h"
+#include "drivers/kit/TimedMove.h"
 #include "transport/HTTP.h"
 
 namespace ptzd {

@@ -6,8 +6,8 @@
 
 #include <algorithm>
 
-#include "common/Error.h"
-#include "common/Logging.h"
+#include <ptzd/Error.h>
+#include <ptzd/Logging.h>
 #include "common/Numbers.h"
 #include "platform/LetterCase.h"
 #include "transport/Split2DModule.h"

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PTZDevice.h"
-#include "contract/PositionAge.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZDevice.h>
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/PositionAge.h"
 
 namespace ptzd {
 

@@ -6,8 +6,8 @@
 
 #include "common/Angles.h"
 #include "common/Numbers.h"
-#include "contract/CommandTable.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/CommandTable.h"
+#include "drivers/kit/DriverErrors.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {

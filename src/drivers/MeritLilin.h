@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DriverData.h"
-#include "contract/PTZOptions.h"
-#include "drivers/AbsoluteDriver.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZOptions.h>
+#include "drivers/kit/AbsoluteDriver.h"
+#include "drivers/kit/ContinuousDriver.h"
 
 namespace ptzd {
 

@@ -6,12 +6,12 @@
 
 #include <algorithm>
 
+#include <ptzd/Logging.h>
 #include "common/Credentials.h"
-#include "common/Logging.h"
 #include "common/Numbers.h"
-#include "contract/CommandTable.h"
-#include "contract/PTZErrors.h"
 #include "drivers/PanasonicName.h"
+#include "drivers/kit/CommandTable.h"
+#include "drivers/kit/DriverErrors.h"
 #include "platform/LetterCase.h"
 #include "transport/Split2DModule.h"
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PTZDevice.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZDevice.h>
+#include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
 

@@ -8,8 +8,8 @@
 
 #include "common/Credentials.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
 #include "drivers/PanasonicName.h"
+#include "drivers/kit/DriverErrors.h"
 #include "platform/LetterCase.h"
 #include "transport/Split2DModule.h"
 

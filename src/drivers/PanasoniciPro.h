@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "contract/DriverData.h"
-#include "drivers/AbsoluteDriver.h"
+#include <ptzd/DriverData.h>
+#include "drivers/kit/AbsoluteDriver.h"
 
 namespace ptzd {
 

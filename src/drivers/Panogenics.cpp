@@ -8,7 +8,7 @@
 
 #include "common/Angles.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/DriverErrors.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {

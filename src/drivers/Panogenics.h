@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "contract/DriverData.h"
-#include "contract/PTZOptions.h"
-#include "drivers/AbsoluteDriver.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZOptions.h>
+#include "drivers/kit/AbsoluteDriver.h"
 
 namespace ptzd {
 

@@ -8,10 +8,10 @@
 #include <array>
 #include <cmath>
 
-#include "common/Error.h"
-#include "common/Logging.h"
+#include <ptzd/Error.h>
+#include <ptzd/Logging.h>
 #include "common/Numbers.h"
-#include "contract/TimedMove.h"
+#include "drivers/kit/TimedMove.h"
 
 namespace ptzd {
 

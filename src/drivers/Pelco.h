@@ -4,13 +4,13 @@
 #include <memory>
 #include <span>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DriverData.h"
-#include "contract/PTZDevice.h"
-#include "contract/PTZOptions.h"
-#include "contract/PropertyBag.h"
-#include "contract/SerialPortPool.h"
-#include "platform/Platform.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PTZOptions.h>
+#include <ptzd/Platform.h>
+#include <ptzd/PropertyBag.h>
+#include <ptzd/SerialPortPool.h>
+#include "drivers/kit/ContinuousDriver.h"
 
 namespace ptzd {
 

@@ -5,10 +5,10 @@
 
 #include <set>
 
+#include <ptzd/Logging.h>
 #include "common/Credentials.h"
-#include "common/Logging.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/DriverErrors.h"
 #include "platform/CodePages.h"
 #include "platform/LetterCase.h"
 #include "platform/XmlDocument.h"

@@ -7,12 +7,12 @@
 #include <string_view>
 #include <vector>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DeviceBridge.h"
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PTZNamedPresets.h"
-#include "contract/PTZOptions.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZNamedPresets.h>
+#include <ptzd/PTZOptions.h>
+#include "drivers/kit/ContinuousDriver.h"
+#include "drivers/kit/DeviceBridge.h"
+#include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
 

@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "common/Error.h"
-#include "common/Logging.h"
+#include <ptzd/Error.h>
+#include <ptzd/Logging.h>
 #include "common/Numbers.h"
 #include "common/TimeDiffMod.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/DriverErrors.h"
 
 namespace ptzd {
 

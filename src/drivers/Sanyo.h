@@ -5,12 +5,12 @@
 #include <string>
 #include <string_view>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PTZDevice.h"
-#include "contract/PTZOptions.h"
-#include "contract/PositionAge.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PTZOptions.h>
+#include "drivers/kit/ContinuousDriver.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/PositionAge.h"
 
 namespace ptzd {
 

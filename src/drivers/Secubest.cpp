@@ -11,8 +11,8 @@
 
 #include "common/DirectionCalculator.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
-#include "contract/TimedMove.h"
+#include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/TimedMove.h"
 #include "transport/HTTP.h"
 
 namespace ptzd {

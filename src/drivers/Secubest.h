@@ -4,13 +4,13 @@
 #include <memory>
 #include <span>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DeviceBridge.h"
-#include "contract/DriverData.h"
-#include "contract/LastMotion.h"
-#include "contract/PTZOptions.h"
-#include "contract/PropertyBag.h"
-#include "platform/Platform.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZOptions.h>
+#include <ptzd/Platform.h>
+#include <ptzd/PropertyBag.h>
+#include "drivers/kit/ContinuousDriver.h"
+#include "drivers/kit/DeviceBridge.h"
+#include "drivers/kit/LastMotion.h"
 
 namespace ptzd {
 

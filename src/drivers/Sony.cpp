@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <array>
 
+#include <ptzd/Error.h>
+#include <ptzd/Logging.h>
 #include "common/Credentials.h"
-#include "common/Error.h"
-#include "common/Logging.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/DriverErrors.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {

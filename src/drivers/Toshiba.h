@@ -4,9 +4,9 @@
 #include <span>
 #include <string_view>
 
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PTZDevice.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZDevice.h>
+#include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
 

@@ -4,7 +4,7 @@
 #include "drivers/Toshiba2.h"
 
 #include "common/Numbers.h"
-#include "contract/CommandTable.h"
+#include "drivers/kit/CommandTable.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {

@@ -8,11 +8,11 @@
 #include <cmath>
 #include <set>
 
+#include <ptzd/Error.h>
+#include <ptzd/Logging.h>
 #include "common/Credentials.h"
-#include "common/Error.h"
-#include "common/Logging.h"
 #include "common/Numbers.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/DriverErrors.h"
 #include "platform/CodePages.h"
 #include "platform/LetterCase.h"
 #include "transport/HTTP.h"

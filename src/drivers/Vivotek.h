@@ -6,11 +6,11 @@
 #include <string_view>
 #include <vector>
 
-#include "contract/ContinuousDriver.h"
-#include "contract/DriverData.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PTZDevice.h"
-#include "contract/PTZNamedPresets.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PTZNamedPresets.h>
+#include "drivers/kit/ContinuousDriver.h"
+#include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
 

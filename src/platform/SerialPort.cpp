@@ -1,8 +1,8 @@
-#include "platform/SerialPort.h"
+#include <ptzd/SerialPort.h>
 
 #include <charconv>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd {
 

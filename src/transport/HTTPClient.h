@@ -5,8 +5,8 @@
 #include <functional>
 #include <string>
 
-#include "common/Clock.h"
-#include "common/Variant.h"
+#include <ptzd/Clock.h>
+#include <ptzd/Variant.h>
 #include "platform/Internet.h"
 
 namespace ptzd {

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "transport/HTTPExchange.h"
 
 namespace ptzd {

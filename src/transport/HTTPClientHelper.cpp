@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 
 namespace ptzd {
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-#include "common/Variant.h"
+#include <ptzd/Variant.h>
 #include "platform/Internet.h"
 
 namespace ptzd {

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 #include "transport/HTTPClient.h"
 
 namespace ptzd {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/Variant.h"
+#include <ptzd/Variant.h>
 
 namespace ptzd {
 

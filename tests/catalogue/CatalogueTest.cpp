@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
-#include "catalogue/DriverFactory.h"
-#include "catalogue/PTZDrivers.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZDrivers.h>
 #include "support/Errors.h"
 
 #ifndef _WIN32
 #include <filesystem>
 #include <fstream>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "platform/posix/AnnouncementFiles.h"
 #endif
 

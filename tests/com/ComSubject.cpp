@@ -5,11 +5,11 @@
 
 #include <algorithm>
 
+#include <ptzd/Error.h>
 #include "com/ClassTable.h"
 #include "com/Contract.h"
 #include "com/Host.h"
 #include "com/Values.h"
-#include "common/Error.h"
 #include "contract/Subject.h"
 
 namespace ptzd::test {

@@ -6,13 +6,13 @@
 #include <new>
 #include <stdexcept>
 
-#include "catalogue/DriverFactory.h"
+#include <ptzd/DriverFactory.h>
 #include "com/ClassTable.h"
 #include "com/Collection.h"
 #include "com/Driver.h"
 #include "com/Host.h"
 #include "com/Module.h"
-#include "contract/DeviceBridge.h"
+#include "drivers/kit/DeviceBridge.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <thread>
 
+#include <ptzd/Logging.h>
 #include "common/Credentials.h"
 #include "common/DirectionCalculator.h"
-#include "common/Logging.h"
 #include "common/TimeDiffMod.h"
 
 namespace ptzd {

@@ -3,12 +3,12 @@
 #include <cmath>
 #include <map>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
+#include <ptzd/PTZMoveInImage.h>
+#include <ptzd/PropertyBag.h>
 #include "contract/Answers.h"
-#include "contract/PTZErrors.h"
-#include "contract/PTZMoveInImage.h"
-#include "contract/PropertyBag.h"
 #include "contract/Subject.h"
+#include "drivers/kit/DriverErrors.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"

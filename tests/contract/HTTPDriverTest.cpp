@@ -1,8 +1,8 @@
-#include "contract/HTTPDriver.h"
+#include "drivers/kit/HTTPDriver.h"
 
 #include <gtest/gtest.h>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"
 

@@ -1,4 +1,4 @@
-#include "contract/PTZMoveInImage.h"
+#include <ptzd/PTZMoveInImage.h>
 #include "contract/Subject.h"
 
 namespace ptzd::test {

@@ -1,4 +1,4 @@
-#include "contract/PropertyBag.h"
+#include <ptzd/PropertyBag.h>
 
 #include <gtest/gtest.h>
 

@@ -2,12 +2,12 @@
 
 #include <memory>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PTZNamedPresets.h"
-#include "contract/PTZOptions.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PTZDevice2.h>
+#include <ptzd/PTZNamedPresets.h>
+#include <ptzd/PTZOptions.h>
 
 namespace ptzd::test {
 

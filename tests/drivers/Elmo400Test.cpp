@@ -7,7 +7,7 @@
 #include <cmath>
 #include <functional>
 
-#include "catalogue/DriverFactory.h"
+#include <ptzd/DriverFactory.h>
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeInternet.h"

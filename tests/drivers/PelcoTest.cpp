@@ -6,8 +6,8 @@
 #include <functional>
 #include <limits>
 
-#include "common/Error.h"
-#include "contract/PropertyBag.h"
+#include <ptzd/Error.h>
+#include <ptzd/PropertyBag.h>
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/FakeSerialPort.h"

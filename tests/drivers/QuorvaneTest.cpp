@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "platform/XmlDocument.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <random>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "common/Numbers.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"

@@ -1,6 +1,6 @@
 // The serial port against pseudo-terminals: the test holds the far end of the line.
 
-#include "platform/SerialPort.h"
+#include <ptzd/SerialPort.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 #include <filesystem>
 
-#include "common/Variant.h"
+#include <ptzd/Variant.h>
 #include "support/Errors.h"
 
 namespace ptzd {

@@ -10,7 +10,7 @@
 
 #include <cerrno>
 
-#include "common/Variant.h"
+#include <ptzd/Variant.h>
 
 namespace ptzd {
 namespace {

@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <ranges>
 
-#include "contract/PropertyBag.h"
-#include "contract/SerialPortPool.h"
+#include <ptzd/PropertyBag.h>
+#include <ptzd/SerialPortPool.h>
 #include "contract/Subject.h"
 #include "simulators/Axis.h"
 #include "simulators/Bosch.h"

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PropertyBag.h"
-#include "contract/SerialPortPool.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PropertyBag.h>
+#include <ptzd/SerialPortPool.h>
 #include "simulators/Pelco.h"
 #include "support/Errors.h"
 #include "support/FakeClock.h"

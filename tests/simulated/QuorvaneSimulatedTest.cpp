@@ -6,11 +6,11 @@
 
 #include <optional>
 
-#include "catalogue/DriverFactory.h"
-#include "common/Error.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
-#include "contract/PTZNamedPresets.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/Error.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice2.h>
+#include <ptzd/PTZNamedPresets.h>
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/Options.h"

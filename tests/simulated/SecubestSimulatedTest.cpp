@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice2.h>
 #include "support/Errors.h"
 #include "support/FakeClock.h"
 #include "support/Options.h"

@@ -10,9 +10,9 @@
 #include <optional>
 #include <thread>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice2.h>
 #include "support/AsyncSends.h"
 #include "support/FakeClock.h"
 #include "support/Options.h"

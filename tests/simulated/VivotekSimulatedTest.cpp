@@ -2,7 +2,7 @@
 
 #include "simulators/Vivotek.h"
 
-#include "contract/PTZNamedPresets.h"
+#include <ptzd/PTZNamedPresets.h>
 #include "support/Errors.h"
 #include "support/Script.h"
 #include "support/SimulatedCamera.h"

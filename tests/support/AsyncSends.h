@@ -4,7 +4,7 @@
 #include <mutex>
 #include <string_view>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "simulators/engine/RequestLog.h"
 
 namespace ptzd::test {

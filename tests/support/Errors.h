@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd::test {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Clock.h"
+#include <ptzd/Clock.h>
 
 namespace ptzd::test {
 

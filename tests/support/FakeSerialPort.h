@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
-#include "common/Error.h"
-#include "contract/SerialPortPool.h"
+#include <ptzd/Error.h>
+#include <ptzd/SerialPortPool.h>
 #include "support/FrameLog.h"
 
 namespace ptzd::test {

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "common/Clock.h"
+#include <ptzd/Clock.h>
 
 namespace ptzd::test {
 

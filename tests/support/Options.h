@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "contract/PropertyBag.h"
+#include <ptzd/PropertyBag.h>
 
 namespace ptzd::test {
 

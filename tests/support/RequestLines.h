@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 
 namespace ptzd::test {
 

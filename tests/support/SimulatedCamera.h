@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "catalogue/DriverFactory.h"
-#include "contract/PTZContinuousControl.h"
-#include "contract/PTZDevice2.h"
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZContinuousControl.h>
+#include <ptzd/PTZDevice2.h>
 #include "support/FakeClock.h"
 #include "support/Options.h"
 #include "support/Script.h"

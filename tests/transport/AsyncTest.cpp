@@ -17,7 +17,7 @@
 #include <sys/resource.h>
 #endif
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "support/Errors.h"
 #include "tests/transport/Camera.h"
 #include "transport/HTTPClient.h"

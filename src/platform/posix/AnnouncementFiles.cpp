@@ -4,7 +4,7 @@
 #include <fstream>
 #include <string_view>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 
 namespace ptzd {
 

@@ -1,4 +1,4 @@
-#include "platform/SerialPort.h"
+#include <ptzd/SerialPort.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -13,7 +13,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 
 namespace ptzd {
 

@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "common/Clock.h"
+#include <ptzd/Clock.h>
 
 namespace ptzd {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "platform/CodePages.h"
 #include "platform/Internet.h"
 #include "platform/RequestText.h"

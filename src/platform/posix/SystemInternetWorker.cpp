@@ -6,7 +6,7 @@
 #include <exception>
 #include <string>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "platform/Internet.h"
 
 namespace ptzd::internet {

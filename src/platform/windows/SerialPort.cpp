@@ -1,6 +1,6 @@
-#include "platform/SerialPort.h"
+#include <ptzd/SerialPort.h>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 #include "platform/windows/AnsiText.h"
 #include "platform/windows/SystemHeaders.h"
 

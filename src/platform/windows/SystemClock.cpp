@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "common/Clock.h"
+#include <ptzd/Clock.h>
 #include "platform/windows/SystemHeaders.h"
 
 #ifndef CREATE_WAITABLE_TIMER_HIGH_RESOLUTION

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "platform/Internet.h"
 #include "platform/ReplyText.h"
 #include "platform/RequestText.h"

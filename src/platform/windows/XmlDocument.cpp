@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "common/Error.h"
+#include <ptzd/Error.h>
 #include "platform/windows/SystemHeaders.h"
 
 // What msxml2.h takes for granted.

@@ -1,11 +1,11 @@
-#include "contract/HTTPDriver.h"
+#include "drivers/kit/HTTPDriver.h"
 
 #include <algorithm>
 
-#include "common/Logging.h"
+#include <ptzd/Logging.h>
 #include "common/Numbers.h"
-#include "contract/AddressLogins.h"
-#include "contract/PTZErrors.h"
+#include "drivers/kit/AddressLogins.h"
+#include "drivers/kit/DriverErrors.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"
 

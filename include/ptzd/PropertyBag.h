@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/Variant.h"
+#include <ptzd/Variant.h>
 
 namespace ptzd {
 

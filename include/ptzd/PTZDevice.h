@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <span>
 
-#include "common/Variant.h"
-#include "contract/Enumerations.h"
+#include <ptzd/Enumerations.h>
+#include <ptzd/Variant.h>
 
 namespace ptzd {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "common/Variant.h"
+#include <ptzd/Variant.h>
 
 namespace ptzd {
 

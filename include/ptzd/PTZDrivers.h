@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "catalogue/PTZDriver.h"
-#include "common/Variant.h"
+#include <ptzd/PTZDriver.h>
+#include <ptzd/Variant.h>
 #include "platform/DriverAnnouncements.h"
 
 namespace ptzd {

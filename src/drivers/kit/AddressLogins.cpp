@@ -1,4 +1,4 @@
-#include "contract/AddressLogins.h"
+#include "drivers/kit/AddressLogins.h"
 
 #include <algorithm>
 #include <cstdint>

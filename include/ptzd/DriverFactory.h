@@ -4,9 +4,9 @@
 #include <span>
 #include <string_view>
 
-#include "contract/DriverData.h"
-#include "contract/PTZDevice.h"
-#include "platform/Platform.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/PTZDevice.h>
+#include <ptzd/Platform.h>
 
 namespace ptzd {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "contract/Enumerations.h"
+#include <ptzd/Enumerations.h>
 
 namespace ptzd {
 

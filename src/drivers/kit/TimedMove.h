@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "common/Clock.h"
+#include <ptzd/Clock.h>
 
 namespace ptzd {
 

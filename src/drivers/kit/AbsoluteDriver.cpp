@@ -1,4 +1,4 @@
-#include "drivers/AbsoluteDriver.h"
+#include "drivers/kit/AbsoluteDriver.h"
 
 #include "common/Numbers.h"
 

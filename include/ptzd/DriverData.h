@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "contract/Enumerations.h"
+#include <ptzd/Enumerations.h>
 
 namespace ptzd {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "contract/PTZContinuousControl.h"
+#include <ptzd/PTZContinuousControl.h>
 
 namespace ptzd {
 

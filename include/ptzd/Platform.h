@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/Clock.h"
+#include <ptzd/Clock.h>
 #include "platform/DebugOutput.h"
 #include "platform/Internet.h"
 #include "platform/Socket.h"

@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "common/Error.h"
-#include "contract/DriverData.h"
-#include "contract/Enumerations.h"
-#include "contract/PropertyBag.h"
+#include <ptzd/DriverData.h>
+#include <ptzd/Enumerations.h>
+#include <ptzd/Error.h>
+#include <ptzd/PropertyBag.h>
 
 namespace ptzd {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "contract/PTZOption.h"
+#include <ptzd/PTZOption.h>
 
 namespace ptzd {
 

@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
+#include <ptzd/Error.h>
+#include <ptzd/Platform.h>
+#include <ptzd/PropertyBag.h>
 #include "common/Credentials.h"
-#include "common/Error.h"
-#include "contract/LastMotion.h"
-#include "contract/PropertyBag.h"
-#include "platform/Platform.h"
+#include "drivers/kit/LastMotion.h"
 #include "transport/HTTPClient.h"
 
 namespace ptzd {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/SerialPort.h"
+#include <ptzd/SerialPort.h>
 
 namespace ptzd {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "contract/PTZDevice.h"
-#include "contract/PTZDevice2.h"
+#include <ptzd/PTZDevice.h>
+#include <ptzd/PTZDevice2.h>
 
 namespace ptzd {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "contract/PTZNamedPreset.h"
+#include <ptzd/PTZNamedPreset.h>
 
 namespace ptzd {
 

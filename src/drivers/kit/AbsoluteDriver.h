@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "contract/DeviceBridge.h"
-#include "contract/HTTPDriver.h"
-#include "contract/PositionAge.h"
+#include "drivers/kit/DeviceBridge.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/PositionAge.h"
 
 namespace ptzd {
 
