@@ -19,26 +19,6 @@ using namespace ptzd;
 
 constexpr std::string_view LibraryPrefix = "QVPTZ.";
 
-struct SharedOption {
-  unsigned Flag;  ///< of `DriverData::SharedOptions`
-  const char* Name;
-  const char* Description;
-  OptionTypes OType;
-  Variant Default;
-};
-
-const SharedOption SharedOptionTable[] = {
-    {SharesAddress, "Address", "Host name or IP address, with :port if not the usual one", OptionText, ""},
-    {SharesPort, "Port", "Camera behind one address; 0: the only or first one", OptionInteger, 0},
-    {SharesBusAddress, "Port", "Address of the camera on the serial line", OptionInteger, 1},
-    {SharesCamera,
-     "Camera",
-     "Camera behind one address, from 0 on newer models and from 1 on older ones",
-     OptionText,
-     {}},
-    {SharesReset, "Reset", "Go to the reference position on connecting", OptionBoolean, false},
-};
-
 std::string Join(const std::vector<Variant>& values) {
   std::string text;
   for (const auto& value : values) text.append(text.empty() ? "" : ", ").append(ToText(value));
@@ -85,6 +65,13 @@ Variant ReadValue(const PTZOption& option, const std::string& word) {
   }
 }
 
+std::vector<PTZOption> OptionsOf(const DriverClass& driver, bool described) {
+  std::vector<PTZOption> options;
+  for (const auto* option : driver.Data->Options)
+    if (option->Described == described) options.push_back(option->Descriptor());
+  return options;
+}
+
 }  // namespace
 
 const DriverClass& FindDriver(const std::string& name) {
@@ -105,19 +92,9 @@ const DriverClass& FindDriver(const std::string& name) {
   throw UsageError("there is no driver \"" + Printable(name) + "\" (ptzctl drivers lists them)");
 }
 
-std::vector<PTZOption> DescribedOptions(const DriverClass& driver) {
-  const auto device = driver.Create({});
-  auto* options = dynamic_cast<PTZOptions*>(device.get());
-  return options == nullptr ? std::vector<PTZOption>() : options->NewEnum();
-}
+std::vector<PTZOption> DescribedOptions(const DriverClass& driver) { return OptionsOf(driver, true); }
 
-std::vector<PTZOption> CommonOptions(const DriverClass& driver) {
-  std::vector<PTZOption> options;
-  for (const auto& row : SharedOptionTable)
-    if (driver.Data->SharedOptions & row.Flag)
-      options.emplace_back().Init(row.Name, row.Description, row.OType, {}, row.Default);
-  return options;
-}
+std::vector<PTZOption> CommonOptions(const DriverClass& driver) { return OptionsOf(driver, false); }
 
 std::string KindText(const PTZOption& option) {
   switch (option.OType()) {

@@ -53,17 +53,17 @@ struct Deed {
 
 using Member = std::function<std::optional<bool>()>;
 
-const char* PositionText(PositionReading reading) {
-  switch (reading) {
-    case PositionReading::Never:
+const char* PositionText(PositionSource source) {
+  switch (source) {
+    case PositionSource::Estimate:
       return "estimated";
-    case PositionReading::OnConnect:
+    case PositionSource::OnConnecting:
       return "read from the camera on connecting, then estimated";
-    case PositionReading::BeforeSteps:
+    case PositionSource::BeforeSteps:
       return "read from the camera on connecting and before steps, else estimated";
-    case PositionReading::AboveHorizon:
+    case PositionSource::AboveHorizon:
       return "read from the camera, of tilts above the horizon";
-    case PositionReading::Always:
+    case PositionSource::Camera:
       return "read from the camera";
   }
   return "";
@@ -88,9 +88,8 @@ std::string TakeRequests(Camera& camera, Outcome& outcome) {
 
 /// Nothing where the camera could not be asked; each further question would only wait for it again.
 std::optional<Position> ReadPosition(Camera& camera, Outcome& outcome) {
-  const auto reading = camera.Driver().Data->ReadsPosition;
-  outcome.PositionIsEstimated =
-      reading != PositionReading::Always && reading != PositionReading::AboveHorizon;
+  const auto source = camera.Driver().Data->Source();
+  outcome.PositionIsEstimated = source != PositionSource::Camera && source != PositionSource::AboveHorizon;
   Position position;
   try {
     position.Pan = camera.Device().Pan();
@@ -290,7 +289,7 @@ Outcome Info(Camera& camera, const Arguments&) {
               {"capabilities", capabilities},
               {"interfaces", std::move(interfaces)},
               {"numbered_presets", device.PresetCount()},
-              {"position", PositionText(Data(camera).ReadsPosition)}};
+              {"position", PositionText(Data(camera).Source())}};
     return std::optional(true);
   });
   outcome.Answer.reset();

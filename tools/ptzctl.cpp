@@ -40,7 +40,7 @@ Camera MakeCamera(const Invocation& invocation, const Report& report, LogWatch& 
     StoreOption(options, driver, option, warning);
     if (!warning.empty()) report.Warn(warning);
   }
-  const bool onLine = (driver.Data->SharedOptions & ptzd::SharesAddress) == 0;
+  const bool onLine = !driver.Data->Reads("Address");
   if (!invocation.Address.empty()) {
     if (onLine) report.Warn("--address: the driver " + std::string(driver.ProgID) + " reads no address");
     options.WriteProperty("Address", CheckedAddress(invocation.Address));

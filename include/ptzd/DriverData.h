@@ -1,44 +1,88 @@
 #pragma once
 
-#include <optional>
-#include <string_view>
-
 #include <ptzd/Enumerations.h>
+#include <ptzd/PTZOption.h>
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <span>
+#include <string_view>
 
 namespace ptzd {
 
 /// When a Boolean member of `PTZDevice` does its work, and what it answers.
 enum class MemberRule {
-  Nothing,             ///< does nothing and answers False
-  Outcome,             ///< works also while not connected; answers whether the camera took the command
-  OutcomeIfConnected,  ///< works while connected, answers whether the camera took the command; else False
-  TrueIfConnected,     ///< works while connected and answers True whatever happened; else False
-  FalseIfConnected,    ///< works while connected, answers False whatever happened
-  True,                ///< works also while not connected, answers True whatever happened
-  False,               ///< works also while not connected, answers False whatever happened
+  Nothing,              ///< does nothing and answers False
+  Outcome,              ///< works also while not connected; answers whether the camera took the command
+  OutcomeIfConnected,   ///< works while connected, answers whether the camera took the command; else False
+  SucceedsIfConnected,  ///< works while connected and answers True whatever happened; else False
+  FailsIfConnected,     ///< works while connected, answers False whatever happened
+  Succeeds,             ///< works also while not connected, answers True whatever happened
+  Fails,                ///< works also while not connected, answers False whatever happened
 };
 
-/// When a driver asks its camera where it is; else `Pan` and `Tilt` follow from the commands made.
-enum class PositionReading {
-  Never,
-  OnConnect,     ///< once, and works out the rest
-  BeforeSteps,   ///< and before relative moves; `Pan` and `Tilt` do not ask
-  AboveHorizon,  ///< always; a tilt below the horizon is read as one far above it
-  Always,
+/// What a driver makes of being told where its camera is (`PTZDevice::SetPanTilt`).
+enum class PlaceRule {
+  Ignored,
+  Taken,             ///< the position from here on
+  TakenIfConnected,  ///< the same while connected
+  AsksAnew,          ///< looks at no argument; the camera is asked before its position is used next
+  AsksAnewIfConnected,
 };
 
-/// Options that drivers read beside those that they describe through `PTZOptions`.
-enum SharedOptions : unsigned {
-  SharesAddress = 1,
-  SharesPort = 2,        ///< Port: the camera behind one address, 0 for the only or first one
-  SharesBusAddress = 4,  ///< Port: the camera's address on its serial line
-  SharesCamera = 8,      ///< Camera: the camera behind one address
-  SharesReset = 16,      ///< Reset: go to the reference position on connecting
+/// When a driver asks its camera where it is, where what it knows is older than `PositionLifetime` or was
+/// made stale. Members without their flag work from what is known.
+enum PositionRequests : unsigned {
+  AsksOnConnecting = 1,  ///< whatever is known
+  AsksBeforeMove = 2,    ///< `Move` and `MoveBoth`
+  AsksBeforeMoveTo = 4,
+  AsksBeforeZoom = 8,
+  AsksBeforeZoomTo = 16,
+  AsksBeforeAnswer = 32,  ///< `Pan`, `Tilt` and `ZoomLevel`
+  /// Every move, when its target is known: what it takes from the position it takes from what was known
+  /// before.
+  AsksBehindTarget = 64,
 };
 
-/// What cannot be told from a driver's capabilities: makes differ in which members need a connection and in
-/// what they answer, partly on purpose. Suites and tools read it from here.
+/// Where `Pan` and `Tilt` come from.
+enum class PositionSource {
+  Estimate,      ///< the commands made
+  OnConnecting,  ///< the camera, on connecting; from then on the commands made
+  BeforeSteps,   ///< the camera, on connecting and before steps; else the commands made
+  AboveHorizon,  ///< the same, but a tilt below the horizon is read as one far above it
+  Camera,
+};
+
+/// What becomes of a value beyond a range.
+enum class Beyond {
+  SignOnly,    ///< of a speed: there are directions, and one speed
+  Limited,     ///< it is the nearest end
+  GoesAround,  ///< it is brought back by whole turns
+  PassedOn,    ///< it is sent as it is; the camera has ends of its own
+  Overflows,   ///< error 6, nothing is sent
+};
+
+/// Whether `Connect` moves the camera, whatever the options say.
+enum class ConnectMovement { Never, OnSomeModels, Always };
+
+/// What an axis or a speed takes. Infinite ends: the driver knows none.
+struct ValueRange {
+  double Least = -std::numeric_limits<double>::infinity();
+  double Greatest = std::numeric_limits<double>::infinity();
+  std::string_view Unit = "degrees";
+  Beyond Ends = Beyond::PassedOn;
+  bool DependsOnModel = false;  ///< the range is that of the widest model; the camera's own may be narrower
+};
+
+/// What is the same for every camera of a driver, and cannot be told from its capabilities: makes differ in
+/// which members need a connection and in what they answer, partly on purpose. The drivers' base carries out
+/// what stands here; hosts and tools may read it.
 struct DriverData {
+  /// What the driver claims before it has met a camera; a connected camera may add to it.
+  ptzd::Capabilities Capabilities{};
+  std::int32_t PresetCount = 0;  ///< likewise
+
   MemberRule Move = MemberRule::Nothing;
   MemberRule MoveTo = MemberRule::Nothing;
   MemberRule MoveBoth = MemberRule::Nothing;
@@ -48,22 +92,54 @@ struct DriverData {
   MemberRule PresetGoto = MemberRule::Nothing;
   MemberRule PresetSave = MemberRule::Nothing;
   MemberRule Home = MemberRule::Nothing;
+  PlaceRule SetPanTilt = PlaceRule::Ignored;
   bool DisconnectAnswersTrue = true;  ///< else an empty variant
-  PositionReading ReadsPosition = PositionReading::Never;
+
+  /// Left and right at once are neither, nor are up and down; else left and up win.
+  bool OppositesCancel = false;
+  /// A zoom step that is neither in nor out moves the camera to where it is; else it does nothing.
+  bool SendsEmptyZooms = false;
+
+  unsigned PositionRequests = 0;         ///< without any the position is an estimate from the commands made
+  bool MisreadsBelowHorizon = false;     ///< a tilt below the horizon is read as one far above it
+  std::int32_t PositionLifetime = 5000;  ///< milliseconds from a reading, also one that failed, or a command
+
+  std::optional<ValueRange> PanRange, TiltRange,
+      ZoomRange;  ///< of targets; nothing where there is no such axis
+  std::optional<ValueRange> PanSpeed, TiltSpeed, ZoomSpeed;  ///< of continuous motion, the same
+
+  bool AsksToConnect = true;  ///< `Connect` sends something to the camera
+  ConnectMovement MovesToConnect = ConnectMovement::Never;
+  bool ConnectsUnheard = false;  ///< `Connect` succeeds also where the camera does not answer
+  bool StopsBySpeedZero = true;  ///< `StopContinuous` stops pan, tilt and zoom; else it sends nothing
+
   /// Without a line to write to, `Disconnect` and the members that need no connection raise 91.
   bool NeedsLine = false;
   /// Before the first `Connect`, successful or not, the members that need no connection raise 91.
   bool NeedsOptions = false;
-  /// `Connect` succeeds also where the camera does not answer.
-  bool ConnectsUnheard = false;
-
-  unsigned SharedOptions = SharesAddress;
 
   struct Failure {
     PTZErrors Number;
     std::string_view Description;
   };
-  std::optional<Failure> NoAddress;  ///< what `Connect` raises for want of an address
+  /// What `Connect` raises for want of an address; it answers False where nothing stands here.
+  std::optional<Failure> NoAddress;
+
+  /// All that the driver reads of its options, those that `PTZOptions` describes in their order.
+  std::span<const DriverOption* const> Options;
+
+  constexpr PositionSource Source() const {
+    if (MisreadsBelowHorizon) return PositionSource::AboveHorizon;
+    if (PositionRequests & AsksBeforeAnswer) return PositionSource::Camera;
+    if (PositionRequests & ~AsksOnConnecting) return PositionSource::BeforeSteps;
+    return PositionRequests != 0 ? PositionSource::OnConnecting : PositionSource::Estimate;
+  }
+  /// Whether the driver reads an option of that name.
+  constexpr bool Reads(std::string_view option) const {
+    for (const auto* row : Options)
+      if (row->Name == option) return true;
+    return false;
+  }
 };
 
 }  // namespace ptzd

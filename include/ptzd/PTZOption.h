@@ -1,10 +1,13 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include <ptzd/Variant.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
 
 namespace ptzd {
 
@@ -41,6 +44,23 @@ class PTZOption {
   std::int32_t OType_ = 0;
   std::vector<Variant> Values_;
   Variant Default_;
+};
+
+/// An option as a driver's data has it: what a settings page shows, and what the driver takes where the
+/// options do not hold the name.
+struct DriverOption {
+  std::string_view Name;
+  std::string_view Description;
+  OptionTypes OType = OptionText;
+  /// What the driver takes where there is none; empty where that depends on the camera.
+  std::variant<std::monostate, bool, std::int32_t, std::string_view> Default;
+  /// Of whole numbers; what a settings page offers, drivers may take more. No range where both are 0.
+  std::int32_t Least = 0, Greatest = 0;
+  std::span<const std::string_view> Choices;  ///< of a choice
+  /// Whether `PTZOptions` describes it; hosts know the others as common options.
+  bool Described = true;
+
+  PTZOption Descriptor() const;
 };
 
 }  // namespace ptzd

@@ -1,12 +1,10 @@
 #pragma once
 
+#include <ptzd/PTZOption.h>
+
 #include <cstdint>
 #include <optional>
-#include <span>
-#include <string>
 #include <vector>
-
-#include <ptzd/PTZOption.h>
 
 namespace ptzd {
 
@@ -21,26 +19,6 @@ class PTZOptions {
   virtual std::int32_t Count();
   /// All descriptors in order, made anew.
   virtual std::vector<PTZOption> NewEnum();
-};
-
-/// One descriptor, as a driver's table holds it.
-struct OptionRow {
-  std::string Name;
-  std::string Description;
-  OptionTypes OType;
-  std::vector<Variant> Values;
-  Variant Default;
-};
-
-/// `PTZOptions` over a driver's table.
-class TabledOptions : public PTZOptions {
- public:
-  std::optional<PTZOption> Item(const Variant& indexKey) override;
-  std::int32_t Count() override { return static_cast<std::int32_t>(OptionTable().size()); }
-  std::vector<PTZOption> NewEnum() override;
-
- protected:
-  virtual std::span<const OptionRow> OptionTable() const = 0;
 };
 
 }  // namespace ptzd

@@ -1,6 +1,6 @@
 #include "com/SanyoAdaptor.h"
 
-#include "drivers/Sanyo.h"
+#include <ptzd/SanyoControl.h>
 
 namespace ptzd::com {
 
@@ -8,7 +8,7 @@ namespace {
 
 class SanyoAdaptor final : public Adaptor<::_Sanyo> {
  public:
-  SanyoAdaptor(Object& object, ptzd::Sanyo& camera, const std::vector<Dispatcher::Part>& others)
+  SanyoAdaptor(Object& object, ptzd::SanyoControl& camera, const std::vector<Dispatcher::Part>& others)
       : Adaptor(object, __uuidof(::_Sanyo), others), Camera_(camera) {}
 
   HRESULT STDMETHODCALLTYPE SendOpeCmd(LONG Command, BSTR Parameters, VARIANT_BOOL* Result) override {
@@ -16,14 +16,14 @@ class SanyoAdaptor final : public Adaptor<::_Sanyo> {
   }
 
  private:
-  ptzd::Sanyo& Camera_;
+  ptzd::SanyoControl& Camera_;
 };
 
 }  // namespace
 
 std::shared_ptr<IDispatch> OwnSanyo(Object& object, ptzd::PTZDevice& core,
                                     const std::vector<Dispatcher::Part>& others) {
-  return std::make_shared<SanyoAdaptor>(object, dynamic_cast<ptzd::Sanyo&>(core), others);
+  return std::make_shared<SanyoAdaptor>(object, dynamic_cast<ptzd::SanyoControl&>(core), others);
 }
 
 }  // namespace ptzd::com

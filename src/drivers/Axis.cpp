@@ -16,7 +16,6 @@ namespace ptzd {
 
 namespace {
 
-constexpr std::string_view ControlPath = "/axis-cgi/com/ptz.cgi?";
 constexpr std::string_view ConfigPath = "/axis-cgi/com/ptzconfig.cgi?";
 constexpr std::string_view ParameterPath = "/axis-cgi/view/param.cgi?action=list&group=";
 constexpr std::string_view ChannelParameter = "camera=";
@@ -66,20 +65,39 @@ constexpr CommandRow<Focus> FocusCommands[] = {{FocusNear, "autofocus=off&rfocus
                                                {FocusFar, "autofocus=off&rfocus=1000"},
                                                {FocusAuto, "autofocus=on"}};
 
+/// Camera zoom units of zoom 1; 0: found from the field angles.
+constexpr TypedOption<float> ZoomStepOption{{.Name = "ZoomStep",
+                                             .Description = "Zoom step value",
+                                             .OType = OptionInteger,
+                                             .Default = 0,
+                                             .Greatest = 10000}};
+constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int32_t>, &ResetOption,
+                                           &ZoomStepOption};
+
 }  // namespace
 
 const DriverData Axis::Data = {
+    .Capabilities = CapabilityMultiport | CapabilityExtendedOptions,
     .Move = MemberRule::OutcomeIfConnected,
-    .MoveTo = MemberRule::FalseIfConnected,  // the move is made, its result is not passed on
+    .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on
     .MoveBoth = MemberRule::Outcome,
-    .Zoom = MemberRule::TrueIfConnected,
+    .Zoom = MemberRule::SucceedsIfConnected,
     .Iris = MemberRule::OutcomeIfConnected,
     .Focus = MemberRule::OutcomeIfConnected,
     .PresetGoto = MemberRule::OutcomeIfConnected,
     .PresetSave = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::Always,
-    .SharedOptions = SharesAddress | SharesPort | SharesReset,
+    .SetPanTilt = PlaceRule::TakenIfConnected,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeMoveTo | AsksBeforeZoom |
+                        AsksBeforeZoomTo | AsksBeforeAnswer,
+    .PanRange = ValueRange{-MaxAngle, MaxAngle, "degrees", Beyond::GoesAround},
+    .TiltRange = ValueRange{-MaxAngle, MaxAngle, "degrees", Beyond::Limited},
+    .ZoomRange = ValueRange{.Least = 0, .Unit = "zoom steps"},
+    .PanSpeed = ValueRange{-50, 50, "2 % of the fastest"},
+    .TiltSpeed = ValueRange{-50, 50, "2 % of the fastest"},
+    .ZoomSpeed = ValueRange{-10, 10, "squared % of the fastest"},
+    .MovesToConnect = ConnectMovement::OnSomeModels,  // to the reference position of a relative head
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
+    .Options = Options,
 };
 
 /// What a camera's parameter list says of its head.
@@ -114,137 +132,90 @@ struct Axis::Head {
   }
 };
 
-Axis::Axis(const Platform& platform) : HTTPDriver(platform) {}
+Axis::Axis(const Platform& platform)
+    : WithZoom(Data, platform), ContinuousDriver(Data), DescribedOptions(Data) {}
 
-Capabilities Axis::Capabilities() { return Capabilities_ | CapabilityMultiport | CapabilityExtendedOptions; }
-
-bool Axis::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
-
-  const auto port = Options_.Long("Port", 0);
+bool Axis::Open() {
+  const auto port = PortOption<std::int32_t>.In(Options_);
   const auto camera = Text(port == 0 ? 1 : port);
   const auto reply =
       Request(std::string(ParameterPath) + "root.PTZ.Limit.L" + camera + ",root.PTZ.Support.S" + camera);
   if (!reply) Raise(PTZErrorConnectionFailed, "Unable to connect to the device");
 
   SetUp(Head(*reply));
-  if (Options_.Boolean("Reset", false)) AbsoluteMove(0, 0, 0);
-  Connected_ = true;
+  if (ResetOption.In(Options_)) GoTo({});
   return true;
 }
 
 void Axis::SetUp(const Head& head) {
-  Capabilities_ = head.Flags;
+  Found_ = head.Flags;
   RelativeMode_ = head.AbsoluteAxes != AbsoluteAll;
-  if (RelativeMode_) Capabilities_ |= CapabilityRelativeControl | CapabilityPreset;
-  if ((Capabilities_ & (CapabilityPan | CapabilityTilt | CapabilityZoom)) == 0)
+  if (RelativeMode_) Found_ |= CapabilityRelativeControl | CapabilityPreset;
+  if ((Found_ & (CapabilityPan | CapabilityTilt | CapabilityZoom)) == 0)
     Raise(PTZErrorPTZIncapable, "This device does not support PTZ.");
 
-  ZoomStep_ = Options_.Single("ZoomStep", 0);
+  ZoomStep_ = ZoomStepOption.In(Options_);
   if (ZoomStep_ == 0) ZoomStep_ = head.ZoomStep();
 
   if (RelativeMode_) {
-    CurrentPan_ = CurrentTilt_ = 0;
-    CurrentZoom_ = 0;
+    Current_ = {};
     SendCommand(FirstDevicePresetCommand);  // becomes the reference position
   } else {
     QueryPosition();
+    PositionAge_.Set(TickCount());  // one that is stale is asked for again
   }
 }
 
-std::optional<std::string> Axis::SendCommand(std::string_view command, bool config) {
-  return Request(CommandPath(config ? ConfigPath : ControlPath, ChannelParameter, command));
+bool Axis::GoTo(HeadPosition target) {
+  Refresh();
+  auto pan = ToInt32(target.Pan);
+  if (pan < -MaxAngle)
+    pan += 360;
+  else if (pan > MaxAngle)
+    pan -= 360;
+  const auto tilt = std::clamp(ToInt32(target.Tilt), -MaxAngle, MaxAngle);
+  target = {0.0 + pan, 0.0 + tilt, ToSingle(std::max(target.Zoom, 0.0))};
+
+  const auto command = MoveCommand(target);
+  if (!command.empty() && !SendCommand(command)) return false;
+  Current_ = target;
+  PositionAge_.Set(TickCount());
+  return true;
 }
 
-bool Axis::DeviceMove(Directions direction, float angle) {
-  if (!Connected_) return false;
-  RefreshPosition();
-  const auto step = StepOf(direction, angle);
-  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
-  return AbsoluteMove(pan, tilt, CurrentZoom_);
+/// Only what changes is sent; empty where nothing does.
+std::string Axis::MoveCommand(const HeadPosition& target) const {
+  const auto& [pan, tilt, zoom] = target;
+  // A relative head is told the way to go. Its zoom gets the 1 of the widest on top all the same, on purpose.
+  const auto [panFrom, tiltFrom, zoomFrom] = RelativeMode_ ? Current_ : HeadPosition{};
+  const std::string prefix = RelativeMode_ ? "r" : "";
+  std::string command;
+  if (pan != Current_.Pan) AppendParameter(command, prefix + "pan=" + Text(ToInt32(pan - panFrom)));
+  if (tilt != Current_.Tilt) AppendParameter(command, prefix + "tilt=" + Text(ToInt32(tilt - tiltFrom)));
+  if (zoom != Current_.Zoom)
+    AppendParameter(
+        command, prefix + "zoom=" + Text(ToSingle(Int(ToSingle(ToSingle(zoom - zoomFrom) * ZoomStep_)) + 1)));
+  return command;
 }
 
-bool Axis::DeviceMoveBoth(float panAngle, float tiltAngle) {
-  RefreshPosition();
-  return AbsoluteMove(static_cast<double>(CurrentPan_) + panAngle,
-                      static_cast<double>(CurrentTilt_) + tiltAngle, CurrentZoom_);
+bool Axis::SetIris(ptzd::Iris level) {
+  const auto command = CommandFor(level, IrisCommands);
+  return !command.empty() && SendCommand(command);
 }
 
-bool Axis::MoveTo(float pan, float tilt) {
-  if (!Connected_) return false;
-  RefreshPosition();
-  MoveTo(pan, tilt, CurrentZoom_);
-  return false;
-}
-
-void Axis::MoveTo(float pan, float tilt, float zoom) {
-  if (Connected_) AbsoluteMove(pan, tilt, zoom);
-}
-
-bool Axis::Zoom(Zooms zoomLevel) {
-  if (Connected_) Zoom(zoomLevel, ZoomStepAmount);
-  return Connected_;
-}
-
-void Axis::Zoom(Zooms direction, float amount) {
-  if (!Connected_) return;
-  RefreshPosition();
-  if (IsZoomStep(direction)) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
-}
-
-void Axis::ZoomTo(float zoom) {
-  if (!Connected_) return;
-  RefreshPosition();
-  AbsoluteMove(CurrentPan_, CurrentTilt_, zoom);
-}
-
-float Axis::Pan() {
-  RefreshPosition();
-  return static_cast<float>(CurrentPan_);
-}
-
-float Axis::Tilt() {
-  RefreshPosition();
-  return static_cast<float>(CurrentTilt_);
-}
-
-float Axis::ZoomLevel() {
-  RefreshPosition();
-  return CurrentZoom_;
-}
-
-void Axis::SetPanTilt(float pan, float tilt) {
-  if (!Connected_) return;
-  if (RelativeMode_) {
-    const auto roundedPan = ToInt32(pan), roundedTilt = ToInt32(tilt);
-    CurrentPan_ = roundedPan;
-    CurrentTilt_ = roundedTilt;
-  } else {
-    PositionAge_.Expire();  // the camera knows better
-  }
-}
-
-bool Axis::Iris(ptzd::Iris irisLevel) {
-  const auto command = CommandFor(irisLevel, IrisCommands);
-  return Connected_ && !command.empty() && SendCommand(command);
-}
-
-bool Axis::Focus(ptzd::Focus focusLevel) {
-  const auto command = CommandFor(focusLevel, FocusCommands);
-  return Connected_ && !command.empty() && SendCommand(command);
+bool Axis::SetFocus(ptzd::Focus level) {
+  const auto command = CommandFor(level, FocusCommands);
+  return !command.empty() && SendCommand(command);
 }
 
 std::int32_t Axis::PresetCount() { return RelativeMode_ ? PresetsOfRelativeHeads : 0; }
 
-bool Axis::PresetSave(std::int32_t preset) {
-  if (!Connected_ || !RelativeMode_) return false;
-  return SendCommand(std::string(SavePresetCommand) + Text(preset), true).has_value();
+bool Axis::SavePreset(std::int32_t preset) {
+  return RelativeMode_ && SendCommand(std::string(SavePresetCommand) + Text(preset), ConfigPath);
 }
 
-bool Axis::PresetGoto(std::int32_t preset) {
-  if (!Connected_ || !RelativeMode_) return false;
-  return SendCommand(std::string(GotoPresetCommand) + Text(preset)).has_value();
+bool Axis::GoToPreset(std::int32_t preset) {
+  return RelativeMode_ && SendCommand(std::string(GotoPresetCommand) + Text(preset));
 }
 
 void Axis::ContinuousMove(float pan, float tilt) {
@@ -264,81 +235,31 @@ void Axis::SendContinuous(const std::string& command, bool isStop, LastMotion<st
   PositionAge_.Expire();
 }
 
-Variant Axis::DeviceDisconnect() {
-  Connected_ = false;
-  return true;
-}
-
-bool Axis::AbsoluteMove(double targetPan, double targetTilt, float zoom) {
-  RefreshPosition();
-  auto pan = ToInt32(targetPan), tilt = ToInt32(targetTilt);
-  if (pan < -MaxAngle)
-    pan += 360;
-  else if (pan > MaxAngle)
-    pan -= 360;
-  tilt = std::clamp(tilt, -MaxAngle, MaxAngle);
-  if (zoom <= 0) zoom = 0;  // nor a negative zero
-
-  const auto command = MoveCommand(pan, tilt, zoom);
-  if (!command.empty() && !SendCommand(command)) return false;
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  CurrentZoom_ = zoom;
-  PositionAge_.Set(TickCount());
-  return true;
-}
-
-/// Only what changes is sent; empty where nothing does.
-std::string Axis::MoveCommand(std::int32_t pan, std::int32_t tilt, float zoom) const {
-  // Camera zoom 1 is the widest. A relative zoom gets the same 1 on top, on purpose.
-  const auto zoomUnits = [this](float amount) {
-    return Text(ToSingle(Int(ToSingle(amount * ZoomStep_)) + 1));
-  };
-  std::string command;
-  if (RelativeMode_) {
-    if (pan != CurrentPan_)
-      AppendParameter(command, "rpan=" + Text(ToInt32(static_cast<double>(pan) - CurrentPan_)));
-    if (tilt != CurrentTilt_)
-      AppendParameter(command, "rtilt=" + Text(ToInt32(static_cast<double>(tilt) - CurrentTilt_)));
-    if (zoom != CurrentZoom_) AppendParameter(command, "rzoom=" + zoomUnits(zoom - CurrentZoom_));
-  } else {
-    if (pan != CurrentPan_) AppendParameter(command, "pan=" + Text(pan));
-    if (tilt != CurrentTilt_) AppendParameter(command, "tilt=" + Text(tilt));
-    if (zoom != CurrentZoom_) AppendParameter(command, "zoom=" + zoomUnits(zoom));
-  }
-  return command;
-}
-
-void Axis::RefreshPosition() {
-  if (!PositionAge_.IsDue(TickCount())) return;
-  PositionAge_.Asked();
-  QueryPosition();
-}
-
 void Axis::QueryPosition() {
   if (RelativeMode_) return;
   const auto reply = SendCommand("query=position");
-  PositionAge_.Set(TickCount());  // after the wait: a camera that is away is not waited for again at once
   if (!reply) return;
-  auto pan = CurrentPan_, tilt = CurrentTilt_;
-  auto zoom = CurrentZoom_;
+  auto position = Current_;
   for (const auto& [name, value] : Split2D(*reply, "\n", "=")) {
-    if (name == "pan") pan = ToInt32(Val(value));
-    if (name == "tilt") tilt = ToInt32(Val(value));
+    if (name == "pan") position.Pan = ToInt32(Val(value));
+    if (name == "tilt") position.Tilt = ToInt32(Val(value));
     // Without a successful `Connect` there is no zoom step yet.
-    if (name == "zoom" && ZoomStep_ != 0) {
-      const auto units = ToSingle((Val(value) - 1) / ZoomStep_);
-      zoom = NearestQuarter(units);
-    }
+    if (name == "zoom" && ZoomStep_ != 0)
+      position.Zoom = NearestQuarter(ToSingle((Val(value) - 1) / ZoomStep_));
   }
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  CurrentZoom_ = zoom;
+  Current_ = position;
 }
 
-std::span<const OptionRow> Axis::OptionTable() const {
-  static const OptionRow table[] = {{"ZoomStep", "Zoom step value", OptionInteger, {0, 10000}, 0}};
-  return table;
+/// A head that tells its position knows better.
+void Axis::TakePlace(float pan, float tilt) {
+  if (RelativeMode_)
+    Current_ = {0.0 + ToInt32(pan), 0.0 + ToInt32(tilt), Current_.Zoom};
+  else
+    PositionAge_.Expire();
+}
+
+std::optional<std::string> Axis::SendCommand(std::string_view command, std::string_view path) {
+  return Request(CommandPath(path, ChannelParameter, command));
 }
 
 }  // namespace ptzd

@@ -2,16 +2,13 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZOptions.h>
 #include "drivers/kit/ContinuousDriver.h"
-#include "drivers/kit/DeviceBridge.h"
 #include "drivers/kit/HTTPDriver.h"
-#include "drivers/kit/PositionAge.h"
+#include "drivers/kit/Options.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -35,57 +32,37 @@ namespace ptzd {
 ///
 /// Continuous speeds: pan and tilt -50 to 50 (the camera's -100 to 100), zoom -10 to 10 (squared); the camera
 /// limits them.
-class Axis final : public DualDevice, public ContinuousDriver, public TabledOptions, private HTTPDriver {
+class Axis final : public WithZoom<HTTPDriver>, public ContinuousDriver, public DescribedOptions {
  public:
   static const DriverData Data;
 
   explicit Axis(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override;
-  float Tilt() override;
-  float ZoomLevel() override;
-
-  bool MoveTo(float pan, float tilt) override;
-  void MoveTo(float pan, float tilt, float zoom) override;
-  bool Zoom(Zooms zoomLevel) override;
-  void Zoom(Zooms direction, float amount) override;
-  void ZoomTo(float zoom) override;
-  bool Iris(ptzd::Iris irisLevel) override;
-  bool Focus(ptzd::Focus focusLevel) override;
   std::int32_t PresetCount() override;
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
-  void SetPanTilt(float pan, float tilt) override;
-
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
 
  private:
   struct Head;
 
-  bool DeviceMove(Directions direction, float angle) override;
-  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
-  Variant DeviceDisconnect() override;
-  std::span<const OptionRow> OptionTable() const override;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool SetIris(ptzd::Iris level) override;
+  bool SetFocus(ptzd::Focus level) override;
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+  void QueryPosition() override;
+  void TakePlace(float pan, float tilt) override;
 
   void SetUp(const Head& head);
-  std::optional<std::string> SendCommand(std::string_view command, bool config = false);
-  bool AbsoluteMove(double pan, double tilt, float zoom);
-  std::string MoveCommand(std::int32_t pan, std::int32_t tilt, float zoom) const;
+  std::string MoveCommand(const HeadPosition& target) const;
   void SendContinuous(const std::string& command, bool isStop, LastMotion<std::string>& last);
-  void RefreshPosition();
-  void QueryPosition();
+  std::optional<std::string> SendCommand(std::string_view command, std::string_view path = ControlPath);
 
-  ptzd::Capabilities Capabilities_{};
+  static constexpr std::string_view ControlPath = "/axis-cgi/com/ptz.cgi?";
+
   bool RelativeMode_ = false;
   float ZoomStep_ = 0;
-  std::int32_t CurrentPan_ = 0;   // degrees
-  std::int32_t CurrentTilt_ = 0;  // degrees
-  float CurrentZoom_ = 0;
-  PositionAge PositionAge_;
 };
 
 }  // namespace ptzd

@@ -12,6 +12,7 @@
 #include "common/Angles.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
 #include "platform/XmlDocument.h"
 #include "transport/StringEncoding.h"
 
@@ -71,48 +72,82 @@ char SpeedDigit(float speed) {
   return Hex(ToInt32(ToSingle(ToSingle(std::fabs(speed) / TopSpeed) * TopCameraSpeed))).back();
 }
 
+constexpr const DriverOption* Options[] = {&AddressOption};
+
 }  // namespace
 
 const DriverData Bosch::Data = {
+    .Capabilities =
+        CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom | CapabilityContinuousMove,
     // Moves are made, their results are not passed on.
-    .Move = MemberRule::False,
-    .MoveTo = MemberRule::False,
-    .MoveBoth = MemberRule::False,
-    .Zoom = MemberRule::False,
-    .ReadsPosition = PositionReading::AboveHorizon,
+    .Move = MemberRule::Fails,
+    .MoveTo = MemberRule::Fails,
+    .MoveBoth = MemberRule::Fails,
+    .Zoom = MemberRule::Fails,
+    .SendsEmptyZooms = true,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom | AsksBehindTarget,
+    .MisreadsBelowHorizon = true,
+    .PanRange = ValueRange{-HalfTurn, HalfTurn, "degrees", Beyond::GoesAround},
+    .TiltRange = ValueRange{},
+    .ZoomRange = ValueRange{.Least = 0, .Unit = "45 camera units"},
+    .PanSpeed = ValueRange{-TopSpeed, TopSpeed, "twentieths of the fastest"},
+    .TiltSpeed = ValueRange{-TopSpeed, TopSpeed, "twentieths of the fastest"},
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
+    .Options = Options,
 };
 
-Bosch::Bosch(const Platform& platform) : HTTPDriver(platform, SendingStyle) {}
+Bosch::Bosch(const Platform& platform) : WithZoom(Data, platform, SendingStyle), ContinuousDriver(Data) {}
 
-Capabilities Bosch::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom | CapabilityContinuousMove;
-}
-
-bool Bosch::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
+bool Bosch::Open() {
   ReadPosition();
-  Connected_ = true;
   return true;
 }
 
-Variant Bosch::DeviceDisconnect() {
-  Connected_ = false;
+/// The position is read only after the target is known: a target taken from an old model, be it the pan of a
+/// zoom, moves the camera back there. The model takes the target whatever becomes of the requests, on
+/// purpose.
+bool Bosch::GoTo(HeadPosition target) {
+  target = {WithinHalfTurn(ToSingle(target.Pan)), ToSingle(target.Tilt),
+            ToSingle(std::max(target.Zoom, 0.0))};
+  const auto panValue = UnitsOf(HalfTurn - target.Pan), tiltValue = UnitsOf(target.Tilt);
+  const auto zoomValue = ToInt32(target.Zoom * ZoomUnits);
+  RefreshFor(AsksBehindTarget);
+  if (target.Pan != Current_.Pan) Set(PanObject, panValue);
+  if (target.Tilt != Current_.Tilt) Set(TiltObject, tiltValue);
+  if (target.Zoom != Current_.Zoom) Set(ZoomObject, zoomValue);
+  Current_ = target;
   return true;
 }
 
-std::optional<std::string> Bosch::SendRcp(std::string_view payload) {
-  return Request(std::string(MessagePath).append(payload));
+/// Down whatever the direction, on purpose.
+void Bosch::Device2Move(Directions, float angle) { DeviceMove(DirectionDown, angle); }
+
+void Bosch::ContinuousMove(float pan, float tilt) {
+  const auto part = [](float speed) { return std::string(speed > 0 ? "F" : "0") + SpeedDigit(speed); };
+  const auto data = part(pan) + part(tilt) + "00";
+  if (!LastMove_.Replace(data, false)) return;  // a repeated stop is not sent either, on purpose
+  SendCommand(BuildCommand(WriteLead, Group, MotionObject, MotionOperation, data));
+  PositionAge_.Expire();
+}
+
+/// The first value that cannot be read ends it; the others stay as they are.
+void Bosch::QueryPosition() {
+  const auto pan = Read(PanObject);
+  if (!pan) return;
+  Current_.Pan = Tenths(HalfTurn - DegreesOf(*pan));
+  const auto tilt = Read(TiltObject);
+  if (!tilt) return;
+  Current_.Tilt = Tenths(DegreesOf(*tilt));  // a negative one is not told from a large one, on purpose
+  if (const auto zoom = Read(ZoomObject)) Current_.Zoom = NearestQuarter(*zoom / ZoomUnits);
 }
 
 void Bosch::Set(std::int32_t object, std::int32_t value) {
-  SendRcp(BuildCommand(WriteLead, Group, object, SetOperation, Hex4(value)));
+  SendCommand(BuildCommand(WriteLead, Group, object, SetOperation, Hex4(value)));
 }
 
 std::optional<std::int32_t> Bosch::Read(std::int32_t object) {
-  const auto reply = SendRcp(BuildCommand(ReadLead, Group, object, ReadOperation, ""));
+  const auto reply = SendCommand(BuildCommand(ReadLead, Group, object, ReadOperation, ""));
   if (!reply) return std::nullopt;
   LogMessage("Returning XML reply");
   XmlDocument document;
@@ -121,78 +156,8 @@ std::optional<std::int32_t> Bosch::Read(std::int32_t object) {
   return result == nullptr ? std::nullopt : ValueIn(result->Text());
 }
 
-/// The first value that cannot be read ends it; the others stay as they are.
-void Bosch::ReadPosition() {
-  PositionAge_.Set(TickCount());
-  PositionAge_.Asked();
-  const auto pan = Read(PanObject);
-  if (!pan) return;
-  CurrentPan_ = Tenths(HalfTurn - DegreesOf(*pan));
-  const auto tilt = Read(TiltObject);
-  if (!tilt) return;
-  CurrentTilt_ = Tenths(DegreesOf(*tilt));  // a negative one is not told from a large one, on purpose
-  if (const auto zoom = Read(ZoomObject)) CurrentZoom_ = NearestQuarter(*zoom / ZoomUnits);
-}
-
-void Bosch::RefreshPosition() {
-  if (PositionAge_.IsDue(TickCount())) ReadPosition();
-}
-
-/// The position is read only after the target is known: a target taken from an old model, be it the pan of a
-/// zoom, moves the camera back there. The model takes the target whatever becomes of the requests, and the
-/// answer is never True, both on purpose.
-bool Bosch::SetPosition(double targetPan, double targetTilt, double targetZoom) {
-  const auto pan = WithinHalfTurn(ToSingle(targetPan));
-  const auto tilt = ToSingle(targetTilt), zoom = ToSingle(std::max(targetZoom, 0.0));
-  const auto panValue = UnitsOf(HalfTurn - pan), tiltValue = UnitsOf(tilt);
-  const auto zoomValue = ToInt32(zoom * ZoomUnits);
-  RefreshPosition();
-  if (pan != CurrentPan_) Set(PanObject, panValue);
-  if (tilt != CurrentTilt_) Set(TiltObject, tiltValue);
-  if (zoom != CurrentZoom_) Set(ZoomObject, zoomValue);
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  CurrentZoom_ = zoom;
-  return false;
-}
-
-bool Bosch::DeviceMove(Directions direction, float angle) {
-  RefreshPosition();
-  const auto step = StepOf(direction, angle);
-  return SetPosition(CurrentPan_ + step.Pan, CurrentTilt_ + step.Tilt, CurrentZoom_);
-}
-
-/// Down whatever the direction, on purpose.
-void Bosch::Device2Move(Directions, float angle) { DeviceMove(DirectionDown, angle); }
-
-bool Bosch::DeviceMoveBoth(float panAngle, float tiltAngle) {
-  RefreshPosition();
-  return SetPosition(static_cast<double>(CurrentPan_) + panAngle,
-                     static_cast<double>(CurrentTilt_) + tiltAngle, CurrentZoom_);
-}
-
-bool Bosch::MoveTo(float pan, float tilt) { return SetPosition(pan, tilt, CurrentZoom_); }
-
-void Bosch::MoveTo(float pan, float tilt, float zoom) { SetPosition(pan, tilt, zoom); }
-
-bool Bosch::Zoom(Zooms zoomLevel) {
-  Zoom(zoomLevel, ZoomStepAmount);
-  return false;
-}
-
-void Bosch::Zoom(Zooms direction, float amount) {
-  RefreshPosition();
-  SetPosition(CurrentPan_, CurrentTilt_, static_cast<double>(CurrentZoom_) + ZoomStepOf(direction, amount));
-}
-
-void Bosch::ZoomTo(float zoom) { SetPosition(CurrentPan_, CurrentTilt_, zoom); }
-
-void Bosch::ContinuousMove(float pan, float tilt) {
-  const auto part = [](float speed) { return std::string(speed > 0 ? "F" : "0") + SpeedDigit(speed); };
-  const auto data = part(pan) + part(tilt) + "00";
-  if (!LastMove_.Replace(data, false)) return;  // a repeated stop is not sent either, on purpose
-  SendRcp(BuildCommand(WriteLead, Group, MotionObject, MotionOperation, data));
-  PositionAge_.Expire();
+std::optional<std::string> Bosch::SendCommand(std::string_view payload) {
+  return Request(std::string(MessagePath).append(payload));
 }
 
 }  // namespace ptzd

@@ -2,15 +2,12 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
 #include "drivers/kit/ContinuousDriver.h"
-#include "drivers/kit/DeviceBridge.h"
 #include "drivers/kit/HTTPDriver.h"
-#include "drivers/kit/PositionAge.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -33,44 +30,23 @@ namespace ptzd {
 ///
 /// Continuous speeds: pan and tilt -20 to 20; beyond, the camera's 15 steps wrap at 16. The zoom knows no
 /// continuous motion. There is no iris, focus, home or preset. Nothing needs a connection.
-class Bosch final : public DualDevice, public ContinuousDriver, private HTTPDriver {
+class Bosch final : public WithZoom<HTTPDriver>, public ContinuousDriver {
  public:
   static const DriverData Data;
 
   explicit Bosch(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override { return CurrentPan_; }
-  float Tilt() override { return CurrentTilt_; }
-  float ZoomLevel() override { return CurrentZoom_; }
-
-  bool MoveTo(float pan, float tilt) override;
-  void MoveTo(float pan, float tilt, float zoom) override;
-  bool Zoom(Zooms zoomLevel) override;
-  void Zoom(Zooms direction, float amount) override;
-  void ZoomTo(float zoom) override;
-
   void ContinuousMove(float pan, float tilt) override;
 
  private:
-  bool DeviceMove(Directions direction, float angle) override;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
   void Device2Move(Directions direction, float angle) override;
-  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
-  Variant DeviceDisconnect() override;
+  void QueryPosition() override;
 
-  std::optional<std::string> SendRcp(std::string_view payload);
   void Set(std::int32_t object, std::int32_t value);
   std::optional<std::int32_t> Read(std::int32_t object);
-  void ReadPosition();
-  void RefreshPosition();
-  bool SetPosition(double targetPan, double targetTilt, double targetZoom);
-
-  float CurrentPan_ = 0;   // degrees
-  float CurrentTilt_ = 0;  // degrees
-  float CurrentZoom_ = 0;
-  PositionAge PositionAge_;
+  std::optional<std::string> SendCommand(std::string_view payload);
 };
 
 }  // namespace ptzd

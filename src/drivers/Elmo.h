@@ -1,11 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
 #include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
@@ -22,43 +19,28 @@ namespace ptzd {
 /// its position; it is that of the last move it took, at first pan -150 and tilt 30.
 ///
 /// There are 6 numbered presets, and no home.
-class Elmo final : public PTZDevice, private HTTPDriver {
+class Elmo final : public HTTPDriver {
  public:
   static const DriverData Data;
 
   explicit Elmo(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;
 
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
-  bool Zoom(Zooms zoomLevel) override;
-  bool Iris(ptzd::Iris irisLevel) override;
-  bool Focus(ptzd::Focus focusLevel) override;
-  std::int32_t PresetCount() override;
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
-  void SetPanTilt(float pan, float tilt) override;
-  Variant Disconnect() override;
-
  private:
-  /// Motor steps from the left and the upper end, within the camera's range.
-  struct Position {
-    std::int32_t Pan = 0, Tilt = 0;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool StepBy(double pan, double tilt) override;
+  bool ZoomBy(Zooms direction, float amount) override;
+  bool SetIris(ptzd::Iris level) override;
+  bool SetFocus(ptzd::Focus level) override;
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+  void TakePlace(float pan, float tilt) override;
 
-    static Position Near(double panSteps, double tiltSteps);
-    static Position At(float pan, float tilt);
-  };
-
-  bool Control(std::string_view parameters);
-  bool MoveToPosition(const Position& target);
-
-  Position Current_;
+  bool GoToSteps(const HeadPosition& target);
+  bool SendCommand(std::string_view parameters);
 };
 
 }  // namespace ptzd

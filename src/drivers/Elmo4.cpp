@@ -18,39 +18,43 @@ constexpr const char* ZoomKey = "c_zoom";
 constexpr double ZoomScale = 432;  // to one unit of the interface
 constexpr double WidestZoom = 64;
 
-constexpr std::int32_t Presets = 16;
-
 }  // namespace
 
 const DriverData Elmo4::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityPreset | CapabilityHome,
+    .PresetCount = 16,
     .Move = MemberRule::OutcomeIfConnected,
-    .MoveTo = MemberRule::FalseIfConnected,
+    .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on
     .MoveBoth = MemberRule::OutcomeIfConnected,
     .Zoom = MemberRule::OutcomeIfConnected,
     .PresetGoto = MemberRule::OutcomeIfConnected,
     .PresetSave = MemberRule::OutcomeIfConnected,
     .Home = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::BeforeSteps,
+    .SetPanTilt = PlaceRule::AsksAnew,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom,
+    .PanRange = PanDegrees,
+    .TiltRange = TiltDegrees,
+    .ZoomRange = ZoomLevels,
+    .Options = Options,
 };
 
 Elmo4::Elmo4(const Platform& platform)
-    : Elmo400(platform, {.Flags = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityPreset |
-                                  CapabilityHome,
-                         .CommandPath = "/cgi-bin/set?",
-                         .PositionPath = "/cgi-bin/list?group=pos",
-                         .HomeCommand = "c_prst=17"}) {}
+    : Elmo400(Data, platform,
+              {.CommandPath = "/cgi-bin/set?",
+               .PositionPath = "/cgi-bin/list?group=pos",
+               .HomeCommand = "c_prst=17"}) {}
 
 bool Elmo4::Accepts(std::string_view reply) const { return reply.find("Return:0") != reply.npos; }
 
 /// Only what changes is sent.
-std::vector<std::string> Elmo4::MoveCommands(const Position& target) const {
+std::vector<std::string> Elmo4::MoveCommands(const HeadPosition& target) const {
   const auto command = [](const char* key, const std::string& value) {
     return std::string(key) + "=" + value;
   };
   std::vector<std::string> commands;
-  if (target.Pan != Current().Pan) commands.push_back(command(PanKey, Text(target.Pan)));
-  if (target.Tilt != Current().Tilt) commands.push_back(command(TiltKey, Text(target.Tilt)));
-  if (target.Zoom != Current().Zoom)
+  if (target.Pan != Current_.Pan) commands.push_back(command(PanKey, Text(target.Pan)));
+  if (target.Tilt != Current_.Tilt) commands.push_back(command(TiltKey, Text(target.Tilt)));
+  if (target.Zoom != Current_.Zoom)
     commands.push_back(command(ZoomKey, Text(ToSingle(target.Zoom * ZoomScale + WidestZoom))));
   return commands;
 }
@@ -65,16 +69,14 @@ Elmo4::Reading Elmo4::Read(const std::string& reply) const {
   return reading;
 }
 
-std::int32_t Elmo4::PresetCount() { return Presets; }
-
 // The camera counts its presets from 1.
 
-bool Elmo4::PresetGoto(std::int32_t preset) {
-  return Connected_ && preset >= 0 && preset < Presets && Recall("c_prst=" + Text(preset + 1));
+bool Elmo4::SavePreset(std::int32_t preset) {
+  return preset >= 0 && preset < Data.PresetCount && SendCommand("c_pmem=" + Text(preset + 1));
 }
 
-bool Elmo4::PresetSave(std::int32_t preset) {
-  return Connected_ && preset >= 0 && preset < Presets && SendCommand("c_pmem=" + Text(preset + 1));
+bool Elmo4::GoToPreset(std::int32_t preset) {
+  return preset >= 0 && preset < Data.PresetCount && Recall("c_prst=" + Text(preset + 1));
 }
 
 }  // namespace ptzd

@@ -5,7 +5,6 @@
 #include <string_view>
 #include <vector>
 
-#include <ptzd/DriverData.h>
 #include "drivers/Elmo400.h"
 
 namespace ptzd {
@@ -19,13 +18,11 @@ class Elmo4 final : public Elmo400 {
 
   explicit Elmo4(const Platform& platform = {});
 
-  std::int32_t PresetCount() override;
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
-
  private:
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
   bool Accepts(std::string_view reply) const override;
-  std::vector<std::string> MoveCommands(const Position& target) const override;
+  std::vector<std::string> MoveCommands(const HeadPosition& target) const override;
   Reading Read(const std::string& reply) const override;
 };
 

@@ -1,15 +1,13 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "drivers/kit/DeviceBridge.h"
 #include "drivers/kit/HTTPDriver.h"
-#include "drivers/kit/PositionAge.h"
+#include "drivers/kit/Options.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -28,71 +26,53 @@ namespace ptzd {
 /// The position is read on connecting and before a step, where 5 seconds have passed since or after
 /// `SetPanTilt`, `Home` or a preset; a camera that tells none keeps the last one, and one beyond 32 bits
 /// raises 6. There is no iris or focus.
-class Elmo400 : public DualDevice, protected HTTPDriver {
+class Elmo400 : public WithZoom<HTTPDriver> {
  public:
-  ptzd::Capabilities Capabilities() override { return Dialect_.Flags; }
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;
-  float ZoomLevel() override { return Current_.Zoom; }
-
-  bool MoveTo(float pan, float tilt) override;
-  void MoveTo(float pan, float tilt, float zoom) override;
-  bool Zoom(Zooms zoomLevel) override;
-  void Zoom(Zooms direction, float amount) override;
-  void ZoomTo(float zoom) override;
-  /// Has the position read anew before the next step; looks at no argument.
-  void SetPanTilt(float pan, float tilt) override;
-  bool Home() override;
 
  protected:
   struct Dialect {
-    ptzd::Capabilities Flags;
     const char* CommandPath;  ///< what a command's parameters follow
     const char* PositionPath;
     const char* HomeCommand;
   };
-  struct Position {
-    std::int32_t Pan = 0;   // motor steps from the left end
-    std::int32_t Tilt = 0;  // motor steps down from the upper end
-    float Zoom = 0;
-  };
-  /// What a camera tells of its position, in the units of `Position`.
+  /// What a camera tells of its position, in motor steps and zoom levels.
   struct Reading {
     std::optional<double> Pan, Tilt, Zoom;
   };
 
-  Elmo400(const Platform& platform, const Dialect& dialect);
+  static constexpr ValueRange PanDegrees{-175, 175, "degrees", Beyond::Limited};
+  static constexpr ValueRange TiltDegrees{-196, 16, "degrees", Beyond::Limited};
+  static constexpr ValueRange ZoomLevels{.Least = 0, .Unit = "zoom levels"};
+  static constexpr const DriverOption* Options[] = {&AddressOption};
 
-  /// The position last read or sent.
-  const Position& Current() const { return Current_; }
+  Elmo400(const DriverData& data, const Platform& platform, const Dialect& dialect);
+
   bool SendCommand(const std::string& parameters);
   /// Sends the head to a place that only the camera knows.
   bool Recall(const std::string& parameters);
 
  private:
   virtual bool Accepts(std::string_view reply) const = 0;
-  /// The commands for a move, in order; empty where none is needed. Raises 6 for a zoom beyond a single.
-  virtual std::vector<std::string> MoveCommands(const Position& target) const = 0;
+  /// The commands for a move to motor steps from the left and the upper end, in order; empty where none is
+  /// needed. Raises 6 for a zoom beyond a single.
+  virtual std::vector<std::string> MoveCommands(const HeadPosition& target) const = 0;
   /// Raises 13 where a number ought to be and is none.
   virtual Reading Read(const std::string& reply) const = 0;
 
-  bool DeviceMove(Directions direction, float angle) final;
-  bool DeviceMoveBoth(float panAngle, float tiltAngle) final;
-  Variant DeviceDisconnect() final;
+  bool Open() final;
+  bool GoTo(HeadPosition target) final;
+  bool StepBy(double pan, double tilt) final;
+  bool ZoomAt(double zoom) final;
+  bool GoHome() final;
+  void QueryPosition() final;
 
-  std::optional<std::string> Fetch(const std::string& path);
-  void RefreshPosition();
-  bool ReadPosition();
+  bool GoToSteps(double pan, double tilt, double zoom);
   void Store(const Reading& reading);
-  bool Step(double panSteps, double tiltSteps);
-  bool ZoomBy(Zooms direction, float amount);
-  bool AbsoluteMove(double pan, double tilt, float zoom);
 
   Dialect Dialect_;
-  Position Current_;
-  PositionAge PositionAge_;
+  bool ToldPosition_ = false;  // both pan and tilt, when it was asked last
 };
 
 }  // namespace ptzd

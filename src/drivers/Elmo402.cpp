@@ -33,23 +33,29 @@ std::optional<double> NumberAt(const XmlNode& position, XmlQuery name) {
 }  // namespace
 
 const DriverData Elmo402::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityHome,
     .Move = MemberRule::OutcomeIfConnected,
-    .MoveTo = MemberRule::FalseIfConnected,
+    .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on
     .MoveBoth = MemberRule::OutcomeIfConnected,
     .Zoom = MemberRule::OutcomeIfConnected,
     .Home = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::BeforeSteps,
+    .SetPanTilt = PlaceRule::AsksAnew,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom,
+    .PanRange = PanDegrees,
+    .TiltRange = TiltDegrees,
+    .ZoomRange = ZoomLevels,
+    .Options = Options,
 };
 
 Elmo402::Elmo402(const Platform& platform)
-    : Elmo400(platform, {.Flags = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityHome,
-                         .CommandPath = "/cgi-bin/exec?",
-                         .PositionPath = "/cgi-bin/pget?g_pos",
-                         .HomeCommand = "x_preprst=HOME"}) {}
+    : Elmo400(Data, platform,
+              {.CommandPath = "/cgi-bin/exec?",
+               .PositionPath = "/cgi-bin/pget?g_pos",
+               .HomeCommand = "x_preprst=HOME"}) {}
 
 bool Elmo402::Accepts(std::string_view reply) const { return !reply.empty(); }
 
-std::vector<std::string> Elmo402::MoveCommands(const Position& target) const {
+std::vector<std::string> Elmo402::MoveCommands(const HeadPosition& target) const {
   return {"x_pospan=" + Text(target.Pan) + "&x_postilt=" + Text(target.Tilt) +
           "&x_poszoom=" + Text(ToSingle(target.Zoom * ZoomScale))};
 }

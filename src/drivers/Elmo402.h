@@ -4,7 +4,6 @@
 #include <string_view>
 #include <vector>
 
-#include <ptzd/DriverData.h>
 #include "drivers/Elmo400.h"
 
 namespace ptzd {
@@ -19,7 +18,7 @@ class Elmo402 final : public Elmo400 {
 
  private:
   bool Accepts(std::string_view reply) const override;
-  std::vector<std::string> MoveCommands(const Position& target) const override;
+  std::vector<std::string> MoveCommands(const HeadPosition& target) const override;
   Reading Read(const std::string& reply) const override;
 };
 

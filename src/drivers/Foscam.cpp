@@ -11,20 +11,34 @@ namespace {
 
 constexpr std::string_view StepParameters = "onestep=1&degree=";
 constexpr double FirstSaveCommand = 30, FirstGotoCommand = 31, CommandsPerPreset = 2;
-constexpr const char* InvertPanOption = "InvertPan";
+constexpr TypedOption<bool> InvertPanOption{{.Name = "InvertPan",
+                                             .Description = "Invert the pan controls",
+                                             .OType = OptionBoolean,
+                                             .Default = false}};
+constexpr const DriverOption* Options[] = {&AddressOption, &InvertPanOption};
 
 constexpr bool IsDiagonal(std::int32_t direction) { return (direction & (direction - 1)) != 0; }
 
 }  // namespace
 
 const DriverData Foscam::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityPreset | CapabilityContinuousMove |
+                    CapabilityExtendedOptions | CapabilityRelativeControl,
+    .PresetCount = 16,
     .Move = MemberRule::Outcome,
     .MoveTo = MemberRule::OutcomeIfConnected,
     .MoveBoth = MemberRule::Outcome,
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
+    .OppositesCancel = true,
+    .PanRange = ValueRange{},
+    .TiltRange = ValueRange{},
+    .PanSpeed = ValueRange{.Ends = Beyond::SignOnly},
+    .TiltSpeed = ValueRange{.Ends = Beyond::SignOnly},
+    .AsksToConnect = false,
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No device address specified"},
+    .Options = Options,
 };
 
 constinit const FoscamDriver::CommandSet Foscam::Commands = {
@@ -42,17 +56,11 @@ constinit const FoscamDriver::CommandSet Foscam::Commands = {
     }},
 };
 
-Foscam::Foscam(const Platform& platform) : FoscamDriver(platform, Data, Commands) {}
+Foscam::Foscam(const Platform& platform) : FoscamDriver(Data, platform, Commands) {}
 
-Capabilities Foscam::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityPreset | CapabilityContinuousMove |
-         CapabilityExtendedOptions | CapabilityRelativeControl;
-}
-
-float Foscam::InvertIfAsked(float pan) const { return Options_.Boolean(InvertPanOption, false) ? -pan : pan; }
-
-bool Foscam::MoveToPosition(float pan, float tilt) {
-  const auto difference = DifferenceTo(pan, tilt);
+bool Foscam::GoTo(HeadPosition target) {
+  target = {ToSingle(target.Pan), ToSingle(target.Tilt)};
+  const auto difference = DifferenceTo(target);
   const float panBy = InvertIfAsked(difference.Pan), tiltBy = difference.Tilt;
   const auto [direction, amount] = HeadingOf(panBy, tiltBy);
   if (direction != 0) {
@@ -60,27 +68,24 @@ bool Foscam::MoveToPosition(float pan, float tilt) {
     const float degree = IsDiagonal(direction) ? ToSingle((static_cast<double>(panBy) + tiltBy) / 2) : amount;
     if (!SendDirection(direction, std::string(StepParameters) + Text(degree))) return false;
   }
-  StorePosition(pan, tilt);
+  Current_ = target;
   return true;
+}
+
+bool Foscam::SavePreset(std::int32_t preset) {
+  return SendNumbered(CommandsPerPreset * preset + FirstSaveCommand);
+}
+
+bool Foscam::GoToPreset(std::int32_t preset) {
+  return SendNumbered(CommandsPerPreset * preset + FirstGotoCommand);
 }
 
 void Foscam::ContinuousMove(float pan, float tilt) {
   SendContinuous(HeadingOf(InvertIfAsked(pan), tilt).Direction);
 }
 
-bool Foscam::PresetSave(std::int32_t preset) {
-  return SendNumbered(CommandsPerPreset * preset + FirstSaveCommand);
-}
-
-bool Foscam::PresetGoto(std::int32_t preset) {
-  return SendNumbered(CommandsPerPreset * preset + FirstGotoCommand);
-}
+float Foscam::InvertIfAsked(float pan) const { return InvertPanOption.In(Options_) ? -pan : pan; }
 
 bool Foscam::SendNumbered(double command) { return SendCommand(Text(ToInt32(command))); }
-
-std::span<const OptionRow> Foscam::OptionTable() const {
-  static const OptionRow table[] = {{InvertPanOption, "Invert the pan controls", OptionBoolean, {}, false}};
-  return table;
-}
 
 }  // namespace ptzd

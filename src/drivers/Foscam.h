@@ -17,18 +17,17 @@ class Foscam final : public FoscamDriver {
 
   explicit Foscam(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
   void ContinuousMove(float pan, float tilt) override;
 
  private:
   static const CommandSet Commands;
 
-  bool MoveToPosition(float pan, float tilt) override;
-  std::span<const OptionRow> OptionTable() const override;
-  bool SendNumbered(double command);
+  bool GoTo(HeadPosition target) override;
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+
   float InvertIfAsked(float pan) const;
+  bool SendNumbered(double command);
 };
 
 }  // namespace ptzd

@@ -2,15 +2,12 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
-#include <ptzd/PTZOptions.h>
 #include "drivers/kit/ContinuousDriver.h"
 #include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/Options.h"
 
 namespace ptzd {
 
@@ -26,18 +23,7 @@ namespace ptzd {
 /// Targets and speeds that are no numbers or do not fit a single raise 6 before anything is sent, and so do
 /// preset numbers beyond 32 bits as the camera counts. There are 16 numbered presets, and no zoom, iris or
 /// focus. Only `MoveTo` needs a connection.
-class FoscamDriver : public PTZDevice, public ContinuousDriver, public TabledOptions, protected HTTPDriver {
- public:
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override { return CurrentPan_; }
-  float Tilt() override { return CurrentTilt_; }
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
-  std::int32_t PresetCount() override;
-  Variant Disconnect() override;
-
+class FoscamDriver : public HTTPDriver, public ContinuousDriver, public DescribedOptions {
  protected:
   /// A direction, or 0 for none, and how far or how fast in it.
   struct Heading {
@@ -57,30 +43,26 @@ class FoscamDriver : public PTZDevice, public ContinuousDriver, public TabledOpt
     float Pan, Tilt;
   };
 
-  FoscamDriver(const Platform& platform, const DriverData& data, const CommandSet& commands);
+  FoscamDriver(const DriverData& data, const Platform& platform, const CommandSet& commands);
 
   /// Raises 6 where a speed or their sum is no number.
   static Heading HeadingOf(float pan, float tilt);
   /// From where the camera is thought to look.
-  Difference DifferenceTo(float pan, float tilt) const;
-  void StorePosition(float pan, float tilt);
+  Difference DifferenceTo(const HeadPosition& target) const;
 
   bool SendCommand(std::string_view command, std::string_view parameters = {});
   bool SendDirection(std::int32_t direction, std::string_view parameters = {});
   /// Not where it repeats the last; a stop always. What was sent is the last, whatever came of it.
   void SendContinuous(std::int32_t direction);
 
-  /// Makes ready for the camera that the options name.
-  virtual void SetUp() {}
   /// What every request carries behind its parameters, with "&" in front.
   virtual std::string Credentials() const { return {}; }
-  virtual bool MoveToPosition(float pan, float tilt) = 0;
+
+  /// Takes the camera as it is; the first movement shows whether it is there.
+  bool Open() override { return true; }
 
  private:
-  const DriverData& Data_;
   const CommandSet& Commands_;
-  float CurrentPan_ = 0;   // degrees
-  float CurrentTilt_ = 0;  // degrees
 };
 
 }  // namespace ptzd

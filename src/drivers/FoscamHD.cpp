@@ -19,9 +19,13 @@ constexpr std::string_view StopCommand = "ptzStopRun";
 constexpr const char* PresetName = "name=Quorvane%20preset%20";
 std::string PresetParameter(std::int32_t preset) { return PresetName + Text(ToInt32(preset + 1.0)); }
 
-constexpr std::int16_t DefaultMoveInterval = 50;  // milliseconds
+constexpr std::int32_t DefaultMoveInterval = 50;  // milliseconds
 constexpr double DegreesPerInterval = 5;
-constexpr const char* MoveIntervalOption = "MoveInterval";
+constexpr TypedOption<std::int16_t> MoveIntervalOption{{.Name = "MoveInterval",
+                                                        .Description = "Move interval",
+                                                        .OType = OptionInteger,
+                                                        .Default = DefaultMoveInterval}};
+constexpr const DriverOption* Options[] = {&AddressOption, &MoveIntervalOption};
 
 // The camera's speeds, 0 the fastest.
 constexpr std::int32_t UnknownSpeed = -1;
@@ -32,14 +36,24 @@ constexpr double AmountPerSpeed = 5;   // of continuous motion
 }  // namespace
 
 const DriverData FoscamHD::Data = {
-    .Move = MemberRule::False,  // the moves are made
-    .MoveTo = MemberRule::FalseIfConnected,
-    .MoveBoth = MemberRule::False,
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityPreset | CapabilityHome |
+                    CapabilityContinuousMove | CapabilityExtendedOptions | CapabilitySimpleControl,
+    .PresetCount = 16,
+    .Move = MemberRule::Fails,  // the moves are made
+    .MoveTo = MemberRule::FailsIfConnected,
+    .MoveBoth = MemberRule::Fails,
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
     .Home = MemberRule::Outcome,
+    .OppositesCancel = true,
+    .PanRange = ValueRange{},
+    .TiltRange = ValueRange{},
+    .PanSpeed = ValueRange{-20, 20, "fifths of a camera step", Beyond::Limited},
+    .TiltSpeed = ValueRange{-20, 20, "fifths of a camera step", Beyond::Limited},
+    .AsksToConnect = false,
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
+    .Options = Options,
 };
 
 constinit const FoscamDriver::CommandSet FoscamHD::Commands = {
@@ -58,36 +72,17 @@ constinit const FoscamDriver::CommandSet FoscamHD::Commands = {
 };
 
 FoscamHD::FoscamHD(const Platform& platform)
-    : FoscamDriver(platform, Data, Commands),
-      Platform_(platform),
-      MoveInterval_(DefaultMoveInterval),
-      Speed_(UnknownSpeed) {}
+    : FoscamDriver(Data, platform, Commands), MoveInterval_(DefaultMoveInterval), Speed_(UnknownSpeed) {}
 
-Capabilities FoscamHD::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityPreset | CapabilityHome | CapabilityContinuousMove |
-         CapabilityExtendedOptions | CapabilitySimpleControl;
-}
-
-void FoscamHD::SetUp() {
-  MoveInterval_ = Options_.Integer(MoveIntervalOption, DefaultMoveInterval);
+bool FoscamHD::Open() {
+  MoveInterval_ = MoveIntervalOption.In(Options_);
   Speed_ = UnknownSpeed;
+  return true;
 }
 
-/// Those of the address, encoded as a query wants them. No request is without a query.
-std::string FoscamHD::Credentials() const {
-  const auto url = ParseUrl(Url(""), *Platform_.internet);
-  if (url.UserName.empty() && url.Password.empty()) return {};
-  return "&usr=" + UrlEncode(PercentDecode(url.UserName)) + "&pwd=" + UrlEncode(PercentDecode(url.Password));
-}
-
-/// Sends what changes; a change that failed is sent again next time.
-void FoscamHD::SetSpeed(std::int32_t speed) {
-  if (speed != Speed_ && SendCommand("setPTZSpeed", "speed=" + Text(speed))) Speed_ = speed;
-}
-
-/// Always False.
-bool FoscamHD::MoveToPosition(float pan, float tilt) {
-  const auto difference = DifferenceTo(pan, tilt);
+bool FoscamHD::GoTo(HeadPosition target) {
+  target = {ToSingle(target.Pan), ToSingle(target.Tilt)};
+  const auto difference = DifferenceTo(target);
   const auto [direction, amount] = HeadingOf(difference.Pan, difference.Tilt);
   const auto wait = ToInt32(MoveInterval_ / DegreesPerInterval * amount);
   SetSpeed(MoveSpeed);
@@ -95,9 +90,19 @@ bool FoscamHD::MoveToPosition(float pan, float tilt) {
   // From here on the camera is moving.
   DriveFor(
       *Platform_.clock, wait, [] {}, [this] { SendCommand(StopCommand); });
-  StorePosition(pan, tilt);
-  return false;
+  Current_ = target;
+  return true;
 }
+
+bool FoscamHD::SavePreset(std::int32_t preset) {
+  return SendCommand("ptzAddPresetPoint", PresetParameter(preset));
+}
+
+bool FoscamHD::GoToPreset(std::int32_t preset) {
+  return SendCommand("ptzGotoPresetPoint", PresetParameter(preset));
+}
+
+bool FoscamHD::GoHome() { return SendCommand("ptzReset"); }
 
 void FoscamHD::ContinuousMove(float pan, float tilt) {
   const auto [direction, amount] = HeadingOf(pan, tilt);
@@ -107,20 +112,16 @@ void FoscamHD::ContinuousMove(float pan, float tilt) {
   SendContinuous(direction);
 }
 
-bool FoscamHD::PresetSave(std::int32_t preset) {
-  return SendCommand("ptzAddPresetPoint", PresetParameter(preset));
+/// Sends what changes; a change that failed is sent again next time.
+void FoscamHD::SetSpeed(std::int32_t speed) {
+  if (speed != Speed_ && SendCommand("setPTZSpeed", "speed=" + Text(speed))) Speed_ = speed;
 }
 
-bool FoscamHD::PresetGoto(std::int32_t preset) {
-  return SendCommand("ptzGotoPresetPoint", PresetParameter(preset));
-}
-
-bool FoscamHD::Home() { return SendCommand("ptzReset"); }
-
-std::span<const OptionRow> FoscamHD::OptionTable() const {
-  static const OptionRow table[] = {
-      {MoveIntervalOption, "Move interval", OptionInteger, {}, std::int32_t{DefaultMoveInterval}}};
-  return table;
+/// Those of the address, encoded as a query wants them. No request is without a query.
+std::string FoscamHD::Credentials() const {
+  const auto url = ParseUrl(Url(""), *Platform_.internet);
+  if (url.UserName.empty() && url.Password.empty()) return {};
+  return "&usr=" + UrlEncode(PercentDecode(url.UserName)) + "&pwd=" + UrlEncode(PercentDecode(url.Password));
 }
 
 }  // namespace ptzd

@@ -19,22 +19,20 @@ class FoscamHD final : public FoscamDriver {
 
   explicit FoscamHD(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
-  bool Home() override;
   void ContinuousMove(float pan, float tilt) override;
 
  private:
   static const CommandSet Commands;
 
-  void SetUp() override;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+  bool GoHome() override;
   std::string Credentials() const override;
-  bool MoveToPosition(float pan, float tilt) override;
-  std::span<const OptionRow> OptionTable() const override;
+
   void SetSpeed(std::int32_t speed);
 
-  Platform Platform_;
   std::int16_t MoveInterval_;  // milliseconds
   std::int32_t Speed_;         // as the camera has it
 };

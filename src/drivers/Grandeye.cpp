@@ -7,8 +7,8 @@
 #include <algorithm>
 
 #include <ptzd/Error.h>
-#include <ptzd/Logging.h>
 #include "common/Numbers.h"
+#include "drivers/kit/Options.h"
 #include "platform/LetterCase.h"
 #include "transport/Split2DModule.h"
 
@@ -31,142 +31,87 @@ constexpr std::string_view ZoomInCommand = "rzoom=-250", ZoomOutCommand = "rzoom
 constexpr std::int32_t HalfTurn = 180;  // degrees
 constexpr std::int32_t MaxTilt = 45;    // degrees, either way
 constexpr std::int32_t LevelTilt = 45;  // the camera's tilt at the horizon
-constexpr double ZoomStep = 3446.5;     // camera zoom units; its zoom begins at 1
+constexpr double ZoomUnits = 3446.5;    // camera zoom units; its zoom begins at 1
+
+constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int32_t>};
 
 }  // namespace
 
 const DriverData Grandeye::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityMultiport,
     .Move = MemberRule::OutcomeIfConnected,
-    .MoveTo = MemberRule::FalseIfConnected,  // the move is made, its result is not passed on
+    .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on
     .MoveBoth = MemberRule::OutcomeIfConnected,
-    .Zoom = MemberRule::TrueIfConnected,
+    .Zoom = MemberRule::SucceedsIfConnected,
+    .SetPanTilt = PlaceRule::AsksAnewIfConnected,
     .DisconnectAnswersTrue = false,
-    .ReadsPosition = PositionReading::Always,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeMoveTo | AsksBeforeAnswer,
+    .PanRange = ValueRange{-HalfTurn, HalfTurn, "degrees", Beyond::GoesAround},
+    .TiltRange = ValueRange{-MaxTilt, MaxTilt, "degrees", Beyond::Limited},
     .ConnectsUnheard = true,
-    .SharedOptions = SharesAddress | SharesPort,
+    .Options = Options,
 };
 
-/// Takes what the reply tells of a view.
-void Grandeye::Position::Read(std::string_view reply, const std::string& view) {
-  for (const auto& [key, value] : Split2D(reply, "\n", "=")) {
-    const auto name = LowerCase(key);
-    if (name == PanName + view) Pan = ToSingle(0 - Val(value));
-    if (name == TiltName + view) Tilt = ToSingle(Val(value) - LevelTilt);
-    if (name == ZoomName + view) {
-      const auto steps = ToSingle((Val(value) - 1) / ZoomStep);
-      Zoom = NearestQuarter(steps);
-    }
-  }
-}
+Grandeye::Grandeye(const Platform& platform) : HTTPDriver(Data, platform) {}
 
-Grandeye::Grandeye(const Platform& platform) : HTTPDriver(platform) {}
-
-Capabilities Grandeye::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityMultiport;
-}
-
-bool Grandeye::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  if (Options_.Text("Address").empty()) return false;
-  QueriedView();  // must be a number; from here on nothing raises
-  Connected_ = true;
+/// From here on nothing speaks against connecting.
+bool Grandeye::Open() {
+  QueriedView();  // must be a number
   try {
     QueryPosition();
   } catch (const Error& error) {
     LogPositionNotRead(error);
   }
+  PositionAge_.Set(TickCount());  // one that is stale is asked for again
   return true;
 }
 
-Variant Grandeye::Disconnect() {
-  Connected_ = false;
-  return {};
-}
-
-bool Grandeye::SendCommand(std::string_view command) {
-  return Request(CommandPath(ControlPath, ChannelParameter, command)).has_value();
-}
-
-bool Grandeye::Move(Directions direction, float angle) {
-  if (!Connected_) return false;
-  RefreshPosition();
-  const auto step = StepOf(direction, angle);
-  return AbsoluteMove(Position_.Pan + step.Pan, Position_.Tilt + step.Tilt);
-}
-
-bool Grandeye::MoveBoth(float panAngle, float tiltAngle) {
-  if (!Connected_) return false;
-  RefreshPosition();
-  return AbsoluteMove(static_cast<double>(Position_.Pan) + panAngle,
-                      static_cast<double>(Position_.Tilt) + tiltAngle);
-}
-
-bool Grandeye::MoveTo(float pan, float tilt) {
-  if (Connected_) AbsoluteMove(pan, tilt);
-  return false;
-}
-
 /// Goes to the nearest whole degrees; only what changes is sent.
-bool Grandeye::AbsoluteMove(double targetPan, double targetTilt) {
-  RefreshPosition();
-  const auto pan = ToInt32(ToSingle(targetPan));
-  const auto tilt = std::clamp(ToInt32(ToSingle(targetTilt)), -MaxTilt, MaxTilt);
+bool Grandeye::GoTo(HeadPosition target) {
+  const auto pan = ToInt32(ToSingle(target.Pan));
+  const auto tilt = std::clamp(ToInt32(ToSingle(target.Tilt)), -MaxTilt, MaxTilt);
 
   std::string command;
-  if (pan != static_cast<double>(Position_.Pan))
-    AppendParameter(command, "pan=" + Text(ToInt32(-static_cast<double>(pan))));
-  if (tilt != static_cast<double>(Position_.Tilt)) AppendParameter(command, "tilt=" + Text(tilt + LevelTilt));
+  if (pan != Current_.Pan) AppendParameter(command, "pan=" + Text(ToInt32(-static_cast<double>(pan))));
+  if (tilt != Current_.Tilt) AppendParameter(command, "tilt=" + Text(tilt + LevelTilt));
   if (!command.empty() && !SendCommand(command)) return false;
 
   // The camera was sent the pan as it came; what is kept of it goes around once.
   const auto turn = pan < -HalfTurn ? 2 * HalfTurn : pan > HalfTurn ? -2 * HalfTurn : 0;
-  Position_ = {static_cast<float>(pan + turn), static_cast<float>(tilt), std::max(Position_.Zoom, 0.0F)};
+  Current_ = {0.0 + pan + turn, 0.0 + tilt, std::max(Current_.Zoom, 0.0)};
   PositionAge_.Set(TickCount());
   return true;
 }
 
-bool Grandeye::Zoom(Zooms zoomLevel) {
-  if (Connected_ && IsZoomStep(zoomLevel)) {
-    SendCommand(zoomLevel == ZoomIn ? ZoomInCommand : ZoomOutCommand);
-    PositionAge_.Expire();
+bool Grandeye::ZoomBy(Zooms direction, float) {
+  const bool taken = SendCommand(direction == ZoomIn ? ZoomInCommand : ZoomOutCommand);
+  PositionAge_.Expire();
+  return taken;
+}
+
+/// Takes what the reply tells of the view.
+void Grandeye::QueryPosition() {
+  const auto view = QueriedView();
+  const auto reply = Request(QueryPath + (PanName + view) + "&" + TiltName + view + "&" + ZoomName + view);
+  if (!reply) return;
+  auto position = Current_;
+  for (const auto& [key, value] : Split2D(*reply, "\n", "=")) {
+    const auto name = LowerCase(key);
+    if (name == PanName + view) position.Pan = ToSingle(0 - Val(value));
+    if (name == TiltName + view) position.Tilt = ToSingle(Val(value) - LevelTilt);
+    if (name == ZoomName + view) position.Zoom = NearestQuarter(ToSingle((Val(value) - 1) / ZoomUnits));
   }
-  return Connected_;
-}
-
-float Grandeye::Pan() {
-  RefreshPosition();
-  return Position_.Pan;
-}
-
-float Grandeye::Tilt() {
-  RefreshPosition();
-  return Position_.Tilt;
-}
-
-void Grandeye::SetPanTilt(float, float) {
-  if (Connected_) PositionAge_.Expire();  // the camera knows better
-}
-
-void Grandeye::RefreshPosition() {
-  if (!PositionAge_.IsDue(TickCount())) return;
-  PositionAge_.Asked();
-  QueryPosition();
+  Current_ = position;
 }
 
 /// The view's number as queries count.
 std::string Grandeye::QueriedView() const {
-  const auto port = Options_.Long("Port", 0);
+  const auto port = PortOption<std::int32_t>.In(Options_);
   return Text(port == 0 ? 0 : ToInt32(port - 1.0));
 }
 
-void Grandeye::QueryPosition() {
-  const auto view = QueriedView();
-  const auto reply = Request(QueryPath + (PanName + view) + "&" + TiltName + view + "&" + ZoomName + view);
-  PositionAge_.Set(TickCount());  // after the wait: a camera that is away is not waited for again at once
-  if (!reply) return;
-  auto position = Position_;
-  position.Read(*reply, view);
-  Position_ = position;
+bool Grandeye::SendCommand(std::string_view command) {
+  return Request(CommandPath(ControlPath, ChannelParameter, command)).has_value();
 }
 
 }  // namespace ptzd

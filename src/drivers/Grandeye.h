@@ -1,14 +1,9 @@
 #pragma once
 
-#include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
 #include "drivers/kit/HTTPDriver.h"
-#include "drivers/kit/PositionAge.h"
 
 namespace ptzd {
 
@@ -28,42 +23,20 @@ namespace ptzd {
 /// The position is read at most every 5 seconds, and anew after a zoom or `SetPanTilt`; a reading that fails
 /// keeps it. `Pan` and `Tilt` need no connection. They raise 6 where the camera tells a number that does not
 /// fit, as moves do, which read the position first; targets that do not fit raise 6 after that.
-class Grandeye final : public PTZDevice, private HTTPDriver {
+class Grandeye final : public HTTPDriver {
  public:
   static const DriverData Data;
 
   explicit Grandeye(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override;
-  float Tilt() override;
-
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
-  bool Zoom(Zooms zoomLevel) override;
-  /// Has the position read anew before it is used next; looks at no argument.
-  void SetPanTilt(float pan, float tilt) override;
-  Variant Disconnect() override;
-
  private:
-  struct Position {
-    float Pan = 0, Tilt = 0;  // degrees
-    float Zoom = 0;           // steps of the camera, in quarters
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool ZoomBy(Zooms direction, float amount) override;
+  void QueryPosition() override;
 
-    void Read(std::string_view reply, const std::string& view);
-  };
-
-  bool SendCommand(std::string_view command);
-  bool AbsoluteMove(double targetPan, double targetTilt);
-  void RefreshPosition();
-  void QueryPosition();
   std::string QueriedView() const;
-
-  Position Position_;
-  PositionAge PositionAge_;
+  bool SendCommand(std::string_view command);
 };
 
 }  // namespace ptzd

@@ -4,6 +4,8 @@
 
 #include "drivers/MeritLilin.h"
 
+#include <algorithm>
+
 #include "common/Angles.h"
 #include "common/Numbers.h"
 #include "drivers/kit/CommandTable.h"
@@ -21,7 +23,6 @@ constexpr std::string_view CameraPage = "camera";
 constexpr const char* StopMoveCommand = "stop=1";
 constexpr const char* StopZoomCommand = "zoom_stop=1";
 
-constexpr std::int32_t NumberedPresets = 128;
 constexpr std::int32_t Ahead = 180;                 // the camera's pan where ours is 0, degrees
 constexpr double ZoomFactors = 4, WidestZoom = 1;   // of the camera: per zoom unit, and where ours is 0
 constexpr double FastestTurn = 20, CameraTurn = 8;  // the same speed, here and in the camera
@@ -39,9 +40,16 @@ constexpr CommandRow<Iris> IrisCommands[] = {
 constexpr CommandRow<Focus> FocusCommands[] = {
     {FocusAuto, "autofocus=1"}, {FocusNear, "focus=-1"}, {FocusFar, "focus=1"}};
 
+constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int16_t>};
+
 }  // namespace
 
 const DriverData MeritLilin::Data = {
+    // Without the flag of extended options: the collection of them is there, and empty.
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityIris | CapabilityFocus |
+                    CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus | CapabilityAutoFocus2 |
+                    CapabilityMultiport | CapabilityContinuousMove | CapabilityContinuousZoom,
+    .PresetCount = 128,
     .Move = MemberRule::Outcome,
     .MoveTo = MemberRule::Outcome,
     .MoveBoth = MemberRule::Outcome,
@@ -51,57 +59,33 @@ const DriverData MeritLilin::Data = {
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
     .DisconnectAnswersTrue = false,
-    .ReadsPosition = PositionReading::BeforeSteps,
-    .SharedOptions = SharesAddress | SharesPort,
+    .OppositesCancel = true,
+    .SendsEmptyZooms = true,
+    // Unlike `MoveTo`, `ZoomTo` goes on from where the head is, which continuous motion may have turned.
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom | AsksBeforeZoomTo,
+    .PanRange = ValueRange{-180, 180, "degrees", Beyond::GoesAround},
+    .TiltRange = ValueRange{},
+    .ZoomRange = ValueRange{.Least = 0, .Unit = "4 magnifications"},
+    .PanSpeed = ValueRange{-FastestTurn, FastestTurn, "twentieths of the fastest"},
+    .TiltSpeed = ValueRange{-FastestTurn, FastestTurn, "twentieths of the fastest"},
+    .ZoomSpeed = ValueRange{-16, 16, "sixteenths of the fastest"},
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
+    .Options = Options,
 };
 
-MeritLilin::MeritLilin(const Platform& platform) : AbsoluteDriver(platform, SendingStyle) {}
+MeritLilin::MeritLilin(const Platform& platform)
+    : WithZoom(Data, platform, SendingStyle), ContinuousDriver(Data), DescribedOptions(Data) {}
 
-/// Without the flag of extended options: the collection of them is there, and empty.
-Capabilities MeritLilin::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityIris | CapabilityFocus |
-         CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus | CapabilityAutoFocus2 |
-         CapabilityMultiport | CapabilityContinuousMove | CapabilityContinuousZoom;
-}
-
-bool MeritLilin::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
+bool MeritLilin::Open() {
   if (!Request("/")) Raise(PTZErrorConnectionFailed, "Unable to connect to the device.");
   ReadPosition();
-  Connected_ = true;
   return true;
 }
 
-std::string MeritLilin::PagePath(std::string_view page, std::string_view parameters) const {
-  std::string path = "/" + std::string(page) + "?";
-  if (const auto port = Options_.Integer("Port", 0); port != 0)
-    path += "camid=" + Text(std::int32_t{port}) + "&";
-  return path.append(parameters);
-}
-
-std::optional<std::string> MeritLilin::SendCommand(std::string_view page, std::string_view parameters) {
-  return Request(PagePath(page, parameters));
-}
-
-std::optional<HeadPosition> MeritLilin::QueryPosition() {
-  const auto reply = SendCommand(ControlPage, "cmd=getallposdegree");
-  if (!reply) return std::nullopt;
-  auto position = Current_;
-  for (const auto& [name, value] : Split2D(*reply, "\n", "=")) {
-    if (name == "panposdegree") position.Pan = ToSingle(Val(value) - Ahead);
-    if (name == "tiltposdegree") position.Tilt = ToSingle(-Val(value));
-    if (name == "zoomposdegree") position.Zoom = ToSingle((Val(value) - WidestZoom) / ZoomFactors);
-  }
-  return position;
-}
-
-bool MeritLilin::SetPosition(HeadPosition target) {
-  target.Pan = WithinHalfTurn(target.Pan);
+bool MeritLilin::GoTo(HeadPosition target) {
+  target = {WithinHalfTurn(ToSingle(target.Pan)), ToSingle(target.Tilt),
+            ToSingle(std::max(target.Zoom, 0.0))};
   if (target.Pan == 180) target.Pan = -180;
-  target.Tilt = ToSingle(target.Tilt);
-  if (target.Zoom <= 0) target.Zoom = 0;
 
   const auto pan = ToInt32(Int(target.Pan) + Ahead), tilt = ToInt32(-Int(target.Tilt));
   const auto zoom = ToSingle(target.Zoom * ZoomFactors + WidestZoom);
@@ -112,30 +96,21 @@ bool MeritLilin::SetPosition(HeadPosition target) {
   return true;
 }
 
-/// Unlike `MoveTo` it goes on from where the head is, which continuous motion may have turned.
-void MeritLilin::ZoomTo(float zoom) {
-  const auto target = ToSingle(zoom);
-  RefreshPosition();
-  AbsoluteDriver::ZoomTo(target);
-}
-
-bool MeritLilin::Iris(ptzd::Iris irisLevel) {
-  const auto command = CommandFor(irisLevel, IrisCommands);
+bool MeritLilin::SetIris(ptzd::Iris level) {
+  const auto command = CommandFor(level, IrisCommands);
   return !command.empty() && SendCommand(CameraPage, command);
 }
 
-bool MeritLilin::Focus(ptzd::Focus focusLevel) {
-  const auto command = CommandFor(focusLevel, FocusCommands);
+bool MeritLilin::SetFocus(ptzd::Focus level) {
+  const auto command = CommandFor(level, FocusCommands);
   return !command.empty() && SendCommand(CameraPage, command);
 }
 
-std::int32_t MeritLilin::PresetCount() { return NumberedPresets; }
-
-bool MeritLilin::PresetSave(std::int32_t preset) {
+bool MeritLilin::SavePreset(std::int32_t preset) {
   return SendCommand(PresetPage, "set_preset=" + Text(preset)).has_value();
 }
 
-bool MeritLilin::PresetGoto(std::int32_t preset) {
+bool MeritLilin::GoToPreset(std::int32_t preset) {
   return SendCommand(PresetPage, "goto_preset=" + Text(preset)).has_value();
 }
 
@@ -155,6 +130,29 @@ void MeritLilin::SendContinuous(const std::string& parameters, bool isStop, Last
   if (!last.Replace(parameters, isStop)) return;
   Request(path);
   PositionAge_.Expire();
+}
+
+void MeritLilin::QueryPosition() {
+  const auto reply = SendCommand(ControlPage, "cmd=getallposdegree");
+  if (!reply) return;
+  auto position = Current_;
+  for (const auto& [name, value] : Split2D(*reply, "\n", "=")) {
+    if (name == "panposdegree") position.Pan = ToSingle(Val(value) - Ahead);
+    if (name == "tiltposdegree") position.Tilt = ToSingle(-Val(value));
+    if (name == "zoomposdegree") position.Zoom = ToSingle((Val(value) - WidestZoom) / ZoomFactors);
+  }
+  Current_ = position;
+}
+
+std::string MeritLilin::PagePath(std::string_view page, std::string_view parameters) const {
+  std::string path = "/" + std::string(page) + "?";
+  if (const auto port = PortOption<std::int16_t>.In(Options_); port != 0)
+    path += "camid=" + Text(std::int32_t{port}) + "&";
+  return path.append(parameters);
+}
+
+std::optional<std::string> MeritLilin::SendCommand(std::string_view page, std::string_view parameters) {
+  return Request(PagePath(page, parameters));
 }
 
 }  // namespace ptzd

@@ -2,14 +2,13 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZOptions.h>
-#include "drivers/kit/AbsoluteDriver.h"
 #include "drivers/kit/ContinuousDriver.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/Options.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -30,33 +29,27 @@ namespace ptzd {
 ///
 /// Continuous speeds: pan and tilt -20 to 20 (the camera's -8 to 8), zoom -16 to 16 (halved), rounded down;
 /// the camera limits them. There are 128 numbered presets, and no home. Nothing needs a connection.
-class MeritLilin final : public AbsoluteDriver, public ContinuousDriver, public TabledOptions {
+class MeritLilin final : public WithZoom<HTTPDriver>, public ContinuousDriver, public DescribedOptions {
  public:
   static const DriverData Data;
 
   explicit MeritLilin(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-
-  void ZoomTo(float zoom) override;
-  bool Iris(ptzd::Iris irisLevel) override;
-  bool Focus(ptzd::Focus focusLevel) override;
-  std::int32_t PresetCount() override;
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
-
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
 
  private:
-  std::optional<HeadPosition> QueryPosition() override;
-  bool SetPosition(HeadPosition target) override;
-  std::span<const OptionRow> OptionTable() const override { return {}; }
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool SetIris(ptzd::Iris level) override;
+  bool SetFocus(ptzd::Focus level) override;
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+  void QueryPosition() override;
 
+  void SendContinuous(const std::string& parameters, bool isStop, LastMotion<std::string>& last);
   std::string PagePath(std::string_view page, std::string_view parameters) const;
   std::optional<std::string> SendCommand(std::string_view page, std::string_view parameters);
-  void SendContinuous(const std::string& parameters, bool isStop, LastMotion<std::string>& last);
 };
 
 }  // namespace ptzd

@@ -12,6 +12,7 @@
 #include "drivers/PanasonicName.h"
 #include "drivers/kit/CommandTable.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
 #include "platform/LetterCase.h"
 #include "transport/Split2DModule.h"
 
@@ -99,6 +100,8 @@ constexpr CommandRow<Focus> FocusCommands[] = {{FocusNear, "/Set?Func=Focus&Kind
                                                {FocusFar, "/Set?Func=Focus&Kind=0&FocusMode=6"},
                                                {FocusAuto, "/Set?Func=Focus&Kind=0&FocusMode=5"}};
 
+constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption};
+
 }  // namespace
 
 struct Panasonic::Model {
@@ -146,23 +149,22 @@ const DriverData Panasonic::Data = {
     .Zoom = MemberRule::OutcomeIfConnected,
     .Iris = MemberRule::OutcomeIfConnected,
     .Focus = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::OnConnect,
-    .SharedOptions = SharesAddress | SharesReset,
+    .SetPanTilt = PlaceRule::TakenIfConnected,
+    .PositionRequests = AsksOnConnecting,
+    .PanRange = ValueRange{-175, 175, "degrees", Beyond::Limited, true},
+    .TiltRange = ValueRange{DeskBottom, CeilingTop, "degrees", Beyond::Limited, true},
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
+    .Options = Options,
 };
 
-Panasonic::Panasonic(const Platform& platform) : HTTPDriver(platform, Style) {}
+Panasonic::Panasonic(const Platform& platform) : HTTPDriver(Data, platform, Style) {}
 
-bool Panasonic::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
-
+bool Panasonic::Open() {
   const auto information = Request(ModelPath);
   if (!information) Raise(PTZErrorConnectionFailed, "Unable to get the camera information.");
   SetUp(*information);
 
-  if (Options_.Boolean("Reset", false)) GoTo(0, 0);
-  Connected_ = true;
+  if (ResetOption.In(Options_)) GoTo({});
   return true;
 }
 
@@ -176,16 +178,16 @@ void Panasonic::SetUp(std::string_view information) {
   const bool takesAngles = !model->ClicksOnly && camera.Firmware > LastWithoutAngles;
   if (takesAngles) LogMessage("Using new API version");
 
-  auto pan = CurrentPan_, tilt = CurrentTilt_;
+  auto position = Current_;
   auto tiltLimits = model->Tilt;
   if (const auto reply = Request(PanPath)) {
     for (const auto& [key, value] : Split2D(*reply, "\r\n", ":"))
-      if (LowerCase(key) == "deg") pan = ToInt32(-Val(value) / UnitsPerDegree);
+      if (LowerCase(key) == "deg") position.Pan = ToInt32(-Val(value) / UnitsPerDegree);
   }
   if (const auto reply = Request(TiltPath)) {
     for (const auto& [field, value] : Split2D(*reply, "\r\n", ":")) {
       const auto key = LowerCase(field);
-      if (key == "deg") tilt = ToInt32(Val(value) / UnitsPerDegree);
+      if (key == "deg") position.Tilt = ToInt32(Val(value) / UnitsPerDegree);
       if (key == "setuptype") {
         if (Val(value) == 0)
           tiltLimits.Max = CeilingTop;
@@ -195,66 +197,40 @@ void Panasonic::SetUp(std::string_view information) {
     }
   }
 
-  Capabilities_ = takesAngles ? model->Flags : model->Flags | CapabilityRelativeControl;
+  Found_ = takesAngles ? model->Flags : model->Flags | CapabilityRelativeControl;
   PanLimits_ = model->Pan;
   TiltLimits_ = tiltLimits;
   ViewWidth_ = model->ViewWidth;
   TakesAngles_ = takesAngles;
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
+  Current_ = position;
 }
 
-bool Panasonic::Move(Directions direction, float angle) {
-  const auto step = StepOf(direction, angle);
-  return Connected_ && Step(step.Pan, step.Tilt);
-}
-
-bool Panasonic::MoveTo(float pan, float tilt) { return Connected_ && GoTo(pan, tilt); }
-
-bool Panasonic::MoveBoth(float panAngle, float tiltAngle) { return Connected_ && Step(panAngle, tiltAngle); }
-
-bool Panasonic::Step(double panAngle, double tiltAngle) {
-  return GoTo(CurrentPan_ + panAngle, CurrentTilt_ + tiltAngle);
-}
-
-bool Panasonic::GoTo(double targetPan, double targetTilt) {
-  const auto roundedPan = ToInt32(targetPan), roundedTilt = ToInt32(targetTilt);
-  const auto pan = std::clamp(roundedPan, PanLimits_.Min, PanLimits_.Max);
-  const auto tilt = std::clamp(roundedTilt, TiltLimits_.Min, TiltLimits_.Max);
-  const double panAngle = static_cast<double>(pan) - CurrentPan_;
-  const double tiltAngle = static_cast<double>(tilt) - CurrentTilt_;
-  if (!Request(TakesAngles_ ? AngleCommand(pan, tilt) : ClickCommand(ViewWidth_, panAngle, tiltAngle)))
+bool Panasonic::GoTo(HeadPosition target) {
+  target = Reachable(target.Pan, target.Tilt);
+  if (!Request(TakesAngles_
+                   ? AngleCommand(ToInt32(target.Pan), ToInt32(target.Tilt))
+                   : ClickCommand(ViewWidth_, target.Pan - Current_.Pan, target.Tilt - Current_.Tilt)))
     return false;
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
+  Current_ = target;
   return true;
 }
 
-void Panasonic::SetPanTilt(float pan, float tilt) {
-  if (!Connected_) return;
-  const auto roundedPan = ToInt32(pan), roundedTilt = ToInt32(tilt);
-  CurrentPan_ = std::clamp(roundedPan, PanLimits_.Min, PanLimits_.Max);
-  CurrentTilt_ = std::clamp(roundedTilt, TiltLimits_.Min, TiltLimits_.Max);
+/// The nearest whole degrees within the limits of the model.
+HeadPosition Panasonic::Reachable(double pan, double tilt) const {
+  const auto wholePan = ToInt32(pan), wholeTilt = ToInt32(tilt);
+  return {0.0 + std::clamp(wholePan, PanLimits_.Min, PanLimits_.Max),
+          0.0 + std::clamp(wholeTilt, TiltLimits_.Min, TiltLimits_.Max)};
 }
 
-bool Panasonic::Zoom(Zooms zoomLevel) {
-  const auto command = CommandFor(zoomLevel, ZoomCommands);
-  return Connected_ && !command.empty() && Request(std::string(command));
-}
+bool Panasonic::ZoomBy(Zooms direction, float) { return SendCommand(CommandFor(direction, ZoomCommands)); }
 
-bool Panasonic::Iris(ptzd::Iris irisLevel) {
-  const auto command = CommandFor(irisLevel, IrisCommands);
-  return Connected_ && !command.empty() && Request(std::string(command));
-}
+bool Panasonic::SetIris(ptzd::Iris level) { return SendCommand(CommandFor(level, IrisCommands)); }
 
-bool Panasonic::Focus(ptzd::Focus focusLevel) {
-  const auto command = CommandFor(focusLevel, FocusCommands);
-  return Connected_ && !command.empty() && Request(std::string(command));
-}
+bool Panasonic::SetFocus(ptzd::Focus level) { return SendCommand(CommandFor(level, FocusCommands)); }
 
-Variant Panasonic::Disconnect() {
-  Connected_ = false;
-  return true;
-}
+void Panasonic::TakePlace(float pan, float tilt) { Current_ = Reachable(pan, tilt); }
+
+/// Nothing is sent for a value that has no command.
+bool Panasonic::SendCommand(std::string_view command) { return !command.empty() && Request(command); }
 
 }  // namespace ptzd

@@ -1,12 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
-#include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
 #include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
@@ -28,25 +24,11 @@ namespace ptzd {
 /// commanded from then on.
 ///
 /// Zoom, iris and focus are sent to any model; one that lacks them refuses. There is no home or preset.
-class Panasonic final : public PTZDevice, private HTTPDriver {
+class Panasonic final : public HTTPDriver {
  public:
   static const DriverData Data;
 
   explicit Panasonic(const Platform& platform = {});
-
-  ptzd::Capabilities Capabilities() override { return Capabilities_; }
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override { return static_cast<float>(CurrentPan_); }
-  float Tilt() override { return static_cast<float>(CurrentTilt_); }
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
-  bool Zoom(Zooms zoomLevel) override;
-  bool Iris(ptzd::Iris irisLevel) override;
-  bool Focus(ptzd::Focus focusLevel) override;
-  void SetPanTilt(float pan, float tilt) override;
-  Variant Disconnect() override;
 
  private:
   struct Model;
@@ -54,16 +36,20 @@ class Panasonic final : public PTZDevice, private HTTPDriver {
     std::int32_t Min = 0, Max = 0;  // degrees
   };
 
-  void SetUp(std::string_view information);
-  bool Step(double panAngle, double tiltAngle);
-  bool GoTo(double targetPan, double targetTilt);
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool ZoomBy(Zooms direction, float amount) override;
+  bool SetIris(ptzd::Iris level) override;
+  bool SetFocus(ptzd::Focus level) override;
+  void TakePlace(float pan, float tilt) override;
 
-  ptzd::Capabilities Capabilities_{};
+  void SetUp(std::string_view information);
+  HeadPosition Reachable(double pan, double tilt) const;
+  bool SendCommand(std::string_view command);
+
   Range PanLimits_, TiltLimits_;
   float ViewWidth_ = 0;  // degrees, horizontally
   bool TakesAngles_ = false;
-  std::int32_t CurrentPan_ = 0;   // degrees
-  std::int32_t CurrentTilt_ = 0;  // degrees
 };
 
 }  // namespace ptzd

@@ -10,6 +10,7 @@
 #include "common/Numbers.h"
 #include "drivers/PanasonicName.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
 #include "platform/LetterCase.h"
 #include "transport/Split2DModule.h"
 
@@ -32,6 +33,8 @@ constexpr std::string_view ChannelParameter = "ch=";
 constexpr double Units = 10;  // of a degree, and of the magnification
 
 std::string UnitsText(float value) { return Text(ToSingle(value * Units)); }
+
+constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int32_t>, &ResetOption};
 
 }  // namespace
 
@@ -83,26 +86,24 @@ const PanasoniciPro::Model* PanasoniciPro::Model::Find(std::string_view name) {
 }
 
 const DriverData PanasoniciPro::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityMultiport,
     .Move = MemberRule::Outcome,
-    .MoveTo = MemberRule::False,  // the move is made, its result is not passed on
+    .MoveTo = MemberRule::Fails,  // the move is made, its result is not passed on
     .MoveBoth = MemberRule::Outcome,
     .Zoom = MemberRule::Outcome,
-    .ReadsPosition = PositionReading::BeforeSteps,
-    .SharedOptions = SharesAddress | SharesPort | SharesReset,
+    .SetPanTilt = PlaceRule::AsksAnew,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom,
+    .PanRange = ValueRange{-180, 180, "degrees", Beyond::Limited, true},  // an endless head goes around
+    .TiltRange = ValueRange{-90, 30, "degrees", Beyond::Limited, true},
+    .ZoomRange = ValueRange{.Least = 0, .Unit = "magnifications beyond the first"},
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
+    .Options = Options,
 };
 
-PanasoniciPro::PanasoniciPro(const Platform& platform) : AbsoluteDriver(platform, Style) {}
+PanasoniciPro::PanasoniciPro(const Platform& platform) : WithZoom(Data, platform, Style) {}
 
-Capabilities PanasoniciPro::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityMultiport;
-}
-
-bool PanasoniciPro::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
-
-  const auto information = Send(InformationPage, "FILE=1");
+bool PanasoniciPro::Open() {
+  const auto information = SendCommand(InformationPage, "FILE=1");
   if (!information || information->empty())
     Raise(PTZErrorConnectionFailed, "Unable to get the camera information.");
   std::string name;
@@ -114,50 +115,32 @@ bool PanasoniciPro::Connect(std::span<const std::uint8_t> options) {
           "The Panasonic iPro " + MaskCredentials(name) + " is not currently recognised by Quorvane.");
 
   ReadPosition();
-  if (Options_.Boolean("Reset", false)) SetPosition({0, 0, Current_.Zoom});
-  Connected_ = true;
+  if (ResetOption.In(Options_)) GoTo({0, 0, Current_.Zoom});
   return true;
 }
 
-std::optional<std::string> PanasoniciPro::Send(std::string_view page, std::string_view parameters) {
-  return Request(CommandPath(page, ChannelParameter, parameters));
-}
+bool PanasoniciPro::GoTo(HeadPosition target) {
+  if (Model_ == nullptr) return false;
+  target = {Model_->LimitPan(ToSingle(target.Pan)), Model_->Tilt.Clamp(ToSingle(target.Tilt)),
+            std::max(ToSingle(target.Zoom), 0.0F)};
 
-/// Left before right and up before down, where both are told.
-bool PanasoniciPro::DeviceMove(Directions direction, float angle) {
-  const auto step = StepOf(direction, angle);
-  return StepBy(step.Pan, step.Tilt, 0);
-}
+  std::string parameters;
+  if (target.Pan != Current_.Pan || target.Tilt != Current_.Tilt)
+    parameters = "pan=" + UnitsText(ToSingle(target.Pan - Model_->PanOrigin())) +
+                 "&tilt=" + UnitsText(ToSingle(Model_->Upright(target.Tilt)));
+  if (target.Zoom != Current_.Zoom)
+    AppendParameter(parameters, "zoom=" + UnitsText(ToSingle(target.Zoom + 1.0)));
+  if (!parameters.empty() && !SendCommand(ControlPage, parameters)) return false;
 
-bool PanasoniciPro::MoveTo(float pan, float tilt) {
-  AbsoluteDriver::MoveTo(pan, tilt);
-  return false;  // whatever the camera did, on purpose
-}
-
-bool PanasoniciPro::Zoom(Zooms zoomLevel) {
-  if (IsZoomStep(zoomLevel)) return AbsoluteDriver::Zoom(zoomLevel);
-  RefreshPosition();
-  return false;
-}
-
-void PanasoniciPro::Zoom(Zooms direction, float amount) {
-  if (IsZoomStep(direction))
-    AbsoluteDriver::Zoom(direction, amount);
-  else
-    RefreshPosition();
-}
-
-void PanasoniciPro::SetPanTilt(float, float) { PositionAge_.Expire(); }  // the camera knows better
-
-Variant PanasoniciPro::DeviceDisconnect() {
-  Connected_ = false;
+  Current_ = target;
+  PositionAge_.Set(TickCount());
   return true;
 }
 
-std::optional<HeadPosition> PanasoniciPro::QueryPosition() {
-  if (Model_ == nullptr) return std::nullopt;  // its numbers would mean nothing
-  const auto reply = Send(PositionPage, "");
-  if (!reply) return std::nullopt;
+void PanasoniciPro::QueryPosition() {
+  if (Model_ == nullptr) return;  // its numbers would mean nothing
+  const auto reply = SendCommand(PositionPage, "");
+  if (!reply) return;
   auto position = Current_;
   for (const auto& [field, value] : Split2D(*reply, "\r\n", "=")) {
     const auto key = LowerCase(field);
@@ -166,26 +149,11 @@ std::optional<HeadPosition> PanasoniciPro::QueryPosition() {
     if (key == "tilt") position.Tilt = ToSingle(Model_->Upright(Val(value) / Units));
     if (key == "zoom") position.Zoom = NearestQuarter(Val(value) / Units - 1);
   }
-  return position;
+  Current_ = position;
 }
 
-bool PanasoniciPro::SetPosition(HeadPosition target) {
-  if (Model_ == nullptr) return false;
-  target.Pan = Model_->LimitPan(ToSingle(target.Pan));
-  target.Tilt = Model_->Tilt.Clamp(ToSingle(target.Tilt));
-  target.Zoom = std::max(ToSingle(target.Zoom), 0.0F);
-
-  std::string parameters;
-  if (target.Pan != Current_.Pan || target.Tilt != Current_.Tilt)
-    parameters = "pan=" + UnitsText(ToSingle(static_cast<double>(target.Pan) - Model_->PanOrigin())) +
-                 "&tilt=" + UnitsText(ToSingle(Model_->Upright(target.Tilt)));
-  if (target.Zoom != Current_.Zoom)
-    AppendParameter(parameters, "zoom=" + UnitsText(ToSingle(target.Zoom + 1.0)));
-  if (!parameters.empty() && !Send(ControlPage, parameters)) return false;
-
-  Current_ = target;
-  PositionAge_.Set(TickCount());
-  return true;
+std::optional<std::string> PanasoniciPro::SendCommand(std::string_view page, std::string_view parameters) {
+  return Request(CommandPath(page, ChannelParameter, parameters));
 }
 
 }  // namespace ptzd

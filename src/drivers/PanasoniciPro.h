@@ -1,13 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include "drivers/kit/AbsoluteDriver.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -32,29 +30,20 @@ namespace ptzd {
 ///
 /// No member needs a connection, but before a camera has told a known model there are no limits to move
 /// within, and moves answer False. There is no iris, focus, home or preset.
-class PanasoniciPro final : public AbsoluteDriver {
+class PanasoniciPro final : public WithZoom<HTTPDriver> {
  public:
   static const DriverData Data;
 
   explicit PanasoniciPro(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  using AbsoluteDriver::MoveTo;
-  bool MoveTo(float pan, float tilt) override;
-  bool Zoom(Zooms zoomLevel) override;
-  void Zoom(Zooms direction, float amount) override;
-  void SetPanTilt(float pan, float tilt) override;
-
  private:
   struct Model;
 
-  bool DeviceMove(Directions direction, float angle) override;
-  Variant DeviceDisconnect() override;
-  std::optional<HeadPosition> QueryPosition() override;
-  bool SetPosition(HeadPosition target) override;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  void QueryPosition() override;
 
-  std::optional<std::string> Send(std::string_view page, std::string_view parameters);
+  std::optional<std::string> SendCommand(std::string_view page, std::string_view parameters);
 
   const Model* Model_ = nullptr;  // null until a camera told a known one
 };

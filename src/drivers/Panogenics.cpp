@@ -28,7 +28,6 @@ constexpr std::string_view PageStart = "<html><body>", PageEnd = "</body></html>
 constexpr std::string_view Obeyed = "PTZ OK";
 
 constexpr std::int32_t FirstView = 1, LastLinkedView = 4, TwinDistance = 4;
-constexpr std::int32_t NumberedPresets = 8;
 constexpr float MaxZoom = 10;
 constexpr double ZoomUnits = 50;  // of the camera, per zoom unit
 
@@ -40,9 +39,18 @@ std::string Unwrapped(const std::string& reply) {
 /// The camera's number of a preset, which counts from 1.
 std::string IndexText(std::int32_t preset) { return Text(ToInt32(preset + 1.0)); }
 
+constexpr TypedOption<bool> LinkViewsOption{{.Name = "LinkViews",
+                                             .Description = "Link high and low resolution views",
+                                             .OType = OptionBoolean,
+                                             .Default = true}};
+constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int16_t>, &LinkViewsOption};
+
 }  // namespace
 
 const DriverData Panogenics::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityPreset |
+                    CapabilityMultiport | CapabilityExtendedOptions,
+    .PresetCount = 8,
     .Move = MemberRule::Outcome,
     .MoveTo = MemberRule::Outcome,
     .MoveBoth = MemberRule::Outcome,
@@ -50,63 +58,33 @@ const DriverData Panogenics::Data = {
     .PresetGoto = MemberRule::Outcome,
     .PresetSave = MemberRule::Outcome,
     .DisconnectAnswersTrue = false,
-    .ReadsPosition = PositionReading::BeforeSteps,
-    .SharedOptions = SharesAddress | SharesPort,
+    .OppositesCancel = true,
+    .SendsEmptyZooms = true,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom,
+    .PanRange = ValueRange{-180, 180, "degrees", Beyond::GoesAround},
+    .TiltRange = ValueRange{},
+    .ZoomRange = ValueRange{0, MaxZoom, "zoom levels", Beyond::Limited},
     .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
+    .Options = Options,
 };
 
-Panogenics::Panogenics(const Platform& platform) : AbsoluteDriver(platform, SendingStyle) {}
+Panogenics::Panogenics(const Platform& platform)
+    : WithZoom(Data, platform, SendingStyle), DescribedOptions(Data) {}
 
-Capabilities Panogenics::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityPreset | CapabilityMultiport |
-         CapabilityExtendedOptions;
-}
-
-bool Panogenics::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
+bool Panogenics::Open() {
   if (!Request(ProbePath)) Raise(PTZErrorConnectionFailed, "Application-defined or object-defined error");
 
-  const auto port = Options_.Integer("Port", 0);
-  const bool link = Options_.Boolean("LinkViews", true);
+  const auto port = PortOption<std::int16_t>.In(Options_);
+  const bool link = LinkViewsOption.In(Options_);
   View_ = port == 0 ? FirstView : port;
   LinkViews_ = link && View_ >= FirstView && View_ <= LastLinkedView;
   ReadPosition();
-  Connected_ = true;
   return true;
 }
 
-std::optional<std::string> Panogenics::Fetch(const std::string& page, std::int32_t view,
-                                             const std::string& parameters) {
-  const auto reply = Request(page + "?view=" + Text(view) + parameters);
-  if (!reply) return std::nullopt;
-  return Unwrapped(*reply);
-}
-
-/// A twin moves only after its view has obeyed, and then has the last word.
-bool Panogenics::SendCommand(const std::string& parameters) {
-  if (Fetch(MovePage, View_, parameters) != Obeyed) return false;
-  return !LinkViews_ || Fetch(MovePage, View_ + TwinDistance, parameters) == Obeyed;
-}
-
-std::optional<HeadPosition> Panogenics::QueryPosition() {
-  const auto reply = Fetch(PositionPage, View_);
-  if (!reply) return std::nullopt;
-  auto position = Current_;
-  const auto equals = reply->find('=');
-  const auto rows = equals == std::string::npos ? *reply : reply->substr(equals + 1);
-  for (const auto& [name, value] : Split2D(rows, " ", ":")) {
-    if (name == "apan") position.Pan = ToSingle(Val(value));
-    if (name == "atilt") position.Tilt = ToSingle(Val(value));
-    if (name == "azoom") position.Zoom = ToSingle(Val(value) / ZoomUnits);
-  }
-  position.Pan = WithinHalfTurn(position.Pan);
-  return position;
-}
-
-bool Panogenics::SetPosition(HeadPosition target) {
-  target.Pan = WithinHalfTurn(target.Pan);
-  target.Zoom = std::clamp(target.Zoom, 0.0F, MaxZoom);
+bool Panogenics::GoTo(HeadPosition target) {
+  target = {WithinHalfTurn(ToSingle(target.Pan)), ToSingle(target.Tilt),
+            ToSingle(std::clamp<double>(target.Zoom, 0, MaxZoom))};
 
   const auto pan = ToInt32(target.Pan), tilt = ToInt32(target.Tilt);
   const auto zoom = ToInt32(ToSingle(target.Zoom * ZoomUnits));
@@ -115,21 +93,42 @@ bool Panogenics::SetPosition(HeadPosition target) {
   return obeyed;
 }
 
-std::int32_t Panogenics::PresetCount() { return NumberedPresets; }
-
-bool Panogenics::PresetSave(std::int32_t preset) {
+bool Panogenics::SavePreset(std::int32_t preset) {
   const auto index = IndexText(preset);
-  return Fetch(SavePage, View_, "&index=" + index + "&name=" + PresetName + index + "&used=1").has_value();
+  return RequestView(SavePage, View_, "&index=" + index + "&name=" + PresetName + index + "&used=1")
+      .has_value();
 }
 
-bool Panogenics::PresetGoto(std::int32_t preset) {
-  return Fetch(RecallPage, View_, "&index=" + IndexText(preset)).has_value();
+bool Panogenics::GoToPreset(std::int32_t preset) {
+  return RequestView(RecallPage, View_, "&index=" + IndexText(preset)).has_value();
 }
 
-std::span<const OptionRow> Panogenics::OptionTable() const {
-  static const OptionRow table[] = {
-      {"LinkViews", "Link high and low resolution views", OptionBoolean, {}, true}};
-  return table;
+void Panogenics::QueryPosition() {
+  const auto reply = RequestView(PositionPage, View_);
+  if (!reply) return;
+  auto position = Current_;
+  const auto equals = reply->find('=');
+  const auto rows = equals == std::string::npos ? *reply : reply->substr(equals + 1);
+  for (const auto& [name, value] : Split2D(rows, " ", ":")) {
+    if (name == "apan") position.Pan = ToSingle(Val(value));
+    if (name == "atilt") position.Tilt = ToSingle(Val(value));
+    if (name == "azoom") position.Zoom = ToSingle(Val(value) / ZoomUnits);
+  }
+  position.Pan = WithinHalfTurn(ToSingle(position.Pan));
+  Current_ = position;
+}
+
+/// A twin moves only after its view has obeyed, and then has the last word.
+bool Panogenics::SendCommand(const std::string& parameters) {
+  if (RequestView(MovePage, View_, parameters) != Obeyed) return false;
+  return !LinkViews_ || RequestView(MovePage, View_ + TwinDistance, parameters) == Obeyed;
+}
+
+std::optional<std::string> Panogenics::RequestView(const std::string& page, std::int32_t view,
+                                                   const std::string& parameters) {
+  const auto reply = Request(page + "?view=" + Text(view) + parameters);
+  if (!reply) return std::nullopt;
+  return Unwrapped(*reply);
 }
 
 }  // namespace ptzd

@@ -2,13 +2,11 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZOptions.h>
-#include "drivers/kit/AbsoluteDriver.h"
+#include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/Options.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -28,28 +26,23 @@ namespace ptzd {
 /// step (`Move`, `MoveBoth`, `Zoom`), at most every 5 seconds. Where the camera tells a number that does not
 /// fit, `Connect` and steps raise 6 and keep the position. There are 8 numbered presets, and no iris, focus
 /// or home. Nothing needs a connection.
-class Panogenics final : public AbsoluteDriver, public TabledOptions {
+class Panogenics final : public WithZoom<HTTPDriver>, public DescribedOptions {
  public:
   static const DriverData Data;
 
   explicit Panogenics(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-
-  std::int32_t PresetCount() override;
-  /// Raise 6 for a preset number that leaves no room for the camera's, which is one more.
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
-
  private:
-  std::optional<HeadPosition> QueryPosition() override;
-  bool SetPosition(HeadPosition target) override;
-  std::span<const OptionRow> OptionTable() const override;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  /// Raise 6 for a preset number that leaves no room for the camera's, which is one more.
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+  void QueryPosition() override;
 
-  std::optional<std::string> Fetch(const std::string& page, std::int32_t view,
-                                   const std::string& parameters = {});
   bool SendCommand(const std::string& parameters);
+  std::optional<std::string> RequestView(const std::string& page, std::int32_t view,
+                                         const std::string& parameters = {});
 
   std::int32_t View_ = 1;
   bool LinkViews_ = false;

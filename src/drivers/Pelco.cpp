@@ -55,6 +55,45 @@ float NormalisePan(float pan) {
   return ToSingle(angle);
 }
 
+constexpr std::string_view Bauds[] = {"2400", "4800", "9600"};
+constexpr std::string_view ProtocolNames[] = {"Pelco D", "Pelco P"};  // by `Protocols`
+
+/// 0, which no settings page offers, is none; the descriptor's default is the first port.
+constexpr TypedOption<std::int32_t> PortNumberOption{{.Name = "COMPort",
+                                                      .Description = "COM Port",
+                                                      .OType = OptionInteger,
+                                                      .Default = 1,
+                                                      .Least = 1,
+                                                      .Greatest = 4}};
+constexpr TypedOption<std::string> BaudOption{{.Name = "Baud",
+                                               .Description = "Port speed",
+                                               .OType = OptionChoiceText,
+                                               .Default = Bauds[0],
+                                               .Choices = Bauds}};
+constexpr TypedOption<std::int32_t> ProtocolOption{{.Name = "Protocol",
+                                                    .Description = "Protocol",
+                                                    .OType = OptionChoiceIndex,
+                                                    .Default = PelcoD,
+                                                    .Choices = ProtocolNames}};
+constexpr TypedOption<std::int32_t> MoveIntervalOption{{.Name = "MoveInterval",
+                                                        .Description = "Move interval",
+                                                        .OType = OptionInteger,
+                                                        .Default = 50,
+                                                        .Greatest = 10000}};
+constexpr TypedOption<std::int32_t> MoveSpeedOption{{.Name = "MoveSpeed",
+                                                     .Description = "Move speed",
+                                                     .OType = OptionInteger,
+                                                     .Default = FullSpeed,
+                                                     .Greatest = TurboSpeed}};
+constexpr TypedOption<std::int32_t> ZoomIntervalOption{{.Name = "ZoomInterval",
+                                                        .Description = "Zoom interval",
+                                                        .OType = OptionInteger,
+                                                        .Default = 200,
+                                                        .Greatest = 10000}};
+constexpr const DriverOption* Options[] = {&LineAddressOption, &ResetOption,       &PortNumberOption,
+                                           &BaudOption,        &ProtocolOption,    &MoveIntervalOption,
+                                           &MoveSpeedOption,   &ZoomIntervalOption};
+
 }  // namespace
 
 struct Pelco::Command {
@@ -95,36 +134,37 @@ struct Pelco::Tables {
 };
 
 const DriverData Pelco::Data = {
-    .Move = MemberRule::TrueIfConnected,
-    .MoveTo = MemberRule::TrueIfConnected,
-    .MoveBoth = MemberRule::TrueIfConnected,
-    .Zoom = MemberRule::FalseIfConnected,
-    .Iris = MemberRule::TrueIfConnected,
-    .Focus = MemberRule::TrueIfConnected,
-    .PresetGoto = MemberRule::True,
-    .PresetSave = MemberRule::True,
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityIris | CapabilityFocus |
+                    CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus2 | CapabilityMultiport |
+                    CapabilityContinuousMove | CapabilityExtendedOptions | CapabilityNoAddress |
+                    CapabilitySimpleControl | CapabilityContinuousZoom,
+    .PresetCount = PresetsOfPelcoD,  // until told the other protocol
+    .Move = MemberRule::OutcomeIfConnected,
+    .MoveTo = MemberRule::OutcomeIfConnected,
+    .MoveBoth = MemberRule::OutcomeIfConnected,
+    .Zoom = MemberRule::FailsIfConnected,  // on purpose, also though it was driven
+    .Iris = MemberRule::OutcomeIfConnected,
+    .Focus = MemberRule::OutcomeIfConnected,
+    .PresetGoto = MemberRule::Outcome,
+    .PresetSave = MemberRule::Outcome,
+    .SetPanTilt = PlaceRule::TakenIfConnected,
+    .PanRange = ValueRange{MinPan, MaxPan, "degrees", Beyond::GoesAround},
+    .TiltRange = ValueRange{MinTilt, MaxTilt, "degrees", Beyond::Limited},
+    .PanSpeed = ValueRange{-TurboSpeed, TurboSpeed, "camera speeds, the last one turbo"},
+    .TiltSpeed = ValueRange{-FullSpeed, FullSpeed, "camera speeds"},
+    .ZoomSpeed = ValueRange{.Ends = Beyond::SignOnly},
+    .AsksToConnect = false,
     .NeedsLine = true,
-    .SharedOptions = SharesBusAddress | SharesReset,
+    .Options = Options,
 };
 
-Pelco::Pelco(const Platform& platform) : Clock_(*platform.clock) {}
+Pelco::Pelco(const Platform& platform)
+    : Driver(Data, platform), ContinuousDriver(Data), DescribedOptions(Data) {}
 
 Pelco::~Pelco() { GiveBackQuietly(); }
 
-Capabilities Pelco::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityIris | CapabilityFocus |
-         CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus2 | CapabilityMultiport |
-         CapabilityContinuousMove | CapabilityExtendedOptions | CapabilityNoAddress |
-         CapabilitySimpleControl | CapabilityContinuousZoom;
-}
-
-bool Pelco::Connect(std::span<const std::uint8_t> options) {
-  Connected_ = false;
-  Options_ = {};
-  GiveBackQuietly();
-  Port_.reset();
-  Options_.Contents(options);
-  const auto portNumber = Options_.Long("COMPort", 0);
+bool Pelco::Open() {
+  const auto portNumber = Options_.Long(PortNumberOption.Name, 0);
   if (portNumber == 0) return false;
 
   try {
@@ -135,11 +175,11 @@ bool Pelco::Connect(std::span<const std::uint8_t> options) {
     GiveBackQuietly();
   }
 
-  Protocol_ = Options_.Long("Protocol", PelcoD);
-  MoveInterval_ = Options_.Long("MoveInterval", 50);
-  MoveSpeed_ = Options_.Long("MoveSpeed", FullSpeed);
-  ZoomInterval_ = Options_.Long("ZoomInterval", 200);
-  if (Options_.Boolean("Reset", false)) TimedMove(0, 0);
+  Protocol_ = ProtocolOption.In(Options_);
+  MoveInterval_ = MoveIntervalOption.In(Options_);
+  MoveSpeed_ = MoveSpeedOption.In(Options_);
+  ZoomInterval_ = ZoomIntervalOption.In(Options_);
+  if (ResetOption.In(Options_)) GoTo({});
   return Connected_;
 }
 
@@ -149,7 +189,7 @@ void Pelco::OpenPort(std::int32_t portNumber) {
   if (!Port_) Raise(ErrorObjectNotSet);
   Acquired_ = true;
   if (Port_->PortOpen()) return;  // with the settings of whoever opened it
-  Port_->Settings(Options_.Text("Baud", "2400") + ",n,8,1");
+  Port_->Settings(BaudOption.In(Options_) + ",n,8,1");
   Port_->PortOpen(true);
 }
 
@@ -171,32 +211,22 @@ void Pelco::GiveBackQuietly() {
   }
 }
 
-Variant Pelco::Disconnect() {
+void Pelco::LetGo() {
+  GiveBackQuietly();
+  Port_.reset();
+}
+
+void Pelco::Release() {
   if (!Port_) Raise(ErrorObjectNotSet);
   Connected_ = false;
   // While others use the port the driver keeps hold of it, and can still write to it.
   if (GiveBackPort()) Port_.reset();
-  return true;
 }
 
-bool Pelco::Move(Directions direction, float angle) {
-  if (!Connected_) return false;
-  const auto step = StepOf(direction, angle);
-  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
-  return TimedMove(ToSingle(pan), ToSingle(tilt));
-}
-
-bool Pelco::MoveBoth(float panAngle, float tiltAngle) {
-  if (!Connected_) return false;
-  return TimedMove(ToSingle(static_cast<double>(CurrentPan_) + panAngle),
-                   ToSingle(static_cast<double>(CurrentTilt_) + tiltAngle));
-}
-
-bool Pelco::MoveTo(float pan, float tilt) { return Connected_ && TimedMove(pan, tilt); }
-
-bool Pelco::TimedMove(float pan, float tilt) {
-  const float panAway = ToSingle(static_cast<double>(pan) - CurrentPan_);
-  const float tiltAway = ToSingle(static_cast<double>(tilt) - CurrentTilt_);
+bool Pelco::GoTo(HeadPosition target) {
+  const auto pan = ToSingle(target.Pan), tilt = ToSingle(target.Tilt);
+  const float panAway = ToSingle(pan - Current_.Pan);
+  const float tiltAway = ToSingle(tilt - Current_.Tilt);
   const float distance = ToSingle(static_cast<double>(std::fabs(tiltAway)) + std::fabs(panAway));
   // Both motors run at once, so a diagonal takes the mean of both ways.
   const int motors = panAway != 0 && tiltAway != 0 ? 2 : 1;
@@ -209,58 +239,71 @@ bool Pelco::TimedMove(float pan, float tilt) {
          .Data1 = ToByte(MoveSpeed_),
          .Data2 = ToByte(MoveSpeed_ == TurboSpeed ? FullSpeed : MoveSpeed_)},
         wait);
-  CurrentPan_ = newPan;
-  CurrentTilt_ = std::clamp(tilt, MinTilt, MaxTilt);
+  Current_ = {newPan, std::clamp(tilt, MinTilt, MaxTilt)};
   return true;
 }
 
-void Pelco::SetPanTilt(float pan, float tilt) {
-  if (!Connected_) return;
-  const float newPan = NormalisePan(pan);
-  // Only the old tilt is clamped, which the new one replaces at once: a host may set any tilt, on purpose.
-  CurrentTilt_ = ToSingle(tilt);
-  CurrentPan_ = newPan;
+bool Pelco::ZoomBy(Zooms direction, float) {
+  Drive(direction == ZoomIn ? Tables::ZoomTele : Tables::ZoomWide, ZoomInterval_);
+  return true;
 }
 
-bool Pelco::Zoom(Zooms zoomLevel) {
-  if (!Connected_) return false;
-  if (zoomLevel == ZoomIn) Drive(Tables::ZoomTele, ZoomInterval_);
-  if (zoomLevel == ZoomOut) Drive(Tables::ZoomWide, ZoomInterval_);
-  return false;  // on purpose, also though it was driven
+bool Pelco::SetIris(ptzd::Iris level) {
+  return DriveMode(std::span<const ModeRow<ptzd::Iris>>(Tables::Iris), level);
 }
 
-bool Pelco::Iris(ptzd::Iris irisLevel) {
-  return Connected_ && DriveMode(std::span<const ModeRow<ptzd::Iris>>(Tables::Iris), irisLevel);
-}
-
-bool Pelco::Focus(ptzd::Focus focusLevel) {
-  return Connected_ && DriveMode(std::span<const ModeRow<ptzd::Focus>>(Tables::Focus), focusLevel);
+bool Pelco::SetFocus(ptzd::Focus level) {
+  return DriveMode(std::span<const ModeRow<ptzd::Focus>>(Tables::Focus), level);
 }
 
 std::int32_t Pelco::PresetCount() { return Protocol_ == PelcoD ? PresetsOfPelcoD : PresetsOfPelcoP; }
 
-bool Pelco::PresetGoto(std::int32_t preset) {
-  Send({.Command2 = Tables::GotoPreset, .Data2 = PresetByte(preset)});
-  return true;
+bool Pelco::SavePreset(std::int32_t preset) {
+  return SendCommand({.Command2 = Tables::SetPreset, .Data2 = PresetByte(preset)});
 }
 
-bool Pelco::PresetSave(std::int32_t preset) {
-  Send({.Command2 = Tables::SetPreset, .Data2 = PresetByte(preset)});
-  return true;
+bool Pelco::GoToPreset(std::int32_t preset) {
+  return SendCommand({.Command2 = Tables::GotoPreset, .Data2 = PresetByte(preset)});
 }
 
 void Pelco::ContinuousMove(float pan, float tilt) {
-  Send(
+  SendCommand(
       {.Command2 = MotionBits(pan, tilt), .Data1 = ToByte(std::fabs(pan)), .Data2 = ToByte(std::fabs(tilt))});
 }
 
 void Pelco::ContinuousZoom(float amount) {
   ToSingle(amount);  // no speed that is no number passes for a stop
-  Send(amount > 0 ? Tables::ZoomTele : amount < 0 ? Tables::ZoomWide : Tables::Stop);
+  SendCommand(amount > 0 ? Tables::ZoomTele : amount < 0 ? Tables::ZoomWide : Tables::Stop);
+}
+
+/// Only the old tilt is clamped, which the new one replaces at once: a host may set any tilt, on purpose.
+void Pelco::TakePlace(float pan, float tilt) { Current_ = {NormalisePan(pan), ToSingle(tilt)}; }
+
+void Pelco::Drive(const Command& command, std::int32_t wait) {
+  const auto frame = BuildFrame(command), stop = BuildFrame(Tables::Stop);
+  DriveFor(
+      *Platform_.clock, wait, [&] { Output(frame); }, [&] { Output(stop); });
+}
+
+template <typename Mode>
+bool Pelco::DriveMode(std::span<const ModeRow<Mode>> table, Mode mode) {
+  const auto row = std::ranges::find(table, mode, &ModeRow<Mode>::Value);
+  if (row == table.end()) return false;
+  const auto automatic = BuildFrame(row->Automatic);
+  const auto motor = BuildFrame(Protocol_ == PelcoP ? row->MotorP : row->MotorD);
+  const auto stop = BuildFrame(Tables::Stop);
+  DriveFor(
+      *Platform_.clock, LensInterval,
+      [&] {
+        Output(automatic);
+        Output(motor);
+      },
+      [&] { Output(stop); });
+  return true;
 }
 
 Pelco::Frame Pelco::BuildFrame(const Command& command) const {
-  const auto option = Options_.Long("Port", 1);
+  const auto option = LineAddressOption.In(Options_);
   if (option < 0 || option > 255)
     throw Error(ErrorOverflow, RunTimeErrorText(ErrorOverflow) + ": option Port");
   const auto address = static_cast<std::uint8_t>(std::max(option, 1));
@@ -280,46 +323,14 @@ Pelco::Frame Pelco::BuildFrame(const Command& command) const {
   return {};  // an unknown protocol has empty frames
 }
 
-void Pelco::Output(const Frame& frame) {
-  if (!Port_) Raise(ErrorObjectNotSet);
-  Port_->Output(std::span(frame.Bytes).first(frame.Size));
-}
-
-void Pelco::Send(const Command& command) { Output(BuildFrame(command)); }
-
-void Pelco::Drive(const Command& command, std::int32_t wait) {
-  const auto frame = BuildFrame(command), stop = BuildFrame(Tables::Stop);
-  DriveFor(
-      Clock_, wait, [&] { Output(frame); }, [&] { Output(stop); });
-}
-
-template <typename Mode>
-bool Pelco::DriveMode(std::span<const ModeRow<Mode>> table, Mode mode) {
-  const auto row = std::ranges::find(table, mode, &ModeRow<Mode>::Value);
-  if (row == table.end()) return false;
-  const auto automatic = BuildFrame(row->Automatic);
-  const auto motor = BuildFrame(Protocol_ == PelcoP ? row->MotorP : row->MotorD);
-  const auto stop = BuildFrame(Tables::Stop);
-  DriveFor(
-      Clock_, LensInterval,
-      [&] {
-        Output(automatic);
-        Output(motor);
-      },
-      [&] { Output(stop); });
+bool Pelco::SendCommand(const Command& command) {
+  Output(BuildFrame(command));
   return true;
 }
 
-std::span<const OptionRow> Pelco::OptionTable() const {
-  static const OptionRow table[] = {
-      {"COMPort", "COM Port", OptionInteger, {1, 4}, 1},
-      {"Baud", "Port speed", OptionChoiceText, {"2400", "4800", "9600"}, "2400"},
-      {"Protocol", "Protocol", OptionChoiceIndex, {"Pelco D", "Pelco P"}, PelcoD},
-      {"MoveInterval", "Move interval", OptionInteger, {0, 10000}, 50},
-      {"MoveSpeed", "Move speed", OptionInteger, {0, TurboSpeed}, FullSpeed},
-      {"ZoomInterval", "Zoom interval", OptionInteger, {0, 10000}, 200},
-  };
-  return table;
+void Pelco::Output(const Frame& frame) {
+  if (!Port_) Raise(ErrorObjectNotSet);
+  Port_->Output(std::span(frame.Bytes).first(frame.Size));
 }
 
 }  // namespace ptzd

@@ -9,6 +9,7 @@
 #include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
 #include "platform/CodePages.h"
 #include "platform/LetterCase.h"
 #include "platform/XmlDocument.h"
@@ -26,42 +27,40 @@ constexpr std::string_view FeedParameter = "feed=";
 
 constexpr std::string_view Accepted = "OK";
 
+constexpr TypedOption<std::string> FeedOption{
+    {.Name = "Feed", .Description = "Feed name", .Default = std::string_view()}};
+constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption, &FeedOption};
+
 }  // namespace
 
 const DriverData Quorvane::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom |
+                    CapabilityContinuousMove | CapabilityExtendedOptions | CapabilityRelativeControl |
+                    CapabilityContinuousZoom | CapabilityNamedPresets,
     .Move = MemberRule::OutcomeIfConnected,
-    .MoveTo = MemberRule::FalseIfConnected,  // the move is made, its result is not passed on
+    .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on
     .MoveBoth = MemberRule::OutcomeIfConnected,
-    .Zoom = MemberRule::TrueIfConnected,
+    .Zoom = MemberRule::SucceedsIfConnected,
     .DisconnectAnswersTrue = false,
+    .PanRange = ValueRange{.Unit = "the remote system's units"},
+    .TiltRange = ValueRange{.Unit = "the remote system's units"},
+    .ZoomRange = ValueRange{.Unit = "the remote system's units"},
+    .PanSpeed = ValueRange{.Unit = "the remote system's joystick range"},
+    .TiltSpeed = ValueRange{.Unit = "the remote system's joystick range"},
+    .ZoomSpeed = ValueRange{.Unit = "the remote system's joystick range"},
     .NeedsOptions = true,
-    .SharedOptions = SharesAddress | SharesReset,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
+    .Options = Options,
 };
 
-/// The reply, or why there is none.
-struct Quorvane::Outcome {
-  std::optional<std::string> Reply;
-  std::string Failure;
-};
+Quorvane::Quorvane(const Platform& platform)
+    : WithZoom(Data, platform, SendingStyle), ContinuousDriver(Data), DescribedOptions(Data) {}
 
-Quorvane::Quorvane(const Platform& platform) : HTTPDriver(platform) {}
-
-Capabilities Quorvane::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom | CapabilityContinuousMove |
-         CapabilityExtendedOptions | CapabilityRelativeControl | CapabilityContinuousZoom |
-         CapabilityNamedPresets;
-}
-
-bool Quorvane::Connect(std::span<const std::uint8_t> options) {
-  HasOptions_ = true;
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
-  FeedID_ = FindFeed(Options_.Text("Feed"));
+bool Quorvane::Open() {
+  FeedID_ = FindFeed(FeedOption.In(Options_));
   if (FeedID_.empty()) Raise(PTZErrorUnrecognisedDevice, "Unrecognised feed");
-  if (!Fetch("").Reply) Raise(PTZErrorConnectionFailed, "Unable to connect to the device");
-  if (Options_.Boolean("Reset", false)) SetPosition(0, 0, 0);
-  Connected_ = true;
+  if (Fetch("").Failure) Raise(PTZErrorConnectionFailed, "Unable to connect to the device");
+  if (ResetOption.In(Options_)) GoTo({});
   return true;
 }
 
@@ -75,13 +74,13 @@ std::string Quorvane::FindFeed(const std::string& feed) {
 std::optional<std::string> Quorvane::LookUpFeed(const std::string& feed) {
   LogMessage("Requesting feed list");
   // A whole URL as the path: the address stands in the request twice, on purpose. It hardly ever succeeds.
-  const auto list = Fetch(UrlOf(FeedListPath));
-  if (!list.Reply) {
-    LogMessage("Request failed. " + list.Failure);
+  const auto list = Fetch(Url(FeedListPath));
+  if (list.Failure) {
+    LogMessage("Request failed. " + list.Failure->Description());
     return std::nullopt;
   }
   XmlDocument document;
-  document.LoadXml(*list.Reply);  // a reply that is no document lists no feeds
+  document.LoadXml(list.Text);  // a reply that is no document lists no feeds
   const auto* root = document.DocumentElement();
   if (root == nullptr) return std::nullopt;
   const auto wanted = LowerCase(feed);
@@ -97,97 +96,34 @@ std::optional<std::string> Quorvane::LookUpFeed(const std::string& feed) {
   return std::nullopt;
 }
 
-std::string Quorvane::UrlOf(std::string_view path) const {
-  if (!HasOptions_) Raise(ErrorObjectNotSet);
-  return Url(path);
-}
-
-Quorvane::Outcome Quorvane::Fetch(std::string_view path) {
-  const auto url = UrlOf(path);
-  LogMessage("Sending: " + url);
-  try {
-    auto reply = DecodeBytes(Client_.GetResource(url, "", ""), CodePage1252);
-    LogMessage("Received: " + reply);
-    return {.Reply = std::move(reply)};
-  } catch (const Error& error) {
-    return {.Failure = error.Description()};
-  }
-}
-
-bool Quorvane::SendCommand(std::string_view parameters) {
-  std::string path(ControlPath);
-  if (!FeedID_.empty()) path.append(FeedParameter).append(UrlEncode(FeedID_));
-  if (!parameters.empty()) path.append("&").append(parameters);
-  return Fetch(path).Reply == Accepted;
+/// A step by a direction ends at whole units, before the offset is taken.
+bool Quorvane::DeviceMove(Directions direction, float angle) {
+  return Ruled(Data_.Move, [&] {
+    const auto step = StepOf(direction, angle);
+    return GoTo(
+        {0.0 + ToInt32(Current_.Pan + step.Pan), 0.0 + ToInt32(Current_.Tilt + step.Tilt), Current_.Zoom});
+  });
 }
 
 /// Moves by the offset from the model; the move is sent even where there is none.
-bool Quorvane::SetPosition(float pan, float tilt, float zoom) {
-  const auto newPan = ToInt32(pan), newTilt = ToInt32(tilt);
-  const auto offset = [](std::int32_t target, std::int32_t current) {
-    return Text(ToInt32(static_cast<double>(target) - current));
-  };
+bool Quorvane::GoTo(HeadPosition target) {
+  target = {0.0 + ToInt32(ToSingle(target.Pan)), 0.0 + ToInt32(ToSingle(target.Tilt)), ToSingle(target.Zoom)};
+  const auto offset = [](double to, double from) { return Text(ToInt32(to - from)); };
   std::string parameters = "move=offset";
-  if (newPan != CurrentPan_) parameters += "&pan=" + offset(newPan, CurrentPan_);
-  if (newTilt != CurrentTilt_) parameters += "&tilt=" + offset(newTilt, CurrentTilt_);
-  if (zoom != CurrentZoom_) parameters += "&zoom=offset&level=" + Text(zoom - CurrentZoom_);
+  if (target.Pan != Current_.Pan) parameters += "&pan=" + offset(target.Pan, Current_.Pan);
+  if (target.Tilt != Current_.Tilt) parameters += "&tilt=" + offset(target.Tilt, Current_.Tilt);
+  if (target.Zoom != Current_.Zoom)
+    parameters += "&zoom=offset&level=" + Text(ToSingle(target.Zoom - Current_.Zoom));
   if (!SendCommand(parameters)) return false;
-  CurrentPan_ = newPan;
-  CurrentTilt_ = newTilt;
-  CurrentZoom_ = zoom;
+  Current_ = target;
   return true;
-}
-
-bool Quorvane::DeviceMove(Directions direction, float angle) {
-  if (!Connected_) return false;
-  const auto step = StepOf(direction, angle);
-  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
-  return SetPosition(static_cast<float>(ToInt32(pan)), static_cast<float>(ToInt32(tilt)), CurrentZoom_);
-}
-
-bool Quorvane::DeviceMoveBoth(float panAngle, float tiltAngle) {
-  if (!Connected_) return false;
-  return SetPosition(ToSingle(static_cast<double>(CurrentPan_) + panAngle),
-                     ToSingle(static_cast<double>(CurrentTilt_) + tiltAngle), CurrentZoom_);
-}
-
-bool Quorvane::MoveTo(float pan, float tilt) {
-  MoveTo(pan, tilt, CurrentZoom_);
-  return false;
-}
-
-void Quorvane::MoveTo(float pan, float tilt, float zoom) {
-  if (Connected_) SetPosition(pan, tilt, zoom);
-}
-
-bool Quorvane::Zoom(Zooms zoomLevel) {
-  Zoom(zoomLevel, ZoomStepAmount);
-  return Connected_;
-}
-
-void Quorvane::Zoom(Zooms direction, float amount) {
-  if (IsZoomStep(direction)) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
-}
-
-void Quorvane::ZoomTo(float zoom) {
-  if (Connected_) SetPosition(static_cast<float>(CurrentPan_), static_cast<float>(CurrentTilt_), zoom);
-}
-
-void Quorvane::ContinuousMove(float pan, float tilt) {
-  const auto parameters = "move=joystick&x=" + Text(pan) + "&y=" + Text(tilt);
-  if (LastMove_.Replace(parameters, pan == 0 && tilt == 0)) SendCommand(parameters);
-}
-
-void Quorvane::ContinuousZoom(float amount) {
-  const auto parameters = "zoom=joystick&level=" + Text(amount);
-  if (LastZoom_.Replace(parameters, amount == 0)) SendCommand(parameters);
 }
 
 std::vector<PTZNamedPreset> Quorvane::GetNamedPresets() {
   std::string path(PresetsPath);
   if (!FeedID_.empty()) path.append(FeedParameter).append(FeedID_);  // as it stands, unlike in a command
   LogMessage("Requesting " + path);
-  const auto reply = Client_.GetResource(UrlOf(path), "", "");
+  const auto reply = Get(path);
   std::string message;  // comes with the CR that ends the status line, and passes on with it
   const auto code = Client_.GetResultCode(message);
   if (code == "401") Raise(PTZErrorAuthenticationFailure, "Invalid authentication details");
@@ -212,19 +148,27 @@ void Quorvane::GotoNamedPreset(const std::string& id) {
   SendCommand("move=preset&preset=" + id);  // the id as it stands
 }
 
-Variant Quorvane::DeviceDisconnect() {
-  Connected_ = false;
-  return {};
+void Quorvane::ContinuousMove(float pan, float tilt) {
+  const auto parameters = "move=joystick&x=" + Text(pan) + "&y=" + Text(tilt);
+  if (LastMove_.Replace(parameters, pan == 0 && tilt == 0)) SendCommand(parameters);
+}
+
+void Quorvane::ContinuousZoom(float amount) {
+  const auto parameters = "zoom=joystick&level=" + Text(amount);
+  if (LastZoom_.Replace(parameters, amount == 0)) SendCommand(parameters);
 }
 
 std::optional<PTZOption> Quorvane::Item(const Variant& indexKey) {
-  auto option = TabledOptions::Item(indexKey);
+  auto option = DescribedOptions::Item(indexKey);
   return option->Name().empty() ? std::nullopt : option;
 }
 
-std::span<const OptionRow> Quorvane::OptionTable() const {
-  static const OptionRow table[] = {{"Feed", "Feed name", OptionText, {}, std::string()}};
-  return table;
+bool Quorvane::SendCommand(std::string_view parameters) {
+  std::string path(ControlPath);
+  if (!FeedID_.empty()) path.append(FeedParameter).append(UrlEncode(FeedID_));
+  if (!parameters.empty()) path.append("&").append(parameters);
+  const auto reply = Fetch(path);
+  return !reply.Failure && reply.Text == Accepted;
 }
 
 }  // namespace ptzd

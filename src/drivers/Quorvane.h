@@ -1,18 +1,16 @@
 #pragma once
 
-#include <cstdint>
+#include <ptzd/PTZNamedPresets.h>
+
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZNamedPresets.h>
-#include <ptzd/PTZOptions.h>
 #include "drivers/kit/ContinuousDriver.h"
-#include "drivers/kit/DeviceBridge.h"
 #include "drivers/kit/HTTPDriver.h"
+#include "drivers/kit/Options.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -35,28 +33,14 @@ namespace ptzd {
 ///
 /// Before the first `Connect` the continuous members and the named presets raise 91 (object not set); from
 /// then on they work whether connected or not.
-class Quorvane final : public DualDevice,
+class Quorvane final : public WithZoom<HTTPDriver>,
                        public ContinuousDriver,
                        public PTZNamedPresets,
-                       public TabledOptions,
-                       private HTTPDriver {
+                       public DescribedOptions {
  public:
   static const DriverData Data;
 
   explicit Quorvane(const Platform& platform = {});
-
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override { return static_cast<float>(CurrentPan_); }
-  float Tilt() override { return static_cast<float>(CurrentTilt_); }
-  float ZoomLevel() override { return CurrentZoom_; }
-
-  bool MoveTo(float pan, float tilt) override;
-  void MoveTo(float pan, float tilt, float zoom) override;
-  bool Zoom(Zooms zoomLevel) override;
-  void Zoom(Zooms direction, float amount) override;
-  void ZoomTo(float zoom) override;
 
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
@@ -72,25 +56,15 @@ class Quorvane final : public DualDevice,
   std::optional<PTZOption> Item(const Variant& indexKey) override;
 
  private:
-  struct Outcome;
-
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
   bool DeviceMove(Directions direction, float angle) override;
-  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
-  Variant DeviceDisconnect() override;
-  std::span<const OptionRow> OptionTable() const override;
 
-  std::string UrlOf(std::string_view path) const;
-  Outcome Fetch(std::string_view path);
-  bool SendCommand(std::string_view parameters);
-  bool SetPosition(float pan, float tilt, float zoom);
   std::string FindFeed(const std::string& feed);
   std::optional<std::string> LookUpFeed(const std::string& feed);
+  bool SendCommand(std::string_view parameters);
 
-  bool HasOptions_ = false;
   std::string FeedID_;
-  std::int32_t CurrentPan_ = 0;
-  std::int32_t CurrentTilt_ = 0;
-  float CurrentZoom_ = 0;
 };
 
 }  // namespace ptzd

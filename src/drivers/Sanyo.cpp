@@ -12,6 +12,7 @@
 #include "common/Numbers.h"
 #include "common/TimeDiffMod.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
 
 namespace ptzd {
 
@@ -22,8 +23,8 @@ constexpr std::string_view StatusPath = "/liveimg.cgi?pol=1";
 constexpr std::string_view OperationPath = "/cgi-bin/opecmd.cgi?ope=";
 
 enum Command : std::int32_t {
-  SavePreset = 8,
-  RecallPreset = 11,
+  SaveCommand = 8,
+  RecallCommand = 11,
   ZoomStepIn = 18,
   ZoomStepOut = 19,
   Step = 20,
@@ -31,15 +32,13 @@ enum Command : std::int32_t {
 };
 
 constexpr std::int32_t KeepAliveInterval = 60000;  // milliseconds
-constexpr std::int32_t Presets = 255;
-constexpr float ZoomStep = 0.25F;  // of the model; the camera's own step is what it is
 
 // A hundred percent are half the picture, whose angles are in degrees.
 constexpr double PictureWidth = 55, PictureHeight = 30;
 constexpr double PercentPerDegree(double picture) { return 100 / (picture / 2); }
 
 // The status reply: flags that say what is missing, then words of hundredths.
-constexpr std::size_t FlagsAt = 5, PanAt = 16, TiltAt = 18, ZoomAt = 20;
+constexpr std::size_t FlagsOffset = 5, PanOffset = 16, TiltOffset = 18, ZoomOffset = 20;
 constexpr unsigned NoPanTilt = 1, NoZoom = 2;
 constexpr double StatusUnits = 100;
 
@@ -73,41 +72,93 @@ float HundredthsAt(const Bytes& reply, std::size_t at) {
   return ToSingle(word / StatusUnits);
 }
 
+constexpr const DriverOption* Options[] = {&AddressOption};
+
 }  // namespace
 
 const DriverData Sanyo::Data = {
-    .Move = MemberRule::True,
-    .MoveTo = MemberRule::True,
-    .MoveBoth = MemberRule::True,
-    .Zoom = MemberRule::True,
-    .PresetGoto = MemberRule::True,
-    .PresetSave = MemberRule::True,
-    .ReadsPosition = PositionReading::Always,
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityPreset |
+                    CapabilityContinuousMove | CapabilityRelativeControl | CapabilityContinuousZoom,
+    .PresetCount = 255,
+    .Move = MemberRule::Succeeds,
+    .MoveTo = MemberRule::Succeeds,
+    .MoveBoth = MemberRule::Succeeds,
+    .Zoom = MemberRule::Succeeds,
+    .PresetGoto = MemberRule::Succeeds,
+    .PresetSave = MemberRule::Succeeds,
+    .SetPanTilt = PlaceRule::AsksAnew,
+    .OppositesCancel = true,
+    .SendsEmptyZooms = true,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom | AsksBeforeAnswer,
+    .PanRange = ValueRange{},
+    .TiltRange = ValueRange{},
+    .PanSpeed = ValueRange{-Speeds, Speeds, "twentieths of the fastest"},
+    .TiltSpeed = ValueRange{-Speeds, Speeds, "twentieths of the fastest"},
+    .ZoomSpeed = ValueRange{.Ends = Beyond::SignOnly},
     .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
+    .Options = Options,
 };
 
-Sanyo::Sanyo(const Platform& platform) : HTTPDriver(platform, SendingStyle) {}
+Sanyo::Sanyo(const Platform& platform)
+    : HTTPDriver(Data, platform, SendingStyle), ContinuousDriver(Data), DescribedOptions(Data) {}
 
-Capabilities Sanyo::Capabilities() {
-  return CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityPreset | CapabilityContinuousMove |
-         CapabilityRelativeControl | CapabilityContinuousZoom;
-}
-
-bool Sanyo::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  RequireAddress(Options_, Data);
-  Fetch(IndexPath);
+bool Sanyo::Open() {
+  FetchBytes(IndexPath);
   LastKeepAlive_ = TickCount();
   PanFactor_ = ToSingle(PercentPerDegree(PictureWidth));
   TiltFactor_ = ToSingle(PercentPerDegree(PictureHeight));
-  ReadStatus();
-  Connected_ = true;
+  ReadPosition();
   return true;
 }
 
-Variant Sanyo::Disconnect() {
-  Connected_ = false;
+bool Sanyo::GoTo(HeadPosition target) {
+  target = {ToSingle(target.Pan), ToSingle(target.Tilt), ToSingle(std::max(target.Zoom, 0.0))};
+  std::string parameters;
+  if (target.Pan != Current_.Pan)
+    AppendParameter(parameters, StepText("pan", ToSingle(target.Pan - Current_.Pan) * PanFactor_));
+  if (target.Tilt != Current_.Tilt)
+    AppendParameter(parameters, StepText("tilt", ToSingle(target.Tilt - Current_.Tilt) * TiltFactor_));
+  if (!parameters.empty()) SendOpeCmd(Step, parameters);
+  // The zoom takes a step of the camera's own, however far it is.
+  if (target.Zoom != Current_.Zoom) SendOpeCmd(target.Zoom < Current_.Zoom ? ZoomStepOut : ZoomStepIn);
+  Current_ = target;
   return true;
+}
+
+// The camera counts presets from 1.
+
+bool Sanyo::SavePreset(std::int32_t preset) {
+  return SendOpeCmd(SaveCommand, "registration=" + Text(ToInt32(preset + 1.0)));
+}
+
+bool Sanyo::GoToPreset(std::int32_t preset) {
+  return SendOpeCmd(RecallCommand, "execution=" + Text(ToInt32(preset + 1.0)));
+}
+
+void Sanyo::ContinuousMove(float pan, float tilt) {
+  const auto code = DirectionCodes[Sign(pan) + 1][Sign(tilt) + 1];
+  SendOpeCmd(Continuous, "cmd=" + Text(code) + "&p_speed=" + SpeedText(pan) + "&t_speed=" + SpeedText(tilt));
+  PositionAge_.Expire();
+}
+
+void Sanyo::ContinuousZoom(float amount) {
+  SendOpeCmd(Continuous, "cmd=" + Text(amount > 0 ? TeleCode : amount < 0 ? WideCode : StopZoomCode));
+  PositionAge_.Expire();
+}
+
+/// Raises 9 where the reply ends early; what stands before that is taken over.
+void Sanyo::QueryPosition() {
+  Bytes reply;
+  try {
+    reply = FetchBytes(StatusPath);
+  } catch (const Error&) {
+    return;  // the position stays what it was
+  }
+  if ((ByteAt(reply, FlagsOffset) & NoPanTilt) == 0) {
+    Current_.Pan = HundredthsAt(reply, PanOffset);
+    Current_.Tilt = HundredthsAt(reply, TiltOffset);
+  }
+  if ((ByteAt(reply, FlagsOffset) & NoZoom) == 0) Current_.Zoom = HundredthsAt(reply, ZoomOffset);
 }
 
 bool Sanyo::SendOpeCmd(std::int32_t command, std::string_view parameters) {
@@ -117,114 +168,22 @@ bool Sanyo::SendOpeCmd(std::int32_t command, std::string_view parameters) {
   return Request(path).has_value();
 }
 
-/// What is no text: the session's page, of which nothing is wanted, and the position.
-Bytes Sanyo::Fetch(std::string_view path) {
-  const auto url = Url(path);
-  LogMessage("Sending: " + url);
-  auto reply = Client_.GetResource(url, "", "");
-  LogMessage("Received: " + Text(ToInt32(static_cast<double>(reply.size()))) + " bytes");
-  return reply;
-}
-
 void Sanyo::KeepAlive() {
   if (TimeDiff(LastKeepAlive_, TickCount()) <= KeepAliveInterval) return;
   try {
-    Fetch(IndexPath);
+    FetchBytes(IndexPath);
   } catch (const Error&) {
     // Nobody asked for this request; the command that follows shows that the camera is gone.
   }
   LastKeepAlive_ = TickCount();
 }
 
-void Sanyo::RefreshStatus() {
-  if (StatusAge_.IsDue(TickCount())) ReadStatus();
-}
-
-/// Raises 9 where the reply ends early; what stands before that is taken over.
-void Sanyo::ReadStatus() {
-  StatusAge_.Set(TickCount());
-  StatusAge_.Asked();
-  Bytes reply;
-  try {
-    reply = Fetch(StatusPath);
-  } catch (const Error&) {
-    return;  // the position stays what it was
-  }
-  if ((ByteAt(reply, FlagsAt) & NoPanTilt) == 0) {
-    CurrentPan_ = HundredthsAt(reply, PanAt);
-    CurrentTilt_ = HundredthsAt(reply, TiltAt);
-  }
-  if ((ByteAt(reply, FlagsAt) & NoZoom) == 0) CurrentZoom_ = HundredthsAt(reply, ZoomAt);
-}
-
-float Sanyo::Pan() {
-  RefreshStatus();
-  return CurrentPan_;
-}
-
-float Sanyo::Tilt() {
-  RefreshStatus();
-  return CurrentTilt_;
-}
-
-bool Sanyo::Move(Directions direction, float angle) {
-  RefreshStatus();
-  const auto step = CancellingStepOf(direction, angle);
-  return StepTo(CurrentPan_ + step.Pan, CurrentTilt_ + step.Tilt, CurrentZoom_);
-}
-
-bool Sanyo::MoveBoth(float panAngle, float tiltAngle) {
-  RefreshStatus();
-  return StepTo(static_cast<double>(CurrentPan_) + panAngle, static_cast<double>(CurrentTilt_) + tiltAngle,
-                CurrentZoom_);
-}
-
-bool Sanyo::MoveTo(float pan, float tilt) { return StepTo(pan, tilt, CurrentZoom_); }
-
-bool Sanyo::Zoom(Zooms zoomLevel) {
-  RefreshStatus();
-  return StepTo(CurrentPan_, CurrentTilt_, CurrentZoom_ + ZoomStepOf(zoomLevel, ZoomStep));
-}
-
-bool Sanyo::StepTo(double targetPan, double targetTilt, double targetZoom) {
-  const auto pan = ToSingle(targetPan), tilt = ToSingle(targetTilt);
-  const auto zoom = ToSingle(std::max(targetZoom, 0.0));
-  std::string parameters;
-  if (pan != CurrentPan_) AppendParameter(parameters, StepText("pan", (pan - CurrentPan_) * PanFactor_));
-  if (tilt != CurrentTilt_)
-    AppendParameter(parameters, StepText("tilt", (tilt - CurrentTilt_) * TiltFactor_));
-  if (!parameters.empty()) SendOpeCmd(Step, parameters);
-  if (zoom != CurrentZoom_) SendOpeCmd(zoom < CurrentZoom_ ? ZoomStepOut : ZoomStepIn);
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  CurrentZoom_ = zoom;
-  return true;  // whatever became of the commands, on purpose
-}
-
-void Sanyo::SetPanTilt(float, float) { StatusAge_.Expire(); }
-
-std::int32_t Sanyo::PresetCount() { return Presets; }
-
-// The camera counts presets from 1. Both answer True also where nothing answered, on purpose.
-bool Sanyo::PresetSave(std::int32_t preset) {
-  SendOpeCmd(SavePreset, "registration=" + Text(ToInt32(preset + 1.0)));
-  return true;
-}
-
-bool Sanyo::PresetGoto(std::int32_t preset) {
-  SendOpeCmd(RecallPreset, "execution=" + Text(ToInt32(preset + 1.0)));
-  return true;
-}
-
-void Sanyo::ContinuousMove(float pan, float tilt) {
-  const auto code = DirectionCodes[Sign(pan) + 1][Sign(tilt) + 1];
-  SendOpeCmd(Continuous, "cmd=" + Text(code) + "&p_speed=" + SpeedText(pan) + "&t_speed=" + SpeedText(tilt));
-  StatusAge_.Expire();
-}
-
-void Sanyo::ContinuousZoom(float amount) {
-  SendOpeCmd(Continuous, "cmd=" + Text(amount > 0 ? TeleCode : amount < 0 ? WideCode : StopZoomCode));
-  StatusAge_.Expire();
+/// What is no text: the session's page, of which nothing is wanted, and the position.
+Bytes Sanyo::FetchBytes(std::string_view path) {
+  LogMessage("Sending: " + Url(path));
+  auto reply = Get(path);
+  LogMessage("Received: " + Text(ToInt32(static_cast<double>(reply.size()))) + " bytes");
+  return reply;
 }
 
 }  // namespace ptzd

@@ -1,16 +1,13 @@
 #pragma once
 
+#include <ptzd/SanyoControl.h>
+
 #include <cstdint>
-#include <span>
-#include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
-#include <ptzd/PTZOptions.h>
 #include "drivers/kit/ContinuousDriver.h"
 #include "drivers/kit/HTTPDriver.h"
-#include "drivers/kit/PositionAge.h"
+#include "drivers/kit/Options.h"
 
 namespace ptzd {
 
@@ -35,53 +32,29 @@ namespace ptzd {
 /// There are 255 numbered presets, and no iris, focus or home. Continuous speeds: pan and tilt -20 to 20, in
 /// steps of 20/7 toward minus infinity, so that the slowest motion to the left or down is faster; what is
 /// beyond is sent as it is. Nothing needs a connection.
-class Sanyo final : public PTZDevice, public ContinuousDriver, public TabledOptions, private HTTPDriver {
+class Sanyo final : public HTTPDriver, public ContinuousDriver, public DescribedOptions, public SanyoControl {
  public:
   static const DriverData Data;
 
   explicit Sanyo(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override;
-  float Tilt() override;
-
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
-  bool Zoom(Zooms zoomLevel) override;
-  /// Has the position read anew before it is used next; looks at no argument.
-  void SetPanTilt(float pan, float tilt) override;
-  Variant Disconnect() override;
-
-  std::int32_t PresetCount() override;
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
-
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
-
-  /// Sends an operation command of the camera with its parameters, "name=value" joined with "&". Whether
-  /// anything answered.
-  bool SendOpeCmd(std::int32_t command, std::string_view parameters = {});
+  bool SendOpeCmd(std::int32_t command, std::string_view parameters = {}) override;
 
  private:
-  std::span<const OptionRow> OptionTable() const override { return {}; }
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+  void QueryPosition() override;
 
-  Bytes Fetch(std::string_view path);
   void KeepAlive();
-  void ReadStatus();
-  void RefreshStatus();
-  bool StepTo(double targetPan, double targetTilt, double targetZoom);
+  Bytes FetchBytes(std::string_view path);
 
   std::int32_t LastKeepAlive_ = 0;  // tick count
   float PanFactor_ = 0;             // percent per degree
   float TiltFactor_ = 0;            // percent per degree
-  float CurrentPan_ = 0;            // degrees
-  float CurrentTilt_ = 0;           // degrees
-  float CurrentZoom_ = 0;
-  PositionAge StatusAge_;
 };
 
 }  // namespace ptzd

@@ -12,6 +12,7 @@
 #include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {
@@ -71,6 +72,8 @@ std::int32_t ZoomPosition(float zoom) {
   return units;
 }
 
+constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption};
+
 }  // namespace
 
 /// How a model's camera units lie to degrees. Without units the camera tells its limits.
@@ -121,14 +124,22 @@ const Sony::Model* Sony::Model::Find(std::string_view name) {
 }
 
 const DriverData Sony::Data = {
-    .Move = MemberRule::TrueIfConnected,
-    .MoveTo = MemberRule::TrueIfConnected,
-    .MoveBoth = MemberRule::TrueIfConnected,
-    .Zoom = MemberRule::TrueIfConnected,
+    .Move = MemberRule::SucceedsIfConnected,
+    .MoveTo = MemberRule::SucceedsIfConnected,
+    .MoveBoth = MemberRule::SucceedsIfConnected,
+    .Zoom = MemberRule::SucceedsIfConnected,
+    .SetPanTilt = PlaceRule::AsksAnew,
     .DisconnectAnswersTrue = false,
-    .ReadsPosition = PositionReading::Always,
-    .SharedOptions = SharesAddress | SharesReset,
+    .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeAnswer,
+    .PanRange = ValueRange{-180, 180, "degrees", Beyond::Limited, true},  // steps of endless heads go around
+    .TiltRange = ValueRange{-90, 30, "degrees", Beyond::Limited, true},
+    .ZoomRange = ValueRange{0, MaxZoomPosition / ZoomUnits, "5200 camera units", Beyond::Overflows},
+    .PanSpeed = ValueRange{.Unit = "quarters of a camera speed"},
+    .TiltSpeed = ValueRange{.Unit = "quarters of a camera speed"},
+    .ZoomSpeed = ValueRange{.Unit = "eighths of a camera speed"},
+    .StopsBySpeedZero = false,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
+    .Options = Options,
 };
 
 /// Takes over the rows that it knows; the others are the camera's own business.
@@ -164,13 +175,14 @@ void Sony::Head::Apply(const Model& model) {
 
 bool Sony::Head::ReportsPtzf() const { return CgiVersion >= PtzfFirmware; }
 
-Sony::Sony(const Platform& platform) : HTTPDriver(platform) {}
+Sony::Sony(const Platform& platform) : WithZoom(Data, platform), ContinuousDriver(Data) {}
 
-bool Sony::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
+void Sony::ReadOptions() {
   Head_ = {};
-  RequireAddress(Options_, Data);
+  Found_ = {};
+}
 
+bool Sony::Open() {
   Head head;
   head.Read(Inquire(SystemPath), TiltRangeKey);
   head.Read(Inquire(SysInfoPath), TiltRangeKey);
@@ -191,20 +203,108 @@ bool Sony::Connect(std::span<const std::uint8_t> options) {
   }
 
   Head_ = head;
+  Found_ = head.Flags;
   Store(head.At);
   PositionAge_.Expire();
   Continuous_ = {};
-  if (Options_.Boolean("Reset", false)) AbsoluteMove(0, 0, 0);
-  Connected_ = true;
+  if (ResetOption.In(Options_)) GoToUnits({});
   return true;
 }
 
-/// Raises 17001 where nothing answers and for another status than 200.
-std::string Sony::Inquire(const std::string& path) {
-  auto reply = Request(path);
-  if (!reply) Raise(PTZErrorConnectionFailed, NoInformation);
-  RequireStatusOK(Client_);
-  return *std::move(reply);
+/// Tilt counts from its centre, pan does not, on purpose.
+bool Sony::GoTo(HeadPosition target) {
+  GoToUnits(
+      {Head_.PanScale * target.Pan, Head_.TiltScale * ToSingle(target.Tilt - Head_.TiltCentre), target.Zoom});
+  return true;
+}
+
+bool Sony::StepBy(double panAngle, double tiltAngle) {
+  double pan = Current_.Pan + Head_.PanScale * panAngle;
+  if (Head_.EndlessPan) {
+    const double low = Head_.PanRange.Low(), high = Head_.PanRange.High();
+    if (pan < low)
+      pan += high - low;
+    else if (pan > high)
+      pan -= high - low;
+  }
+  GoToUnits({pan, Current_.Tilt + Head_.TiltScale * tiltAngle, Current_.Zoom});
+  return true;
+}
+
+bool Sony::ZoomAt(double zoom) {
+  GoToUnits({Current_.Pan, Current_.Tilt, zoom});
+  return true;
+}
+
+/// Of pan and tilt; nobody waits for an answer.
+void Sony::GoToUnits(HeadPosition target) {
+  const auto pan = std::clamp(ToInt32(target.Pan), Head_.PanRange.Low(), Head_.PanRange.High());
+  const auto tilt = std::clamp(ToInt32(target.Tilt), Head_.TiltRange.Low(), Head_.TiltRange.High());
+  target = {0.0 + pan, 0.0 + tilt, ToSingle(std::max(target.Zoom, 0.0))};
+  const auto zoomPosition = ZoomPosition(ToSingle(target.Zoom));
+  const bool zooms = target.Zoom != Current_.Zoom;
+
+  if (Head_.ViscaInquiry) {
+    if (pan != Current_.Pan || tilt != Current_.Tilt) SendVisca(ViscaMove(pan, tilt));
+    if (zooms) SendVisca("81010447" + ViscaNumber(zoomPosition) + "FF");
+  } else {
+    // Unlike VISCA moves this one also goes out where it changes nothing.
+    SendCGI("AbsolutePanTilt=" + Hex4(pan) + "," + Hex4(tilt) + "," + Text(Head_.MaxVelocity));
+    if (zooms && Head_.Has(CapabilityFullZoom))
+      SendCGI("AbsoluteZoom=" + Hex4(zoomPosition));
+    else if (zooms)
+      SendCGI(target.Zoom > Current_.Zoom ? "RelativeZoom=0080" : "RelativeZoom=FF80");
+  }
+  Current_ = target;
+}
+
+void Sony::ContinuousMove(float pan, float tilt) {
+  SendContinuous({.Pan = ToInt32(pan), .Tilt = tilt, .Zoom = Continuous_.Zoom});
+}
+
+void Sony::ContinuousZoom(float amount) {
+  SendContinuous({.Pan = Continuous_.Pan, .Tilt = Continuous_.Tilt, .Zoom = amount});
+}
+
+/// A repeated motion is sent once; whatever goes with a pan and tilt at rest is always sent.
+void Sony::SendContinuous(const Speeds& speeds) {
+  if (!Connected_) return;
+  const auto body =
+      "ContinuousPanTiltZoom=" + Text(ToInt32(static_cast<double>(speeds.Pan) * MoveSpeedUnits)) + "," +
+      Text(ToSingle(speeds.Tilt * MoveSpeedUnits)) + "," + Text(ToSingle(speeds.Zoom * ZoomSpeedUnits)) +
+      ",Image1";
+  Continuous_ = speeds;
+  if (!LastMove_.Replace(body, speeds.Pan == 0 && speeds.Tilt == 0)) return;
+  SendCGI(body);
+  PositionAge_.Expire();
+}
+
+float Sony::Pan() {
+  if (!Head_.Has(CapabilityPan)) return 0;
+  Refresh();
+  return ToSingle(Round(Current_.Pan / Head_.PanScale, 3));  // pan has no centre offset, on purpose
+}
+
+float Sony::Tilt() {
+  if (!Head_.Has(CapabilityTilt)) return 0;
+  Refresh();
+  return ToSingle(Round(Current_.Tilt / Head_.TiltScale, 3) + Head_.TiltCentre);
+}
+
+void Sony::QueryPosition() {
+  ReadOrKeepPosition([this] {
+    if (Head_.ReportsPtzf()) {
+      const auto reply = Inquire(PtzfPath);
+      for (const auto& [name, value] : Split2D(WithoutLineEnd(reply), "&", "="))
+        if (name == PtzfPositionKey) Store(PtzfPosition(value));
+    } else if (Head_.ViscaInquiry) {
+      Store(ViscaPosition(Inquire(ViscaInquiryPath)));
+    }
+  });
+}
+
+void Sony::Store(const std::optional<Position>& position) {
+  if (position) Current_ = {0.0 + position->Pan, 0.0 + position->Tilt, Current_.Zoom};
 }
 
 Sony::Position Sony::PtzfPosition(std::string_view value) {
@@ -235,113 +335,13 @@ std::optional<Sony::Position> Sony::ViscaPosition(std::string_view reply) {
   return Position{number(firstPanDigit), number(firstTiltDigit)};
 }
 
-void Sony::RefreshPosition() {
-  if (!PositionAge_.IsDue(TickCount())) return;
-  PositionAge_.Set(TickCount());
-  PositionAge_.Asked();
-  ReadOrKeepPosition([this] { ReadPosition(); });
-}
-
-void Sony::ReadPosition() {
-  if (Head_.ReportsPtzf()) {
-    const auto reply = Inquire(PtzfPath);
-    for (const auto& [name, value] : Split2D(WithoutLineEnd(reply), "&", "="))
-      if (name == PtzfPositionKey) Store(PtzfPosition(value));
-  } else if (Head_.ViscaInquiry) {
-    Store(ViscaPosition(Inquire(ViscaInquiryPath)));
-  }
-}
-
-void Sony::Store(const std::optional<Position>& position) {
-  if (!position) return;
-  CurrentPan_ = position->Pan;
-  CurrentTilt_ = position->Tilt;
-}
-
-float Sony::Pan() {
-  if (!Head_.Has(CapabilityPan)) return 0;
-  RefreshPosition();
-  return ToSingle(Round(CurrentPan_ / Head_.PanScale, 3));  // pan has no centre offset, on purpose
-}
-
-float Sony::Tilt() {
-  if (!Head_.Has(CapabilityTilt)) return 0;
-  RefreshPosition();
-  return ToSingle(Round(CurrentTilt_ / Head_.TiltScale, 3) + Head_.TiltCentre);
-}
-
-bool Sony::DeviceMove(Directions direction, float angle) {
-  const auto step = StepOf(direction, angle);
-  return DeviceMoveBoth(ToSingle(step.Pan), ToSingle(step.Tilt));
-}
-
-bool Sony::DeviceMoveBoth(float panAngle, float tiltAngle) {
-  if (!Connected_) return false;
-  RefreshPosition();
-  double pan = CurrentPan_ + Head_.PanScale * panAngle;
-  if (Head_.EndlessPan) {
-    const double low = Head_.PanRange.Low(), high = Head_.PanRange.High();
-    if (pan < low)
-      pan += high - low;
-    else if (pan > high)
-      pan -= high - low;
-  }
-  AbsoluteMove(pan, CurrentTilt_ + Head_.TiltScale * tiltAngle, CurrentZoom_);
-  return true;
-}
-
-bool Sony::MoveTo(float pan, float tilt) {
-  MoveTo(pan, tilt, CurrentZoom_);
-  return Connected_;
-}
-
-void Sony::MoveTo(float pan, float tilt, float zoom) {
-  if (!Connected_) return;
-  // Tilt counts from its centre, pan does not, on purpose.
-  AbsoluteMove(Head_.PanScale * pan, Head_.TiltScale * ToSingle(tilt - Head_.TiltCentre), zoom);
-}
-
-bool Sony::Zoom(Zooms zoomLevel) {
-  Zoom(zoomLevel, ZoomStepAmount);
-  return Connected_;
-}
-
-void Sony::Zoom(Zooms direction, float amount) {
-  if (IsZoomStep(direction)) ZoomTo(CurrentZoom_ + ZoomStepOf(direction, amount));
-}
-
-void Sony::ZoomTo(float zoom) {
-  if (Connected_) AbsoluteMove(CurrentPan_, CurrentTilt_, zoom);
-}
-
-void Sony::SetPanTilt(float, float) { PositionAge_.Expire(); }
-
-Variant Sony::DeviceDisconnect() {
-  Connected_ = false;
-  return {};
-}
-
-void Sony::AbsoluteMove(double targetPan, double targetTilt, float zoom) {
-  const auto pan = std::clamp(ToInt32(targetPan), Head_.PanRange.Low(), Head_.PanRange.High());
-  const auto tilt = std::clamp(ToInt32(targetTilt), Head_.TiltRange.Low(), Head_.TiltRange.High());
-  if (zoom < 0) zoom = 0;
-  const auto zoomPosition = ZoomPosition(zoom);
-  const bool zooms = zoom != CurrentZoom_;
-
-  if (Head_.ViscaInquiry) {
-    if (pan != CurrentPan_ || tilt != CurrentTilt_) SendVisca(ViscaMove(pan, tilt));
-    if (zooms) SendVisca("81010447" + ViscaNumber(zoomPosition) + "FF");
-  } else {
-    // Unlike VISCA moves this one also goes out where it changes nothing.
-    SendCGI("AbsolutePanTilt=" + Hex4(pan) + "," + Hex4(tilt) + "," + Text(Head_.MaxVelocity));
-    if (zooms && Head_.Has(CapabilityFullZoom))
-      SendCGI("AbsoluteZoom=" + Hex4(zoomPosition));
-    else if (zooms)
-      SendCGI(zoom > CurrentZoom_ ? "RelativeZoom=0080" : "RelativeZoom=FF80");
-  }
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  CurrentZoom_ = zoom;
+/// Raises 17001 where nothing answers and for another status than 200.
+std::string Sony::Inquire(const std::string& path) {
+  auto reply = Request(path);
+  if (!reply) Raise(PTZErrorConnectionFailed, NoInformation);
+  if (const auto status = Status(); status.Code != "200")
+    Raise(PTZErrorConnectionFailed, "Received HTTP error " + MaskCredentials(status.Text));
+  return *std::move(reply);
 }
 
 /// Raises 6 where the camera's highest speed does not fit the command's byte.
@@ -364,27 +364,6 @@ void Sony::SendAsync(const std::string& path, const std::string& body) {
   } catch (const Error& error) {
     LogMessage("Request failed. " + error.Description());
   }
-}
-
-void Sony::ContinuousMove(float pan, float tilt) {
-  SendContinuous({.Pan = ToInt32(pan), .Tilt = tilt, .Zoom = Continuous_.Zoom});
-}
-
-void Sony::ContinuousZoom(float amount) {
-  SendContinuous({.Pan = Continuous_.Pan, .Tilt = Continuous_.Tilt, .Zoom = amount});
-}
-
-/// A repeated motion is sent once; whatever goes with a pan and tilt at rest is always sent.
-void Sony::SendContinuous(const Speeds& speeds) {
-  if (!Connected_) return;
-  const auto body =
-      "ContinuousPanTiltZoom=" + Text(ToInt32(static_cast<double>(speeds.Pan) * MoveSpeedUnits)) + "," +
-      Text(ToSingle(speeds.Tilt * MoveSpeedUnits)) + "," + Text(ToSingle(speeds.Zoom * ZoomSpeedUnits)) +
-      ",Image1";
-  Continuous_ = speeds;
-  if (!LastMove_.Replace(body, speeds.Pan == 0 && speeds.Tilt == 0)) return;
-  SendCGI(body);
-  PositionAge_.Expire();
 }
 
 }  // namespace ptzd

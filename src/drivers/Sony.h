@@ -3,16 +3,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZContinuousControl.h>
+#include "common/Numbers.h"
 #include "drivers/kit/ContinuousDriver.h"
-#include "drivers/kit/DeviceBridge.h"
 #include "drivers/kit/HTTPDriver.h"
-#include "drivers/kit/PositionAge.h"
+#include "drivers/kit/WithZoom.h"
 
 namespace ptzd {
 
@@ -34,28 +31,16 @@ namespace ptzd {
 /// Zoom is 0 at the widest and 1 at full tele; below 0 is 0, above 12.6 raises 6. There is no iris, focus,
 /// home or preset. Continuous speeds are the camera's divided by 4 for pan (rounded) and tilt, by 8 for zoom;
 /// a motion is ended by `ContinuousMove(0, 0)`, for `StopContinuous` sends nothing.
-class Sony final : public DualDevice, public PTZContinuousControl, private HTTPDriver {
+class Sony final : public WithZoom<HTTPDriver>, public ContinuousDriver {
  public:
   static const DriverData Data;
 
   explicit Sony(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override { return Head_.Flags; }
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  /// Degrees to three decimals. Raises 6 where the camera reports a position beyond 16 bits.
   float Pan() override;
   float Tilt() override;
-  /// The zoom last commanded; the camera is not asked.
-  float ZoomLevel() override { return CurrentZoom_; }
-
-  bool MoveTo(float pan, float tilt) override;
-  void MoveTo(float pan, float tilt, float zoom) override;
-  bool Zoom(Zooms zoomLevel) override;
-  void Zoom(Zooms direction, float amount) override;
-  void ZoomTo(float zoom) override;
-  /// Has the position read anew before it is used next; looks at no argument.
-  void SetPanTilt(float pan, float tilt) override;
+  /// Of the commands made; the camera is not asked.
+  float ZoomLevel() override { return ToSingle(Current_.Zoom); }
 
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
@@ -95,30 +80,27 @@ class Sony final : public DualDevice, public PTZContinuousControl, private HTTPD
     float Zoom = 0;
   };
 
-  bool DeviceMove(Directions direction, float angle) override;
-  bool DeviceMoveBoth(float panAngle, float tiltAngle) override;
-  Variant DeviceDisconnect() override;
+  void ReadOptions() override;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool StepBy(double pan, double tilt) override;
+  bool ZoomAt(double zoom) override;
+  void QueryPosition() override;
 
   static Position PtzfPosition(std::string_view value);
   static std::optional<Position> ReadablePosition(std::string_view value);
   static std::optional<Position> ViscaPosition(std::string_view reply);
 
-  std::string Inquire(const std::string& path);
-  void RefreshPosition();
-  void ReadPosition();
+  void GoToUnits(HeadPosition target);
+  void SendContinuous(const Speeds& speeds);
   void Store(const std::optional<Position>& position);
-  void AbsoluteMove(double targetPan, double targetTilt, float zoom);
+  std::string Inquire(const std::string& path);
   std::string ViscaMove(std::int32_t pan, std::int32_t tilt) const;
   void SendVisca(const std::string& command);
   void SendCGI(const std::string& body);
   void SendAsync(const std::string& path, const std::string& body);
-  void SendContinuous(const Speeds& speeds);
 
   Head Head_;
-  std::int32_t CurrentPan_ = 0;   // camera units
-  std::int32_t CurrentTilt_ = 0;  // camera units
-  float CurrentZoom_ = 0;
-  PositionAge PositionAge_;
   Speeds Continuous_;
 };
 

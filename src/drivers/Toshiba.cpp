@@ -5,9 +5,8 @@
 
 #include <algorithm>
 
-#include <ptzd/Error.h>
-#include <ptzd/Logging.h>
 #include "common/Numbers.h"
+#include "drivers/kit/Options.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {
@@ -18,7 +17,7 @@ constexpr const char* PositionPath = "/getcurrentptpointapi.htm";
 constexpr const char* MovePath = "/directmoveapi.cgi?cont_3=";
 constexpr const char* ReplyPage = "&ok=dummy.htm";
 
-constexpr RequestStyle Style{.Failure = "Request failed."};
+constexpr RequestStyle Style{.TellsWhy = false};
 
 // Points per degree. Tilt counts downwards.
 constexpr double PanScale = 0.1429;
@@ -29,88 +28,83 @@ constexpr std::int16_t FirstPoint = 3;
 constexpr std::int16_t LastPan = 19;
 constexpr std::int16_t LastTilt = 13;
 
-}  // namespace
+constexpr const DriverOption* Options[] = {&AddressOption};
 
-const DriverData Toshiba::Data = {
-    .Move = MemberRule::OutcomeIfConnected,
-    .MoveTo = MemberRule::OutcomeIfConnected,
-    .MoveBoth = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::OnConnect,
-    .ConnectsUnheard = true,
-};
+constexpr double PanAt(double point) { return (point - FirstPoint) / PanScale + LeftEdge; }
+constexpr double TiltAt(double point) { return (point - FirstPoint) / TiltScale + UpperEdge; }
 
-Toshiba::Toshiba(const Platform& platform) : HTTPDriver(platform, Style) {}
-
-/// The nearest point of the grid. Raises 6 for a place beyond 16 bits.
-Toshiba::Point Toshiba::Point::Near(double pan, double tilt) {
+/// The nearest point of the grid, by the camera's numbers for it. Raises 6 for a place beyond 16 bits.
+HeadPosition Near(double pan, double tilt) {
   const auto nearestPan = ToInt16(pan), nearestTilt = ToInt16(tilt);
-  return {std::clamp(nearestPan, FirstPoint, LastPan), std::clamp(nearestTilt, FirstPoint, LastTilt)};
+  return {0.0 + std::clamp(nearestPan, FirstPoint, LastPan),
+          0.0 + std::clamp(nearestTilt, FirstPoint, LastTilt)};
 }
 
 /// The same for degrees.
-Toshiba::Point Toshiba::Point::At(float pan, float tilt) {
+HeadPosition PointAt(double pan, double tilt) {
   return Near(PanScale * (pan - LeftEdge) + FirstPoint, TiltScale * (tilt - UpperEdge) + FirstPoint);
 }
 
 /// The second word of a reply. The camera counts from 0 here but not in commands. Raises 13 where there is no
 /// number, 6 for one beyond 32 bits.
-Toshiba::Point Toshiba::Point::Reported(std::string_view reply) {
+HeadPosition Reported(std::string_view reply) {
   const auto words = Split(reply, " ");
   const auto word = words.size() > 1 ? words[1] : std::string_view();
   const auto point = ToInt32(NumberFromText(word.substr(0, word.find_first_of("\r\n"))));
-  return {ToInt16((point >> 8 & 0xFF) + FirstPoint), ToInt16((point & 0xFF) + FirstPoint)};
+  return {0.0 + (point >> 8 & 0xFF) + FirstPoint, 0.0 + (point & 0xFF) + FirstPoint};
 }
+
+}  // namespace
+
+const DriverData Toshiba::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt,
+    .Move = MemberRule::OutcomeIfConnected,
+    .MoveTo = MemberRule::OutcomeIfConnected,
+    .MoveBoth = MemberRule::OutcomeIfConnected,
+    .SetPanTilt = PlaceRule::TakenIfConnected,
+    .PositionRequests = AsksOnConnecting,
+    .PanRange = ValueRange{PanAt(FirstPoint), PanAt(LastPan), "degrees", Beyond::Limited},
+    .TiltRange = ValueRange{TiltAt(LastTilt), TiltAt(FirstPoint), "degrees", Beyond::Limited},
+    .ConnectsUnheard = true,
+    .Options = Options,
+};
+
+Toshiba::Toshiba(const Platform& platform) : HTTPDriver(Data, platform, Style) {}
 
 /// Connected also where the camera does not answer, on purpose: it may not know the question.
-bool Toshiba::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  if (Options_.Text("Address").empty()) return false;
+bool Toshiba::Open() {
   ReadPosition();
-  return Connected_ = true;
+  return true;
 }
 
-/// Keeps the position where the reply tells none.
-void Toshiba::ReadPosition() {
-  const auto reply = Request(PositionPath);
-  if (!reply || reply->empty()) return;
-  try {
-    Current_ = Point::Reported(*reply);
-  } catch (const Error& error) {
-    LogPositionNotRead(error);
-  }
+bool Toshiba::GoTo(HeadPosition target) { return GoToPoint(PointAt(target.Pan, target.Tilt)); }
+
+bool Toshiba::StepBy(double pan, double tilt) {
+  return GoToPoint(Near(Current_.Pan + PanScale * pan, Current_.Tilt + TiltScale * tilt));
 }
 
-float Toshiba::Pan() { return ToSingle((Current_.Pan - FirstPoint) / PanScale + LeftEdge); }
-
-float Toshiba::Tilt() { return ToSingle((Current_.Tilt - FirstPoint) / TiltScale + UpperEdge); }
-
-bool Toshiba::Move(Directions direction, float angle) {
-  if (!Connected_) return false;
-  const auto step = StepOf(direction, angle);
-  return MoveToPoint(Point::Near(Current_.Pan + PanScale * step.Pan, Current_.Tilt + TiltScale * step.Tilt));
-}
-
-bool Toshiba::MoveBoth(float panAngle, float tiltAngle) {
-  if (!Connected_) return false;
-  return MoveToPoint(Point::Near(Current_.Pan + PanScale * panAngle, Current_.Tilt + TiltScale * tiltAngle));
-}
-
-bool Toshiba::MoveTo(float pan, float tilt) { return Connected_ && MoveToPoint(Point::At(pan, tilt)); }
-
-bool Toshiba::MoveToPoint(const Point& target) {
+bool Toshiba::GoToPoint(const HeadPosition& target) {
   if (target.Pan == Current_.Pan && target.Tilt == Current_.Tilt) return true;
   if (!Request(MovePath + Text(target.Pan * 256 + target.Tilt) + ReplyPage)) return false;
   Current_ = target;
   return true;
 }
 
-void Toshiba::SetPanTilt(float pan, float tilt) {
-  if (Connected_) Current_ = Point::At(pan, tilt);
+float Toshiba::Pan() { return ToSingle(PanAt(Current_.Pan)); }
+
+float Toshiba::Tilt() { return ToSingle(TiltAt(Current_.Tilt)); }
+
+/// Keeps the position where the reply tells none.
+void Toshiba::QueryPosition() {
+  const auto reply = Request(PositionPath);
+  if (!reply || reply->empty()) return;
+  try {
+    Current_ = Reported(*reply);
+  } catch (const Error& error) {
+    LogPositionNotRead(error);
+  }
 }
 
-Variant Toshiba::Disconnect() {
-  Connected_ = false;
-  return true;
-}
+void Toshiba::TakePlace(float pan, float tilt) { Current_ = PointAt(pan, tilt); }
 
 }  // namespace ptzd

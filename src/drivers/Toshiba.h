@@ -1,11 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <span>
-#include <string_view>
-
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
 #include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
@@ -24,38 +18,23 @@ namespace ptzd {
 /// grid.
 ///
 /// There is no zoom, iris, focus, home or preset.
-class Toshiba final : public PTZDevice, private HTTPDriver {
+class Toshiba final : public HTTPDriver {
  public:
   static const DriverData Data;
 
   explicit Toshiba(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override { return CapabilityPan | CapabilityTilt; }
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
   float Pan() override;
   float Tilt() override;
 
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
-  void SetPanTilt(float pan, float tilt) override;
-  Variant Disconnect() override;
-
  private:
-  /// A point of the grid, by the camera's numbers for it.
-  struct Point {
-    std::int16_t Pan = 0, Tilt = 0;
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool StepBy(double pan, double tilt) override;
+  void QueryPosition() override;
+  void TakePlace(float pan, float tilt) override;
 
-    static Point Near(double pan, double tilt);
-    static Point At(float pan, float tilt);
-    static Point Reported(std::string_view reply);
-  };
-
-  void ReadPosition();
-  bool MoveToPoint(const Point& target);
-
-  Point Current_;
+  bool GoToPoint(const HeadPosition& target);
 };
 
 }  // namespace ptzd

@@ -5,6 +5,7 @@
 
 #include "common/Numbers.h"
 #include "drivers/kit/CommandTable.h"
+#include "drivers/kit/Options.h"
 #include "transport/Split2DModule.h"
 
 namespace ptzd {
@@ -19,7 +20,7 @@ constexpr const char* StoreTiltParameter = "&TiltPosition=";
 constexpr const char* RecallPath = "/api/wbpresetapi.cgi?cont_4=320";  // 256 and the preset's number
 
 constexpr RequestStyle Style{
-    .Failure = "Request failed.",
+    .TellsWhy = false,
     .Accepts = [](std::string_view reply) { return reply.starts_with("20 OK"); },
 };
 
@@ -31,80 +32,62 @@ constexpr double UpperEnd = 30;   // degrees at unit 0
 
 constexpr CommandRow<Zooms> ZoomCommands[] = {{ZoomIn, "Tele"}, {ZoomOut, "Wide"}};
 
+constexpr const DriverOption* Options[] = {&AddressOption};
+
 }  // namespace
 
 const DriverData Toshiba2::Data = {
+    .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom,
     // The moves are made, their results are not passed on.
-    .Move = MemberRule::FalseIfConnected,        .MoveTo = MemberRule::FalseIfConnected,
-    .MoveBoth = MemberRule::FalseIfConnected,    .Zoom = MemberRule::OutcomeIfConnected,
-    .ReadsPosition = PositionReading::OnConnect,
+    .Move = MemberRule::FailsIfConnected,
+    .MoveTo = MemberRule::FailsIfConnected,
+    .MoveBoth = MemberRule::FailsIfConnected,
+    .Zoom = MemberRule::OutcomeIfConnected,
+    .SetPanTilt = PlaceRule::Taken,
+    .PositionRequests = AsksOnConnecting,
+    .PanRange = ValueRange{},
+    .TiltRange = ValueRange{},
+    .Options = Options,
 };
 
-Toshiba2::Toshiba2(const Platform& platform) : HTTPDriver(platform, Style) {}
+Toshiba2::Toshiba2(const Platform& platform) : HTTPDriver(Data, platform, Style) {}
 
-bool Toshiba2::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  if (Options_.Text("Address").empty()) return false;
+bool Toshiba2::Open() {
   const auto reply = Request(PositionPath);
   if (!reply) return false;
-  ReadPosition(*reply);
-  return Connected_ = true;
+  Read(*reply);
+  return true;
 }
 
-/// Keeps the position where the reply tells none. Raises 6 for one beyond 32 bits.
-void Toshiba2::ReadPosition(std::string_view reply) {
-  ReadOrKeepPosition([&] {
-    auto pan = CurrentPan_, tilt = CurrentTilt_;
-    for (const auto& [name, value] : Split2D(reply, "\r\n", " ")) {
-      if (!value.starts_with('(') || !value.ends_with(')')) continue;
-      const auto units = [&value = value] { return NumberFromText(value.substr(1, value.size() - 2)); };
-      if (name == "PAN") pan = ToInt32(units() / PanScale + LeftEnd);
-      if (name == "TILT") tilt = ToInt32(UpperEnd - units() / TiltScale);
-    }
-    CurrentPan_ = pan;
-    CurrentTilt_ = tilt;
-  });
-}
-
-bool Toshiba2::Move(Directions direction, float angle) {
-  const auto step = StepOf(direction, angle);
-  return MoveToPosition(CurrentPan_ + step.Pan, CurrentTilt_ + step.Tilt);
-}
-
-bool Toshiba2::MoveBoth(float panAngle, float tiltAngle) {
-  return MoveToPosition(static_cast<double>(CurrentPan_) + panAngle,
-                        static_cast<double>(CurrentTilt_) + tiltAngle);
-}
-
-bool Toshiba2::MoveTo(float pan, float tilt) { return MoveToPosition(pan, tilt); }
-
-/// Stores and recalls, whatever the camera answers, and answers False in any case.
-bool Toshiba2::MoveToPosition(double targetPan, double targetTilt) {
-  if (!Connected_) return false;
-  const auto pan = ToInt32(targetPan), tilt = ToInt32(targetTilt);
+/// Stores and recalls, whatever the camera answers.
+bool Toshiba2::GoTo(HeadPosition target) {
+  const auto pan = ToInt32(target.Pan), tilt = ToInt32(target.Tilt);
   const auto panUnits = ToInt32((pan - LeftEnd) * PanScale);
   const auto tiltUnits = ToInt32((UpperEnd - tilt) * TiltScale);
   Request(StorePath + Text(panUnits) + StoreTiltParameter + Text(tiltUnits));
   Request(RecallPath);
-  CurrentPan_ = pan;
-  CurrentTilt_ = tilt;
-  return false;
-}
-
-bool Toshiba2::Zoom(Zooms zoomLevel) {
-  const auto command = CommandFor(zoomLevel, ZoomCommands);
-  return Connected_ && !command.empty() && Request(std::string(ZoomPath).append(command));
-}
-
-void Toshiba2::SetPanTilt(float pan, float tilt) {
-  const auto roundedPan = ToInt32(pan), roundedTilt = ToInt32(tilt);
-  CurrentPan_ = roundedPan;
-  CurrentTilt_ = roundedTilt;
-}
-
-Variant Toshiba2::Disconnect() {
-  Connected_ = false;
+  Current_ = {0.0 + pan, 0.0 + tilt};
   return true;
 }
+
+bool Toshiba2::ZoomBy(Zooms direction, float) {
+  return Request(std::string(ZoomPath).append(CommandFor(direction, ZoomCommands))).has_value();
+}
+
+/// Keeps the position where the reply tells none. Raises 6 for one beyond 32 bits.
+void Toshiba2::Read(std::string_view reply) {
+  ReadOrKeepPosition([&] {
+    auto position = Current_;
+    for (const auto& [name, value] : Split2D(reply, "\r\n", " ")) {
+      if (!value.starts_with('(') || !value.ends_with(')')) continue;
+      const auto units = [&value = value] { return NumberFromText(value.substr(1, value.size() - 2)); };
+      if (name == "PAN") position.Pan = ToInt32(units() / PanScale + LeftEnd);
+      if (name == "TILT") position.Tilt = ToInt32(UpperEnd - units() / TiltScale);
+    }
+    Current_ = position;
+  });
+}
+
+void Toshiba2::TakePlace(float pan, float tilt) { Current_ = {0.0 + ToInt32(pan), 0.0 + ToInt32(tilt)}; }
 
 }  // namespace ptzd

@@ -1,11 +1,7 @@
 #pragma once
 
-#include <cstdint>
-#include <span>
 #include <string_view>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
 #include "drivers/kit/HTTPDriver.h"
 
 namespace ptzd {
@@ -24,32 +20,19 @@ namespace ptzd {
 /// answer False always.
 ///
 /// There is no iris, focus, home or preset.
-class Toshiba2 final : public PTZDevice, private HTTPDriver {
+class Toshiba2 final : public HTTPDriver {
  public:
   static const DriverData Data;
 
   explicit Toshiba2(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override { return CapabilityPan | CapabilityTilt | CapabilityZoom; }
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override { return static_cast<float>(CurrentPan_); }
-  float Tilt() override { return static_cast<float>(CurrentTilt_); }
-
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
-  bool Zoom(Zooms zoomLevel) override;
-  /// Also while not connected.
-  void SetPanTilt(float pan, float tilt) override;
-  Variant Disconnect() override;
-
  private:
-  void ReadPosition(std::string_view reply);
-  bool MoveToPosition(double targetPan, double targetTilt);
+  bool Open() override;
+  bool GoTo(HeadPosition target) override;
+  bool ZoomBy(Zooms direction, float amount) override;
+  void TakePlace(float pan, float tilt) override;
 
-  std::int32_t CurrentPan_ = 0;   // degrees
-  std::int32_t CurrentTilt_ = 0;  // degrees
+  void Read(std::string_view reply);
 };
 
 }  // namespace ptzd

@@ -13,11 +13,10 @@
 #include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
-#include "platform/CodePages.h"
+#include "drivers/kit/Options.h"
 #include "platform/LetterCase.h"
 #include "transport/HTTP.h"
 #include "transport/Split2DModule.h"
-#include "transport/StringEncoding.h"
 
 namespace ptzd {
 
@@ -56,6 +55,15 @@ std::string PlainLines(std::string_view text) {
 /// Whole, and one more: the camera's slowest speed is 1.
 std::string SpeedText(float speed) { return Text(ToInt32(Int(ToSingle(speed)) + 1)); }
 
+constexpr RequestStyle Style{
+    .AnnouncesUrl = true,
+    .Completion = "Received: ",
+    .Failure = "",
+    .AcceptsStatus = [](std::string_view code) { return code == "200"; },
+};
+
+constexpr const DriverOption* Options[] = {&AddressOption, &CameraOption};
+
 }  // namespace
 
 /// A camera's model, known by the first five characters of its name.
@@ -86,53 +94,35 @@ const Vivotek::Model* Vivotek::Model::Find(std::string_view name) {
 }
 
 const DriverData Vivotek::Data = {
+    .Capabilities = CapabilityHome | CapabilityRelativeControl,
     .Move = MemberRule::OutcomeIfConnected,
     .MoveTo = MemberRule::OutcomeIfConnected,
     .MoveBoth = MemberRule::OutcomeIfConnected,
     .Zoom = MemberRule::OutcomeIfConnected,
-    .PresetGoto = MemberRule::False,
-    .PresetSave = MemberRule::False,
+    .PresetGoto = MemberRule::Fails,  // on purpose, also where the camera did as told
+    .PresetSave = MemberRule::Fails,
     .Home = MemberRule::OutcomeIfConnected,
+    .SetPanTilt = PlaceRule::TakenIfConnected,
     .DisconnectAnswersTrue = false,
-    .SharedOptions = SharesAddress | SharesCamera,
+    .OppositesCancel = true,
+    .PanRange = ValueRange{-180, 180, "degrees", Beyond::PassedOn, true},
+    .TiltRange = ValueRange{-90, 90, "degrees", Beyond::PassedOn, true},
+    .PanSpeed = ValueRange{.Unit = "fifths of a camera step"},
+    .TiltSpeed = ValueRange{.Unit = "fifths of a camera step"},
+    .ZoomSpeed = ValueRange{.Unit = "tenths of a camera step"},
+    .MovesToConnect = ConnectMovement::Always,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
+    .Options = Options,
 };
 
-Vivotek::Vivotek(const Platform& platform) : HTTPDriver(platform) {}
+Vivotek::Vivotek(const Platform& platform) : HTTPDriver(Data, platform, Style), ContinuousDriver(Data) {}
 
-Capabilities Vivotek::Capabilities() { return CapabilityBits_ | CapabilityHome | CapabilityRelativeControl; }
+void Vivotek::ReadOptions() { Found_ = {}; }
 
-bool Vivotek::NewProtocol() const { return Model_ != nullptr && Model_->NewProtocol; }
+bool Vivotek::Open() {
+  LogMessage("Connecting PTZ driver to " + AddressOption.In(Options_));
 
-std::string Vivotek::Camera() const { return Options_.Text("Camera", NewProtocol() ? "0" : "1"); }
-
-/// A reply as text. Raises 17001 for another status than 200 and what `HTTPClient` raises.
-std::string Vivotek::Fetch(const std::string& path) {
-  const auto url = Url(path);
-  LogMessage("Requesting " + url);
-  const auto body = Client_.GetResource(url, "", "");
-  RequireStatusOK(Client_);
-  auto text = DecodeBytes(body, CodePage1252);
-  LogMessage("Received: " + text);
-  return text;
-}
-
-bool Vivotek::SendCommand(const std::string& parameters) {
-  try {
-    Fetch((NewProtocol() ? NewControlPath : OldControlPath) + Camera() + "&" + parameters);
-    return true;
-  } catch (const Error&) {
-    return false;
-  }
-}
-
-bool Vivotek::Connect(std::span<const std::uint8_t> options) {
-  OpenOptions(options);
-  CapabilityBits_ = {};
-  const auto address = RequireAddress(Options_, Data);
-  LogMessage("Connecting PTZ driver to " + address);
-
-  const auto reply = Fetch(InformationPath);
+  const auto reply = TextOf(InformationPath);
   if (reply.empty()) Raise(PTZErrorConnectionFailed, "No valid reply from the device.");
 
   const Model* model = nullptr;
@@ -156,40 +146,27 @@ bool Vivotek::Connect(std::span<const std::uint8_t> options) {
   // Without a model a click cannot be placed.
   if (model == nullptr) Raise(PTZErrorUnrecognisedDevice, "Unrecognized model number: ");
 
-  CapabilityBits_ = bits;
+  Found_ = bits;
   Model_ = model;
   SendCommand(HomeCommand);
-  Connected_ = true;
   return true;
 }
 
-Variant Vivotek::Disconnect() {
-  Connected_ = false;
-  return {};
+bool Vivotek::DeviceMove(Directions direction, float angle) {
+  return Ruled(Data_.Move, [&] {
+    LogMessage("Moving " + Text(angle) + " degrees " + Text(static_cast<std::int32_t>(direction)));
+    const auto step = CancellingStepOf(direction, angle);
+    return GoTo({0.0 + ToInt32(Current_.Pan + step.Pan), 0.0 + ToInt32(Current_.Tilt + step.Tilt)});
+  });
 }
 
-bool Vivotek::Move(Directions direction, float angle) {
-  if (!Connected_) return false;
-  LogMessage("Moving " + Text(angle) + " degrees " + Text(static_cast<std::int32_t>(direction)));
-  const auto step = CancellingStepOf(direction, angle);
-  const double pan = CurrentPan_ + step.Pan, tilt = CurrentTilt_ + step.Tilt;
-  return MoveToPosition(ToInt32(pan), ToInt32(tilt));
-}
-
-bool Vivotek::MoveBoth(float panAngle, float tiltAngle) {
-  if (!Connected_) return false;
-  return MoveToPosition(static_cast<double>(CurrentPan_) + panAngle,
-                        static_cast<double>(CurrentTilt_) + tiltAngle);
-}
-
-bool Vivotek::MoveTo(float pan, float tilt) { return Connected_ && MoveToPosition(pan, tilt); }
-
-bool Vivotek::MoveToPosition(double targetPan, double targetTilt) {
-  const auto pan = ToSingle(targetPan), tilt = ToSingle(targetTilt);
+/// The click is at the target, the position that is kept in whole degrees.
+bool Vivotek::GoTo(HeadPosition target) {
+  const auto pan = ToSingle(target.Pan), tilt = ToSingle(target.Tilt);
   LogMessage("Moving to " + Text(pan) + ", " + Text(tilt));
   const auto newPan = ToInt32(pan), newTilt = ToInt32(tilt);
-  const double right = static_cast<double>(pan) - CurrentPan_;
-  const double down = static_cast<double>(CurrentTilt_) - tilt;
+  const double right = pan - Current_.Pan;
+  const double down = Current_.Tilt - tilt;
   const double width = Model_->ImageWidth, height = Model_->ImageHeight, view = Model_->FieldOfView;
   const auto click = [](double x, double y) { return "x=" + Text(ToInt32(x)) + "&y=" + Text(ToInt32(y)); };
 
@@ -203,52 +180,44 @@ bool Vivotek::MoveToPosition(double targetPan, double targetTilt) {
     parameters = click(Int(right * PanPixels) + width / 2, Int(down * TiltPixels) + height / 2);
   }
   if (!SendCommand(parameters)) return false;
-  CurrentPan_ = newPan;
-  CurrentTilt_ = newTilt;
+  Current_ = {0.0 + newPan, 0.0 + newTilt};
   return true;
 }
 
 bool Vivotek::Zoom(Zooms zoomLevel) {
-  if (!Connected_) return false;
-  LogMessage("Zooming " + Text(static_cast<std::int32_t>(zoomLevel)));
-  if (zoomLevel == ZoomIn) return SendCommand("zoom=tele");
-  if (zoomLevel == ZoomOut) return SendCommand("zoom=wide");
-  return false;
+  if (Connected_) LogMessage("Zooming " + Text(static_cast<std::int32_t>(zoomLevel)));
+  return HTTPDriver::Zoom(zoomLevel);
 }
 
-bool Vivotek::Home() { return Connected_ && SendCommand(HomeCommand); }
-
-void Vivotek::SetPanTilt(float pan, float tilt) {
-  if (!Connected_) return;
-  const auto roundedPan = ToInt32(pan), roundedTilt = ToInt32(tilt);
-  CurrentPan_ = roundedPan;
-  CurrentTilt_ = roundedTilt;
+bool Vivotek::ZoomBy(Zooms direction, float) {
+  return SendCommand(direction == ZoomIn ? "zoom=tele" : "zoom=wide");
 }
 
 std::int32_t Vivotek::PresetCount() { return NewProtocol() ? NumberedPresets : 0; }
 
-// Both answer False on purpose, also where the camera did as told.
-bool Vivotek::PresetSave(std::int32_t preset) {
-  if (NewProtocol()) Fetch(SavePath + Camera() + "&addpos=" + NumberedPreset + Text(preset));
-  return false;
+bool Vivotek::SavePreset(std::int32_t preset) {
+  if (NewProtocol()) TextOf(SavePath + Camera() + "&addpos=" + NumberedPreset + Text(preset));
+  return NewProtocol();
 }
 
-bool Vivotek::PresetGoto(std::int32_t preset) {
+bool Vivotek::GoToPreset(std::int32_t preset) {
   Recall(NumberedPreset + Text(preset));
-  return false;
+  return NewProtocol();
 }
+
+bool Vivotek::GoHome() { return SendCommand(HomeCommand); }
 
 void Vivotek::GotoNamedPreset(const std::string& id) { Recall(UrlEncode(id)); }
 
 void Vivotek::Recall(const std::string& encodedName) {
-  if (NewProtocol()) Fetch(RecallPath + Camera() + "&recall=" + encodedName);
+  if (NewProtocol()) TextOf(RecallPath + Camera() + "&recall=" + encodedName);
 }
 
 std::vector<PTZNamedPreset> Vivotek::GetNamedPresets() {
   if (!NewProtocol()) return {};
   std::vector<PTZNamedPreset> presets;
   std::set<std::string> ids;
-  const auto lines = PlainLines(Fetch(InformationPath));
+  const auto lines = PlainLines(TextOf(InformationPath));
   for (const auto& [name, value] : Split2D(lines, "\n", "=")) {
     if (value.empty() || !LowerCase(name).starts_with("preset")) continue;
     const std::string id(value);
@@ -272,6 +241,24 @@ void Vivotek::ContinuousZoom(float amount) {
                                       : std::string("zooming=") + (amount < 0 ? "wide" : "tele") +
                                             "&zs=" + SpeedText(std::abs(amount) * ZoomSpeedUnits);
   if (LastZoom_.Replace(parameters, amount == 0)) SendCommand(parameters);
+}
+
+void Vivotek::TakePlace(float pan, float tilt) { Current_ = {0.0 + ToInt32(pan), 0.0 + ToInt32(tilt)}; }
+
+bool Vivotek::NewProtocol() const { return Model_ != nullptr && Model_->NewProtocol; }
+
+std::string Vivotek::Camera() const { return Options_.Text(CameraOption.Name, NewProtocol() ? "0" : "1"); }
+
+bool Vivotek::SendCommand(const std::string& parameters) {
+  const auto* path = NewProtocol() ? NewControlPath : OldControlPath;
+  return Request(path + Camera() + "&" + parameters).has_value();
+}
+
+/// A reply that is needed. Raises 17001 for another status than 200 and what `HTTPClient` raises.
+std::string Vivotek::TextOf(const std::string& path) {
+  auto reply = Fetch(path);
+  if (reply.Failure) throw *reply.Failure;
+  return std::move(reply.Text);
 }
 
 }  // namespace ptzd

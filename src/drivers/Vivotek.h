@@ -1,14 +1,11 @@
 #pragma once
 
+#include <ptzd/PTZNamedPresets.h>
+
 #include <cstdint>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <ptzd/DriverData.h>
-#include <ptzd/PTZDevice.h>
-#include <ptzd/PTZNamedPresets.h>
 #include "drivers/kit/ContinuousDriver.h"
 #include "drivers/kit/HTTPDriver.h"
 
@@ -30,52 +27,40 @@ namespace ptzd {
 /// the camera refuses or does not answer. Continuous speeds are sent as told, with a speed of five times
 /// their sum (ten times for zoom) plus 1 beside them; no connection is needed for them either. There is no
 /// iris or focus.
-class Vivotek final : public PTZDevice, public PTZNamedPresets, public ContinuousDriver, private HTTPDriver {
+class Vivotek final : public HTTPDriver, public PTZNamedPresets, public ContinuousDriver {
  public:
   static const DriverData Data;
 
   explicit Vivotek(const Platform& platform = {});
 
-  ptzd::Capabilities Capabilities() override;
-  [[nodiscard]] bool Connect(std::span<const std::uint8_t> options) override;
-  bool Connected() override { return Connected_; }
-  float Pan() override { return static_cast<float>(CurrentPan_); }
-  float Tilt() override { return static_cast<float>(CurrentTilt_); }
-
-  bool Move(Directions direction, float angle = 5) override;
-  bool MoveTo(float pan, float tilt) override;
-  bool MoveBoth(float panAngle, float tiltAngle) override;
   bool Zoom(Zooms zoomLevel) override;
-  bool Home() override;
-  /// Rounds to whole degrees.
-  void SetPanTilt(float pan, float tilt) override;
-  Variant Disconnect() override;
-
   std::int32_t PresetCount() override;
-  /// Answer False also when the camera took the command.
-  bool PresetGoto(std::int32_t preset) override;
-  bool PresetSave(std::int32_t preset) override;
   /// Every preset has the index 0; its name is its ID. Raises 457 where the camera lists a name twice.
   std::vector<PTZNamedPreset> GetNamedPresets() override;
   void GotoNamedPreset(const std::string& id) override;
-
   void ContinuousMove(float pan, float tilt) override;
   void ContinuousZoom(float amount) override;
 
  private:
   struct Model;
 
+  void ReadOptions() override;
+  bool Open() override;
+  bool DeviceMove(Directions direction, float angle) override;
+  bool GoTo(HeadPosition target) override;
+  bool ZoomBy(Zooms direction, float amount) override;
+  bool SavePreset(std::int32_t preset) override;
+  bool GoToPreset(std::int32_t preset) override;
+  bool GoHome() override;
+  void TakePlace(float pan, float tilt) override;
+
   bool NewProtocol() const;
   std::string Camera() const;
-  std::string Fetch(const std::string& path);
-  bool SendCommand(const std::string& parameters);
   void Recall(const std::string& encodedName);
-  bool MoveToPosition(double pan, double tilt);
+  bool SendCommand(const std::string& parameters);
+  std::string TextOf(const std::string& path);
 
-  ptzd::Capabilities CapabilityBits_{};
   const Model* Model_ = nullptr;  // of the last `Connect`; until then commands are those of older models
-  std::int32_t CurrentPan_ = 0;   // degrees
-  std::int32_t CurrentTilt_ = 0;  // degrees
 };
 
 }  // namespace ptzd

@@ -358,7 +358,7 @@ TEST_P(EveryMake, DoesWhatItsDataSays) {
     change(wanted);
     Try(
         name, [&, call = call] { answer = call(); }, wanted, messages);
-    EXPECT_EQ(answer, rule != MemberRule::False && rule != MemberRule::FalseIfConnected) << name;
+    EXPECT_EQ(answer, rule != MemberRule::Fails && rule != MemberRule::FailsIfConnected) << name;
   }
   if (presets) {
     EXPECT_TRUE(Lists(Camera->State(), its.Preset)) << Camera->State();

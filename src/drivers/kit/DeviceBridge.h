@@ -31,18 +31,4 @@ class PTZDevice2Bridge : public PTZDevice2 {
   virtual void Device2Disconnect() = 0;
 };
 
-/// Base of a driver with both interfaces. What it does not override of `PTZDevice2` forwards to `PTZDevice`,
-/// which is also what the three names mean on the class itself.
-class DualDevice : public PTZDeviceBridge, public PTZDevice2Bridge {
- public:
-  using PTZDeviceBridge::Disconnect;
-  using PTZDeviceBridge::Move;
-  using PTZDeviceBridge::MoveBoth;
-
- protected:
-  void Device2Move(Directions direction, float angle) override { DeviceMove(direction, angle); }
-  void Device2MoveBoth(float panAngle, float tiltAngle) override { DeviceMoveBoth(panAngle, tiltAngle); }
-  void Device2Disconnect() override { DeviceDisconnect(); }
-};
-
 }  // namespace ptzd

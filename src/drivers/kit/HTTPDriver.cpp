@@ -1,11 +1,13 @@
 #include "drivers/kit/HTTPDriver.h"
 
+#include <ptzd/Logging.h>
+
 #include <algorithm>
 
-#include <ptzd/Logging.h>
+#include "common/Credentials.h"
 #include "common/Numbers.h"
-#include "drivers/kit/AddressLogins.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"
 
@@ -20,12 +22,6 @@ HTTPStatus StatusOf(const HTTPClient& client) {
   return {.Line = std::move(line), .Code = status.substr(0, status.find(' ')), .Text = status};
 }
 
-void RequireStatusOK(const HTTPClient& client) {
-  const auto status = StatusOf(client);
-  if (status.Code != "200")
-    Raise(PTZErrorConnectionFailed, "Received HTTP error " + MaskCredentials(status.Text));
-}
-
 void LogPositionNotRead(const Error& error) { LogMessage("Position not read. " + error.Description()); }
 
 void AppendParameter(std::string& parameters, std::string_view parameter) {
@@ -33,50 +29,48 @@ void AppendParameter(std::string& parameters, std::string_view parameter) {
   parameters += parameter;
 }
 
-HTTPDriver::HTTPDriver(const Platform& platform, const RequestStyle& style)
-    : Client_(*platform.internet, *platform.clock), Style_(style), Clock_(*platform.clock) {}
-
-void HTTPDriver::OpenOptions(std::span<const std::uint8_t> contents) {
-  Connected_ = false;
-  LastMove_ = {}, LastZoom_ = {};  // a motion that is held goes on behind a reconnect
-  Options_ = {};
-  Options_.Contents(contents);
-  try {
-    Logins_.Set(LoginsOf(Options_.Text("Address")));
-  } catch (const Error&) {
-    Logins_.Set({});  // no text, so without a login; who needs the address raises that
-  }
-}
+HTTPDriver::HTTPDriver(const DriverData& data, const Platform& platform, const RequestStyle& style)
+    : Driver(data, platform), Client_(*platform.internet, *platform.clock), Style_(style) {}
 
 std::string HTTPDriver::Url(std::string_view path) const {
-  return "http://" + Options_.Text("Address").append(path);
+  if (Data_.NeedsOptions && !HasOptions_) Raise(ErrorObjectNotSet);
+  return "http://" + AddressOption.In(Options_).append(path);
 }
 
-std::optional<std::string> HTTPDriver::Request(const std::string& path) {
-  if (!Style_.AnnouncesUrl) LogMessage(std::string(Style_.Announcement).append(path));
+HTTPReply HTTPDriver::Fetch(std::string_view path) {
+  const auto announce = [this](std::string_view what) {
+    if (!Style_.Announcement.empty()) LogMessage(std::string(Style_.Announcement).append(what));
+  };
+  const auto url = Url(path);
+  announce(Style_.AnnouncesUrl ? url : path);
   try {
-    const auto url = Url(path);
-    if (Style_.AnnouncesUrl) LogMessage(std::string(Style_.Announcement).append(url));
     const auto body = Client_.GetResource(url, "", "");
-    if (Style_.AcceptsStatus != nullptr && !Style_.AcceptsStatus(StatusOf(Client_).Code)) return std::nullopt;
-    auto reply = DecodeBytes(body, CodePage1252);
-    LogMessage(std::string(Style_.Completion).append(reply));
-    if (Style_.Accepts == nullptr) return reply;
-    LastReply_ = std::move(reply);
-    if (!Style_.Accepts(LastReply_)) return std::nullopt;
-    return LastReply_;
+    if (Style_.AcceptsStatus != nullptr) {
+      const auto status = Status();
+      if (!Style_.AcceptsStatus(status.Code))
+        return {.Failure =
+                    Error(PTZErrorConnectionFailed, "Received HTTP error " + MaskCredentials(status.Text))};
+    }
+    auto text = DecodeBytes(body, CodePage1252);
+    if (!Style_.Completion.empty()) LogMessage(std::string(Style_.Completion).append(text));
+    return {.Text = std::move(text)};
   } catch (const Error& error) {
-    std::string failure(Style_.Failure);
-    if (failure.ends_with(' ')) failure += error.Description();
-    if (!failure.empty()) LogMessage(failure);
-    return std::nullopt;
+    if (!Style_.Failure.empty())
+      LogMessage(std::string(Style_.Failure) + (Style_.TellsWhy ? " " + error.Description() : ""));
+    return {.Failure = error};
   }
+}
+
+std::optional<std::string> HTTPDriver::Request(std::string_view path) {
+  auto reply = Fetch(path);
+  if (reply.Failure || (Style_.Accepts != nullptr && !Style_.Accepts(reply.Text))) return std::nullopt;
+  return std::move(reply.Text);
 }
 
 std::string HTTPDriver::CommandPath(std::string_view base, std::string_view channelParameter,
                                     std::string_view command) const {
   std::string path(base);
-  if (const auto port = Options_.Long("Port", 0); port != 0)
+  if (const auto port = PortOption<std::int32_t>.In(Options_); port != 0)
     path.append(channelParameter).append(Text(port)).append("&");
   return path.append(command);
 }

@@ -1,16 +1,12 @@
 #pragma once
 
-#include <cstdint>
+#include <ptzd/Error.h>
+
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include <ptzd/Error.h>
-#include <ptzd/Platform.h>
-#include <ptzd/PropertyBag.h>
-#include "common/Credentials.h"
-#include "drivers/kit/LastMotion.h"
+#include "drivers/kit/Driver.h"
 #include "transport/HTTPClient.h"
 
 namespace ptzd {
@@ -28,11 +24,10 @@ struct RequestStyle {
   std::string_view Announcement = "Requesting ";              ///< logged before the request, with
   bool AnnouncesUrl = false;                                  ///< the whole URL, else the path
   std::string_view Completion = "Request complete. Reply: ";  ///< logged with the reply text
-  /// Logged where the transport failed; one that ends in a blank is followed by the error's description, an
-  /// empty one is not logged.
-  std::string_view Failure = "Request failed. ";
+  std::string_view Failure = "Request failed.";               ///< logged where the transport failed
+  bool TellsWhy = true;                                       ///< with the error's description behind
   /// Whether a reply with this status code is a success; without one, every status is. The others' replies
-  /// are neither logged nor kept.
+  /// are not logged.
   bool (*AcceptsStatus)(std::string_view code) = nullptr;
   /// Whether a reply is a success; without one, every reply is.
   bool (*Accepts)(std::string_view reply) = nullptr;
@@ -42,8 +37,11 @@ struct RequestStyle {
 constexpr RequestStyle SendingStyle{
     .Announcement = "Sending: ", .AnnouncesUrl = true, .Completion = "Received: ", .Failure = ""};
 
-/// Raises 17001 "Received HTTP error 404 Not Found" unless the last reply's code is 200.
-void RequireStatusOK(const HTTPClient& client);
+/// What came of a request.
+struct HTTPReply {
+  std::string Text;              ///< the body, read as code page 1252
+  std::optional<Error> Failure;  ///< why there is none: the transport's error, or 17001 for a status
+};
 
 /// Logs why a position could not be read.
 void LogPositionNotRead(const Error& error);
@@ -63,43 +61,34 @@ void ReadOrKeepPosition(const Reading& read) {
 /// Appends "name=value", with "&" in front unless it is the first parameter.
 void AppendParameter(std::string& parameters, std::string_view parameter);
 
-/// What the HTTP drivers share: the options, the client and the request routine. Its members are a driver's
-/// own; hosts never see them.
-class HTTPDriver {
+/// Base of the drivers that speak HTTP.
+class HTTPDriver : public Driver {
  protected:
-  explicit HTTPDriver(const Platform& platform, const RequestStyle& style = {});
-  ~HTTPDriver() = default;
+  HTTPDriver(const DriverData& data, const Platform& platform, const RequestStyle& style = {});
 
-  /// Begins a `Connect`: not connected and told of no motion from here on, and the new options hold even if
-  /// they cannot be read.
-  /// The login of their address is masked in every message until the next.
-  void OpenOptions(std::span<const std::uint8_t> contents);
-
-  /// "http://", the option Address as it stands, and the path.
+  /// "http://", the option Address as it stands, and the path. Raises 91 before the first `Connect` where the
+  /// data says so.
   std::string Url(std::string_view path) const;
 
-  /// Fetches a path (which begins with "/") and gives the reply as text, or nothing where the transport
-  /// failed or the style does not accept the reply; then `LastReply_` has it all the same. Blocks as
-  /// `HTTPClient::GetResource` does; never raises an `Error` of the transport.
-  std::optional<std::string> Request(const std::string& path);
+  /// Fetches a path (which begins with "/") and logs as the style says. Blocks as `HTTPClient::GetResource`
+  /// does; never raises an `Error` of the transport.
+  HTTPReply Fetch(std::string_view path);
+  /// The same, judged: the reply's text, or nothing where there is none or the style does not accept it.
+  std::optional<std::string> Request(std::string_view path);
+  /// The reply as it came, whatever its status, unlogged. Raises what `HTTPClient::GetResource` raises.
+  Bytes Get(std::string_view path) { return Client_.GetResource(Url(path), "", ""); }
+  /// The status of the last of these.
+  HTTPStatus Status() const { return StatusOf(Client_); }
 
   /// A base path, then the channel parameter, the option Port and "&" unless Port is 0, then the command.
   std::string CommandPath(std::string_view base, std::string_view channelParameter,
                           std::string_view command) const;
 
-  std::int32_t TickCount() const { return Clock_.TickCount(); }
-
-  PropertyBag Options_;
-  std::string LastReply_;  ///< the last reply that a style had to judge, accepted or not
   HTTPClient Client_;
-  bool Connected_ = false;
-  // The texts of the continuous commands sent last. A make with one command for both uses the first.
-  LastMotion<std::string> LastMove_, LastZoom_;
 
  private:
   MaskedLogins Logins_;
   RequestStyle Style_;
-  Clock& Clock_;
 };
 
 }  // namespace ptzd

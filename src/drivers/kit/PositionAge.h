@@ -9,10 +9,11 @@ namespace ptzd {
 /// How old a driver's knowledge of its camera's position is. Ticks are those of `Clock::TickCount`.
 class PositionAge {
  public:
-  static constexpr std::int32_t Lifetime = 5000;  ///< milliseconds that a position is good for
+  /// `lifetime` is how many milliseconds a position is good for.
+  explicit PositionAge(std::int32_t lifetime) : Lifetime_(lifetime) {}
 
   /// Whether the camera has to be asked before the position is used.
-  bool IsDue(std::int32_t now) const { return Stale_ || TimeDiff(Since_, now) >= Lifetime; }
+  bool IsDue(std::int32_t now) const { return Stale_ || TimeDiff(Since_, now) >= Lifetime_; }
 
   /// The position was asked for or commanded now. A stale one stays stale: something else may have moved the
   /// camera.
@@ -23,6 +24,7 @@ class PositionAge {
   void Asked() { Stale_ = false; }
 
  private:
+  std::int32_t Lifetime_;
   std::int32_t Since_ = 0;
   bool Stale_ = false;
 };

@@ -1,0 +1,161 @@
+#include "drivers/kit/Driver.h"
+
+#include <algorithm>
+
+#include "common/Numbers.h"
+#include "drivers/kit/AddressLogins.h"
+#include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/Options.h"
+
+namespace ptzd {
+
+bool Driver::Connect(std::span<const std::uint8_t> options) {
+  Connected_ = false;
+  LetGo();
+  LastMove_ = {}, LastZoom_ = {};  // a motion that is held goes on behind a reconnect
+  HasOptions_ = true;
+  Options_ = {};
+  Options_.Contents(options);
+  MaskLogin();
+  ReadOptions();
+  const bool needsAddress = std::ranges::find(Data_.Options, &AddressOption) != Data_.Options.end();
+  if (needsAddress && AddressOption.In(Options_).empty()) {
+    if (Data_.NoAddress) Raise(Data_.NoAddress->Number, std::string(Data_.NoAddress->Description));
+    return false;
+  }
+  return Connected_ = Open();
+}
+
+void Driver::MaskLogin() {
+  try {
+    Logins_.Set(LoginsOf(AddressOption.In(Options_)));
+  } catch (const Error&) {
+    Logins_.Set({});  // no text, so without a login; who needs the address raises that
+  }
+}
+
+Variant Driver::DeviceDisconnect() {
+  Release();
+  Connected_ = false;
+  return Data_.DisconnectAnswersTrue ? Variant(true) : Variant();
+}
+
+bool Driver::NeedsConnection(MemberRule rule) {
+  return rule == MemberRule::OutcomeIfConnected || rule == MemberRule::SucceedsIfConnected ||
+         rule == MemberRule::FailsIfConnected;
+}
+
+bool Driver::DeviceMove(Directions direction, float angle) {
+  return Ruled(Data_.Move, [&] {
+    const auto step = Data_.OppositesCancel ? CancellingStepOf(direction, angle) : StepOf(direction, angle);
+    const auto pan = ToSingle(step.Pan), tilt = ToSingle(step.Tilt);  // before the camera is asked
+    RefreshFor(AsksBeforeMove);
+    return StepBy(pan, tilt);
+  });
+}
+
+bool Driver::DeviceMoveBoth(float panAngle, float tiltAngle) {
+  return Ruled(Data_.MoveBoth, [&] {
+    const auto pan = ToSingle(panAngle), tilt = ToSingle(tiltAngle);
+    RefreshFor(AsksBeforeMove);
+    return StepBy(pan, tilt);
+  });
+}
+
+bool Driver::StepBy(double pan, double tilt) {
+  return GoTo({Current_.Pan + pan, Current_.Tilt + tilt, Current_.Zoom});
+}
+
+bool Driver::MoveTo(float pan, float tilt) {
+  return Ruled(Data_.MoveTo, [&] {
+    RefreshFor(AsksBeforeMoveTo);
+    return GoTo({pan, tilt, Current_.Zoom});
+  });
+}
+
+bool Driver::MoveToPlace(float pan, float tilt, float zoom) {
+  return Ruled(Data_.MoveTo, [&] {
+    RefreshFor(AsksBeforeMoveTo);
+    return GoTo({pan, tilt, zoom});
+  });
+}
+
+bool Driver::Zoom(Zooms zoomLevel) { return ZoomStep(zoomLevel, ZoomStepAmount); }
+
+bool Driver::ZoomStep(Zooms direction, float amount) {
+  return Ruled(Data_.Zoom, [&] {
+    ToSingle(ZoomStepOf(direction, amount));
+    RefreshFor(AsksBeforeZoom);
+    return (IsZoomStep(direction) || Data_.SendsEmptyZooms) && ZoomBy(direction, amount);
+  });
+}
+
+bool Driver::ZoomBy(Zooms direction, float amount) {
+  return ZoomAt(ToSingle(Current_.Zoom + ZoomStepOf(direction, amount)));
+}
+
+bool Driver::ZoomTarget(float zoom) {
+  return Ruled(Data_.Zoom, [&] {
+    RefreshFor(AsksBeforeZoomTo);
+    return ZoomAt(zoom);
+  });
+}
+
+bool Driver::Iris(ptzd::Iris irisLevel) {
+  return Ruled(Data_.Iris, [&] { return SetIris(irisLevel); });
+}
+
+bool Driver::Focus(ptzd::Focus focusLevel) {
+  return Ruled(Data_.Focus, [&] { return SetFocus(focusLevel); });
+}
+
+bool Driver::PresetGoto(std::int32_t preset) {
+  return Ruled(Data_.PresetGoto, [&] { return GoToPreset(preset); });
+}
+
+bool Driver::PresetSave(std::int32_t preset) {
+  return Ruled(Data_.PresetSave, [&] { return SavePreset(preset); });
+}
+
+bool Driver::Home() {
+  return Ruled(Data_.Home, [&] { return GoHome(); });
+}
+
+void Driver::SetPanTilt(float pan, float tilt) {
+  const auto rule = Data_.SetPanTilt;
+  const bool ifConnected = rule == PlaceRule::TakenIfConnected || rule == PlaceRule::AsksAnewIfConnected;
+  if (rule == PlaceRule::Ignored || (ifConnected && !Connected_)) return;
+  if (rule == PlaceRule::AsksAnew || rule == PlaceRule::AsksAnewIfConnected)
+    PositionAge_.Expire();  // the camera knows better
+  else
+    TakePlace(pan, tilt);
+}
+
+void Driver::TakePlace(float pan, float tilt) {
+  const double newPan = ToSingle(pan), newTilt = ToSingle(tilt);
+  Current_.Pan = newPan;
+  Current_.Tilt = newTilt;
+}
+
+float Driver::Answer(double HeadPosition::*axis) {
+  RefreshFor(AsksBeforeAnswer);
+  return ToSingle(Current_.*axis);
+}
+
+void Driver::Refresh() {
+  if (PositionAge_.IsDue(TickCount())) ReadPosition();
+}
+
+void Driver::ReadPosition() {
+  PositionAge_.Asked();
+  // From the end of the wait: a camera that is away is not waited for again at once.
+  try {
+    QueryPosition();
+  } catch (...) {
+    PositionAge_.Set(TickCount());
+    throw;
+  }
+  PositionAge_.Set(TickCount());
+}
+
+}  // namespace ptzd
