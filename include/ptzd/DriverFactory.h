@@ -17,7 +17,7 @@ struct DriverClass {
   std::unique_ptr<PTZDevice> (*Create)(const Platform& platform);
 };
 
-/// All driver classes of this build. A driver is added by one row.
+/// All driver classes of this build, in the order of the catalogue.
 std::span<const DriverClass> DriverClasses();
 
 /// The class of a ProgID in any case of letters, null where this build has none of that name.
