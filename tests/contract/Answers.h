@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -11,7 +12,7 @@
 
 namespace ptzd::test {
 
-/// One block of answers.expected: a driver and the camera that is played to it.
+/// One block of a driver's table: the driver and the camera that is played to it.
 struct Answers {
   std::string Title, Driver;
   std::map<std::string, std::string> Facts;
@@ -53,15 +54,15 @@ inline std::string Unescaped(const std::string& text) {
   return bytes;
 }
 
-inline std::vector<Answers> ReadAnswers(std::istream& file) {
-  std::vector<Answers> all;
+/// Adds a file's blocks. The first of all holds for every driver, a driver's first for its other cameras.
+inline void ReadAnswers(const std::filesystem::path& path, std::vector<Answers>& all) {
+  std::ifstream file(path);
   bool inMembers = false;
   std::vector<std::string> said;
   for (std::string line; std::getline(file, line);) {
     if (line.empty() || line[0] == '#') continue;
     if (line[0] != ' ') {
       const auto driver = line.substr(0, line.find(','));
-      // A first block holds for every driver, a driver's first for its other cameras.
       const auto own = std::ranges::find(all, driver, &Answers::Driver);
       auto block = own != all.end() ? *own : all.empty() ? Answers{} : all.front();
       block.Title = line;
@@ -95,6 +96,14 @@ inline std::vector<Answers> ReadAnswers(std::istream& file) {
       block.Facts[name] = value;
     }
   }
+}
+
+/// The tables of all drivers, of a tree of tests.
+inline std::vector<Answers> ReadAllAnswers(const std::filesystem::path& tests) {
+  std::vector<Answers> all;
+  ReadAnswers(tests / "contract/answers.expected", all);
+  for (const auto& entry : std::filesystem::directory_iterator(tests / "drivers"))
+    if (entry.path().extension() == ".expected") ReadAnswers(entry.path(), all);
   return all;
 }
 

@@ -99,7 +99,7 @@ const char* SourceText(PositionSource source) {
   return "";
 }
 
-/// A driver and the camera that its block of answers.expected plays.
+/// A driver and the camera that its table plays.
 class Session {
  public:
   Session(const DriverClass& driver, const Answers& answers)
@@ -284,16 +284,13 @@ struct Range {
 class EveryDriver : public testing::TestWithParam<DriverClass> {
  protected:
   static const std::vector<Answers>& Table() {
-    static const auto table = [] {
-      std::ifstream file(PTZD_ANSWERS);
-      return test::ReadAnswers(file);
-    }();
+    static const auto table = test::ReadAllAnswers(PTZD_TEST_TABLES);
     return table;
   }
   void SetUp() override {
     for (const auto& answers : Table())
       if (GetParam().ProgID == "QVPTZ." + answers.Driver) Cameras.push_back(&answers);
-    ASSERT_FALSE(Cameras.empty()) << "in " PTZD_ANSWERS;
+    ASSERT_FALSE(Cameras.empty()) << "no table in " PTZD_TEST_TABLES "/drivers";
   }
   Session NewSession(const Answers& answers) const { return {GetParam(), answers}; }
 
