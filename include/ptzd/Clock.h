@@ -3,10 +3,12 @@
 #include <chrono>
 #include <cstdint>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// The time as drivers see it. Tests hand a driver a clock of their own.
-class Clock {
+class PTZD_API Clock {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
 
@@ -20,6 +22,6 @@ class Clock {
 };
 
 /// The system's own clock, implemented by the platform.
-Clock& SystemClock();
+PTZD_API Clock& SystemClock();
 
 }  // namespace ptzd

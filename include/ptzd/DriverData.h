@@ -64,7 +64,7 @@ enum class Beyond {
 };
 
 /// Whether `Connect` moves the camera, whatever the options say.
-enum class ConnectMovement { Never, OnSomeModels, Always };
+enum class ConnectMovement { Never, OnSomeModels, OnEveryModel };
 
 /// What an axis or a speed takes. Infinite ends: the driver knows none.
 struct ValueRange {

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// The run time's own error numbers; a host knows them by these values.
@@ -22,7 +24,7 @@ enum RunTimeError : std::int32_t {
 };
 
 /// The one exception type of the library: what a host sees as error number, source and description.
-class Error : public std::exception {
+class PTZD_API Error : public std::exception {
  public:
   Error(std::int32_t number, std::string description, std::optional<std::string> source = std::nullopt)
       : Number_(number), Description_(std::move(description)), Source_(std::move(source)) {}
@@ -40,9 +42,9 @@ class Error : public std::exception {
 };
 
 /// The usual text of a run-time error number.
-std::string RunTimeErrorText(RunTimeError number);
+PTZD_API std::string RunTimeErrorText(RunTimeError number);
 
 /// Throws `Error` with the number's usual text.
-[[noreturn]] void Raise(RunTimeError number);
+[[noreturn]] PTZD_API void Raise(RunTimeError number);
 
 }  // namespace ptzd

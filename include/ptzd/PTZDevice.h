@@ -4,6 +4,7 @@
 #include <span>
 
 #include <ptzd/Enumerations.h>
+#include <ptzd/Export.h>
 #include <ptzd/Variant.h>
 
 namespace ptzd {
@@ -18,7 +19,7 @@ namespace ptzd {
 /// 13104, 13106), in what reads Sanyo's position (9) and on a Pelco line (57, 8018). Every member raises 6
 /// (overflow) for a number, an argument's or the camera's, that does not fit, 13 for an option that it reads
 /// and that is not of its kind, and some drivers' 91 for want of a line or of options (`DriverData`).
-class PTZDevice {
+class PTZD_API PTZDevice {
  public:
   virtual ~PTZDevice() = default;
 

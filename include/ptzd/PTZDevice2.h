@@ -4,6 +4,7 @@
 #include <span>
 
 #include <ptzd/Enumerations.h>
+#include <ptzd/Export.h>
 
 namespace ptzd {
 
@@ -12,7 +13,7 @@ constexpr float ZoomStepAmount = 0.25F;  ///< of a zoom step, in the driver's ow
 /// The extended interface with absolute zoom. Members are as those of `PTZDevice`, with which they share the
 /// driver's state, but moves answer nothing. Zoom positions are in the driver's own scale, 0 being the
 /// widest.
-class PTZDevice2 {
+class PTZD_API PTZDevice2 {
  public:
   virtual ~PTZDevice2() = default;
 

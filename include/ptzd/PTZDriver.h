@@ -3,10 +3,12 @@
 #include <string>
 #include <utility>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// An entry of the catalogue.
-class PTZDriver {
+class PTZD_API PTZDriver {
  public:
   PTZDriver(std::string name, std::string progID) : Class_(std::move(progID)), Name_(std::move(name)) {}
 

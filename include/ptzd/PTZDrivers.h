@@ -4,17 +4,22 @@
 #include <memory>
 #include <vector>
 
+#include <ptzd/Export.h>
 #include <ptzd/PTZDriver.h>
 #include <ptzd/Variant.h>
-#include "platform/DriverAnnouncements.h"
 
 namespace ptzd {
 
+struct Announcement;
+class DriverAnnouncements;
+
 /// The drivers that a host offers its user: those of this library in a fixed order, then those that other
 /// packages announce, machine-wide ones before the user's. Read once, when it is created.
-class PTZDrivers {
+class PTZD_API PTZDrivers {
  public:
-  explicit PTZDrivers(DriverAnnouncements& announcements = SystemDriverAnnouncements());
+  PTZDrivers();
+  /// With announcements from elsewhere than the system.
+  explicit PTZDrivers(DriverAnnouncements& announcements);
 
   /// The entry at a position counted from 1. Raises 5 (invalid procedure call) for any other number and any
   /// text.

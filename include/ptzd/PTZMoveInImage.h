@@ -2,11 +2,13 @@
 
 #include <cstdint>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// Centres the camera on a point of the picture. No driver of this library implements it; drivers outside
 /// may, and announce it by `CapabilityMoveInImage`.
-class PTZMoveInImage {
+class PTZD_API PTZMoveInImage {
  public:
   virtual ~PTZMoveInImage() = default;
 

@@ -4,10 +4,12 @@
 #include <string>
 #include <utility>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// One named preset of a camera.
-class PTZNamedPreset {
+class PTZD_API PTZNamedPreset {
  public:
   PTZNamedPreset() = default;
   PTZNamedPreset(std::int32_t index, std::string id, std::string name)

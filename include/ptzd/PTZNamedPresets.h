@@ -3,12 +3,13 @@
 #include <string>
 #include <vector>
 
+#include <ptzd/Export.h>
 #include <ptzd/PTZNamedPreset.h>
 
 namespace ptzd {
 
 /// Presets that the camera knows by name.
-class PTZNamedPresets {
+class PTZD_API PTZNamedPresets {
  public:
   virtual ~PTZNamedPresets() = default;
 

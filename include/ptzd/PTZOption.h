@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ptzd/Export.h>
 #include <ptzd/Variant.h>
 
 #include <cstdint>
@@ -21,7 +22,7 @@ enum OptionTypes : std::int32_t {
 };
 
 /// Describes one option that a driver understands beyond the common ones, for a host's settings page.
-class PTZOption {
+class PTZD_API PTZOption {
  public:
   /// Fills the descriptor, once: raises 5 (invalid procedure call) and changes nothing when it has a name
   /// already.
@@ -48,7 +49,7 @@ class PTZOption {
 
 /// An option as a driver's data has it: what a settings page shows, and what the driver takes where the
 /// options do not hold the name.
-struct DriverOption {
+struct PTZD_API DriverOption {
   std::string_view Name;
   std::string_view Description;
   OptionTypes OType = OptionText;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ptzd/Export.h>
 #include <ptzd/PTZOption.h>
 
 #include <cstdint>
@@ -9,7 +10,7 @@
 namespace ptzd {
 
 /// The descriptors of a driver's options.
-class PTZOptions {
+class PTZD_API PTZOptions {
  public:
   virtual ~PTZOptions() = default;
 

@@ -1,14 +1,23 @@
 #pragma once
 
+#include <string_view>
+
 #include <ptzd/Clock.h>
-#include "platform/DebugOutput.h"
-#include "platform/Internet.h"
-#include "platform/Socket.h"
+#include <ptzd/Export.h>
 
 namespace ptzd {
 
-/// What a driver takes from the system. The members are the system's own unless a host or a test puts others
-/// in their place; they must outlive the driver. Serial ports come from the thread's `SerialPortPool`.
+class Internet;
+class Sockets;
+
+// The system's own, implemented by the platform.
+PTZD_API Internet& SystemInternet();
+PTZD_API Sockets& SystemSockets();
+PTZD_API void DebugOutput(std::string_view line);
+
+/// What a driver takes from the system. The members are the system's own unless others are put in their
+/// place, which must outlive the driver: a host may give it a clock and take its debug output; what is behind
+/// the other two is the library's own. Serial ports come from the thread's `SerialPortPool`.
 struct Platform {
   Internet* internet = &SystemInternet();
   Clock* clock = &SystemClock();

@@ -9,12 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include <ptzd/Export.h>
 #include <ptzd/Variant.h>
 
 namespace ptzd {
 
 /// Contents that another kind of property bag wrote. Only that kind can read them, a value at a time.
-class ForeignContents {
+class PTZD_API ForeignContents {
  public:
   virtual ~ForeignContents() = default;
   /// The value of a name, nothing where there is none. Raises 13 for a value of a kind that no option has.
@@ -27,14 +28,14 @@ using ForeignContentsOpener = std::unique_ptr<const ForeignContents> (*)(std::sp
 
 /// Sets what is asked about contents that do not begin as ours do; nothing is until then. Safe to call from
 /// any thread.
-void SetForeignContentsOpener(ForeignContentsOpener opener);
+PTZD_API void SetForeignContentsOpener(ForeignContentsOpener opener);
 
 /// Named values: the connection options that a host hands to `Connect` as `Contents`. Names compare exactly.
 ///
 /// Contents are the four bytes "PTZB", a format version (16 bits), the number of values (16 bits), and for
 /// every value its name, a type byte and the value; lengths and numbers are little-endian, texts are UTF-8
 /// with a 32-bit length in front, numbers have 32 or 64 bits. Nothing follows the last value.
-class PropertyBag {
+class PTZD_API PropertyBag {
  public:
   static constexpr std::uint16_t FormatVersion = 1;
 

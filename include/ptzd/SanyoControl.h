@@ -3,10 +3,12 @@
 #include <cstdint>
 #include <string_view>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// What the driver of Sanyo cameras (`QVPTZ.Sanyo`) has beside the interfaces of all drivers.
-class SanyoControl {
+class PTZD_API SanyoControl {
  public:
   virtual ~SanyoControl() = default;
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// Error numbers of a serial port, those that hosts know from serial-port controls.
@@ -19,7 +21,7 @@ enum SerialPortErrors : std::int32_t {
 
 /// A serial line that is only written to. The members are the four that a host's own serial-port control has,
 /// so that one can stand in for it. All raise `Error` with a number of `SerialPortErrors`.
-class SerialPort {
+class PTZD_API SerialPort {
  public:
   virtual ~SerialPort() = default;
 
@@ -40,12 +42,8 @@ class SerialPort {
 
 /// A port of the system, closed. `device` is a path ("/dev/ttyUSB0") or on Windows a name ("COM3"). Opening
 /// takes it for exclusive use, raw and without flow control; input is never read and never blocks output.
-std::unique_ptr<SerialPort> MakeSerialPort(std::int32_t commPort, const std::string& device);
+PTZD_API std::unique_ptr<SerialPort> MakeSerialPort(std::int32_t commPort, const std::string& device);
 
 /// The device that a port number means unless someone says otherwise: COM1 is "COM1" or "/dev/ttyS0".
-std::string DefaultSerialDevice(std::int32_t commPort);
-
-/// The speed in a settings text. Raises 380 for a text that is not "baud,n,8,1".
-std::uint32_t BaudOfSettings(std::string_view text);
-
+PTZD_API std::string DefaultSerialDevice(std::int32_t commPort);
 }  // namespace ptzd

@@ -6,13 +6,14 @@
 #include <memory>
 #include <string>
 
+#include <ptzd/Export.h>
 #include <ptzd/SerialPort.h>
 
 namespace ptzd {
 
 /// Where drivers get their serial ports from, so that several cameras on one line share its port. A host may
 /// put a pool of its own in place (`UseSerialPortPool`), to share a port with its own code.
-class SerialPortPool {
+class PTZD_API SerialPortPool {
  public:
   virtual ~SerialPortPool() = default;
 
@@ -24,7 +25,7 @@ class SerialPortPool {
 };
 
 /// The library's own pool: ports of the system, with a count of users for each number. Used by one thread.
-class SharedSerialPorts final : public SerialPortPool {
+class PTZD_API SharedSerialPorts final : public SerialPortPool {
  public:
   using MakePort = std::function<std::unique_ptr<SerialPort>(std::int32_t, const std::string& device)>;
 
@@ -51,10 +52,10 @@ class SharedSerialPorts final : public SerialPortPool {
 };
 
 /// The calling thread's pool; a `SharedSerialPorts` unless another was put in place.
-std::shared_ptr<SerialPortPool> ThreadSerialPortPool();
+PTZD_API std::shared_ptr<SerialPortPool> ThreadSerialPortPool();
 
 /// Puts a pool in place for the calling thread; null brings a new pool of the library's own. Drivers that are
 /// connected stay with the pool they acquired their port from.
-void UseSerialPortPool(std::shared_ptr<SerialPortPool> pool);
+PTZD_API void UseSerialPortPool(std::shared_ptr<SerialPortPool> pool);
 
 }  // namespace ptzd

@@ -5,8 +5,11 @@
 #include <ptzd/Error.h>
 #include "catalogue/Catalogue.h"
 #include "common/Numbers.h"
+#include "platform/DriverAnnouncements.h"
 
 namespace ptzd {
+
+PTZDrivers::PTZDrivers() : PTZDrivers(SystemDriverAnnouncements()) {}
 
 PTZDrivers::PTZDrivers(DriverAnnouncements& announcements) {
   for (const auto& row : Catalogue())

@@ -110,7 +110,7 @@ const DriverData Vivotek::Data = {
     .PanSpeed = ValueRange{.Unit = "fifths of a camera step"},
     .TiltSpeed = ValueRange{.Unit = "fifths of a camera step"},
     .ZoomSpeed = ValueRange{.Unit = "tenths of a camera step"},
-    .MovesToConnect = ConnectMovement::Always,
+    .MovesToConnect = ConnectMovement::OnEveryModel,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
 };

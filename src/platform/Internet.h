@@ -5,6 +5,8 @@
 #include <span>
 #include <string>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// A session, connection or request of the system's internet layer; 0 is none.
@@ -107,6 +109,6 @@ class Internet {
 };
 
 /// The system's own layer, implemented by the platform.
-Internet& SystemInternet();
+PTZD_API Internet& SystemInternet();
 
 }  // namespace ptzd

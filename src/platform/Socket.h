@@ -5,6 +5,8 @@
 #include <span>
 #include <string>
 
+#include <ptzd/Export.h>
+
 namespace ptzd {
 
 /// A TCP connection that carries messages one way. Members answer the system's error number, 0 for success;
@@ -33,6 +35,6 @@ class Sockets {
 };
 
 /// The system's own, implemented by the platform.
-Sockets& SystemSockets();
+PTZD_API Sockets& SystemSockets();
 
 }  // namespace ptzd

@@ -774,7 +774,7 @@ TEST_P(EveryDriver, DeclaresWhatItDoes) {
   const auto moving =
       std::ranges::count_if(Cameras, [](const auto* camera) { return camera->Fact("moves") != "nothing"; });
   EXPECT_EQ(data.MovesToConnect, moving == 0                     ? ConnectMovement::Never
-                                 : moving == std::ssize(Cameras) ? ConnectMovement::Always
+                                 : moving == std::ssize(Cameras) ? ConnectMovement::OnEveryModel
                                                                  : ConnectMovement::OnSomeModels);
   const auto stop = answers.Members.find("StopContinuous");
   EXPECT_TRUE(stop == answers.Members.end() || data.StopsBySpeedZero == (stop->second.at(1) == "done sent"));

@@ -5,6 +5,7 @@
 
 #include <ptzd/Error.h>
 #include <ptzd/SerialPortPool.h>
+#include "platform/SerialSettings.h"
 #include "support/FrameLog.h"
 
 namespace ptzd::test {

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include <ptzd/Error.h>
+#include "platform/SerialSettings.h"
 
 namespace ptzd {
 

@@ -1,6 +1,7 @@
 #include <ptzd/SerialPort.h>
 
 #include <ptzd/Error.h>
+#include "platform/SerialSettings.h"
 #include "platform/windows/AnsiText.h"
 #include "platform/windows/SystemHeaders.h"
 

@@ -1,8 +1,10 @@
-#include <ptzd/SerialPort.h>
+#include "platform/SerialSettings.h"
 
 #include <charconv>
+#include <string>
 
 #include <ptzd/Error.h>
+#include <ptzd/SerialPort.h>
 
 namespace ptzd {
 

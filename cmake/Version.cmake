@@ -1,0 +1,12 @@
+# PTZD_VERSION, as the public header has it.
+set(VERSION_HEADER ${CMAKE_CURRENT_LIST_DIR}/../include/ptzd/Version.h)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VERSION_HEADER})
+foreach(part MAJOR MINOR)
+  file(STRINGS ${VERSION_HEADER} line REGEX "define PTZD_VERSION_${part} ")
+  string(REGEX MATCH "[0-9]+$" PTZD_VERSION_${part} "${line}")
+endforeach()
+set(PTZD_VERSION ${PTZD_VERSION_MAJOR}.${PTZD_VERSION_MINOR})
+file(STRINGS ${VERSION_HEADER} line REGEX "define PTZD_VERSION \"${PTZD_VERSION}\"$")
+if(NOT line)
+  message(FATAL_ERROR "PTZD_VERSION in ptzd/Version.h is not ${PTZD_VERSION}, as its parts say")
+endif()

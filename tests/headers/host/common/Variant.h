@@ -1,0 +1,9 @@
+#pragma once
+
+namespace host {
+
+struct Variant {
+  static constexpr int Kinds = 3;
+};
+
+}  // namespace host
