@@ -151,6 +151,7 @@ int Run(int argc, char** argv) {
   CLI::App app(
       "Simulated cameras on loopback sockets and pseudo-terminals. Prints each address on a line of its own "
       "once it can be reached, and serves until it is interrupted.");
+  app.set_version_flag("--version", "ptzsim " PTZSIM_VERSION);
   app.require_subcommand(1);
   app.footer(Footer + FaultHelp(Line::HTTP));
   std::uint16_t port = 0;

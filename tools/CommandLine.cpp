@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <memory>
 
+#include <ptzd/Version.h>
+
 #include "Operations.h"
 #include "Words.h"
 
@@ -210,6 +212,8 @@ void Parse(CLI::App& app, std::vector<std::string> words) {
     app.parse(std::move(words));
   } catch (const CLI::CallForHelp&) {
     throw HelpRequest(app.help());
+  } catch (const CLI::CallForVersion& version) {
+    throw HelpRequest(std::string(version.what()) + '\n');
   } catch (const CLI::ParseError& error) {
     const auto kind = static_cast<CLI::ExitCodes>(error.get_exit_code());
     const bool incomplete = kind == CLI::ExitCodes::RequiredError || kind == CLI::ExitCodes::ExtrasError;
@@ -228,6 +232,7 @@ Invocation ParseCommandLine(int argc, char** argv) {
       "Operates pan-tilt-zoom cameras: lists the drivers, connects to a camera, does every operation "
       "and tells each request that it took.",
       "ptzctl");
+  app.set_version_flag("--version", "ptzctl " PTZD_VERSION);
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--driver", invocation.Driver,

@@ -30,7 +30,7 @@ struct Invocation {
   bool KeepGoing = false;          ///< Run
 };
 
-/// Somebody asked for help; the text is the help.
+/// Somebody asked for help, or for the version; the text is what to tell.
 class HelpRequest : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
