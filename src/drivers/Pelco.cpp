@@ -139,14 +139,14 @@ const DriverData Pelco::Data = {
                     CapabilityContinuousMove | CapabilityExtendedOptions | CapabilityNoAddress |
                     CapabilitySimpleControl | CapabilityContinuousZoom,
     .PresetCount = PresetsOfPelcoD,  // until told the other protocol
-    .Move = MemberRule::OutcomeIfConnected,
-    .MoveTo = MemberRule::OutcomeIfConnected,
-    .MoveBoth = MemberRule::OutcomeIfConnected,
-    .Zoom = MemberRule::FailsIfConnected,  // on purpose, also though it was driven
-    .Iris = MemberRule::OutcomeIfConnected,
+    .Move = MemberRule::SucceedsIfConnected,
+    .MoveTo = MemberRule::SucceedsIfConnected,
+    .MoveBoth = MemberRule::SucceedsIfConnected,
+    .Zoom = MemberRule::FailsIfConnected,    // on purpose, also though it was driven
+    .Iris = MemberRule::OutcomeIfConnected,  // False for what is no mode
     .Focus = MemberRule::OutcomeIfConnected,
-    .PresetGoto = MemberRule::Outcome,
-    .PresetSave = MemberRule::Outcome,
+    .PresetGoto = MemberRule::Succeeds,
+    .PresetSave = MemberRule::Succeeds,
     .SetPanTilt = PlaceRule::TakenIfConnected,
     .PanRange = ValueRange{MinPan, MaxPan, "degrees", Beyond::GoesAround},
     .TiltRange = ValueRange{MinTilt, MaxTilt, "degrees", Beyond::Limited},

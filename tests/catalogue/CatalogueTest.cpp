@@ -3,6 +3,7 @@
 #include <ptzd/DriverFactory.h>
 #include <ptzd/PTZDrivers.h>
 #include "catalogue/Catalogue.h"
+#include "platform/DriverAnnouncements.h"
 #include "support/Errors.h"
 
 #ifndef _WIN32

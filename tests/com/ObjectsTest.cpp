@@ -21,7 +21,8 @@ using ptzd::Error;
 
 std::string Told;  // what the device was last asked to do
 
-class Device final : public ptzd::DualDevice,
+class Device final : public ptzd::PTZDeviceBridge,
+                     public ptzd::PTZDevice2Bridge,
                      public ptzd::PTZContinuousControl,
                      public ptzd::PTZNamedPresets,
                      public ptzd::PTZMoveInImage {
@@ -55,6 +56,9 @@ class Device final : public ptzd::DualDevice,
   }
   bool DeviceMoveBoth(float, float) override { return true; }
   ptzd::Variant DeviceDisconnect() override { return {}; }
+  void Device2Move(ptzd::Directions direction, float angle) override { DeviceMove(direction, angle); }
+  void Device2MoveBoth(float, float) override {}
+  void Device2Disconnect() override {}
 };
 
 class Objects : public testing::Test {
