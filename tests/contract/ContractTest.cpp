@@ -704,9 +704,7 @@ MemberRule RuleOf(const std::vector<std::string>& row) {
   if (!obeyed.ends_with(" sent")) return MemberRule::Nothing;
   const bool gated = row.at(0) == "False" && row.at(4) == "False";
   if (obeyed == "False sent") return gated ? MemberRule::FailsIfConnected : MemberRule::Fails;
-  const bool raises = std::isdigit(row.at(3)[0]) != 0;  // then it answers what it sent
-  if (row.at(3) != "False sent" && !raises)
-    return gated ? MemberRule::SucceedsIfConnected : MemberRule::Succeeds;
+  if (row.at(3) != "False sent") return gated ? MemberRule::SucceedsIfConnected : MemberRule::Succeeds;
   return gated ? MemberRule::OutcomeIfConnected : MemberRule::Outcome;
 }
 
