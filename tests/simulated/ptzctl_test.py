@@ -326,7 +326,8 @@ class ControlCharacters(unittest.TestCase):
             for form in ([], ["--json"], ["--trace"]):
                 with self.subTest(form):
                     _, out, err = ptzctl(*form, *camera.options(), "move", "right")
-                    self.assertRegex(out + err, r"x9D|\\u009d")
+                    if not WINDOWS:  # WinINet keeps what comes before a status line to itself
+                        self.assertRegex(out + err, r"x9D|\\u009d")
                     self.assertNotRegex(out + err, "[\\x00-\\x08\\x0b-\\x1f\\x7f-\\x9f]")
 
 
