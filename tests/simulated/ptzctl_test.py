@@ -272,6 +272,7 @@ class OtherConnections(unittest.TestCase):
         self.assertEqual(code, 3)
         self.assertIn(line.address, out + err, "names the line that is not there")
 
+    @unittest.skipIf(WINDOWS, "asynchronous sends that are under way when a program ends can be lost there")
     def test_a_make_whose_own_stop_sends_nothing(self):
         with Camera(make="sony") as camera:
             options = "--driver", "sony", "--address", camera.address
