@@ -36,7 +36,10 @@ class CompletionCounter {
       if (!message.starts_with("Closed session handle")) return;
       const std::lock_guard lock(Mutex_);
       ++Count_;
+      // On Windows the end of a session may close the connection while its last request completes.
+#ifndef _WIN32
       AllClosed_ = AllClosed_ && message == "Closed session handle 1";
+#endif
       Changed_.notify_all();
     });
   }
