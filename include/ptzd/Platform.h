@@ -1,8 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <string_view>
 
 #include <ptzd/Clock.h>
+#include <ptzd/Exchange.h>
 #include <ptzd/Export.h>
 
 namespace ptzd {
@@ -16,13 +18,14 @@ PTZD_API Sockets& SystemSockets();
 PTZD_API void DebugOutput(std::string_view line);
 
 /// What a driver takes from the system. The members are the system's own unless others are put in their
-/// place, which must outlive the driver: a host may give it a clock and take its debug output; what is behind
-/// the other two is the library's own. Serial ports come from the thread's `SerialPortPool`.
+/// place, which must outlive the driver: a host may give it a clock, take its debug output and be told its
+/// exchanges; what is behind the other two is the library's own. Serial ports come from the thread's `SerialPortPool`.
 struct Platform {
   Internet* internet = &SystemInternet();
   Clock* clock = &SystemClock();
   Sockets* sockets = &SystemSockets();
   void (*debugOutput)(std::string_view line) = &DebugOutput;
+  std::shared_ptr<ExchangeSink> exchanges{};  ///< is told what goes over the wire; null: nobody
 };
 
 }  // namespace ptzd
