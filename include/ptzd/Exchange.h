@@ -27,8 +27,8 @@ struct Exchange {
   Bytes Sent;               ///< the frame or message, or the body of a POST
   bool Awaited = true;      ///< else nobody waits for the reply; it is told when the request is over
 
-  std::int32_t Status = 0;  ///< of HTTP; 0 where there was none. Lines that do not answer have none.
-  std::string Reason;       ///< behind the status: "Unauthorized"
+  std::int32_t StatusCode = 0;  ///< of HTTP; 0 where there was none, as on lines that do not answer
+  std::string Reason;           ///< behind the status: "Unauthorized"
   std::uint64_t ReplySize = 0;
   std::string ReplyBeginning;  ///< at most `MaxBeginning` bytes, read as code page 1252
 
