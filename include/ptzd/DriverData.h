@@ -79,6 +79,8 @@ struct ValueRange {
 /// which members need a connection and in what they answer, partly on purpose. The drivers' base carries out
 /// what stands here; hosts and tools may read it.
 struct DriverData {
+  std::string_view Class;  ///< the driver's ProgID, "QVPTZ.Axis"
+
   /// What the driver claims before it has met a camera; a connected camera may add to it.
   ptzd::Capabilities Capabilities{};
   std::int32_t PresetCount = 0;  ///< likewise

@@ -26,51 +26,52 @@ namespace ptzd {
 namespace {
 
 template <typename Driver>
-constexpr CatalogueRow Row(std::string_view progID, std::string_view name) {
-  return {{progID, &Driver::Data,
+CatalogueRow Row(std::string_view name) {
+  return {{Driver::Data.Class, &Driver::Data,
            [](const Platform& platform) -> std::unique_ptr<PTZDevice> {
              return std::make_unique<Driver>(platform);
            }},
           name};
 }
 /// One without a driver in this build.
-constexpr CatalogueRow Row(std::string_view progID, std::string_view name) {
+CatalogueRow Row(std::string_view progID, std::string_view name) {
   return {{progID, nullptr, nullptr}, name};
 }
 
-// By name, then the serial line, the separate library's driver and the product's own remote system.
-// clang-format off
-constexpr CatalogueRow Rows[] = {
-    Row("QVPTZ.ALinking", "A-Linking cameras"),
-    Row("QVPTZ.ACTi", "ACTi cameras"),
-    Row<Axis>("QVPTZ.Axis", "Axis cameras"),
-    Row<Bosch>("QVPTZ.Bosch", "Bosch cameras"),
-    Row<Elmo>("QVPTZ.Elmo", "Elmo 200 series cameras"),
-    Row<Elmo4>("QVPTZ.Elmo4", "Elmo 400 series cameras"),
-    Row<Elmo402>("QVPTZ.Elmo402", "Elmo PTC-402C cameras"),
-    Row("QVPTZ.Etrovision", "Etrovision cameras"),
-    Row<Foscam>("QVPTZ.Foscam", "Foscam cameras"),
-    Row<FoscamHD>("QVPTZ.FoscamHD", "Foscam HD cameras"),
-    Row("QVPTZ.Genie", "Genie IP cameras"),
-    Row<Grandeye>("QVPTZ.Grandeye", "Grandeye cameras"),
-    Row<MeritLilin>("QVPTZ.MeritLilin", "Merit Lilin cameras"),
-    Row<Panasonic>("QVPTZ.Panasonic", "Panasonic cameras"),
-    Row<PanasoniciPro>("QVPTZ.PanasoniciPro", "Panasonic iPro cameras"),
-    Row<Panogenics>("QVPTZ.Panogenics", "Panogenics cameras"),
-    Row<Sanyo>("QVPTZ.Sanyo", "Sanyo cameras"),
-    Row<Secubest>("QVPTZ.Secubest", "Secubest cameras"),
-    Row<Sony>("QVPTZ.Sony", "Sony cameras"),
-    Row<Toshiba>("QVPTZ.Toshiba", "Toshiba IK-WB01 and WB11 cameras"),
-    Row<Toshiba2>("QVPTZ.Toshiba2", "Toshiba IK-WB15 and WB21 cameras"),
-    Row<Vivotek>("QVPTZ.Vivotek", "Vivotek & D-Link cameras"),
-    Row<Pelco>("QVPTZ.Pelco", "Pelco RS485 controller"),
-    Row(SimpleDriver, "Quorvane simple PTZ driver"),
-    Row<Quorvane>("QVPTZ.Quorvane", "Quorvane system"),
-};
-// clang-format on
-
 }  // namespace
 
-std::span<const CatalogueRow> Catalogue() { return Rows; }
+std::span<const CatalogueRow> Catalogue() {
+  // By name, then the serial line, the separate library's driver and the product's own remote system.
+  // clang-format off
+  static const CatalogueRow rows[] = {
+      Row("QVPTZ.ALinking", "A-Linking cameras"),
+      Row("QVPTZ.ACTi", "ACTi cameras"),
+      Row<Axis>("Axis cameras"),
+      Row<Bosch>("Bosch cameras"),
+      Row<Elmo>("Elmo 200 series cameras"),
+      Row<Elmo4>("Elmo 400 series cameras"),
+      Row<Elmo402>("Elmo PTC-402C cameras"),
+      Row("QVPTZ.Etrovision", "Etrovision cameras"),
+      Row<Foscam>("Foscam cameras"),
+      Row<FoscamHD>("Foscam HD cameras"),
+      Row("QVPTZ.Genie", "Genie IP cameras"),
+      Row<Grandeye>("Grandeye cameras"),
+      Row<MeritLilin>("Merit Lilin cameras"),
+      Row<Panasonic>("Panasonic cameras"),
+      Row<PanasoniciPro>("Panasonic iPro cameras"),
+      Row<Panogenics>("Panogenics cameras"),
+      Row<Sanyo>("Sanyo cameras"),
+      Row<Secubest>("Secubest cameras"),
+      Row<Sony>("Sony cameras"),
+      Row<Toshiba>("Toshiba IK-WB01 and WB11 cameras"),
+      Row<Toshiba2>("Toshiba IK-WB15 and WB21 cameras"),
+      Row<Vivotek>("Vivotek & D-Link cameras"),
+      Row<Pelco>("Pelco RS485 controller"),
+      Row(SimpleDriver, "Quorvane simple PTZ driver"),
+      Row<Quorvane>("Quorvane system"),
+  };
+  // clang-format on
+  return rows;
+}
 
 }  // namespace ptzd

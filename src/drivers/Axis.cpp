@@ -77,6 +77,7 @@ constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int3
 }  // namespace
 
 const DriverData Axis::Data = {
+    .Class = "QVPTZ.Axis",
     .Capabilities = CapabilityMultiport | CapabilityExtendedOptions,
     .Move = MemberRule::OutcomeIfConnected,
     .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on

@@ -77,6 +77,7 @@ constexpr const DriverOption* Options[] = {&AddressOption};
 }  // namespace
 
 const DriverData Bosch::Data = {
+    .Class = "QVPTZ.Bosch",
     .Capabilities =
         CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom | CapabilityContinuousMove,
     // Moves are made, their results are not passed on.

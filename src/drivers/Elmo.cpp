@@ -54,6 +54,7 @@ HeadPosition StepsAt(double pan, double tilt) {
 }  // namespace
 
 const DriverData Elmo::Data = {
+    .Class = "QVPTZ.Elmo",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityIris | CapabilityFocus |
                     CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus2,
     .PresetCount = 6,

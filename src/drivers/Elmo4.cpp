@@ -21,6 +21,7 @@ constexpr double WidestZoom = 64;
 }  // namespace
 
 const DriverData Elmo4::Data = {
+    .Class = "QVPTZ.Elmo4",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityPreset | CapabilityHome,
     .PresetCount = 16,
     .Move = MemberRule::OutcomeIfConnected,

@@ -33,6 +33,7 @@ std::optional<double> NumberAt(const XmlNode& position, XmlQuery name) {
 }  // namespace
 
 const DriverData Elmo402::Data = {
+    .Class = "QVPTZ.Elmo402",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityHome,
     .Move = MemberRule::OutcomeIfConnected,
     .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on

@@ -22,6 +22,7 @@ constexpr bool IsDiagonal(std::int32_t direction) { return (direction & (directi
 }  // namespace
 
 const DriverData Foscam::Data = {
+    .Class = "QVPTZ.Foscam",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityPreset | CapabilityContinuousMove |
                     CapabilityExtendedOptions | CapabilityRelativeControl,
     .PresetCount = 16,

@@ -36,6 +36,7 @@ constexpr double AmountPerSpeed = 5;   // of continuous motion
 }  // namespace
 
 const DriverData FoscamHD::Data = {
+    .Class = "QVPTZ.FoscamHD",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityPreset | CapabilityHome |
                     CapabilityContinuousMove | CapabilityExtendedOptions | CapabilitySimpleControl,
     .PresetCount = 16,

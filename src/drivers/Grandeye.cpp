@@ -38,6 +38,7 @@ constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int3
 }  // namespace
 
 const DriverData Grandeye::Data = {
+    .Class = "QVPTZ.Grandeye",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityMultiport,
     .Move = MemberRule::OutcomeIfConnected,
     .MoveTo = MemberRule::FailsIfConnected,  // the move is made, its result is not passed on

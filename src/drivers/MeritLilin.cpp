@@ -45,6 +45,7 @@ constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int1
 }  // namespace
 
 const DriverData MeritLilin::Data = {
+    .Class = "QVPTZ.MeritLilin",
     // Without the flag of extended options: the collection of them is there, and empty.
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityIris | CapabilityFocus |
                     CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus | CapabilityAutoFocus2 |

@@ -143,6 +143,7 @@ const Panasonic::Model* Panasonic::Model::Find(std::string_view name) {
 }
 
 const DriverData Panasonic::Data = {
+    .Class = "QVPTZ.Panasonic",
     .Move = MemberRule::OutcomeIfConnected,
     .MoveTo = MemberRule::OutcomeIfConnected,
     .MoveBoth = MemberRule::OutcomeIfConnected,

@@ -86,6 +86,7 @@ const PanasoniciPro::Model* PanasoniciPro::Model::Find(std::string_view name) {
 }
 
 const DriverData PanasoniciPro::Data = {
+    .Class = "QVPTZ.PanasoniciPro",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityMultiport,
     .Move = MemberRule::Outcome,
     .MoveTo = MemberRule::Fails,  // the move is made, its result is not passed on

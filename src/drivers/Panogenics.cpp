@@ -48,6 +48,7 @@ constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int1
 }  // namespace
 
 const DriverData Panogenics::Data = {
+    .Class = "QVPTZ.Panogenics",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityFullZoom | CapabilityPreset |
                     CapabilityMultiport | CapabilityExtendedOptions,
     .PresetCount = 8,

@@ -134,6 +134,7 @@ struct Pelco::Tables {
 };
 
 const DriverData Pelco::Data = {
+    .Class = "QVPTZ.Pelco",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityIris | CapabilityFocus |
                     CapabilityPreset | CapabilityAutoIris | CapabilityAutoFocus2 | CapabilityMultiport |
                     CapabilityContinuousMove | CapabilityExtendedOptions | CapabilityNoAddress |

@@ -34,6 +34,7 @@ constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption, &FeedOp
 }  // namespace
 
 const DriverData Quorvane::Data = {
+    .Class = "QVPTZ.Quorvane",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityFullZoom |
                     CapabilityContinuousMove | CapabilityExtendedOptions | CapabilityRelativeControl |
                     CapabilityContinuousZoom | CapabilityNamedPresets,

@@ -77,6 +77,7 @@ constexpr const DriverOption* Options[] = {&AddressOption};
 }  // namespace
 
 const DriverData Sanyo::Data = {
+    .Class = "QVPTZ.Sanyo",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityPreset |
                     CapabilityContinuousMove | CapabilityRelativeControl | CapabilityContinuousZoom,
     .PresetCount = 255,

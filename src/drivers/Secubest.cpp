@@ -82,6 +82,7 @@ constexpr const DriverOption* Options[] = {&AddressOption, &MoveIntervalOption, 
 }  // namespace
 
 const DriverData Secubest::Data = {
+    .Class = "QVPTZ.Secubest",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom | CapabilityContinuousMove |
                     CapabilityExtendedOptions | CapabilitySimpleControl | CapabilityContinuousZoom,
     .Move = MemberRule::SucceedsIfConnected,

@@ -124,6 +124,7 @@ const Sony::Model* Sony::Model::Find(std::string_view name) {
 }
 
 const DriverData Sony::Data = {
+    .Class = "QVPTZ.Sony",
     .Move = MemberRule::SucceedsIfConnected,
     .MoveTo = MemberRule::SucceedsIfConnected,
     .MoveBoth = MemberRule::SucceedsIfConnected,

@@ -57,6 +57,7 @@ HeadPosition Reported(std::string_view reply) {
 }  // namespace
 
 const DriverData Toshiba::Data = {
+    .Class = "QVPTZ.Toshiba",
     .Capabilities = CapabilityPan | CapabilityTilt,
     .Move = MemberRule::OutcomeIfConnected,
     .MoveTo = MemberRule::OutcomeIfConnected,

@@ -37,6 +37,7 @@ constexpr const DriverOption* Options[] = {&AddressOption};
 }  // namespace
 
 const DriverData Toshiba2::Data = {
+    .Class = "QVPTZ.Toshiba2",
     .Capabilities = CapabilityPan | CapabilityTilt | CapabilityZoom,
     // The moves are made, their results are not passed on.
     .Move = MemberRule::FailsIfConnected,

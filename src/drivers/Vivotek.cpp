@@ -94,6 +94,7 @@ const Vivotek::Model* Vivotek::Model::Find(std::string_view name) {
 }
 
 const DriverData Vivotek::Data = {
+    .Class = "QVPTZ.Vivotek",
     .Capabilities = CapabilityHome | CapabilityRelativeControl,
     .Move = MemberRule::OutcomeIfConnected,
     .MoveTo = MemberRule::OutcomeIfConnected,
