@@ -49,6 +49,7 @@ class CannedInternet : public ptzd::Internet {
   std::optional<std::uint64_t> QueryContentLength(ptzd::InternetHandle) override {
     return static_cast<std::uint32_t>(Rest_.size());
   }
+  std::uint32_t QueryOutcome(ptzd::InternetHandle) override { return ptzd::SystemErrorNone; }
   bool QueryRawHeaders(ptzd::InternetHandle, std::span<char> buffer, std::uint32_t& length) override {
     length = static_cast<std::uint32_t>(Headers.copy(buffer.data(), buffer.size()));
     return true;

@@ -24,7 +24,7 @@ struct Exchange {
   std::string Where;  ///< "192.168.0.90:80"; "COM1" of a serial port
 
   std::string Method, URL;  ///< HTTP: "GET" or "POST", and the whole URL
-  Bytes Sent;               ///< the frame or message, or the body of a POST
+  Bytes Sent;               ///< the frame or message, or the body of a POST; a line that is opened has none
   bool Awaited = true;      ///< else nobody waits for the reply; it is told when the request is over
 
   std::int32_t StatusCode = 0;  ///< of HTTP; 0 where there was none, as on lines that do not answer

@@ -19,7 +19,8 @@ PTZD_API void DebugOutput(std::string_view line);
 
 /// What a driver takes from the system. The members are the system's own unless others are put in their
 /// place, which must outlive the driver: a host may give it a clock, take its debug output and be told its
-/// exchanges; what is behind the other two is the library's own. Serial ports come from the thread's `SerialPortPool`.
+/// exchanges; what is behind the other two is the library's own. Serial ports come from the thread's
+/// `SerialPortPool`.
 struct Platform {
   Internet* internet = &SystemInternet();
   Clock* clock = &SystemClock();

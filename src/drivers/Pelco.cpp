@@ -11,6 +11,7 @@
 #include <ptzd/Error.h>
 #include <ptzd/Logging.h>
 #include "common/Numbers.h"
+#include "drivers/kit/LineExchange.h"
 #include "drivers/kit/TimedMove.h"
 
 namespace ptzd {
@@ -173,6 +174,7 @@ bool Pelco::Open() {
     Connected_ = true;  // and stays so where an option below raises
   } catch (const std::exception& error) {
     LogMessage(std::string("The serial port could not be opened. ") + error.what());
+    TellNotOpened(error);
     GiveBackQuietly();
   }
 
@@ -184,7 +186,17 @@ bool Pelco::Open() {
   return Connected_;
 }
 
+void Pelco::TellNotOpened(const std::exception& error) const {
+  const auto told = Teller_.Begin(ExchangeLink::Serial);
+  if (!told) return;
+  const auto* known = dynamic_cast<const Error*>(&error);
+  told->Told().Where = PortName_;
+  told->Fail(known != nullptr ? known->Number() : SerialErrorDevice, error.what());
+  told->TellEnded();
+}
+
 void Pelco::OpenPort(std::int32_t portNumber) {
+  PortName_ = "COM" + Text(portNumber);
   Pool_ = ThreadSerialPortPool();
   Port_ = Pool_->Acquire(portNumber);
   if (!Port_) Raise(ErrorObjectNotSet);
@@ -331,7 +343,15 @@ bool Pelco::SendCommand(const Command& command) {
 
 void Pelco::Output(const Frame& frame) {
   if (!Port_) Raise(ErrorObjectNotSet);
-  Port_->Output(std::span(frame.Bytes).first(frame.Size));
+  const auto bytes = std::span(frame.Bytes).first(frame.Size);
+  const auto write = [&] {
+    Port_->Output(bytes);
+    return 0;
+  };
+  if (bytes.empty())
+    write();
+  else
+    TellLine(Teller_, ExchangeLink::Serial, PortName_, bytes, write);
 }
 
 }  // namespace ptzd

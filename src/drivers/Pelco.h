@@ -3,8 +3,10 @@
 #include <ptzd/SerialPortPool.h>
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <span>
+#include <string>
 
 #include "drivers/kit/ContinuousDriver.h"
 #include "drivers/kit/Driver.h"
@@ -64,6 +66,7 @@ class Pelco final : public Driver, public ContinuousDriver, public DescribedOpti
   void TakePlace(float pan, float tilt) override;
 
   void OpenPort(std::int32_t portNumber);
+  void TellNotOpened(const std::exception& error) const;
   bool GiveBackPort();
   void GiveBackQuietly();
   void Drive(const Command& command, std::int32_t wait);
@@ -75,6 +78,7 @@ class Pelco final : public Driver, public ContinuousDriver, public DescribedOpti
 
   std::shared_ptr<SerialPortPool> Pool_;
   std::shared_ptr<SerialPort> Port_;
+  std::string PortName_;   // "COM1"
   bool Acquired_ = false;  // a port that was given back may be kept all the same
   std::int32_t Protocol_ = 0;
   std::int32_t MoveInterval_ = 0;  // milliseconds

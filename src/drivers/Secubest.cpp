@@ -12,6 +12,7 @@
 #include "common/DirectionCalculator.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
+#include "drivers/kit/LineExchange.h"
 #include "drivers/kit/TimedMove.h"
 #include "transport/HTTP.h"
 
@@ -109,12 +110,16 @@ void Secubest::ReadOptions() {
 
 bool Secubest::Open() {
   const auto url = ParseUrl("secubest://" + AddressOption.In(Options_), *Platform_.internet);
-  auto socket = Platform_.sockets->Create();
-  if (const auto error = socket->Open(); error != 0)
-    Raise(PTZErrorConnectionFailed, "Failed to open a TCP port: " + Text(error));
   const auto port = url.Port == 0 ? DefaultPort : url.Port;
-  if (const auto error = socket->Connect(url.HostName, port, ConnectTimeout); error != 0)
-    Raise(PTZErrorConnectionFailed, "Unable to connect to the server: " + Text(error) + ".");
+  Unit_ = url.HostName + ":" + Text(std::int32_t{port});
+  auto socket = Platform_.sockets->Create();
+  TellLine(Teller_, ExchangeLink::TCP, Unit_, {}, [&] {
+    if (const auto error = socket->Open(); error != 0)
+      Raise(PTZErrorConnectionFailed, "Failed to open a TCP port: " + Text(error));
+    if (const auto error = socket->Connect(url.HostName, port, ConnectTimeout); error != 0)
+      Raise(PTZErrorConnectionFailed, "Unable to connect to the server: " + Text(error) + ".");
+    return 0;
+  });
   Socket_ = std::move(socket);
   return true;
 }
@@ -170,7 +175,7 @@ void Secubest::SendCommand(std::uint8_t code, std::uint16_t speed) {
   message.insert(message.end(),
                  {code, static_cast<std::uint8_t>(speed >> 8), static_cast<std::uint8_t>(speed)});
   message.insert(message.end(), MessageTail.begin(), MessageTail.end());
-  Socket_->Send(message, SendTimeout);
+  TellLine(Teller_, ExchangeLink::TCP, Unit_, message, [&] { return Socket_->Send(message, SendTimeout); });
 }
 
 }  // namespace ptzd

@@ -46,6 +46,7 @@ class Secubest final : public WithZoom<Driver>, public ContinuousDriver, public 
   void SendCommand(std::uint8_t code, std::uint16_t speed);
 
   std::unique_ptr<Socket> Socket_;
+  std::string Unit_;                 // "10.0.0.5:7777"
   std::int32_t MoveInterval_ = 200;  // milliseconds
 };
 

@@ -45,7 +45,14 @@ inline constexpr std::uint32_t InternetStatusRequestComplete = 100;
 inline constexpr std::uint32_t SystemErrorNone = 0;
 inline constexpr std::uint32_t SystemErrorOffline = 2;
 inline constexpr std::uint32_t SystemErrorIOPending = 997;
+inline constexpr std::uint32_t SystemErrorTimeout = 12002;
 inline constexpr std::uint32_t SystemErrorUnrecognizedScheme = 12006;
+inline constexpr std::uint32_t SystemErrorNameNotResolved = 12007;
+inline constexpr std::uint32_t SystemErrorCancelled = 12017;
+inline constexpr std::uint32_t SystemErrorCannotConnect = 12029;
+inline constexpr std::uint32_t SystemErrorConnectionAborted = 12030;
+inline constexpr std::uint32_t SystemErrorConnectionReset = 12031;
+inline constexpr std::uint32_t SystemErrorInvalidResponse = 12152;
 
 class Internet;
 
@@ -89,6 +96,10 @@ class Internet {
   /// The content length that the reply announces, one beyond 64 bits as the highest number; nothing where it
   /// announces none or the body is chunked.
   virtual std::optional<std::uint64_t> QueryContentLength(InternetHandle request) = 0;
+  /// What came of an asynchronous request, within its callback for `InternetStatusRequestComplete`: 0 where
+  /// the reply's header block is there, which `QueryRawHeaders` tells, `SystemErrorCancelled` where it was
+  /// given up, else why it failed.
+  virtual std::uint32_t QueryOutcome(InternetHandle request) = 0;
   /// The reply's header block with the bytes received, as yet no text, and each line ended by CR LF, the
   /// final empty one included; written to `buffer` and closed with a NUL. `length` receives its length; where
   /// it does not fit, False, the length needed, and an untouched buffer.

@@ -26,6 +26,9 @@ class Socket {
   virtual std::int32_t Send(std::span<const std::uint8_t> message, std::int32_t timeout) = 0;
 };
 
+/// What the system says of an error number of a socket.
+std::string SocketErrorText(std::int32_t error);
+
 /// The system's sockets.
 class Sockets {
  public:

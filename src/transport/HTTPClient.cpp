@@ -7,12 +7,13 @@
 
 #include <ptzd/Error.h>
 #include <ptzd/Logging.h>
+#include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "platform/CodePages.h"
 #include "platform/RequestText.h"
 #include "transport/HTTP.h"
 #include "transport/HTTPClientHelper.h"
-#include "transport/HTTPExchange.h"
+#include "transport/HTTPHandles.h"
 #include "transport/StringEncoding.h"
 
 namespace ptzd {
@@ -23,6 +24,13 @@ constexpr const char* DefaultAgent = "Qelto HTTP Client Object";
 constexpr std::size_t HeaderBufferSize = 2048;
 constexpr std::size_t LastResponseSize = 1024;
 
+void TellFailure(const Error& error, OpenExchange* told, std::uint32_t systemError) {
+  LogMessage("Request error " + Text(error.Number()) + ", " + error.Description());
+  if (told == nullptr) return;
+  told->Fail(error.Number(), error.Description() + ReasonOf(systemError));
+  told->TellEnded();
+}
+
 }  // namespace
 
 /// Where a request goes, and with whose credentials.
@@ -31,6 +39,10 @@ struct HTTPClient::Target {
   std::string UserName, Password;
   std::uint32_t AuthFlag;
   bool Clean;  ///< nothing in it could end a line of the request early
+
+  std::string Where() const {
+    return Url.HostName.empty() ? "" : Url.HostName + ":" + std::to_string(Url.Port);
+  }
 };
 
 class HTTPClient::WorkingScope {
@@ -47,7 +59,8 @@ class HTTPClient::WorkingScope {
   std::int16_t& Count_;
 };
 
-HTTPClient::HTTPClient(Internet& internet, Clock& clock) : Internet_(internet), Clock_(clock) {
+HTTPClient::HTTPClient(Internet& internet, Clock& clock, Teller teller)
+    : Internet_(internet), Clock_(clock), Teller_(std::move(teller)) {
   Initialise();
 }
 
@@ -100,68 +113,85 @@ HTTPClient::Target HTTPClient::Aim(const std::string& address, const std::string
   return target;
 }
 
-void HTTPClient::Open(Exchange& exchange, InternetHandle session, const Target& target,
+void HTTPClient::Open(Handles& handles, InternetHandle session, const Target& target,
                       const std::string& postData, std::uint32_t asyncFlag, std::uintptr_t context) {
   const auto& url = target.Url;
-  exchange.Connection = Internet_.Connect(session, url.HostName, url.Port, target.UserName, target.Password,
-                                          url.SchemeNumber, target.AuthFlag | asyncFlag, context);
-  if (exchange.Connection == 0) Fail(HTTPErrorNoSession, "Failed to initialise the HTTP session");
-  LogMessage("Got session handle: " + std::to_string(exchange.Connection));
-  if (asyncFlag != 0) Internet_.SetStatusCallback(exchange.Connection, HttpStatusCallback);
+  handles.Connection = Internet_.Connect(session, url.HostName, url.Port, target.UserName, target.Password,
+                                         url.SchemeNumber, target.AuthFlag | asyncFlag, context);
+  if (handles.Connection == 0) Fail(HTTPErrorNoSession, "Failed to initialise the HTTP session");
+  LogMessage("Got session handle: " + std::to_string(handles.Connection));
+  if (asyncFlag != 0) Internet_.SetStatusCallback(handles.Connection, HttpStatusCallback);
 
   if (target.Clean)
-    exchange.Request = Internet_.OpenRequest(
-        exchange.Connection, postData.empty() ? "GET" : "POST", url.UrlPath + url.ExtraInfo,
+    handles.Request = Internet_.OpenRequest(
+        handles.Connection, postData.empty() ? "GET" : "POST", url.UrlPath + url.ExtraInfo,
         target.AuthFlag | InternetFlagReload | InternetFlagNoCacheWrite | asyncFlag, context);
-  if (exchange.Request == 0) Fail(HTTPErrorNoRequest, "Failed to initialise the HTTP request");
-  LogMessage("Got request handle: " + std::to_string(exchange.Request));
+  if (handles.Request == 0) Fail(HTTPErrorNoRequest, "Failed to initialise the HTTP request");
+  LogMessage("Got request handle: " + std::to_string(handles.Request));
+}
+
+std::unique_ptr<OpenExchange> HTTPClient::Begin(bool awaited, const std::string& address,
+                                                const std::string& postData) const {
+  auto told = Teller_.Begin(ExchangeLink::HTTP, awaited);
+  if (!told) return nullptr;
+  auto& exchange = told->Told();
+  exchange.Method = postData.empty() ? "GET" : "POST";
+  exchange.URL = address;
+  if (!postData.empty()) exchange.Sent = EncodeText(MaskCredentials(postData), AnsiCodePage());
+  return told;
 }
 
 void HTTPClient::Perform(const std::string& address, const std::string& sendHeaders,
-                         const std::string& postData, const std::function<void(Exchange&)>& receiveBody) {
+                         const std::string& postData, const std::function<void(Handles&)>& receiveBody) {
+  const auto told = Begin(true, address, postData);
+  std::uint32_t systemError = SystemErrorNone;
   try {
     const WorkingScope working(WorkingCount_);
-    Exchange exchange(Internet_);
+    Handles handles(Internet_);
+    handles.Told = told.get();
     const auto target = Aim(address, sendHeaders);
+    if (told) told->Told().Where = target.Where();
     LogMessage("Getting request handles");
-    Open(exchange, SyncSession_, target, postData, 0, 0);
-    if (!Internet_.SendRequest(exchange.Request, sendHeaders, EncodeText(postData, AnsiCodePage()))) {
-      if (Internet_.LastError() == SystemErrorOffline)
-        Fail(HTTPErrorNoRequest, "Windows is in offline mode.");
+    Open(handles, SyncSession_, target, postData, 0, 0);
+    if (!Internet_.SendRequest(handles.Request, sendHeaders, EncodeText(postData, AnsiCodePage()))) {
+      systemError = Internet_.LastError();
+      if (systemError == SystemErrorOffline) Fail(HTTPErrorNoRequest, "Windows is in offline mode.");
       Fail(HTTPErrorNoServer, "Failed to connect to the HTTP server.");
     }
     LogMessage("Sent request");
-    if (const auto length = Internet_.QueryContentLength(exchange.Request))
-      exchange.ContentLength = static_cast<std::int64_t>(std::min<std::uint64_t>(*length, INT64_MAX));
-    receiveBody(exchange);
+    if (told) told->TakeHeaders(HeaderBlock(Internet_, handles.Request));
+    if (const auto length = Internet_.QueryContentLength(handles.Request))
+      handles.ContentLength = static_cast<std::int64_t>(std::min<std::uint64_t>(*length, INT64_MAX));
+    receiveBody(handles);
   } catch (const Error& error) {
-    LogMessage("Request error " + Text(error.Number()) + ", " + error.Description());
+    TellFailure(error, told.get(), systemError);
     throw;
   }
+  if (told) told->TellEnded();
 }
 
 Bytes HTTPClient::GetResource(const std::string& address, const std::string& sendHeaders,
                               const std::string& postData) {
   const auto deadline = Clock_.Now() + MaxDuration;
   Variant body = Bytes{};
-  Perform(address, sendHeaders, postData, [&](Exchange& exchange) {
-    ReceiveBody(exchange, deadline, body);
-    CaptureHeaders(exchange.Request);
+  Perform(address, sendHeaders, postData, [&](Handles& handles) {
+    ReceiveBody(handles, deadline, body);
+    CaptureHeaders(handles.Request);
     // No call tells of a body that ends before its announced length.
     const auto received = static_cast<std::int64_t>(std::get<Bytes>(body).size());
-    if (BodyFollows() && received < exchange.ContentLength)
+    if (BodyFollows() && received < handles.ContentLength)
       Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
   });
   LogMessage("Got all data");
   return std::get<Bytes>(std::move(body));
 }
 
-void HTTPClient::ReceiveBody(Exchange& exchange, Clock::TimePoint deadline, Variant& body) const {
+void HTTPClient::ReceiveBody(Handles& handles, Clock::TimePoint deadline, Variant& body) const {
   std::uint32_t available = 0;
   // Shows the bytes available, still none, where one would look for the length.
   LogMessage(std::to_string(available) + "  content length");
   while (true) {
-    if (!Internet_.QueryDataAvailable(exchange.Request, available))
+    if (!Internet_.QueryDataAvailable(handles.Request, available))
       Fail(HTTPErrorBrokenOff, "InternetQueryDataAvailable returned failure");
     auto error = Internet_.LastError();
     if (error != SystemErrorNone && error != SystemErrorIOPending)
@@ -169,30 +199,31 @@ void HTTPClient::ReceiveBody(Exchange& exchange, Clock::TimePoint deadline, Vari
     if (available == 0) break;
     // A stream of pictures, say, has no end.
     const auto received = static_cast<std::int64_t>(std::get<Bytes>(body).size());
-    if (std::max(received + available, exchange.ContentLength) > MaxBody)
+    if (std::max(received + available, handles.ContentLength) > MaxBody)
       Fail(HTTPErrorBrokenOff, "The reply has more than 16 MB");
     if (Clock_.Now() > deadline) Fail(HTTPErrorBrokenOff, "The reply took more than 30 seconds");
 
     Bytes chunk(available);
     std::uint32_t length = 0;
-    if (!Internet_.Read(exchange.Request, chunk, length))
+    if (!Internet_.Read(handles.Request, chunk, length))
       Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
     error = Internet_.LastError();
     if (error != SystemErrorNone) Fail(HTTPErrorBrokenOff, "GetLastError returned " + std::to_string(error));
     LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
     chunk.resize(length);
+    if (handles.Told != nullptr) handles.Told->TakeBody(chunk);
     AppendBytes(body, std::move(chunk));
-    ReportProgress(static_cast<std::int64_t>(std::get<Bytes>(body).size()), exchange);
+    ReportProgress(static_cast<std::int64_t>(std::get<Bytes>(body).size()), handles);
   }
   LogMessage("Got data (0)");  // a total that nothing ever sets
 }
 
-void HTTPClient::ReportProgress(std::int64_t received, const Exchange& exchange) const {
+void HTTPClient::ReportProgress(std::int64_t received, const Handles& handles) const {
   const auto shown = [](std::int64_t length) {
     return static_cast<std::int32_t>(std::min<std::int64_t>(length, INT32_MAX));
   };
   bool cancel = false;
-  if (Progress) Progress(shown(received), shown(exchange.ContentLength), cancel);
+  if (Progress) Progress(shown(received), shown(handles.ContentLength), cancel);
   if (cancel) Fail(HTTPErrorCancelled, "Download cancelled");
 }
 
@@ -243,28 +274,37 @@ std::string HTTPClient::LastResponse() const {
 void HTTPClient::GetResourceAsync(const std::string& address, const std::string& sendHeaders,
                                   const std::string& postData) {
   std::uintptr_t context = 0;
+  auto told = Begin(false, address, postData);
+  std::uint32_t systemError = SystemErrorNone;
   try {
     const WorkingScope working(WorkingCount_);
-    Exchange exchange(Internet_);
+    Handles handles(Internet_);
     const auto target = Aim(address, sendHeaders);
+    if (told) told->Told().Where = target.Where();
     LogMessage("Getting request handles");
-    auto& handles = AsyncHandles();
-    context = static_cast<std::uintptr_t>(handles.NextContext());
-    Open(exchange, AsyncSession_, target, postData, InternetFlagAsync, context);
+    auto& underWay = AsyncHandles();
+    context = static_cast<std::uintptr_t>(underWay.NextContext());
+    Open(handles, AsyncSession_, target, postData, InternetFlagAsync, context);
 
     std::span<const std::uint8_t> body;
-    if (!postData.empty()) body = handles.KeepBody(context, EncodeText(postData, AnsiCodePage()));
-    if (!Internet_.SendRequest(exchange.Request, sendHeaders, body)) {
-      const auto error = Internet_.LastError();
-      if (error == SystemErrorOffline) Fail(HTTPErrorNoRequest, "Windows is in offline mode.");
-      if (error != SystemErrorIOPending) Fail(HTTPErrorNoServer, "Failed to connect to the HTTP server");
+    if (!postData.empty()) body = underWay.KeepBody(context, EncodeText(postData, AnsiCodePage()));
+    if (told) {
+      told->TellBegun();  // before its end, which another thread may tell from here on
+      underWay.KeepExchange(context, std::move(told));
+    }
+    if (!Internet_.SendRequest(handles.Request, sendHeaders, body)) {
+      systemError = Internet_.LastError();
+      if (systemError == SystemErrorOffline) Fail(HTTPErrorNoRequest, "Windows is in offline mode.");
+      if (systemError != SystemErrorIOPending)
+        Fail(HTTPErrorNoServer, "Failed to connect to the HTTP server");
     }
     // From here on the handles belong to the status callback, which may have closed them already.
-    exchange.Request = exchange.Connection = 0;
+    handles.Request = handles.Connection = 0;
     LogMessage("Sent request on thread " + CurrentThreadText());
   } catch (const Error& error) {
+    if (!told) told = AsyncHandles().TakeExchange(context);
     AsyncHandles().Remove(context);
-    LogMessage("Request error " + Text(error.Number()) + ", " + error.Description());
+    TellFailure(error, told.get(), systemError);
     throw;
   }
   LogMessage("Request closed");

@@ -3,18 +3,20 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include <ptzd/Clock.h>
 #include <ptzd/Variant.h>
 #include "platform/Internet.h"
+#include "transport/Teller.h"
 
 namespace ptzd {
 
 /// The library's HTTP client: one request at a time, or one sent and forgotten.
 ///
 /// An instance is used by one thread at a time. Errors are `Error` with the numbers below and an empty
-/// source; the HTTP status is no error. Every step is told to `LogMessage`.
+/// source; the HTTP status is no error. Every step is told to `LogMessage`, every request to the teller.
 ///
 /// - 5: a session cannot be opened
 /// - 6: more than 32767 requests at once
@@ -30,7 +32,8 @@ class HTTPClient {
   static constexpr std::int64_t MaxBody = 16 * 1024 * 1024;      ///< bytes that `GetResource` takes
   static constexpr std::chrono::seconds MaxDuration{30};         ///< of `GetResource`, body included
 
-  explicit HTTPClient(Internet& internet = SystemInternet(), Clock& clock = SystemClock());
+  explicit HTTPClient(Internet& internet = SystemInternet(), Clock& clock = SystemClock(),
+                      Teller teller = {});
   ~HTTPClient();
   HTTPClient(const HTTPClient&) = delete;
   HTTPClient& operator=(const HTTPClient&) = delete;
@@ -87,23 +90,26 @@ class HTTPClient {
 
  private:
   struct Target;
-  struct Exchange;
+  struct Handles;
   class WorkingScope;
 
   void Initialise();
   void Terminate();
   void Perform(const std::string& address, const std::string& sendHeaders, const std::string& postData,
-               const std::function<void(Exchange&)>& receiveBody);
+               const std::function<void(Handles&)>& receiveBody);
   Target Aim(const std::string& address, const std::string& sendHeaders) const;
-  void Open(Exchange& exchange, InternetHandle session, const Target& target, const std::string& postData,
+  void Open(Handles& handles, InternetHandle session, const Target& target, const std::string& postData,
             std::uint32_t asyncFlag, std::uintptr_t context);
-  void ReceiveBody(Exchange& exchange, Clock::TimePoint deadline, Variant& body) const;
-  void ReportProgress(std::int64_t received, const Exchange& exchange) const;
+  void ReceiveBody(Handles& handles, Clock::TimePoint deadline, Variant& body) const;
+  void ReportProgress(std::int64_t received, const Handles& handles) const;
   void CaptureHeaders(InternetHandle request);
+  std::unique_ptr<OpenExchange> Begin(bool awaited, const std::string& address,
+                                      const std::string& postData) const;
   bool BodyFollows() const;
 
   Internet& Internet_;
   Clock& Clock_;
+  const Teller Teller_;
   InternetHandle SyncSession_ = 0;
   InternetHandle AsyncSession_ = 0;
   std::string AgentText_;

@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include <ptzd/Logging.h>
-#include "transport/HTTPExchange.h"
+#include "transport/HTTPHandles.h"
 
 namespace ptzd {
 
@@ -27,28 +27,29 @@ void HTTPClient::DownloadResource(const std::string& address, const std::string&
   file.seekp(0);
   file.clear();
 
-  Perform(address, sendHeaders, postData, [&](Exchange& exchange) {
+  Perform(address, sendHeaders, postData, [&](Handles& handles) {
     // Less strict than in memory: a failed query counts as the end, and left-over errors are not looked at.
     std::int64_t written = 0;
     for (std::uint32_t available = 0;;) {
-      if (!Internet_.QueryDataAvailable(exchange.Request, available)) available = 0;
+      if (!Internet_.QueryDataAvailable(handles.Request, available)) available = 0;
       if (available == 0) break;
       Bytes chunk(available);
       std::uint32_t length = 0;
-      if (!Internet_.Read(exchange.Request, chunk, length))
+      if (!Internet_.Read(handles.Request, chunk, length))
         Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
       LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
+      if (handles.Told != nullptr) handles.Told->TakeBody(std::span(chunk).first(length));
       file.write(reinterpret_cast<const char*>(chunk.data()), length);
       checkFile();
       written += length;
       size = std::max(size, written);
-      ReportProgress(size, exchange);
+      ReportProgress(size, handles);
     }
     LogMessage("Got data (0)");
     file.flush();
     checkFile();
-    CaptureHeaders(exchange.Request);
-    if (BodyFollows() && size < exchange.ContentLength) Fail(HTTPErrorBrokenOff, "Download file truncated");
+    CaptureHeaders(handles.Request);
+    if (BodyFollows() && size < handles.ContentLength) Fail(HTTPErrorBrokenOff, "Download file truncated");
   });
   LogMessage("Got all data");
 }

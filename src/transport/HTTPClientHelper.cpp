@@ -2,16 +2,30 @@
 
 #include <atomic>
 #include <functional>
-#include <string>
 #include <thread>
+#include <utility>
 
 #include <ptzd/Logging.h>
+#include "transport/HTTPHandles.h"
 
 namespace ptzd {
 
 namespace {
 constexpr std::int32_t LastContext = 0x0FFFFFFF;
 std::atomic<bool> CollectionCreated = false;
+constexpr std::size_t UsualHeaderBlock = 2048;
+
+void TellOutcome(Internet& internet, InternetHandle request, OpenExchange& told) {
+  const auto error = internet.QueryOutcome(request);
+  if (error == SystemErrorNone)
+    told.TakeHeaders(HeaderBlock(internet, request));
+  else if (error == SystemErrorCancelled)
+    told.Fail(HTTPErrorCancelled, "The request was given up before it was answered.");
+  else
+    told.Fail(HTTPErrorNoServer, "The HTTP server did not answer." + ReasonOf(error));
+  told.TellEnded();
+}
+
 }  // namespace
 
 std::int32_t AsyncHandleCollection::NextContext() {
@@ -35,6 +49,17 @@ std::span<const std::uint8_t> AsyncHandleCollection::KeepBody(std::uintptr_t con
   return kept;
 }
 
+void AsyncHandleCollection::KeepExchange(std::uintptr_t context, std::unique_ptr<OpenExchange> exchange) {
+  const std::lock_guard lock(Mutex_);
+  Entries_[context].Exchange = std::move(exchange);
+}
+
+std::unique_ptr<OpenExchange> AsyncHandleCollection::TakeExchange(std::uintptr_t context) {
+  const std::lock_guard lock(Mutex_);
+  const auto entry = Entries_.find(context);
+  return entry == Entries_.end() ? nullptr : std::exchange(entry->second.Exchange, nullptr);
+}
+
 std::optional<InternetHandle> AsyncHandleCollection::Remove(std::uintptr_t context) {
   const std::lock_guard lock(Mutex_);
   const auto entry = Entries_.extract(context);
@@ -53,6 +78,38 @@ AsyncHandleCollection& AsyncHandles() {
   return collection;
 }
 
+std::string HeaderBlock(Internet& internet, InternetHandle request) {
+  std::string block(UsualHeaderBlock, '\0');
+  std::uint32_t length = 0;
+  bool fits = internet.QueryRawHeaders(request, block, length);
+  if (!fits && length >= block.size()) {
+    block.resize(std::size_t{length} + 1);
+    fits = internet.QueryRawHeaders(request, block, length);
+  }
+  block.resize(fits ? length : 0);
+  return block;
+}
+
+std::string ReasonOf(std::uint32_t systemError) {
+  switch (systemError) {
+    case SystemErrorNone:
+      return {};
+    case SystemErrorTimeout:
+      return " Nothing came in time.";
+    case SystemErrorNameNotResolved:
+      return " The name of the host is not known.";
+    case SystemErrorCannotConnect:
+      return " The connection was refused or could not be made.";
+    case SystemErrorConnectionAborted:
+    case SystemErrorConnectionReset:
+      return " The connection was closed without an answer.";
+    case SystemErrorInvalidResponse:
+      return " There was no answer in HTTP.";
+    default:
+      return " The system's error is " + std::to_string(systemError) + ".";
+  }
+}
+
 std::string CurrentThreadText() {
   return std::to_string(std::hash<std::thread::id>()(std::this_thread::get_id()));
 }
@@ -68,6 +125,7 @@ void HttpStatusCallback(Internet& internet, InternetHandle handle, std::uintptr_
     LogMessage("Session handle created");
     handles.Add(context, handle);
   } else if (status == InternetStatusRequestComplete) {
+    if (const auto told = handles.TakeExchange(context)) TellOutcome(internet, handle, *told);
     LogMessage("Request complete, closing handles");
     LogMessage("Closed request handle " + std::to_string(internet.CloseHandle(handle)));
     if (const auto connection = handles.Remove(context))

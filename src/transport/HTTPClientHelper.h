@@ -3,18 +3,21 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
+#include <string>
 
 #include <ptzd/Variant.h>
 #include "platform/Internet.h"
+#include "transport/Teller.h"
 
 namespace ptzd {
 
 /// The asynchronous requests under way in the process, by their context value: the connection handle that is
-/// closed when the request is complete, and the body that must stay valid until then. Safe to use from any
-/// thread.
+/// closed when the request is complete, the body that must stay valid until then, and the exchange whose end
+/// is told then. Safe to use from any thread.
 class AsyncHandleCollection {
  public:
   explicit AsyncHandleCollection(std::int32_t lastContext = 0) : ContextCounter_(lastContext) {}
@@ -26,6 +29,9 @@ class AsyncHandleCollection {
   void Add(std::uintptr_t context, InternetHandle connection);
   /// Keeps a request's body; the span stays valid until the context is removed.
   std::span<const std::uint8_t> KeepBody(std::uintptr_t context, Bytes body);
+  void KeepExchange(std::uintptr_t context, std::unique_ptr<OpenExchange> exchange);
+  /// Null where none is kept. Whoever takes it tells its end.
+  std::unique_ptr<OpenExchange> TakeExchange(std::uintptr_t context);
   /// Removes the context and returns its connection; nothing where it is not there.
   std::optional<InternetHandle> Remove(std::uintptr_t context);
   std::size_t Count() const;
@@ -34,6 +40,7 @@ class AsyncHandleCollection {
   struct Entry {
     InternetHandle Connection = 0;
     Bytes Body;
+    std::unique_ptr<OpenExchange> Exchange;
   };
 
   mutable std::mutex Mutex_;
@@ -44,10 +51,16 @@ class AsyncHandleCollection {
 /// The one collection of the process, created on first use.
 AsyncHandleCollection& AsyncHandles();
 
-/// Keeps `AsyncHandles` in step with the requests under way and closes the handles of completed ones. Runs on
-/// any thread and touches nothing but the collection and the log.
+/// Keeps `AsyncHandles` in step with the requests under way, tells what came of completed ones and closes
+/// their handles. Runs on any thread and touches nothing but the collection, the log and the exchange's sink.
 void HttpStatusCallback(Internet& internet, InternetHandle handle, std::uintptr_t context,
                         std::uint32_t status);
+
+/// A reply's header block as `Internet::QueryRawHeaders` answers it, however long; empty where there is none.
+std::string HeaderBlock(Internet& internet, InternetHandle request);
+
+/// Why no reply came, as a sentence behind a blank; empty for no error.
+std::string ReasonOf(std::uint32_t systemError);
 
 /// The calling thread's identifier as log texts show it.
 std::string CurrentThreadText();

@@ -29,6 +29,7 @@
 #include "simulators/Toshiba.h"
 #include "simulators/Vivotek.h"
 #include "support/AsyncSends.h"
+#include "support/Exchanges.h"
 #include "support/FakeClock.h"
 
 namespace ptzd {
@@ -218,7 +219,7 @@ class EveryMake : public testing::TestWithParam<Make> {
 #endif
     options.WriteProperty("Address", Camera->Addresses()[0]);
     options.WriteProperty("Feed", std::string("3"));
-    Driver = test::CreateSubject(*Class, {.clock = &Clock});
+    Driver = test::CreateSubject(*Class, {.clock = &Clock, .exchanges = Told});
     ASSERT_NE(Driver.Device, nullptr);
     ASSERT_TRUE(Driver.Device->Connect(options.Contents()));
     Settle();
@@ -290,6 +291,7 @@ class EveryMake : public testing::TestWithParam<Make> {
   const DriverClass* Class = nullptr;
   CameraClock Clock;
   test::AsyncSends Sends;
+  std::shared_ptr<test::Exchanges> Told = std::make_shared<test::Exchanges>();
   std::unique_ptr<ptzsim::Simulator> Camera;
   test::Subject Driver;
 };
@@ -303,6 +305,32 @@ bool Lists(const nlohmann::json& state, const std::string& preset) {
   }
   return state.is_structured() &&
          std::ranges::any_of(state, [&](const auto& part) { return Lists(part, preset); });
+}
+
+TEST_P(EveryMake, TellsEachRequest) {
+  Clock.Messages = 1;
+  Driver.Device->MoveTo(20, -10);
+  if (Driver.Continuous != nullptr) Driver.Continuous->StopContinuous();
+  Driver.Device->Pan();
+  Driver = {};
+  ASSERT_TRUE(Sends.WaitForClosed(Sends.Sent()));
+  std::vector<std::string> told, logged;
+  for (const auto& exchange : Told->Ends()) {
+    EXPECT_EQ(exchange.DriverClass, Class->ProgID);
+    if (exchange.Where.empty()) continue;  // a URL with the address in it twice, which leads nowhere
+    EXPECT_EQ(exchange.ErrorNumber, 0) << exchange.ErrorText;
+    if (exchange.Link == ExchangeLink::HTTP)
+      told.push_back("/" +
+                     exchange.URL.substr(std::min(exchange.URL.find('/', 7), exchange.URL.size() - 1) + 1));
+    else if (!exchange.Sent.empty())  // else the line was opened
+      told.emplace_back(exchange.Sent.begin(), exchange.Sent.end());
+  }
+  ASSERT_TRUE(Camera->Log().WaitForRequests(told.size()));
+  for (const auto& request : Camera->Log().Requests())
+    logged.push_back(request.Method.empty() ? request.Raw : request.Target);
+  std::ranges::sort(told);
+  std::ranges::sort(logged);
+  EXPECT_EQ(told, logged);
 }
 
 TEST_P(EveryMake, DoesWhatItsDataSays) {

@@ -93,6 +93,9 @@ class FakeInternet : public Internet {
   std::optional<std::uint64_t> QueryContentLength(InternetHandle request) override {
     return static_cast<std::uint64_t>(Nodes_.at(request).Reply.Body.size());
   }
+  std::uint32_t QueryOutcome(InternetHandle request) override {
+    return Nodes_.at(request).Reply.Answers ? 0 : SendError;
+  }
   bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) override {
     const auto block = Nodes_.at(request).Reply.StatusLine + "\r\nServer: fake\r\n\r\n";
     length = static_cast<std::uint32_t>(block.size());

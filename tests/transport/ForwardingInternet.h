@@ -52,6 +52,7 @@ class ForwardingInternet : public Internet {
   std::optional<std::uint64_t> QueryContentLength(InternetHandle request) override {
     return System_.QueryContentLength(request);
   }
+  std::uint32_t QueryOutcome(InternetHandle request) override { return System_.QueryOutcome(request); }
   bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) override {
     return System_.QueryRawHeaders(request, buffer, length);
   }

@@ -1,6 +1,7 @@
 #include "drivers/kit/Driver.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "common/Numbers.h"
 #include "drivers/kit/AddressLogins.h"
@@ -8,6 +9,21 @@
 #include "drivers/kit/Options.h"
 
 namespace ptzd {
+
+namespace {
+
+std::uint64_t NextDriverObject() {
+  static std::atomic<std::uint64_t> last = 0;
+  return ++last;
+}
+
+}  // namespace
+
+Driver::Driver(const DriverData& data, const Platform& platform)
+    : Data_(data),
+      Platform_(platform),
+      Teller_(platform.exchanges, data.Class, NextDriverObject()),
+      PositionAge_(data.PositionLifetime) {}
 
 bool Driver::Connect(std::span<const std::uint8_t> options) {
   Connected_ = false;

@@ -13,6 +13,7 @@
 #include "drivers/kit/HeadPosition.h"
 #include "drivers/kit/LastMotion.h"
 #include "drivers/kit/PositionAge.h"
+#include "transport/Teller.h"
 
 namespace ptzd {
 
@@ -38,8 +39,7 @@ class Driver : public PTZDeviceBridge {
   bool Home() final;
 
  protected:
-  Driver(const DriverData& data, const Platform& platform)
-      : Data_(data), Platform_(platform), PositionAge_(data.PositionLifetime) {}
+  Driver(const DriverData& data, const Platform& platform);
 
   // Connecting.
 
@@ -108,6 +108,7 @@ class Driver : public PTZDeviceBridge {
 
   const DriverData& Data_;
   const Platform Platform_;
+  const Teller Teller_;  ///< whatever goes to the camera is told by it
   PropertyBag Options_;
   bool HasOptions_ = false;  ///< `Connect` was called, whatever came of it
   bool Connected_ = false;

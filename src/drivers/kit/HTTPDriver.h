@@ -87,7 +87,6 @@ class HTTPDriver : public Driver {
   HTTPClient Client_;
 
  private:
-  MaskedLogins Logins_;
   RequestStyle Style_;
 };
 

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <system_error>
 
 namespace ptzd {
 
@@ -118,6 +119,8 @@ class BSDSockets final : public Sockets {
 };
 
 }  // namespace
+
+std::string SocketErrorText(std::int32_t error) { return std::system_category().message(error); }
 
 Sockets& SystemSockets() {
   static BSDSockets sockets;

@@ -132,8 +132,13 @@ class Request final : public Node {
     return Parent_->Parent->IsAsync() ? SendAsync(internet, own) : SendAndWait();
   }
 
-  /// Null before the reply is there.
+  /// Null before the reply is there, and for an asynchronous request.
   const Transfer* Reply() const { return Transfer_.get(); }
+  /// The same of an asynchronous one, within its callback.
+  const Transfer* ReplyNobodyReads() const { return Outcome() == 0 ? Async_->transfer.get() : nullptr; }
+  std::uint32_t Outcome() const {
+    return Async_ && Async_->complete ? Async_->error : ErrorIncorrectHandleState;
+  }
 
   std::uint32_t WaitForBody(std::uint32_t& available) {
     Loop_->Drive(*Transfer_, &Transfer::HasBody);
@@ -304,10 +309,17 @@ class CurlInternet final : public Internet {
     return length;
   }
 
+  std::uint32_t QueryOutcome(InternetHandle request) override {
+    const auto node = Handles_.Find<Request>(request);
+    return node ? node->Outcome() : SystemErrorCancelled;  // who closes it gives it up
+  }
+
   bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) override {
-    const auto reply = FindReply(request);
-    if (!reply) return false;
-    const auto& headers = reply->Reply()->Headers();
+    const auto node = Handles_.Find<Request>(request);
+    if (!node) return Succeeded(HandleError(request));
+    const auto* reply = node->Reply() != nullptr ? node->Reply() : node->ReplyNobodyReads();
+    if (reply == nullptr) return Succeeded(ErrorIncorrectHandleState);
+    const auto& headers = reply->Headers();
     length = static_cast<std::uint32_t>(headers.size());
     if (headers.size() >= buffer.size()) return Succeeded(ErrorInsufficientBuffer);
     *std::ranges::copy(headers, buffer.begin()).out = '\0';

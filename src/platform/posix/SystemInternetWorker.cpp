@@ -7,7 +7,7 @@
 #include <string>
 
 #include <ptzd/Logging.h>
-#include "platform/Internet.h"
+#include "platform/posix/SystemInternetErrors.h"
 
 namespace ptzd::internet {
 
@@ -204,7 +204,8 @@ void AsyncWorker::Check(const RequestPointer& request, TimePoint now) {
   if (!request->writtenAt && transfer.Written()) request->writtenAt = now;
   const bool isWaitedFor = session.latest == request.get() && !session.waiting.empty();
   const bool isDone = session.closed && request->writtenAt && !isWaitedFor;
-  if (transfer.Over() || transfer.Deadline() <= now || isDone) End(request);
+  const bool isLate = transfer.Deadline() <= now;
+  if (transfer.Over() || isLate || isDone) End(request, isLate ? ErrorTimeout : SystemErrorCancelled);
 }
 
 void AsyncWorker::Start(const SessionPointer& session) {
@@ -216,15 +217,15 @@ void AsyncWorker::Start(const SessionPointer& session) {
   const std::size_t others = request->origin.authenticates ? 0 : MaxOnWire - 1;
   while (session->onWire.size() > others) End(session->onWire.front());
   try {
-    if (!PutOnWire(request)) End(request);
+    if (const auto error = PutOnWire(request); error != SystemErrorNone) End(request, error);
   } catch (const std::exception& error) {
     LogMessage(std::string("Asynchronous request failed, ") + error.what());
-    End(request);
+    End(request, ErrorOutOfMemory);
   }
   Serve(session);
 }
 
-bool AsyncWorker::PutOnWire(const RequestPointer& request) {
+std::uint32_t AsyncWorker::PutOnWire(const RequestPointer& request) {
   auto& session = *request->session;
   if (!session.channel) session.channel = std::make_shared<Channel>(session.agent);
   request->transfer = session.channel->Take(request->origin);
@@ -235,25 +236,27 @@ bool AsyncWorker::PutOnWire(const RequestPointer& request) {
   session.onWire.push_back(request);
   session.latest = request.get();
   request->startedAt = std::chrono::steady_clock::now();
-  return transfer.Prepare(request->message, request->timeouts, false) == SystemErrorNone &&
-         Loop_->Start(transfer);
+  const auto error = transfer.Prepare(request->message, request->timeouts, false);
+  return error != SystemErrorNone || Loop_->Start(transfer) ? error : ErrorInternal;
 }
 
 /// Takes part in owning the request, whose list it leaves.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
-void AsyncWorker::End(RequestPointer request) {
+void AsyncWorker::End(RequestPointer request, std::uint32_t error) {
   const auto session = std::move(request->session);
-  if (request->transfer) {
-    Loop_->Remove(*request->transfer);
-    OnWire_.erase(request->transfer.get());
-    session->channel->GiveBack(std::move(request->transfer));
+  if (auto* transfer = request->transfer.get()) {
+    if (transfer->HasHeaders()) error = transfer->ReplyError();
+    Loop_->Remove(*transfer);
+    OnWire_.erase(transfer);
     std::erase(session->onWire, request);
     if (session->latest == request.get()) session->latest = nullptr;
   } else {
     std::erase(session->waiting, request);
   }
+  request->error = error;
   request->complete = true;
   request->completed();
+  if (request->transfer) session->channel->GiveBack(std::move(request->transfer));
 }
 
 void AsyncWorker::EndAll(AsyncSession& session) {

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Internet.h"
 #include "platform/posix/SystemInternetTransfer.h"
 #include "platform/posix/SystemInternetWorkerLoop.h"
 
@@ -30,10 +31,11 @@ struct AsyncRequest {
   Timeouts timeouts;
   std::function<void()> completed;     ///< called once, on the worker's thread
   std::atomic<bool> complete = false;  ///< may be asked on any thread
+  std::uint32_t error = 0;             ///< from completion on: why there is no reply, 0 where there is one
 
   // The worker's own.
   TimePoint handedOverAt{};
-  std::unique_ptr<Transfer> transfer{};  ///< while it is on the wire
+  std::unique_ptr<Transfer> transfer{};  ///< while it is on the wire, and within `completed`
   TimePoint startedAt{};
   std::optional<TimePoint> writtenAt{};
 };
@@ -103,9 +105,10 @@ class AsyncWorker {
   void Serve(const SessionPointer& session);
   void Check(const RequestPointer& request, TimePoint now);
   void Start(const SessionPointer& session);
-  bool PutOnWire(const RequestPointer& request);
-  /// Completes a request, wherever it is.
-  void End(RequestPointer request);
+  /// 0, or why it cannot be sent.
+  std::uint32_t PutOnWire(const RequestPointer& request);
+  /// Completes a request, wherever it is; `error` says why where its transfer does not.
+  void End(RequestPointer request, std::uint32_t error = SystemErrorCancelled);
   void EndAll(AsyncSession& session);
 
   std::mutex Mutex_;

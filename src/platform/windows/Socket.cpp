@@ -6,6 +6,8 @@
 #include <array>
 #include <chrono>
 
+#include "platform/windows/AnsiText.h"
+
 namespace ptzd {
 
 namespace {
@@ -124,6 +126,14 @@ class WindowsSockets final : public Sockets {
 };
 
 }  // namespace
+
+std::string SocketErrorText(std::int32_t error) {
+  std::array<char, 512> text{};
+  const auto length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                     static_cast<DWORD>(error), 0, text.data(), text.size(), nullptr);
+  const std::string_view line(text.data(), length);
+  return TextFromAnsi(line.substr(0, line.find_last_not_of("\r\n") + 1));
+}
 
 Sockets& SystemSockets() {
   // Never destroyed: drivers may outlive the library's statics.

@@ -39,6 +39,13 @@ static_assert(InternetSchemeUnknown == INTERNET_SCHEME_UNKNOWN &&
               InternetSchemeHttp == INTERNET_SCHEME_HTTP && InternetSchemeHttp == INTERNET_SERVICE_HTTP &&
               SystemErrorUnrecognizedScheme == ERROR_INTERNET_UNRECOGNIZED_SCHEME &&
               SystemErrorIOPending == ERROR_IO_PENDING && SystemErrorOffline == ERROR_FILE_NOT_FOUND);
+static_assert(SystemErrorTimeout == ERROR_INTERNET_TIMEOUT &&
+              SystemErrorNameNotResolved == ERROR_INTERNET_NAME_NOT_RESOLVED &&
+              SystemErrorCancelled == ERROR_INTERNET_OPERATION_CANCELLED &&
+              SystemErrorCannotConnect == ERROR_INTERNET_CANNOT_CONNECT &&
+              SystemErrorConnectionAborted == ERROR_INTERNET_CONNECTION_ABORTED &&
+              SystemErrorConnectionReset == ERROR_INTERNET_CONNECTION_RESET &&
+              SystemErrorInvalidResponse == ERROR_HTTP_INVALID_SERVER_RESPONSE);
 
 // Sizes of the buffers for the parts of a URL, in characters; longer parts are refused.
 constexpr std::size_t SchemeSize = 32;
@@ -65,17 +72,19 @@ struct Outcome {
   bool succeeded;
   DWORD error;  ///< after a success whatever the call left there
 
-  bool Report() const {
-    if (succeeded) return Succeeded(ERROR_SUCCESS);
+  bool Report() const { return Succeeded(succeeded ? ERROR_SUCCESS : Reason()); }
+
+  /// Of a failure, never 0.
+  DWORD Reason() const {
     switch (error) {
       case ERROR_SUCCESS:
-        return Succeeded(ERROR_INTERNET_INTERNAL_ERROR);
+        return ERROR_INTERNET_INTERNAL_ERROR;
       case WSAETIMEDOUT:
-        return Succeeded(ERROR_INTERNET_TIMEOUT);
+        return ERROR_INTERNET_TIMEOUT;
       case WSAECONNRESET:
-        return Succeeded(ERROR_INTERNET_CONNECTION_RESET);
+        return ERROR_INTERNET_CONNECTION_RESET;
       default:
-        return Succeeded(error);
+        return error;
     }
   }
 };
@@ -122,6 +131,7 @@ struct Watch {
   std::shared_ptr<Node> Session{};  ///< null where it is not under way
   std::uint64_t SentAt = 0;         ///< tick count
   bool IsWritten = false;
+  DWORD Error = ERROR_SUCCESS;  ///< from completion on: why the API had no reply
 };
 
 class WindowsInternet final : public Internet {
@@ -264,7 +274,7 @@ class WindowsInternet final : public Internet {
     if (isAsync) {
       // No callback follows a failure, and none is sure to follow a success.
       if (outcome.succeeded)
-        Complete(request);
+        Complete(request, ERROR_SUCCESS);
       else if (outcome.error != ERROR_IO_PENDING)
         TakePending(request);
     } else if (outcome.succeeded && !HasReply(node->Native)) {
@@ -284,6 +294,17 @@ class WindowsInternet final : public Internet {
     // As text, since a number would be of 32 bits.
     if (!QueryLine(node->Native, HTTP_QUERY_CONTENT_LENGTH, value).Report()) return std::nullopt;
     return LengthFromText(value);
+  }
+
+  std::uint32_t QueryOutcome(InternetHandle request) override {
+    DWORD error = ERROR_INTERNET_OPERATION_CANCELLED;  // who closes it gives it up
+    {
+      const std::lock_guard lock(Mutex_);
+      const auto watch = Watches_.find(request);
+      if (watch != Watches_.end()) error = watch->second.Error;
+    }
+    const auto node = error == ERROR_SUCCESS ? Find(request, Node::Kind::Request) : nullptr;
+    return node && !HasStatus(node->Native) ? ERROR_HTTP_INVALID_SERVER_RESPONSE : error;
   }
 
   bool QueryRawHeaders(InternetHandle request, std::span<char> buffer, std::uint32_t& length) override {
@@ -382,10 +403,15 @@ class WindowsInternet final : public Internet {
     return outcome;
   }
 
+  static bool HasStatus(HINTERNET native) {
+    DWORD status = 0;
+    return QueryNumber(native, HTTP_QUERY_STATUS_CODE, status).succeeded && status != 0;
+  }
+
   /// A server that closes without an answer may show as a success without status and body.
   static bool HasReply(HINTERNET native) {
-    DWORD status = 0, available = 0;
-    if (QueryNumber(native, HTTP_QUERY_STATUS_CODE, status).succeeded && status != 0) return true;
+    DWORD available = 0;
+    if (HasStatus(native)) return true;
     return InternetQueryDataAvailable(native, &available, 0, 0) && available != 0;
   }
 
@@ -476,12 +502,13 @@ class WindowsInternet final : public Internet {
   }
 
   /// True for the one that finds the request still pending.
-  bool TakePending(InternetHandle request) {
+  bool TakePending(InternetHandle request, DWORD error = ERROR_SUCCESS) {
     std::shared_ptr<Node> session;  // the API is called after the lock is released
     const std::lock_guard lock(Mutex_);
     const auto watch = Watches_.find(request);
     if (watch == Watches_.end() || watch->second.Session == nullptr) return false;
     session = std::move(watch->second.Session);
+    watch->second.Error = error;
     std::erase(session->Pending, request);
     return true;
   }
@@ -505,7 +532,7 @@ class WindowsInternet final : public Internet {
         given.push_back(request);
       }
     }
-    for (const auto request : given) Complete(request);
+    for (const auto request : given) Complete(request, ERROR_INTERNET_OPERATION_CANCELLED);
   }
 
   void Notify(InternetHandle request, std::uint32_t status) {
@@ -521,17 +548,17 @@ class WindowsInternet final : public Internet {
   }
 
   /// Every request that was sent is complete once, whatever the API reports.
-  void Complete(InternetHandle request) {
-    if (TakePending(request)) Notify(request, InternetStatusRequestComplete);
+  void Complete(InternetHandle request, DWORD error) {
+    if (TakePending(request, error)) Notify(request, InternetStatusRequestComplete);
   }
 
   void HandleStatus(InternetHandle request, DWORD status, const void* information) {
     switch (status) {
       case INTERNET_STATUS_REQUEST_COMPLETE: {
         const auto* result = static_cast<const INTERNET_ASYNC_RESULT*>(information);
-        if (result != nullptr && result->dwResult == 0)
-          LogMessage("Asynchronous request failed, error " + std::to_string(result->dwError));
-        Complete(request);
+        const bool failed = result != nullptr && result->dwResult == 0;
+        if (failed) LogMessage("Asynchronous request failed, error " + std::to_string(result->dwError));
+        Complete(request, failed ? Outcome{false, result->dwError}.Reason() : ERROR_SUCCESS);
         break;
       }
       case INTERNET_STATUS_REQUEST_SENT:
@@ -539,7 +566,7 @@ class WindowsInternet final : public Internet {
         Notify(request, status);
         break;
       case INTERNET_STATUS_HANDLE_CLOSING: {
-        Complete(request);
+        Complete(request, ERROR_INTERNET_OPERATION_CANCELLED);
         Notify(request, status);
         const std::lock_guard lock(Mutex_);
         Watches_.erase(request);

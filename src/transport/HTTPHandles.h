@@ -25,19 +25,20 @@ enum HTTPError : std::int32_t {
 }
 
 /// A request and its connection, closed request first.
-struct HTTPClient::Exchange {
-  explicit Exchange(ptzd::Internet& layer) : Layer(layer) {}
-  ~Exchange() {
+struct HTTPClient::Handles {
+  explicit Handles(ptzd::Internet& layer) : Layer(layer) {}
+  ~Handles() {
     if (Request != 0) Layer.CloseHandle(Request);
     if (Connection != 0) Layer.CloseHandle(Connection);
   }
-  Exchange(const Exchange&) = delete;
-  Exchange& operator=(const Exchange&) = delete;
+  Handles(const Handles&) = delete;
+  Handles& operator=(const Handles&) = delete;
 
   ptzd::Internet& Layer;
   InternetHandle Connection = 0;
   InternetHandle Request = 0;
   std::int64_t ContentLength = -1;  ///< -1: not announced
+  OpenExchange* Told = nullptr;     ///< null where nobody listens
 };
 
 }  // namespace ptzd
