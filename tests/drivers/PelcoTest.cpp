@@ -101,7 +101,7 @@ TEST_F(PelcoTest, CommandsOfBothProtocols) {
   }
   EXPECT_TRUE(Camera.PresetGoto(254));
   EXPECT_EQ(Sent(), "A000000700FFAFF7") << "the last preset of Pelco-P, which has no sum to overflow";
-  EXPECT_FALSE(Camera.Iris(static_cast<ptzd::Iris>(3)));
+  EXPECT_TRUE(Camera.Iris(static_cast<ptzd::Iris>(3)) && Camera.Focus(static_cast<ptzd::Focus>(-1)));
   EXPECT_EQ(Sent(), "");
 }
 
