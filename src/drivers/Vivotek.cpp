@@ -118,14 +118,13 @@ const DriverData Vivotek::Data = {
 
 Vivotek::Vivotek(const Platform& platform) : HTTPDriver(Data, platform, Style), ContinuousDriver(Data) {}
 
-void Vivotek::ReadOptions() { Found_ = {}; }
-
 bool Vivotek::Open() {
   LogMessage("Connecting PTZ driver to " + AddressOption.In(Options_));
 
   const auto reply = TextOf(InformationPath);
   if (reply.empty()) Raise(PTZErrorConnectionFailed, "No valid reply from the device.");
 
+  Found_ = {};  // what an earlier one told holds until here
   const Model* model = nullptr;
   ptzd::Capabilities bits{};
   const auto lines = PlainLines(reply);

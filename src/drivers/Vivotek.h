@@ -44,7 +44,6 @@ class Vivotek final : public HTTPDriver, public PTZNamedPresets, public Continuo
  private:
   struct Model;
 
-  void ReadOptions() override;
   bool Open() override;
   bool DeviceMove(Directions direction, float angle) override;
   bool GoTo(HeadPosition target) override;
