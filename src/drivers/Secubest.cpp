@@ -92,7 +92,7 @@ const DriverData Secubest::Data = {
     .Zoom = MemberRule::SucceedsIfConnected,
     .PanRange = ValueRange{},
     .TiltRange = ValueRange{},
-    .ZoomRange = ValueRange{.Unit = "as many move intervals as 5 degrees"},
+    .ZoomRange = ValueRange{.Unit = "times that a degree takes"},
     .PanSpeed = ValueRange{-1310, 1310, "25 camera speeds", Beyond::Overflows},
     .TiltSpeed = ValueRange{-1310, 1310, "25 camera speeds", Beyond::Overflows},
     .ZoomSpeed = ValueRange{-32767, 32767, "camera speeds", Beyond::Overflows},

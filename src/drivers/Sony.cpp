@@ -135,9 +135,9 @@ const DriverData Sony::Data = {
     .PanRange = ValueRange{-180, 180, "degrees", Beyond::Limited, true},  // steps of endless heads go around
     .TiltRange = ValueRange{-90, 30, "degrees", Beyond::Limited, true},
     .ZoomRange = ValueRange{0, MaxZoomPosition / ZoomUnits, "5200 camera units", Beyond::Overflows},
-    .PanSpeed = ValueRange{.Unit = "quarters of a camera speed"},
-    .TiltSpeed = ValueRange{.Unit = "quarters of a camera speed"},
-    .ZoomSpeed = ValueRange{.Unit = "eighths of a camera speed"},
+    .PanSpeed = ValueRange{.Unit = "4 camera speeds"},
+    .TiltSpeed = ValueRange{.Unit = "4 camera speeds"},
+    .ZoomSpeed = ValueRange{.Unit = "8 camera speeds"},
     .StopsBySpeedZero = false,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,

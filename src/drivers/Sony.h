@@ -28,9 +28,10 @@ namespace ptzd {
 /// the camera reports it (firmware 6 and up, or VISCA), one read at most every 5 seconds; a reading that
 /// fails keeps it. Moves end at the camera's limits, except that relative pan goes around on endless heads.
 ///
-/// Zoom is 0 at the widest and 1 at full tele; below 0 is 0, above 12.6 raises 6. There is no iris, focus,
-/// home or preset. Continuous speeds are the camera's divided by 4 for pan (rounded) and tilt, by 8 for zoom;
-/// a motion is ended by `ContinuousMove(0, 0)`, for `StopContinuous` sends nothing.
+/// Zoom is 0 at the widest and counts 5200 camera units; 1 is short of full tele. Below 0 is 0, above 12.6
+/// raises 6. There is no iris, focus, home or preset. Continuous speeds are the camera's divided by 4 for pan
+/// (rounded) and tilt, by 8 for zoom; a motion is ended by `ContinuousMove(0, 0)`, for `StopContinuous` sends
+/// nothing.
 class Sony final : public WithZoom<HTTPDriver>, public ContinuousDriver {
  public:
   static const DriverData Data;
