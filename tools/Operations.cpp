@@ -1,6 +1,7 @@
 #include "Operations.h"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -211,6 +212,56 @@ void Run(Camera& camera, PTZContinuousControl& control, const Arguments& argumen
 
 constexpr char MayMove[] = "the camera may still be moving";
 
+const char* BeyondText(Beyond beyond) {
+  switch (beyond) {
+    case Beyond::SignOnly:
+      return "sign only";
+    case Beyond::Limited:
+      return "limited";
+    case Beyond::GoesAround:
+      return "goes around";
+    case Beyond::PassedOn:
+      return "passed on";
+    case Beyond::Overflows:
+      return "overflows";
+  }
+  return "";
+}
+
+const char* MovementText(ConnectMovement movement) {
+  switch (movement) {
+    case ConnectMovement::Never:
+      return "never";
+    case ConnectMovement::OnSomeModels:
+      return "on some models";
+    case ConnectMovement::OnEveryModel:
+      return "on every model";
+  }
+  return "";
+}
+
+/// Adds what is the same for every camera of a driver.
+void AddDriverFacts(Json& values, const DriverData& data) {
+  const std::pair<const char*, const std::optional<ValueRange>&> ranges[] = {
+      {"pan", data.PanRange},       {"tilt", data.TiltRange},       {"zoom", data.ZoomRange},
+      {"pan_speed", data.PanSpeed}, {"tilt_speed", data.TiltSpeed}, {"zoom_speed", data.ZoomSpeed}};
+  const auto end = [](double value) { return std::isfinite(value) ? Json(Val(Text(value))) : Json(); };
+  auto rows = Json::array();
+  for (const auto& [name, range] : ranges)
+    if (range)
+      rows.push_back({{"name", name},
+                      {"least", end(range->Least)},
+                      {"greatest", end(range->Greatest)},
+                      {"unit", range->Ends == Beyond::SignOnly ? Json() : Json(range->Unit)},
+                      {"beyond", BeyondText(range->Ends)},
+                      {"depends_on_model", range->DependsOnModel}});
+  values["ranges"] = std::move(rows);
+  values["asks_to_connect"] = data.AsksToConnect;
+  values["connects_unheard"] = data.ConnectsUnheard;
+  values["moves_to_connect"] = MovementText(data.MovesToConnect);
+  if (data.PanSpeed) values["stops_by_speed_zero"] = data.StopsBySpeedZero;
+}
+
 Outcome Described(Outcome outcome, const Arguments& arguments) {
   if (outcome.Result != Result::Done) {
     if (!outcome.Requests.empty()) outcome.Notes.emplace_back(MayMove);
@@ -262,9 +313,11 @@ Outcome ListOptions(const DriverClass& driver) {
   };
   Outcome outcome;
   outcome.Operation = "options";
-  outcome.Values = Keep({{"driver", driver.ProgID},
-                         {"options", table(DescribedOptions(driver))},
-                         {"common_options", table(CommonOptions(driver))}});
+  Json values = {{"driver", driver.ProgID},
+                 {"options", table(DescribedOptions(driver))},
+                 {"common_options", table(CommonOptions(driver))}};
+  AddDriverFacts(values, *driver.Data);
+  outcome.Values = Keep(std::move(values));
   return outcome;
 }
 
@@ -290,6 +343,7 @@ Outcome Info(Camera& camera, const Arguments&) {
               {"interfaces", std::move(interfaces)},
               {"numbered_presets", device.PresetCount()},
               {"position", PositionText(Data(camera).Source())}};
+    AddDriverFacts(values, Data(camera));
     return std::optional(true);
   });
   outcome.Answer.reset();

@@ -52,10 +52,16 @@ std::string Plain(const Json& value) {
   if (value.is_string()) return Printable(value.get<std::string>());
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (value.is_null()) return "";
+  if (value.is_number_float()) return ptzd::Text(value.get<float>());
   if (!value.is_array()) return value.dump(-1, ' ', true, Json::error_handler_t::replace);
   std::string text;
   for (const auto& item : value) text.append(text.empty() ? "" : ", ").append(Plain(item));
   return text;
+}
+
+std::string Label(std::string name) {
+  std::ranges::replace(name, '_', ' ');
+  return name;
 }
 
 /// What people need not see: it says again, for programs, what another column says in words.
@@ -64,7 +70,7 @@ bool ForPrograms(const std::string& column) { return column == "type" || column 
 void PrintTable(const Json& rows) {
   std::vector<std::vector<std::string>> lines(1);
   for (const auto& [column, value] : rows.front().items())
-    if (!ForPrograms(column)) lines.front().push_back(column);
+    if (!ForPrograms(column)) lines.front().push_back(Label(column));
   for (const auto& row : rows) {
     auto& line = lines.emplace_back();
     for (const auto& [column, value] : row.items())
@@ -86,9 +92,7 @@ void PrintTable(const Json& rows) {
 void PrintValues(const Json& values) {
   for (const auto& [name, value] : values.items()) {
     const bool table = value.is_array() && !value.empty() && value.front().is_object();
-    auto label = name;
-    std::ranges::replace(label, '_', ' ');
-    std::cout << Printable(label) << ":" << (table ? "" : " " + Plain(value)) << '\n';
+    std::cout << Printable(Label(name)) << ":" << (table ? "" : " " + Plain(value)) << '\n';
     if (table) PrintTable(value);
   }
 }

@@ -304,6 +304,13 @@ class JSON(unittest.TestCase):
             {"name": "ZoomStep", "kind": "integer 0 to 10000", "default": 0, "description": "Zoom step value",
              "type": 2, "values": [0, 10000]}])
         self.assertEqual([o["name"] for o in options["values"]["common_options"]], ["Address", "Port", "Reset"])
+        ranges = {row.pop("name"): row for row in options["values"]["ranges"]}
+        self.assertEqual(list(ranges), ["pan", "tilt", "zoom", "pan_speed", "tilt_speed", "zoom_speed"])
+        self.assertEqual(ranges["zoom"], {"least": 0, "greatest": None, "unit": "zoom steps", "beyond": "passed on",
+                                          "depends_on_model": False})
+        self.assertEqual({name: options["values"][name] for name in list(options["values"])[-4:]},
+                         {"asks_to_connect": True, "connects_unheard": False, "moves_to_connect": "on some models",
+                          "stops_by_speed_zero": True})
 
     def test_positions_and_errors(self):
         with Camera() as camera:
