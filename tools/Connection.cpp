@@ -9,6 +9,7 @@
 #include <ptzd/PTZOptions.h>
 #include <ptzd/SerialPortPool.h>
 #include "Words.h"
+#include "common/ASCII.h"
 #include "common/Numbers.h"
 
 namespace ptzctl {
@@ -84,8 +85,7 @@ const DriverClass& FindDriver(const std::string& name) {
   if (const auto* driver = FindDriverClass(progID)) return *driver;
   const PTZDrivers catalogue;
   for (const auto& entry : catalogue.NewEnum()) {
-    const auto listed = Lower(entry->Class());
-    if (listed == Lower(name) || listed == Lower(progID))
+    if (EqualsIgnoringCase(entry->Class(), name) || EqualsIgnoringCase(entry->Class(), progID))
       throw UsageError("the driver " + entry->Class() + " (" + entry->Name() +
                        ") is listed, but is not in this build");
   }
@@ -129,7 +129,7 @@ void StoreOption(PropertyBag& bag, const DriverClass& driver, const std::string&
       warning = RangeWarning(option, value);
       return bag.WriteProperty(key, value);
     }
-    if (Lower(option.Name()) == Lower(key)) similar = "; do you mean " + option.Name() + "?";
+    if (EqualsIgnoringCase(option.Name(), key)) similar = "; do you mean " + option.Name() + "?";
   }
   warning = "the driver " + std::string(driver.ProgID) + " knows no option " + Printable(key) + similar;
   bag.WriteProperty(key, word);

@@ -9,6 +9,9 @@
 #include <sstream>
 #include <utility>
 
+#include "common/ASCII.h"
+#include "common/Numbers.h"
+
 namespace ptzctl {
 
 namespace {
@@ -66,7 +69,7 @@ template <typename Value, std::size_t Count>
 Value Find(const Word<Value> (&words)[Count], std::string_view name, std::string_view word) {
   std::string known;
   for (const auto& candidate : words) {
-    if (candidate.Text == Lower(word)) return candidate.Means;
+    if (ptzd::EqualsIgnoringCase(candidate.Text, word)) return candidate.Means;
     known.append(known.empty() ? "" : ", ").append(candidate.Text);
   }
   Refuse(name, word, "is none of " + known);
@@ -152,9 +155,7 @@ std::string Printable(std::string_view text) {
   const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
   std::string printable;
   const auto escape = [&](unsigned code) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    printable.append("\\x") += digits[code >> 4];
-    printable += digits[code & 15];
+    printable.append("\\x").append(ptzd::Hex2(static_cast<std::int32_t>(code)));
   };
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto code = at(i);
@@ -175,13 +176,6 @@ std::string Printable(std::string_view text) {
     }
   }
   return printable;
-}
-
-std::string Lower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return lower;
 }
 
 }  // namespace ptzctl

@@ -44,6 +44,4 @@ std::vector<std::string> SplitWords(const std::string& line);
 /// sends, a terminal is not to obey it.
 std::string Printable(std::string_view text);
 
-std::string Lower(std::string_view text);
-
 }  // namespace ptzctl

@@ -7,17 +7,9 @@
 #include <ptzd/Error.h>
 #include <ptzd/PTZDrivers.h>
 #include "catalogue/Catalogue.h"
+#include "common/ASCII.h"
 
 namespace ptzd {
-
-namespace {
-
-bool SameProgID(std::string_view a, std::string_view b) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-  return std::ranges::equal(a, b, {}, lower, lower);
-}
-
-}  // namespace
 
 std::span<const DriverClass> DriverClasses() {
   static const auto classes = [] {
@@ -32,7 +24,7 @@ std::span<const DriverClass> DriverClasses() {
 const DriverClass* FindDriverClass(std::string_view progID) {
   const auto classes = DriverClasses();
   const auto found =
-      std::ranges::find_if(classes, [&](const auto& row) { return SameProgID(row.ProgID, progID); });
+      std::ranges::find_if(classes, [&](const auto& row) { return EqualsIgnoringCase(row.ProgID, progID); });
   return found == classes.end() ? nullptr : &*found;
 }
 
@@ -40,7 +32,7 @@ std::unique_ptr<PTZDevice> CreateDriver(std::string_view progID, const Platform&
   if (const auto* driver = FindDriverClass(progID)) return driver->Create(platform);
   const PTZDrivers catalogue;
   const bool listed = std::ranges::any_of(
-      catalogue.NewEnum(), [&](const auto& entry) { return SameProgID(entry->Class(), progID); });
+      catalogue.NewEnum(), [&](const auto& entry) { return EqualsIgnoringCase(entry->Class(), progID); });
   throw Error(ErrorCannotCreateObject, RunTimeErrorText(ErrorCannotCreateObject) + ": " +
                                            std::string(progID) +
                                            (listed ? " is listed, but its driver is not in this build"

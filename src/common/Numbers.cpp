@@ -1,5 +1,6 @@
 #include "common/Numbers.h"
 
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -7,6 +8,7 @@
 #include <system_error>
 
 #include <ptzd/Error.h>
+#include "common/ASCII.h"
 
 namespace ptzd {
 
@@ -23,19 +25,11 @@ Integer RoundTo(double value) {
 
 bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-char ToUpperASCII(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 std::string_view Trim(std::string_view text) {
   while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
   return text;
-}
-
-bool EqualsIgnoringCase(std::string_view text, std::string_view upper) {
-  if (text.size() != upper.size()) return false;
-  for (std::size_t i = 0; i < text.size(); ++i)
-    if (ToUpperASCII(text[i]) != upper[i]) return false;
-  return true;
 }
 
 /// The longest decimal number at the start of the text, which is moved behind it; nothing if there is none.
@@ -60,7 +54,7 @@ std::optional<double> TakeDecimal(std::string_view& text) {
     spelled += text[i];
   }
   if (!digits) return std::nullopt;
-  if (i < text.size() && (ToUpperASCII(text[i]) == 'E' || ToUpperASCII(text[i]) == 'D')) {
+  if (i < text.size() && (LowerASCII(text[i]) == 'e' || LowerASCII(text[i]) == 'd')) {
     const bool sign = i + 1 < text.size() && (text[i + 1] == '+' || text[i + 1] == '-');
     std::size_t end = i + 1 + sign;
     int exponent = 0;
@@ -83,15 +77,23 @@ std::optional<double> TakeDecimal(std::string_view& text) {
 /// "&H" and "&O" numbers: up to 16 bits they are 16-bit signed numbers, beyond that 32-bit ones.
 std::optional<double> PrefixedNumber(std::string_view text) {
   if (text.size() < 3 || text[0] != '&') return std::nullopt;
-  const char kind = ToUpperASCII(text[1]);
-  if (kind != 'H' && kind != 'O') return std::nullopt;
+  const char kind = LowerASCII(text[1]);
+  if (kind != 'h' && kind != 'o') return std::nullopt;
   std::uint32_t value = 0;
   const auto [end, error] =
-      std::from_chars(text.data() + 2, text.data() + text.size(), value, kind == 'H' ? 16 : 8);
+      std::from_chars(text.data() + 2, text.data() + text.size(), value, kind == 'h' ? 16 : 8);
   if (error == std::errc::result_out_of_range) Raise(ErrorOverflow);
   if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
   if (value <= 0xFFFF) return static_cast<std::int16_t>(value);
   return static_cast<std::int32_t>(value);
+}
+
+/// The last hexadecimal digits of the two's complement.
+std::string LowDigits(std::int32_t value, std::size_t count) {
+  std::string text(count, '0');
+  for (auto rest = static_cast<std::uint32_t>(value); count > 0; rest >>= 4)
+    text[--count] = "0123456789ABCDEF"[rest & 0xF];
+  return text;
 }
 
 std::string DecimalText(double value, int significantDigits) {
@@ -149,8 +151,8 @@ std::int16_t ToInt16(const Variant& value) { return ToInt16(ToDouble(value)); }
 bool ToBoolean(const Variant& value) {
   if (const auto* text = std::get_if<std::string>(&value)) {
     const auto trimmed = Trim(*text);
-    if (EqualsIgnoringCase(trimmed, "TRUE")) return true;
-    if (EqualsIgnoringCase(trimmed, "FALSE")) return false;
+    if (EqualsIgnoringCase(trimmed, "true")) return true;
+    if (EqualsIgnoringCase(trimmed, "false")) return false;
   }
   return ToDouble(value) != 0;
 }
@@ -182,16 +184,11 @@ std::string Text(float value) { return DecimalText(value, 7); }
 std::string Text(double value) { return DecimalText(value, 15); }
 
 std::string Hex(std::int32_t value) {
-  char buffer[8];
-  auto* end = std::to_chars(buffer, buffer + sizeof buffer, static_cast<std::uint32_t>(value), 16).ptr;
-  for (char* c = buffer; c != end; ++c) *c = ToUpperASCII(*c);
-  return {buffer, end};
+  return LowDigits(value, (std::bit_width(static_cast<std::uint32_t>(value) | 1) + 3) / 4);
 }
 
-std::string Hex4(std::int32_t value) {
-  const auto digits = Hex(value & 0xFFFF);
-  return std::string(4 - digits.size(), '0') + digits;
-}
+std::string Hex2(std::int32_t value) { return LowDigits(value, 2); }
+std::string Hex4(std::int32_t value) { return LowDigits(value, 4); }
 
 std::int16_t Int16FromHex(std::string_view digits) {
   return ToInt16(NumberFromText("&H" + std::string(digits)));

@@ -63,7 +63,8 @@ std::string Text(double value);
 /// Upper-case hexadecimal digits of the two's complement, without leading zeros.
 std::string Hex(std::int32_t value);
 
-/// The low 16 bits as four upper-case hexadecimal digits.
+/// The low 8 bits as two upper-case hexadecimal digits, the low 16 as four.
+std::string Hex2(std::int32_t value);
 std::string Hex4(std::int32_t value);
 
 /// The signed 16-bit number that hexadecimal digits in either case spell: "FDAC" is -596. Raises 13 (type

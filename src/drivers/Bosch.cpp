@@ -40,9 +40,6 @@ constexpr double HalfTurn = 180;
 constexpr float TopSpeed = 20;        // of `ContinuousMove`
 constexpr float TopCameraSpeed = 15;  // one hexadecimal digit
 
-/// One byte as two hexadecimal digits.
-std::string Hex2(std::int32_t value) { return Hex4(value).substr(2); }
-
 std::string BuildCommand(std::int32_t lead, std::int32_t group, std::int32_t object, std::int32_t operation,
                          std::string_view data) {
   return (Hex2(lead) + Hex4(group) + Hex4(object) + Hex2(operation)).append(data);

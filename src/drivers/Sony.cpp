@@ -347,7 +347,7 @@ std::string Sony::Inquire(const std::string& path) {
 
 /// Raises 6 where the camera's highest speed does not fit the command's byte.
 std::string Sony::ViscaMove(std::int32_t pan, std::int32_t tilt) const {
-  const auto speed = Hex4(ToByte(Head_.MaxVelocity)).substr(2);
+  const auto speed = Hex2(ToByte(Head_.MaxVelocity));
   return "81010602" + speed + speed + ViscaNumber(pan) + ViscaNumber(tilt) + "FF";
 }
 

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <string_view>
+
+#include "common/ASCII.h"
 
 namespace ptzd {
 
@@ -13,8 +14,7 @@ namespace ptzd {
 inline bool IsChunked(std::string_view transferEncoding) {
   constexpr std::string_view chunked = "chunked";
   if (transferEncoding.size() < chunked.size()) return false;
-  const auto last = transferEncoding.substr(transferEncoding.size() - chunked.size());
-  return std::ranges::equal(last, chunked, {}, [](char c) { return c >= 'A' && c <= 'Z' ? c + ' ' : c; });
+  return EqualsIgnoringCase(transferEncoding.substr(transferEncoding.size() - chunked.size()), chunked);
 }
 
 /// The number of a Content-Length line, the highest where 64 bits do not hold it; nothing where it is none.

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdint>
 
+#include "common/Numbers.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"
 
@@ -17,12 +18,7 @@ bool IsAlphanumeric(char16_t c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-void AppendEscape(std::string& text, unsigned byte) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  text += '%';
-  text += digits[byte >> 4];
-  text += digits[byte & 0xF];
-}
+void AppendEscape(std::string& text, std::int32_t byte) { text.append("%").append(Hex2(byte)); }
 
 /// Cracking a URL takes a port modulo 65536, so it is looked at before.
 bool PortInRange(std::string_view url) {
@@ -68,7 +64,7 @@ std::string UrlEncode(std::string_view text) {
       encoded += '+';
     } else {
       if (c > 0xFF) AppendEscape(encoded, c >> 8);
-      AppendEscape(encoded, c & 0xFF);
+      AppendEscape(encoded, c);
     }
   }
   return encoded;

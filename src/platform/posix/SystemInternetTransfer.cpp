@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "common/ASCII.h"
 #include "platform/ReplyText.h"
 #include "platform/posix/SystemInternetErrors.h"
 #include "platform/posix/SystemInternetLoop.h"
@@ -26,17 +27,13 @@ constexpr long AnyLogin = CURLAUTH_BASIC | CURLAUTH_DIGEST | CURLAUTH_NTLM;
 constexpr std::array FixedHeaders = {"Accept:", "Connection: Keep-Alive", "Cache-Control: no-cache"};
 constexpr std::array FixedPostHeaders = {"Content-Type:", "Expect:"};
 
-bool EqualIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && curl_strnequal(a.data(), b.data(), a.size()) != 0;
-}
-
 /// The value of the first header line of that name; nothing where there is none.
 std::optional<std::string_view> FindHeader(std::string_view block, std::string_view name) {
   while (!block.empty()) {
     auto line = block.substr(0, block.find('\n'));
     block.remove_prefix(std::min(line.size() + 1, block.size()));
     if (line.size() <= name.size() || line[name.size()] != ':') continue;
-    if (!EqualIgnoringCase(line.substr(0, name.size()), name)) continue;
+    if (!EqualsIgnoringCase(line.substr(0, name.size()), name)) continue;
     line.remove_prefix(std::min(line.find_first_not_of(" \t", name.size() + 1), line.size()));
     return line.substr(0, line.find_last_not_of(" \t\r") + 1);
   }

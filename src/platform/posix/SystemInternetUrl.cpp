@@ -5,6 +5,7 @@
 #include <charconv>
 #include <string>
 
+#include "common/ASCII.h"
 #include "platform/posix/SystemInternetErrors.h"
 
 namespace ptzd::internet {
@@ -22,10 +23,8 @@ constexpr std::array<Scheme, 3> Schemes = {
 // Sizes of the buffers that callers of the Windows call provide; one character of each is the closing NUL.
 constexpr std::size_t SchemeSize = 32, HostNameSize = 256, CredentialSize = 128, UrlPathSize = 2048;
 
-char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 bool IsSchemeCharacter(char c) {
-  const char lower = LowerCase(c);
+  const char lower = LowerASCII(c);
   return (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
 }
 
@@ -74,7 +73,7 @@ std::uint32_t CrackUrl(std::string_view url, UrlComponents& components) {
   found.Scheme = url.substr(0, schemeEnd);
   found.SchemeNumber = InternetSchemeUnknown;
   for (const auto& scheme : Schemes)
-    if (std::ranges::equal(scheme.name, found.Scheme, {}, {}, LowerCase)) {
+    if (EqualsIgnoringCase(scheme.name, found.Scheme)) {
       found.SchemeNumber = scheme.number;
       found.Port = scheme.port;
     }

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <algorithm>
+#include <string_view>
+
+namespace ptzd {
+
+/// A letter A to Z in lower case; any other character as it is. For words that are ASCII by their standard
+/// or our own; cameras' words may go beyond (`LowerCase`).
+constexpr char LowerASCII(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+/// Whether two texts are the same but for the case of such letters.
+constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+  return std::ranges::equal(a, b, {}, LowerASCII, LowerASCII);
+}
+
+}  // namespace ptzd
