@@ -6,6 +6,11 @@
 #include <windows.h>
 #include <objbase.h>
 #include <oleauto.h>
+#include <wrl/client.h>
 // clang-format on
 
 #undef interface
+
+namespace ptzd::com {
+using Microsoft::WRL::ComPtr;
+}

@@ -6,7 +6,6 @@
 #include <string>
 
 #include <ptzd/Platform.h>
-#include "com/ComPtr.h"
 
 namespace ptzd::com {
 

@@ -40,8 +40,7 @@ VARTYPE TypeOf(ITypeInfo* info, const TYPEDESC& type, std::wstring& enumeration)
       return static_cast<VARTYPE>(VT_ARRAY | TypeOf(info, *type.lptdesc, enumeration));
     case VT_USERDEFINED: {
       ComPtr<ITypeInfo> referred;
-      Check(info->GetRefTypeInfo(type.hreftype, referred.Out()),
-            "The type library lacks a type it refers to");
+      Check(info->GetRefTypeInfo(type.hreftype, &referred), "The type library lacks a type it refers to");
       if (AttributesOf(referred.Get()).typekind != TKIND_ENUM) return VT_DISPATCH;
       enumeration = NameOf(referred.Get());
       return VT_I4;
@@ -89,14 +88,14 @@ Member Describe(ITypeInfo* info, const FUNCDESC& function) {
 std::shared_ptr<const InterfaceDescription> ReadInterface(REFIID iid) {
   auto description = std::make_shared<InterfaceDescription>();
   const auto library = LoadOwnTypeLibrary();
-  Check(library->GetTypeInfoOfGuid(iid, description->Type.Out()), "The type library lacks an interface");
+  Check(library->GetTypeInfoOfGuid(iid, &description->Type), "The type library lacks an interface");
 
   // The other face of a dual interface has the functions as they lie in the virtual table.
   HREFTYPE reference = 0;
   ComPtr<ITypeInfo> functions;
   Check(description->Type->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference),
         "An interface of the type library is not dual");
-  Check(description->Type->GetRefTypeInfo(reference, functions.Out()),
+  Check(description->Type->GetRefTypeInfo(reference, &functions),
         "An interface of the type library is not dual");
   const UINT count = AttributesOf(functions.Get()).cFuncs;
   for (UINT i = 0; i < count; ++i) {

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "com/ComPtr.h"
 #include "com/Values.h"
 
 namespace ptzd::com {

@@ -3,7 +3,7 @@
 #include <exception>
 #include <new>
 
-#include "com/ComPtr.h"
+#include "com/Automation.h"
 #include "com/Values.h"
 
 namespace ptzd::com {
@@ -15,11 +15,11 @@ constexpr std::int32_t ErrorInternal = 51;  // the run time's own number for wha
 
 void SetErrorObject(const std::string& source, const std::string& description) {
   ComPtr<ICreateErrorInfo> info;
-  if (FAILED(CreateErrorInfo(info.Out()))) return;
+  if (FAILED(CreateErrorInfo(&info))) return;
   info->SetSource(Utf16(source).data());
   info->SetDescription(Utf16(description).data());
   ComPtr<IErrorInfo> error;
-  if (SUCCEEDED(info->QueryInterface(IID_IErrorInfo, error.OutVoid()))) SetErrorInfo(0, error.Get());
+  if (SUCCEEDED(info->QueryInterface(IID_IErrorInfo, &error))) SetErrorInfo(0, error.Get());
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ HRESULT ReportException(const std::string& defaultSource) noexcept {
 
 HRESULT FillException(HRESULT failure, EXCEPINFO* exception) noexcept {
   ComPtr<IErrorInfo> error;
-  const bool described = GetErrorInfo(0, error.Out()) == S_OK;
+  const bool described = GetErrorInfo(0, &error) == S_OK;
   if (exception) {
     *exception = {};
     exception->scode = failure;

@@ -2,7 +2,6 @@
 
 #include "com/Automation.h"
 
-#include "com/ComPtr.h"
 #include "com/LateBound.h"
 #include "com/Values.h"
 
@@ -40,7 +39,7 @@ class RunTimeContents final : public ForeignContents {
 std::unique_ptr<const ForeignContents> OpenForeignContents(std::span<const std::uint8_t> bytes) {
   ComPtr<IDispatch> bag;
   const auto created =
-      CoCreateInstance(RunTimePropertyBag, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, bag.OutVoid());
+      CoCreateInstance(RunTimePropertyBag, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, &bag);
   if (FAILED(created)) return nullptr;
   const auto contents = ToVariant(Bytes(bytes.begin(), bytes.end()));
   VARIANT arguments[] = {*contents};

@@ -37,7 +37,7 @@ std::wstring ModulePath() {
 
 ComPtr<ITypeLib> LoadOwnTypeLibrary() {
   ComPtr<ITypeLib> library;
-  Check(LoadTypeLibEx(ModulePath().c_str(), REGKIND_NONE, library.Out()), "The type library cannot be read");
+  Check(LoadTypeLibEx(ModulePath().c_str(), REGKIND_NONE, &library), "The type library cannot be read");
   return library;
 }
 

@@ -6,8 +6,6 @@
 
 #include <string>
 
-#include "com/ComPtr.h"
-
 namespace ptzd::com {
 
 /// Held by whatever must keep the DLL in memory: every object, every lock of a host.

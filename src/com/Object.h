@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "com/ComPtr.h"
 #include "com/Dispatch.h"
 #include "com/Errors.h"
 #include "com/Values.h"

@@ -6,7 +6,7 @@
 
 #include <ptzd/PTZNamedPreset.h>
 #include <ptzd/PTZOption.h>
-#include "com/ComPtr.h"
+#include "com/Automation.h"
 
 namespace ptzd::com {
 

@@ -2,8 +2,6 @@
 
 #include "com/Automation.h"
 
-#include "com/ComPtr.h"
-
 namespace ptzd::com {
 
 /// The object through which a host puts its own serial ports in place of the library's.

@@ -9,13 +9,24 @@ namespace ptzd::com {
 
 namespace {
 
-constexpr char Unreadable[] = "The type library cannot be read";
-constexpr char Unmade[] = "The type information cannot be made";
+constexpr const char* Unreadable = "The type library cannot be read";
+constexpr const char* Unmade = "The type information cannot be made";
 
 struct BstrFree {
   void operator()(OLECHAR* text) const { SysFreeString(text); }
 };
 using OwnedBstr = std::unique_ptr<OLECHAR, BstrFree>;
+
+/// Attributes that their owner lends.
+template <class Owner, class Attributes>
+Attributes CopyOf(Owner* owner, HRESULT (STDMETHODCALLTYPE Owner::*lend)(Attributes**),
+                  void (STDMETHODCALLTYPE Owner::*takeBack)(Attributes*)) {
+  Attributes* lent = nullptr;
+  Check((owner->*lend)(&lent), Unreadable);
+  const auto copy = *lent;
+  (owner->*takeBack)(lent);
+  return copy;
+}
 
 /// A library that is never written to a file.
 class LibraryInMemory {
@@ -26,7 +37,7 @@ class LibraryInMemory {
     Check(recorded->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr), Unreadable);
     const OwnedBstr owned(name);
     const auto identity = AttributesOf(recorded);
-    Check(CreateTypeLib2(identity.syskind, name, Library_.Out()), Unmade);
+    Check(CreateTypeLib2(identity.syskind, name, &Library_), Unmade);
     Check(Library_->SetName(name), Unmade);
     Check(Library_->SetGuid(identity.guid), Unmade);
     Check(Library_->SetVersion(identity.wMajorVerNum, identity.wMinorVerNum), Unmade);
@@ -36,21 +47,21 @@ class LibraryInMemory {
       Check(recorded->GetTypeInfoType(i, &kind), Unreadable);
       if (kind != TKIND_ENUM) continue;
       ComPtr<ITypeInfo> enumeration;
-      Check(recorded->GetTypeInfo(i, enumeration.Out()), Unreadable);
+      Check(recorded->GetTypeInfo(i, &enumeration), Unreadable);
       CopyEnumeration(enumeration.Get());
     }
   }
 
   ComPtr<ICreateTypeInfo> Add(const std::wstring& name, TYPEKIND kind) {
     ComPtr<ICreateTypeInfo> type;
-    Check(Library_->CreateTypeInfo(const_cast<LPOLESTR>(name.c_str()), kind, type.Out()), Unmade);
+    Check(Library_->CreateTypeInfo(const_cast<LPOLESTR>(name.c_str()), kind, &type), Unmade);
     return type;
   }
   /// Ends the making of a type.
   static ComPtr<ITypeInfo> Finish(ICreateTypeInfo* type) {
     Check(type->LayOut(), Unmade);
     ComPtr<ITypeInfo> info;
-    Check(type->QueryInterface(IID_ITypeInfo, info.OutVoid()), Unmade);
+    Check(type->QueryInterface(IID_ITypeInfo, &info), Unmade);
     return info;
   }
   ITypeInfo* Enumeration(const std::wstring& name) const { return Enumerations_.at(name).Get(); }
@@ -164,29 +175,21 @@ std::wstring NameOf(ITypeInfo* info) {
 }
 
 TYPEATTR AttributesOf(ITypeInfo* info) {
-  TYPEATTR* attributes = nullptr;
-  Check(info->GetTypeAttr(&attributes), Unreadable);
-  const auto copy = *attributes;
-  info->ReleaseTypeAttr(attributes);
-  return copy;
+  return CopyOf(info, &ITypeInfo::GetTypeAttr, &ITypeInfo::ReleaseTypeAttr);
 }
 
 TLIBATTR AttributesOf(ITypeLib* library) {
-  TLIBATTR* attributes = nullptr;
-  Check(library->GetLibAttr(&attributes), Unreadable);
-  const auto copy = *attributes;
-  library->ReleaseTLibAttr(attributes);
-  return copy;
+  return CopyOf(library, &ITypeLib::GetLibAttr, &ITypeLib::ReleaseTLibAttr);
 }
 
 ComPtr<ITypeInfo> DescribeDispatch(ITypeInfo* interface, const std::vector<DescribedMember>& members) {
   ComPtr<ITypeLib> recorded;
   UINT unused = 0;
-  Check(interface->GetContainingTypeLib(recorded.Out(), &unused), Unreadable);
+  Check(interface->GetContainingTypeLib(&recorded, &unused), Unreadable);
   HREFTYPE reference = 0;
   ComPtr<ITypeInfo> base;
   Check(interface->GetRefTypeOfImplType(0, &reference), Unreadable);
-  Check(interface->GetRefTypeInfo(reference, base.Out()), Unreadable);
+  Check(interface->GetRefTypeInfo(reference, &base), Unreadable);
 
   LibraryInMemory library(recorded.Get());
   const auto type = library.Add(NameOf(interface), TKIND_DISPATCH);

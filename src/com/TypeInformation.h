@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "com/ComPtr.h"
 #include "com/Dispatch.h"
 
 namespace ptzd::com {

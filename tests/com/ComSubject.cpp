@@ -16,15 +16,15 @@ namespace ptzd::test {
 
 namespace {
 
-using host::Ref;
+using host::ComPtr;
 using host::Value;
 
 /// Raises what a failed call left, as a host sees it.
 void Check(HRESULT result) {
   if (SUCCEEDED(result)) return;
-  Ref<IErrorInfo> error;
+  ComPtr<IErrorInfo> error;
   BSTR description = nullptr;
-  if (GetErrorInfo(0, error.Out()) == S_OK) error->GetDescription(&description);
+  if (GetErrorInfo(0, &error) == S_OK) error->GetDescription(&description);
   const bool isControl = (static_cast<std::uint32_t>(result) & 0xFFFF0000U) == 0x800A0000U;
   const auto number =
       isControl ? static_cast<std::int32_t>(result & 0xFFFF) : static_cast<std::int32_t>(result);
@@ -49,7 +49,7 @@ bool AskTruth(const Call& call) {
 template <class Core, class Interface>
 class AnyDevice : public Core {
  public:
-  explicit AnyDevice(Ref<Interface> camera) : Camera_(std::move(camera)) {}
+  explicit AnyDevice(ComPtr<Interface> camera) : Camera_(std::move(camera)) {}
 
   ptzd::Capabilities Capabilities() override {
     return static_cast<ptzd::Capabilities>(
@@ -74,7 +74,7 @@ class AnyDevice : public Core {
   }
 
  protected:
-  Ref<Interface> Camera_;
+  ComPtr<Interface> Camera_;
 };
 
 class Device final : public AnyDevice<PTZDevice, ::_PTZDevice> {
@@ -140,14 +140,14 @@ class Device2 final : public AnyDevice<PTZDevice2, ::_PTZDevice2> {
 
 class ContinuousControl final : public PTZContinuousControl {
  public:
-  explicit ContinuousControl(Ref<::_PTZContinuousControl> camera) : Camera_(std::move(camera)) {}
+  explicit ContinuousControl(ComPtr<::_PTZContinuousControl> camera) : Camera_(std::move(camera)) {}
 
   void ContinuousMove(float pan, float tilt) override { Check(Camera_->ContinuousMove(pan, tilt)); }
   void ContinuousZoom(float amount) override { Check(Camera_->ContinuousZoom(amount)); }
   void StopContinuous() override { Check(Camera_->StopContinuous()); }
 
  private:
-  Ref<::_PTZContinuousControl> Camera_;
+  ComPtr<::_PTZContinuousControl> Camera_;
 };
 
 std::vector<Variant> Copy(SAFEARRAY* values) {
@@ -181,23 +181,23 @@ PTZOption Copy(::_PTZOption& option) {
 
 template <class Interface, class Visit>
 void ForEach(IUnknown& enumerator, const Visit& visit) {
-  Ref<IEnumVARIANT> items;
-  Check(enumerator.QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(items.Out())));
+  ComPtr<IEnumVARIANT> items;
+  Check(enumerator.QueryInterface(IID_IEnumVARIANT, &items));
   for (Value value; items->Next(1, &value, nullptr) == S_OK; value = {}) {
-    Ref<Interface> item;
-    Check(value.pdispVal->QueryInterface(__uuidof(Interface), reinterpret_cast<void**>(item.Out())));
+    ComPtr<Interface> item;
+    Check(value.pdispVal->QueryInterface(__uuidof(Interface), &item));
     visit(*item.Get());
   }
 }
 
 class Options final : public PTZOptions {
  public:
-  explicit Options(Ref<::_PTZOptions> camera) : Camera_(std::move(camera)) {}
+  explicit Options(ComPtr<::_PTZOptions> camera) : Camera_(std::move(camera)) {}
 
   std::optional<PTZOption> Item(const Variant& indexKey) override {
-    Ref<::_PTZOption> option;
+    ComPtr<::_PTZOption> option;
     auto key = com::ToVariant(indexKey);
-    Check(Camera_->get_Item(*key, option.Out()));
+    Check(Camera_->get_Item(*key, &option));
     if (!option) return std::nullopt;
     return Copy(*option.Get());
   }
@@ -205,24 +205,24 @@ class Options final : public PTZOptions {
     return Ask<LONG>([&](auto* r) { return Camera_->get_Count(r); });
   }
   std::vector<PTZOption> NewEnum() override {
-    Ref<IUnknown> enumerator;
-    Check(Camera_->get_NewEnum(enumerator.Out()));
+    ComPtr<IUnknown> enumerator;
+    Check(Camera_->get_NewEnum(&enumerator));
     std::vector<PTZOption> options;
     ForEach<::_PTZOption>(*enumerator.Get(), [&](auto& option) { options.push_back(Copy(option)); });
     return options;
   }
 
  private:
-  Ref<::_PTZOptions> Camera_;
+  ComPtr<::_PTZOptions> Camera_;
 };
 
 class NamedPresets final : public PTZNamedPresets {
  public:
-  explicit NamedPresets(Ref<::_PTZNamedPresets> camera) : Camera_(std::move(camera)) {}
+  explicit NamedPresets(ComPtr<::_PTZNamedPresets> camera) : Camera_(std::move(camera)) {}
 
   std::vector<PTZNamedPreset> GetNamedPresets() override {
-    Ref<IDispatch> collection;
-    Check(Camera_->GetNamedPresets(collection.Out()));
+    ComPtr<IDispatch> collection;
+    Check(Camera_->GetNamedPresets(&collection));
     Value enumerator;
     DISPPARAMS none{};
     Check(collection->Invoke(DISPID_NEWENUM, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none,
@@ -247,7 +247,7 @@ class NamedPresets final : public PTZNamedPresets {
   }
 
  private:
-  Ref<::_PTZNamedPresets> Camera_;
+  ComPtr<::_PTZNamedPresets> Camera_;
 };
 
 struct ComHost {
@@ -260,9 +260,8 @@ struct ComHost {
 
 template <class Interface, class Proxy>
 Proxy* Adopt(IUnknown& object, std::optional<Proxy>& proxy) {
-  Ref<Interface> found;
-  if (FAILED(object.QueryInterface(__uuidof(Interface), reinterpret_cast<void**>(found.Out()))))
-    return nullptr;
+  ComPtr<Interface> found;
+  if (FAILED(object.QueryInterface(__uuidof(Interface), &found))) return nullptr;
   return &proxy.emplace(std::move(found));
 }
 
@@ -280,9 +279,8 @@ Subject CreateSubject(const DriverClass& driver, const Platform& platform) {
   subject.Continuous = Adopt<::_PTZContinuousControl>(*object.Get(), hosted->Continuous);
   subject.Options = Adopt<::_PTZOptions>(*object.Get(), hosted->TheOptions);
   subject.NamedPresets = Adopt<::_PTZNamedPresets>(*object.Get(), hosted->Presets);
-  Ref<::_PTZMoveInImage> inImage;
-  subject.MovesInImage =
-      SUCCEEDED(object->QueryInterface(__uuidof(::_PTZMoveInImage), reinterpret_cast<void**>(inImage.Out())));
+  ComPtr<::_PTZMoveInImage> inImage;
+  subject.MovesInImage = SUCCEEDED(object->QueryInterface(__uuidof(::_PTZMoveInImage), &inImage));
   return subject;
 }
 

@@ -6,6 +6,7 @@
 #include <windows.h>
 #include <objbase.h>
 #include <oleauto.h>
+#include <wrl/client.h>
 // clang-format on
 
 #include <string>
@@ -14,36 +15,15 @@
 
 namespace host {
 
-template <class Interface>
-class Ref {
- public:
-  Ref() = default;
-  explicit Ref(Interface* taken) : Object_(taken) {}
-  Ref(Ref&& other) noexcept : Object_(std::exchange(other.Object_, nullptr)) {}
-  Ref& operator=(Ref&& other) noexcept {
-    std::swap(Object_, other.Object_);
-    return *this;
-  }
-  ~Ref() {
-    if (Object_) Object_->Release();
-  }
-  Interface* operator->() const { return Object_; }
-  Interface* Get() const { return Object_; }
-  explicit operator bool() const { return Object_; }
-  Interface** Out() {
-    *this = Ref();
-    return &Object_;
-  }
-  template <class Other>
-  Ref<Other> As() const {
-    Ref<Other> other;
-    Object_->QueryInterface(__uuidof(Other), reinterpret_cast<void**>(other.Out()));
-    return other;
-  }
+using Microsoft::WRL::ComPtr;
 
- private:
-  Interface* Object_ = nullptr;
-};
+/// Null where the object has no such interface.
+template <class Other, class Interface>
+ComPtr<Other> As(const ComPtr<Interface>& object) {
+  ComPtr<Other> other;
+  object->QueryInterface(__uuidof(Other), &other);
+  return other;
+}
 
 class Value : public VARIANT {
  public:
@@ -166,8 +146,8 @@ inline Outcome Call(IDispatch* object, const wchar_t* member, const std::vector<
 /// The error object of the last early-bound call.
 struct ErrorTold {
   ErrorTold() {
-    Ref<IErrorInfo> error;
-    if (GetErrorInfo(0, error.Out()) != S_OK) return;
+    ComPtr<IErrorInfo> error;
+    if (GetErrorInfo(0, &error) != S_OK) return;
     BSTR text = nullptr;
     error->GetSource(&text);
     Source = Text(text);

@@ -30,11 +30,9 @@ HRESULT CanUnload() {
 }
 
 template <class Interface>
-Ref<Interface> Create(REFCLSID identifier) {
-  Ref<Interface> object;
-  EXPECT_EQ(CoCreateInstance(identifier, nullptr, CLSCTX_INPROC_SERVER, __uuidof(Interface),
-                             reinterpret_cast<void**>(object.Out())),
-            S_OK);
+ComPtr<Interface> Create(REFCLSID identifier) {
+  ComPtr<Interface> object;
+  EXPECT_EQ(CoCreateInstance(identifier, nullptr, CLSCTX_INPROC_SERVER, __uuidof(Interface), &object), S_OK);
   return object;
 }
 
@@ -73,7 +71,7 @@ class HostTest : public testing::Test {
     EXPECT_EQ(CanUnload(), S_OK) << "an object was not released";
     CoUninitialize();
   }
-  static Ref<_PTZDevice> ConnectedAxis() {
+  static ComPtr<_PTZDevice> ConnectedAxis() {
     auto device = Create<_PTZDevice>(__uuidof(Axis));
     auto options = Contents(Camera());
     VARIANT_BOOL connected = VARIANT_FALSE;
@@ -89,15 +87,15 @@ TEST_F(HostTest, IdentityRules) {
                             __uuidof(_PTZDevice2), __uuidof(_PTZOptions), __uuidof(_PTZContinuousControl),
                             IID_ISupportErrorInfo, IID_IUnknown};
   for (const auto& from : interfaces) {
-    Ref<IUnknown> first, again;
-    ASSERT_EQ(axis->QueryInterface(from, reinterpret_cast<void**>(first.Out())), S_OK);
-    axis->QueryInterface(from, reinterpret_cast<void**>(again.Out()));
+    ComPtr<IUnknown> first, again;
+    ASSERT_EQ(axis->QueryInterface(from, &first), S_OK);
+    axis->QueryInterface(from, &again);
     EXPECT_EQ(first.Get(), again.Get());
     for (const auto& to : interfaces) {
-      Ref<IUnknown> second;
-      EXPECT_EQ(first->QueryInterface(to, reinterpret_cast<void**>(second.Out())), S_OK);
+      ComPtr<IUnknown> second;
+      EXPECT_EQ(first->QueryInterface(to, &second), S_OK);
     }
-    EXPECT_EQ(first.As<IUnknown>().Get(), axis.Get());
+    EXPECT_EQ(As<IUnknown>(first).Get(), axis.Get());
   }
   const IID others[] = {__uuidof(_PTZNamedPresets), __uuidof(_PTZMoveInImage), __uuidof(_PTZOption),
                         IID_IObjectWithSite};
@@ -107,7 +105,7 @@ TEST_F(HostTest, IdentityRules) {
     EXPECT_EQ(object, nullptr);
   }
   EXPECT_EQ(axis->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
-  const auto errors = axis.As<ISupportErrorInfo>();
+  const auto errors = As<ISupportErrorInfo>(axis);
   EXPECT_EQ(errors->InterfaceSupportsErrorInfo(__uuidof(_PTZDevice2)), S_OK);
   EXPECT_EQ(errors->InterfaceSupportsErrorInfo(__uuidof(_PTZOption)), S_FALSE);
 
@@ -157,11 +155,10 @@ TEST_F(HostTest, OnlyTheCreatableClassesAreCreated) {
   const auto getClassObject = reinterpret_cast<HRESULT(WINAPI*)(REFCLSID, REFIID, void**)>(
       reinterpret_cast<void*>(GetProcAddress(Library(), "DllGetClassObject")));
   for (const auto& row : rows) {
-    Ref<IUnknown> object;
-    Ref<IClassFactory> factory;
-    const auto created = CoCreateInstance(row.Class, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
-                                          reinterpret_cast<void**>(object.Out()));
-    const auto found = getClassObject(row.Class, IID_IClassFactory, reinterpret_cast<void**>(factory.Out()));
+    ComPtr<IUnknown> object;
+    ComPtr<IClassFactory> factory;
+    const auto created = CoCreateInstance(row.Class, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object);
+    const auto found = getClassObject(row.Class, IID_IClassFactory, &factory);
     EXPECT_EQ(created, row.Creatable ? S_OK : REGDB_E_CLASSNOTREG);
     EXPECT_EQ(found, row.Creatable ? S_OK : CLASS_E_CLASSNOTAVAILABLE);
     if (!row.Creatable) continue;
@@ -179,16 +176,14 @@ TEST_F(HostTest, StaysLoadedWhileHeld) {
     EXPECT_EQ(CanUnload(), S_FALSE);
   }
   EXPECT_EQ(CanUnload(), S_OK);
-  Ref<IClassFactory> factory;
-  CoGetClassObject(__uuidof(Axis), CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory,
-                   reinterpret_cast<void**>(factory.Out()));
+  ComPtr<IClassFactory> factory;
+  CoGetClassObject(__uuidof(Axis), CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, &factory);
   EXPECT_EQ(CanUnload(), S_FALSE);
   factory->LockServer(TRUE);
   auto* raw = factory.Get();
-  factory = {};
+  factory = nullptr;
   EXPECT_EQ(CanUnload(), S_FALSE);
-  CoGetClassObject(__uuidof(Axis), CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory,
-                   reinterpret_cast<void**>(factory.Out()));
+  CoGetClassObject(__uuidof(Axis), CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, &factory);
   factory->LockServer(FALSE);
   (void)raw;
 }
@@ -196,9 +191,9 @@ TEST_F(HostTest, StaysLoadedWhileHeld) {
 /// Every slot of the control interfaces; a wrong one would crash or answer with another member's result.
 TEST_F(HostTest, EveryMemberThroughItsSlot) {
   const auto device = Create<_PTZDevice>(__uuidof(Axis));
-  const auto device2 = device.As<_PTZDevice2>();
-  const auto control = device.As<_PTZContinuousControl>();
-  const auto options = device.As<_PTZOptions>();
+  const auto device2 = As<_PTZDevice2>(device);
+  const auto control = As<_PTZContinuousControl>(device);
+  const auto options = As<_PTZOptions>(device);
   enum Capabilities capabilities {};
   VARIANT_BOOL truth = 7;
   float number = 7;
@@ -277,17 +272,17 @@ TEST_F(HostTest, EveryMemberThroughItsSlot) {
   EXPECT_EQ(count, 1);
   for (const auto& key : {Value::Long(0), Value::Text(L"ZoomStep"), Value::Text(L"zoomstep"), Value::Long(1),
                           Value::OfType(VT_NULL)}) {
-    Ref<_PTZOption> option;
-    EXPECT_EQ(options->get_Item(key, option.Out()), S_OK);
+    ComPtr<_PTZOption> option;
+    EXPECT_EQ(options->get_Item(key, &option), S_OK);
     BSTR name = nullptr;
     EXPECT_EQ(option->get_Name(&name), S_OK);
     const bool known =
         key.vt == VT_I4 ? key.lVal == 0 : key.vt == VT_BSTR && std::wstring(key.bstrVal) == L"ZoomStep";
     EXPECT_EQ(Text(name), known ? L"ZoomStep" : L"");
   }
-  Ref<IUnknown> enumerator;
-  EXPECT_EQ(options->get_NewEnum(enumerator.Out()), S_OK);
-  EXPECT_TRUE(enumerator.As<IEnumVARIANT>());
+  ComPtr<IUnknown> enumerator;
+  EXPECT_EQ(options->get_NewEnum(&enumerator), S_OK);
+  EXPECT_TRUE(As<IEnumVARIANT>(enumerator));
 
   EXPECT_EQ(device->Disconnect(&value), S_OK);
   EXPECT_EQ(value.vt, VT_BOOL);
@@ -302,14 +297,14 @@ TEST_F(HostTest, EveryMemberThroughItsSlot) {
 
 TEST_F(HostTest, NullPointersAreRefused) {
   const auto device = Create<_PTZDevice>(__uuidof(Axis));
-  const auto device2 = device.As<_PTZDevice2>();
-  const auto options = device.As<_PTZOptions>();
+  const auto device2 = As<_PTZDevice2>(device);
+  const auto options = As<_PTZOptions>(device);
   const auto option = Create<_PTZOption>(__uuidof(PTZOption));
   const auto drivers = Create<_PTZDrivers>(__uuidof(PTZDrivers));
   const auto bag = Create<_PropertyBag>(__uuidof(PropertyBag));
   auto key = Value::Long(1);
-  Ref<_PTZDriver> driver, unused;
-  drivers->get_Item(&key, driver.Out());
+  ComPtr<_PTZDriver> driver, unused;
+  drivers->get_Item(&key, &driver);
   VARIANT_BOOL truth;
   SAFEARRAY* none = nullptr;
   const std::function<HRESULT()> calls[] = {
@@ -345,7 +340,7 @@ TEST_F(HostTest, NullPointersAreRefused) {
       [&] { return option->get_OType(nullptr); },
       [&] { return option->get_Values(nullptr); },
       [&] { return option->get_Default(nullptr); },
-      [&] { return drivers->get_Item(nullptr, unused.Out()); },
+      [&] { return drivers->get_Item(nullptr, &unused); },
       [&] { return drivers->get_Item(&key, nullptr); },
       [&] { return drivers->get_Count(nullptr); },
       [&] { return drivers->get_NewEnum(nullptr); },
@@ -392,7 +387,7 @@ TEST_F(HostTest, ErrorsCrossWithNumberTextAndSource) {
 }
 
 TEST_F(HostTest, LateBoundArguments) {
-  const auto axis = ConnectedAxis().As<IDispatch>();
+  const auto axis = As<IDispatch>(ConnectedAxis());
   auto null = Value::OfType(VT_NULL);
   auto variable = Value::Long(3);
   const struct {
@@ -445,7 +440,7 @@ TEST_F(HostTest, LateBoundArguments) {
             S_OK);
   EXPECT_EQ(enumerator.vt, VT_UNKNOWN);
   // The typed interface keeps the DISPIDs of the contract.
-  const auto typed = axis.As<_PTZDevice2>();
+  const auto typed = As<_PTZDevice2>(axis);
   Value tilt;
   EXPECT_EQ(typed->Invoke(0x68030001, IID_NULL, 0, DISPATCH_PROPERTYGET, &nothing, &tilt, nullptr, nullptr),
             S_OK);
@@ -492,8 +487,8 @@ TEST_F(HostTest, ConnectTakesByteArraysOfAllKinds) {
   };
   for (const auto iid : {IID_IDispatch, __uuidof(_PTZDevice), __uuidof(_PTZDevice2)}) {
     const auto axis = Create<IUnknown>(__uuidof(Axis));
-    Ref<IDispatch> object;
-    axis->QueryInterface(iid, reinterpret_cast<void**>(object.Out()));
+    ComPtr<IDispatch> object;
+    axis->QueryInterface(iid, &object);
     for (const auto& row : rows) {
       const auto outcome = Call(object.Get(), L"Connect", {row.Options});
       EXPECT_EQ(outcome.Status, row.Number ? DISP_E_EXCEPTION : S_OK) << "row " << &row - rows;
@@ -551,14 +546,14 @@ TEST_F(HostTest, OptionsAndCatalogueAndBag) {
               {Value::Text(L"QVPTZ.Axis"), L""}};
   for (const auto& row : rows) {
     auto index = row.Index;
-    Ref<_PTZDriver> driver, again;
-    const auto result = drivers->get_Item(&index, driver.Out());
+    ComPtr<_PTZDriver> driver, again;
+    const auto result = drivers->get_Item(&index, &driver);
     if (row.Class.empty()) {
       EXPECT_EQ(result, Number(5));
       EXPECT_FALSE(driver);
       continue;
     }
-    drivers->get_Item(&index, again.Out());
+    drivers->get_Item(&index, &again);
     EXPECT_EQ(driver.Get(), again.Get());
     driver->get_Class(&text);
     EXPECT_EQ(Text(text), row.Class);
@@ -571,7 +566,7 @@ TEST_F(HostTest, OptionsAndCatalogueAndBag) {
 
   const auto bag = Create<_PropertyBag>(__uuidof(PropertyBag));
   EXPECT_EQ(bag->WriteProperty(name.bstrVal, Value::Text(L"\u00E4 & \u4E2D")), S_OK);
-  EXPECT_EQ(bag->WriteProperty(name.bstrVal, Value::Object(bag.As<IDispatch>().Get())), Number(13));
+  EXPECT_EQ(bag->WriteProperty(name.bstrVal, Value::Object(As<IDispatch>(bag).Get())), Number(13));
   Value contents;
   bag->get_Contents(&contents);
   const auto copy = Create<_PropertyBag>(__uuidof(PropertyBag));
@@ -771,7 +766,7 @@ TEST_F(HostTest, DriversUseTheHostsSerialPorts) {
     const auto ports = Create<_SerialPorts>(__uuidof(SerialPorts));
     const auto first = Create<IDispatch>(__uuidof(Pelco)), second = Create<IDispatch>(__uuidof(Pelco));
     EXPECT_EQ(ports->UsePool(&pool), S_OK);
-    const auto connected = [&](const Ref<IDispatch>& driver, LONG port) {
+    const auto connected = [&](const ComPtr<IDispatch>& driver, LONG port) {
       return Call(driver.Get(), L"Connect", {contents(port)}).Result.boolVal != VARIANT_FALSE;
     };
     EXPECT_FALSE(connected(first, 8));  // the host has no such port
@@ -943,10 +938,8 @@ TEST_F(HostTest, TwoApartments) {
   IStream* stream = nullptr;
   ASSERT_EQ(CoMarshalInterThreadInterfaceInStream(__uuidof(_PTZDevice), device.Get(), &stream), S_OK);
   OnOtherApartment([&] {
-    Ref<_PTZDevice> proxy;
-    ASSERT_EQ(
-        CoGetInterfaceAndReleaseStream(stream, __uuidof(_PTZDevice), reinterpret_cast<void**>(proxy.Out())),
-        S_OK);
+    ComPtr<_PTZDevice> proxy;
+    ASSERT_EQ(CoGetInterfaceAndReleaseStream(stream, __uuidof(_PTZDevice), &proxy), S_OK);
     EXPECT_NE(proxy.Get(), device.Get());
     float pan = 0;
     EXPECT_EQ(proxy->get_Pan(&pan), S_OK);
@@ -962,7 +955,7 @@ TEST_F(HostTest, TwoApartments) {
   // The last reference dropped where it was never used.
   device->AddRef();
   auto* raw = device.Get();
-  device = {};
+  device = nullptr;
   EXPECT_EQ(CanUnload(), S_FALSE);
   OnOtherApartment([raw] { EXPECT_EQ(raw->Release(), 0U); });
 }
@@ -986,10 +979,10 @@ TEST_F(HostTest, CyclesLeakNothing) {
     const auto axis = Create<IDispatch>(__uuidof(Axis));
     Call(axis.Get(), L"Connect", {contents});  // fails for want of an address
     const auto item = Call(axis.Get(), L"Item", {Value::Long(0)});
-    Ref<IUnknown> enumerator;
-    axis.As<_PTZOptions>()->get_NewEnum(enumerator.Out());
+    ComPtr<IUnknown> enumerator;
+    As<_PTZOptions>(axis)->get_NewEnum(&enumerator);
     Value value;
-    enumerator.As<IEnumVARIANT>()->Next(1, &value, nullptr);
+    As<IEnumVARIANT>(enumerator)->Next(1, &value, nullptr);
   };
   for (int i = 0; i < 200; ++i) cycle();
   const auto blocks = BlocksInUse();

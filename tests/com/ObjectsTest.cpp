@@ -68,18 +68,18 @@ class Objects : public testing::Test {
     Create();
   }
   ~Objects() override {
-    Device_ = {};
+    Device_ = nullptr;
     EXPECT_FALSE(ptzd::com::IsHeld()) << "an object was not released";
     CoUninitialize();
   }
   void Create() {
     auto* driver = new ptzd::com::Driver("Test", __uuidof(::_Axis), &ptzd::com::EmptyInterface<::_Axis>,
                                          std::make_unique<Device>());
-    driver->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(Device_.Out()));
+    driver->QueryInterface(IID_IDispatch, &Device_);
     Told.clear();
   }
 
-  Ref<IDispatch> Device_;
+  ComPtr<IDispatch> Device_;
 };
 
 TEST_F(Objects, CallsGoToTheInterfaceWhoseMemberTakesTheArguments) {
@@ -133,13 +133,13 @@ TEST_F(Objects, ExceptionsBecomeErrors) {
 }
 
 TEST_F(Objects, NamedPresetsOutliveTheDevice) {
-  Ref<IDispatch> presets;
+  ComPtr<IDispatch> presets;
   {
     const auto answer = Call(Device_.Get(), L"GetNamedPresets");
     ASSERT_EQ(answer.Result.vt, VT_DISPATCH);
-    answer.Result.pdispVal->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(presets.Out()));
+    answer.Result.pdispVal->QueryInterface(IID_IDispatch, &presets);
   }
-  Device_ = {};
+  Device_ = nullptr;
   EXPECT_EQ(Call(presets.Get(), L"Count").Result.lVal, 3);
   const struct {
     Value Index;
@@ -168,18 +168,18 @@ TEST_F(Objects, NamedPresetsOutliveTheDevice) {
   // Two enumerations at once, one cloned under way; the items outlive all of it.
   const auto enumerate = [&] {
     const auto unknown = Call(presets.Get(), L"_NewEnum");
-    Ref<IEnumVARIANT> result;
-    unknown.Result.punkVal->QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(result.Out()));
+    ComPtr<IEnumVARIANT> result;
+    unknown.Result.punkVal->QueryInterface(IID_IEnumVARIANT, &result);
     return result;
   };
   auto first = enumerate(), second = enumerate();
-  presets = {};
+  presets = nullptr;
   Value items[4];
   ULONG fetched = 9;
   EXPECT_EQ(first->Next(2, items, &fetched), S_OK);
   EXPECT_EQ(fetched, 2U);
-  Ref<IEnumVARIANT> clone;
-  EXPECT_EQ(first->Clone(clone.Out()), S_OK);
+  ComPtr<IEnumVARIANT> clone;
+  EXPECT_EQ(first->Clone(&clone), S_OK);
   EXPECT_EQ(second->Skip(1), S_OK);
   EXPECT_EQ(first->Next(2, &items[2], &fetched), S_FALSE);
   EXPECT_EQ(fetched, 1U);
@@ -188,7 +188,7 @@ TEST_F(Objects, NamedPresetsOutliveTheDevice) {
   EXPECT_EQ(clone->Next(1, &yard, nullptr), S_OK);
   EXPECT_EQ(clone->Next(2, &items[3], nullptr), E_POINTER);
   EXPECT_EQ(second->Skip(2), S_FALSE);
-  first = {}, second = {}, clone = {};
+  first = nullptr, second = nullptr, clone = nullptr;
   EXPECT_EQ(Call(items[0].pdispVal, L"ID").Result.bstrVal, std::wstring(L"d7"));
   EXPECT_EQ(Call(gate.pdispVal, L"Index").Result.lVal, 3);
   EXPECT_EQ(gate.pdispVal, items[1].pdispVal);

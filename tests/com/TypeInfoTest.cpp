@@ -71,8 +71,8 @@ std::pair<std::wstring, Value> TypeOf(ITypeInfo* info, const TYPEDESC& type) {
     case VT_UI1:
       return {L"Byte", Value()};
     case VT_USERDEFINED: {
-      Ref<ITypeInfo> referred;
-      EXPECT_EQ(info->GetRefTypeInfo(type.hreftype, referred.Out()), S_OK);
+      ComPtr<ITypeInfo> referred;
+      EXPECT_EQ(info->GetRefTypeInfo(type.hreftype, &referred), S_OK);
       EXPECT_EQ(AttributesOf(referred.Get()).typekind, TKIND_ENUM);
       return {NameOf(referred.Get()), FirstOf(referred.Get())};
     }
@@ -126,26 +126,24 @@ std::vector<Listed> Walk(ITypeInfo* info) {
   return members;
 }
 
-Ref<IDispatch> Create(const CLSID& identifier) {
-  Ref<IDispatch> object;
-  EXPECT_EQ(CoCreateInstance(identifier, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
-                             reinterpret_cast<void**>(object.Out())),
-            S_OK);
+ComPtr<IDispatch> Create(const CLSID& identifier) {
+  ComPtr<IDispatch> object;
+  EXPECT_EQ(CoCreateInstance(identifier, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, &object), S_OK);
   return object;
 }
 
-Ref<IDispatch> Create(const wchar_t* className) {
+ComPtr<IDispatch> Create(const wchar_t* className) {
   CLSID identifier{};
   EXPECT_EQ(CLSIDFromProgID((std::wstring(L"QVPTZ.") + className).c_str(), &identifier), S_OK);
   return Create(identifier);
 }
 
-Ref<ITypeInfo> TypeInfoOf(IDispatch* object) {
+ComPtr<ITypeInfo> TypeInfoOf(IDispatch* object) {
   UINT count = 0;
   EXPECT_EQ(object->GetTypeInfoCount(&count), S_OK);
   EXPECT_EQ(count, 1U);
-  Ref<ITypeInfo> info;
-  EXPECT_EQ(object->GetTypeInfo(0, LOCALE_USER_DEFAULT, info.Out()), S_OK);
+  ComPtr<ITypeInfo> info;
+  EXPECT_EQ(object->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info), S_OK);
   return info;
 }
 
@@ -160,9 +158,9 @@ std::map<std::wstring, INVOKEKIND> RecordedMembers(ITypeInfo* coclass) {
   std::map<std::wstring, INVOKEKIND> members;
   for (UINT i = 0; i < AttributesOf(coclass).cImplTypes; ++i) {
     HREFTYPE reference = 0;
-    Ref<ITypeInfo> implemented;
+    ComPtr<ITypeInfo> implemented;
     coclass->GetRefTypeOfImplType(i, &reference);
-    coclass->GetRefTypeInfo(reference, implemented.Out());
+    coclass->GetRefTypeInfo(reference, &implemented);
     for (const auto& member : Walk(implemented.Get())) members.emplace(member.Name, member.Kind);
   }
   return members;
@@ -171,12 +169,12 @@ std::map<std::wstring, INVOKEKIND> RecordedMembers(ITypeInfo* coclass) {
 TEST_F(TypeInfoTest, EveryDriverListsWhatItAnswersByName) {
   static constexpr GUID libraryID = {
       0x04B52BB1, 0x7DBA, 0x4A29, {0x98, 0xA5, 0x70, 0x71, 0xB2, 0x38, 0x3D, 0xD2}};
-  Ref<ITypeLib> library;
-  ASSERT_EQ(LoadRegTypeLib(libraryID, 1, 36, LOCALE_NEUTRAL, library.Out()), S_OK);
+  ComPtr<ITypeLib> library;
+  ASSERT_EQ(LoadRegTypeLib(libraryID, 1, 36, LOCALE_NEUTRAL, &library), S_OK);
   int drivers = 0;
   for (UINT i = 0; i < library->GetTypeInfoCount(); ++i) {
-    Ref<ITypeInfo> coclass;
-    library->GetTypeInfo(i, coclass.Out());
+    ComPtr<ITypeInfo> coclass;
+    library->GetTypeInfo(i, &coclass);
     const auto attributes = AttributesOf(coclass.Get());
     if (attributes.typekind != TKIND_COCLASS || attributes.cImplTypes < 2) continue;
     ++drivers;
@@ -185,9 +183,8 @@ TEST_F(TypeInfoTest, EveryDriverListsWhatItAnswersByName) {
     const auto info = TypeInfoOf(driver.Get());
     EXPECT_EQ(NameOf(info.Get()), L"_" + className);
     // Hosts keep what they read under the identifier.
-    Ref<IUnknown> own;
-    EXPECT_EQ(driver->QueryInterface(AttributesOf(info.Get()).guid, reinterpret_cast<void**>(own.Out())),
-              S_OK);
+    ComPtr<IUnknown> own;
+    EXPECT_EQ(driver->QueryInterface(AttributesOf(info.Get()).guid, &own), S_OK);
     EXPECT_EQ(own.Get(), driver.Get());
 
     const auto recorded = RecordedMembers(coclass.Get());
@@ -282,7 +279,7 @@ TEST_F(TypeInfoTest, MembersAreCalledAsListed) {
 }
 
 TEST_F(TypeInfoTest, InformationOutlivesItsDriver) {
-  Ref<ITypeInfo> info = TypeInfoOf(Create(L"Sanyo").Get());
+  ComPtr<ITypeInfo> info = TypeInfoOf(Create(L"Sanyo").Get());
   CoFreeUnusedLibraries();
   const auto members = Walk(info.Get());
   ASSERT_FALSE(members.empty());

@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <io.h>
 #include <oleauto.h>
+#include <wrl/client.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -22,6 +23,8 @@
 #include <vector>
 
 namespace {
+
+using Microsoft::WRL::ComPtr;
 
 [[noreturn]] void Fail(const std::string& what, HRESULT code) {
   std::fprintf(stderr, "typelib-dump: %s: error 0x%08lX\n", what.c_str(), static_cast<unsigned long>(code));
@@ -58,23 +61,6 @@ std::string Braced(const GUID& id) {
   StringFromGUID2(id, text, 40);
   return Narrow(text);
 }
-
-template <class T>
-class Ref {
- public:
-  Ref() = default;
-  Ref(const Ref&) = delete;
-  Ref& operator=(const Ref&) = delete;
-  Ref(Ref&& other) noexcept : Pointer_(other.Pointer_) { other.Pointer_ = nullptr; }
-  ~Ref() {
-    if (Pointer_) Pointer_->Release();
-  }
-  T** operator&() { return &Pointer_; }
-  T* operator->() const { return Pointer_; }
-
- private:
-  T* Pointer_ = nullptr;
-};
 
 struct Attributes {
   explicit Attributes(ITypeInfo* info) : Info_(info) { Check(Info_->GetTypeAttr(&Value_), "GetTypeAttr"); }
@@ -137,7 +123,7 @@ std::string TypeName(ITypeInfo* info, const TYPEDESC& type) {
     case VT_SAFEARRAY:
       return "SAFEARRAY(" + TypeName(info, *type.lptdesc) + ")";
     case VT_USERDEFINED: {
-      Ref<ITypeInfo> target;
+      ComPtr<ITypeInfo> target;
       Check(info->GetRefTypeInfo(type.hreftype, &target), "GetRefTypeInfo");
       return NameOf(target.operator->());
     }
@@ -246,7 +232,7 @@ std::string Enumeration(ITypeInfo* info) {
 std::string Interface(ITypeInfo* info) {
   const Attributes attributes(info);
   std::string text = "interface " + NameOf(info) + " " + Braced(attributes->guid);
-  Ref<ITypeInfo> table;  // the virtual table's view of a dual interface
+  ComPtr<ITypeInfo> table;  // the virtual table's view of a dual interface
   HREFTYPE reference = 0;
   if (attributes->typekind == TKIND_DISPATCH && (attributes->wTypeFlags & TYPEFLAG_FDUAL)) {
     Check(info->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference), "GetRefTypeOfImplType");
@@ -255,7 +241,7 @@ std::string Interface(ITypeInfo* info) {
     return text + " is not dual\n";
   }
   ITypeInfo* members = table.operator->();
-  Ref<ITypeInfo> base;
+  ComPtr<ITypeInfo> base;
   Check(members->GetRefTypeOfImplType(0, &reference), "GetRefTypeOfImplType");
   Check(members->GetRefTypeInfo(reference, &base), "GetRefTypeInfo");
   text += " : " + NameOf(base.operator->()) + " dual";
@@ -282,7 +268,7 @@ std::string Class(ITypeInfo* info) {
   for (UINT i = 0; i < attributes->cImplTypes; ++i) {
     HREFTYPE reference = 0;
     INT flags = 0;
-    Ref<ITypeInfo> target;
+    ComPtr<ITypeInfo> target;
     Check(info->GetRefTypeOfImplType(i, &reference), "GetRefTypeOfImplType");
     Check(info->GetImplTypeFlags(i, &flags), "GetImplTypeFlags");
     Check(info->GetRefTypeInfo(reference, &target), "GetRefTypeInfo");
@@ -313,7 +299,7 @@ void Print(ITypeLib* library) {
 
   std::vector<Entry> entries;
   for (UINT i = 0; i < library->GetTypeInfoCount(); ++i) {
-    Ref<ITypeInfo> info;
+    ComPtr<ITypeInfo> info;
     TYPEKIND kind{};
     Check(library->GetTypeInfo(i, &info), "GetTypeInfo");
     Check(library->GetTypeInfoType(i, &kind), "GetTypeInfoType");
@@ -354,7 +340,7 @@ int main(int count, char** arguments) {
     Fail(arguments[1], HRESULT_FROM_WIN32(GetLastError()));
   Check(OleInitialize(nullptr), "OleInitialize");
   {
-    Ref<ITypeLib> library;
+    ComPtr<ITypeLib> library;
     const HRESULT code = LoadTypeLibEx(path, REGKIND_NONE, &library);
     if (FAILED(code)) Fail(std::string("cannot load ") + arguments[1], code);
     Print(library.operator->());
