@@ -50,9 +50,7 @@ std::string Row(const std::string& name, double value, int digits = 0) {
 }
 
 HTTPReply Error(const std::string& text, std::string violation) {
-  HTTPReply reply = HTTPReply::Text("Error: " + text + "\r\n");
-  reply.Violation = std::move(violation);
-  return reply;
+  return HTTPReply::Text("Error: " + text + "\r\n").Blaming(std::move(violation));
 }
 
 }  // namespace
@@ -158,8 +156,7 @@ Axis::Axis(const Options& options)
     : Simulator(options.Clock),
       ParameterLineEnd_(options.ParameterLineEnd),
       Channels_(MakeChannels(Time(), options.Heads)),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 std::vector<Axis::Channel> Axis::MakeChannels(const Clock& clock, const std::vector<AxisHead>& heads) {
   std::vector<Channel> channels;

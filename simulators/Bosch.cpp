@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "simulators/engine/Make.h"
+#include "simulators/engine/Message.h"
 #include "simulators/engine/Query.h"
 
 namespace ptzsim {
@@ -39,19 +40,10 @@ constexpr std::pair<const char*, const char*> Wanted[] = {
 // Error codes.
 constexpr char UnknownCommand[] = "0x40", UnknownMessage[] = "0xf0";
 
-unsigned Digit(char c) {
-  const auto at = std::string_view("0123456789abcdefABCDEF").find(c);
-  if (at == std::string_view::npos) throw std::invalid_argument("the payload is not hexadecimal");
-  return static_cast<unsigned>(at < 16 ? at : at - 6);
-}
-
 std::vector<unsigned> Decode(std::string_view payload) {
-  if (payload.substr(0, 2) != "0x" || payload.size() % 2 != 0)
-    throw std::invalid_argument("the payload is not 0x and whole bytes");
-  std::vector<unsigned> bytes;
-  for (std::size_t i = 2; i < payload.size(); i += 2)
-    bytes.push_back(Digit(payload[i]) * 16 + Digit(payload[i + 1]));
-  return bytes;
+  if (!payload.starts_with("0x")) throw std::invalid_argument("the payload does not begin with 0x");
+  const auto bytes = BytesOf(payload.substr(2));
+  return {bytes.begin(), bytes.end()};
 }
 
 std::string Text(const std::vector<unsigned>& bytes, const char* form) {
@@ -103,16 +95,13 @@ Bosch::Bosch(Options options)
       Pan_(Time(), 23155, Motion::Endless, TurnSpeed),
       Tilt_(Time(), -3765, TiltRange, TurnSpeed),
       Zoom_(Time(), 333, ZoomRange, ZoomSpeed),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 HTTPReply Bosch::Answer(const Request& request) {
   const Query query(request.Target);
   if (query.Path != "/rcp.xml") return {.Status = 404, .Violation = "no such page: " + request.Target};
   const auto refused = [&](const char* code, const std::string& payload, const std::string& why) {
-    HTTPReply reply = Document(payload, Error(code));
-    reply.Violation = why + ": " + request.Target;
-    return reply;
+    return Document(payload, Error(code)).Blaming(why + ": " + request.Target);
   };
   for (const auto& [name, value] : Wanted)
     if (query.Find(name) != value)

@@ -1,9 +1,6 @@
 #include "simulators/Elmo.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
@@ -11,22 +8,12 @@
 #include "simulators/engine/Make.h"
 #include "simulators/engine/Models.h"
 #include "simulators/engine/Pages.h"
+#include "simulators/engine/Rules.h"
 
 namespace ptzsim {
 namespace {
 
 enum Series : unsigned { Series200 = 1, Series400 = 2, PTC402 = 4 };
-
-/// The way of an axis in camera units, which count from 0, and in degrees.
-struct Scale {
-  double Last;        // unit
-  double Start, End;  // degrees at 0 and at the last unit
-
-  Motion::Range Range() const { return {0, Last}; }
-  double Degrees(double units) const { return Start + units * (End - Start) / Last; }
-  double Units(double degrees) const { return (degrees - Start) * Last / (End - Start); }
-  double PerSecond(double degrees) const { return std::abs(degrees * Last / (End - Start)); }
-};
 
 constexpr double TurnSpeed = 100;                 // degrees per second
 constexpr double SecondsOfZoom = 3;               // from end to end
@@ -57,21 +44,13 @@ constinit const Elmo::Model Elmo::Model::All[] = {
 
 namespace {
 
-/// Digits and nothing else, within a range.
-double Whole(const std::string& text, Motion::Range range) {
-  const auto value = text[0] == '-' ? std::nullopt : WholeNumber(text);
-  if (!value) throw std::invalid_argument("\"" + text + "\" is not a whole number");
-  const auto number = static_cast<double>(*value);
-  if (number < range.Min || number > range.Max) throw std::invalid_argument(text + " is out of range");
-  return number;
-}
-
 /// May have decimals; beyond the tele end the lens stops there.
 double ZoomValue(const std::string& text, Motion::Range range) {
-  const auto value = Number(text);
-  if (!value) throw std::invalid_argument("\"" + text + "\" is not a number");
-  if (*value < range.Min) throw std::invalid_argument(text + " is out of range");
-  return std::min(*value, range.Max);
+  return std::min(NumberOf(text, {range.Min, Motion::Any.Max}), range.Max);
+}
+
+double Position(const std::string& text, const Motion& motion) {
+  return static_cast<double>(WholeOf(text, motion.Limits()));
 }
 
 /// A motor position as the camera tells it.
@@ -89,11 +68,11 @@ std::string OneDecimal(double value) {
 /// values that no such camera takes, before anything moves.
 struct ElmoCommands {
   static bool Pan(Elmo& e, const Values& values) {
-    e.Pan_.MoveTo(Whole(values[0], e.Pan_.Limits()));
+    e.Pan_.MoveTo(Position(values[0], e.Pan_));
     return true;
   }
   static bool Tilt(Elmo& e, const Values& values) {
-    e.Tilt_.MoveTo(Whole(values[0], e.Tilt_.Limits()));
+    e.Tilt_.MoveTo(Position(values[0], e.Tilt_));
     return true;
   }
   static bool Zoom(Elmo& e, const Values& values) {
@@ -101,7 +80,7 @@ struct ElmoCommands {
     return true;
   }
   static bool PanTilt(Elmo& e, const Values& values) {
-    const double pan = Whole(values[0], e.Pan_.Limits()), tilt = Whole(values[1], e.Tilt_.Limits());
+    const double pan = Position(values[0], e.Pan_), tilt = Position(values[1], e.Tilt_);
     e.Pan_.MoveTo(pan), e.Tilt_.MoveTo(tilt);
     return true;
   }
@@ -132,7 +111,7 @@ struct ElmoCommands {
 
   static bool Recall(Elmo& e, const Values& values) {
     const int slot =
-        static_cast<int>(Whole(values[0], {1, 0.0 + std::max(e.Model_.Slots, e.Model_.HomeSlot)}));
+        static_cast<int>(WholeOf(values[0], {1, 0.0 + std::max(e.Model_.Slots, e.Model_.HomeSlot)}));
     if (slot == e.Model_.HomeSlot) return GoHome(e);
     const auto preset = e.Presets_.find(slot);
     if (preset == e.Presets_.end()) return false;
@@ -141,7 +120,7 @@ struct ElmoCommands {
     return true;
   }
   static bool Store(Elmo& e, const Values& values) {
-    const int slot = static_cast<int>(Whole(values[0], {1, 0.0 + e.Model_.Slots}));
+    const int slot = static_cast<int>(WholeOf(values[0], {1, 0.0 + e.Model_.Slots}));
     e.Presets_[slot] = {e.Pan_.Position(), e.Tilt_.Position(), e.Zoom_.Position()};
     return true;
   }
@@ -182,8 +161,7 @@ Elmo::Elmo(const Options& options)
       Zoom_(Time(), 637, Model_.Zoom, Model_.Zoom.Max / SecondsOfZoom),
       Iris_(Time(), 420, LensRange, LensSpeed),
       Focus_(Time(), 580, LensRange, LensSpeed),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {
   if (Model_.Slots > 0) Presets_ = {{2, FirstPreset}, {5, SecondPreset}};
 }
 
@@ -204,15 +182,10 @@ HTTPReply Elmo::Answer(const Request& request) {
   } catch (const std::invalid_argument& wrong) {
     violation = wrong.what() + (": " + request.Target);
   }
-  HTTPReply reply;
-  if (kind == Series400)
-    reply = HTTPReply::Text(std::string("command:set\r\n") + (taken ? "Return:0" : "Return:1") + "\r\n");
-  else if (kind == PTC402 && !taken)
-    reply.Status = 400;
-  else
-    reply = HTTPReply::Text(taken ? "OK" : "NG");
-  reply.Violation = violation;
-  return reply;
+  if (kind == PTC402 && !taken) return {.Status = 400, .Violation = violation};
+  if (kind != Series400) return HTTPReply::Text(taken ? "OK" : "NG").Blaming(violation);
+  return HTTPReply::Text(taken ? "command:set\r\nReturn:0\r\n" : "command:set\r\nReturn:1\r\n")
+      .Blaming(violation);
 }
 
 /// With the rows that a reader has to pass over.

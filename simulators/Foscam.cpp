@@ -75,8 +75,7 @@ Foscam::Foscam(const Options& options)
       Pan_(Time(), 21.5, PanRange, TurnSpeed),
       Tilt_(Time(), -8.25, TiltRange, TurnSpeed),
       Presets_(Kind_ == Kind::HD ? Places : SavedBefore),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 HTTPReply Foscam::Answer(const Request& request) {
   const Query query(request.Target, true);

@@ -1,10 +1,9 @@
 #include "simulators/Grandeye.h"
 
-#include <cmath>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 #include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
 #include "simulators/engine/Motion.h"
 #include "simulators/engine/Rules.h"
 
@@ -52,28 +51,18 @@ struct GrandeyeRules {
   static void Zoom(View& v, Argument& a) { v.Zoom.MoveBy(a.First); }
 
   static constexpr Rule<View> All[] = {
-      {"pan", 1, Pan, Takes::Number, Motion::Endless},
-      {"tilt", 1, Tilt, Takes::Number, TiltRange},
-      {"rzoom", 1, Zoom, Takes::Number, ZoomStepRange},
+      {"pan", 1, Pan, Takes::Whole, Motion::Endless},
+      {"tilt", 1, Tilt, Takes::Whole, TiltRange},
+      {"rzoom", 1, Zoom, Takes::Whole, ZoomStepRange},
   };
 };
 
 Grandeye::Grandeye(Options options)
     : Simulator(options.Clock),
-      Views_(MakeViews(Time(), options.Views)),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Views_(Several(options.Views, MostViews, "views", [this](int i) { return View(Time(), i); })),
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 Grandeye::~Grandeye() = default;
-
-std::vector<Grandeye::View> Grandeye::MakeViews(const Clock& clock, int count) {
-  if (count < 1 || count > MostViews)
-    throw std::invalid_argument(std::to_string(count) + " views: a camera has 1 to " +
-                                std::to_string(MostViews));
-  std::vector<View> views;
-  for (int i = 0; i < count; ++i) views.emplace_back(clock, i);
-  return views;
-}
 
 HTTPReply Grandeye::Answer(const Request& request) {
   const Query query(request.Target);
@@ -85,11 +74,6 @@ HTTPReply Grandeye::Answer(const Request& request) {
 HTTPReply Grandeye::Control(const Query& query) {
   const auto index = IndexOf(query, "camera", Views_.size());
   if (!index) return Refused("no such camera: " + query.Text);
-  for (const auto& [name, value] : query.Pairs) {
-    const auto number = Number(value);
-    if (number && *number != std::floor(*number))
-      return Refused(name + " is not a whole number: " + query.Text);
-  }
   const Outcome outcome = Obey(GrandeyeRules::All, Views_[*index], 1, query, {"camera"});
   return outcome.Wrong.empty() ? HTTPReply::Nothing() : Refused(outcome.Wrong + ": " + query.Text);
 }

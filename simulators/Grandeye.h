@@ -45,7 +45,6 @@ class Grandeye : public Simulator {
   struct View;
   friend struct GrandeyeRules;
 
-  static std::vector<View> MakeViews(const Clock& clock, int count);
   HTTPReply Answer(const Request& request);
   HTTPReply Control(const Query& query);
   HTTPReply Tell(const Query& query) const;

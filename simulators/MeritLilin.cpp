@@ -2,9 +2,9 @@
 
 #include <cmath>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 #include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
 #include "simulators/engine/Motion.h"
 #include "simulators/engine/Rules.h"
 
@@ -12,7 +12,6 @@ namespace ptzsim {
 namespace {
 
 constexpr int MostCameras = 4;
-constexpr Motion::Range Any{-1e9, 1e9};  // values that stop at the ends of the motion
 constexpr Motion::Range TiltRange{-30, 90}, ZoomRange{1, 36};
 constexpr double Ahead = 180;                            // pan where a host has its zero
 constexpr double TurnSpeed = 120, ZoomSpeed = 12;        // per second, to a position
@@ -88,43 +87,33 @@ struct MeritLilinRules {
 
   static constexpr Rule<Dome> Control[] = {
       {"cmd", 1, Tell, Takes::Text},
-      {"panposdegree", 1, PanTo, Takes::Number, {0, 359}},
-      {"tiltposdegree", 1, TiltTo, Takes::Number, Any},
-      {"zoomposdegree", 1, ZoomTo, Takes::Number, {1, Any.Max}},
-      {"rpan", 1, RunPan, Takes::Number, SpeedRange, true},
-      {"rtilt", 1, RunTilt, Takes::Number, SpeedRange, true},
-      {"rzoom", 1, RunZoom, Takes::Number, SpeedRange, true},
-      {"stop", 1, Stop, Takes::Number, {1, 1}},
-      {"zoom_stop", 1, StopZoom, Takes::Number, {1, 1}},
+      {"panposdegree", 1, PanTo, Takes::Whole, {0, 359}},
+      {"tiltposdegree", 1, TiltTo, Takes::Whole, Motion::Any},
+      {"zoomposdegree", 1, ZoomTo, Takes::Number, {1, Motion::Any.Max}},
+      {"rpan", 1, RunPan, Takes::Whole, SpeedRange, true},
+      {"rtilt", 1, RunTilt, Takes::Whole, SpeedRange, true},
+      {"rzoom", 1, RunZoom, Takes::Whole, SpeedRange, true},
+      {"stop", 1, Stop, Takes::Whole, {1, 1}},
+      {"zoom_stop", 1, StopZoom, Takes::Whole, {1, 1}},
   };
   static constexpr Rule<Dome> Preset[] = {
-      {"set_preset", 1, SavePreset, Takes::Number, {0, 127}},
-      {"goto_preset", 1, GotoPreset, Takes::Number, {0, 127}},
+      {"set_preset", 1, SavePreset, Takes::Whole, {0, 127}},
+      {"goto_preset", 1, GotoPreset, Takes::Whole, {0, 127}},
   };
   static constexpr Rule<Dome> Lens[] = {
-      {"autoiris", 1, SwitchOn<&Dome::IrisIsAuto>, Takes::Number, {1, 1}},
-      {"autofocus", 1, SwitchOn<&Dome::FocusIsAuto>, Takes::Number, {1, 1}},
-      {"iris", 1, Step<&Dome::Iris, &Dome::IrisIsAuto>, Takes::Number, {-1, 1}},
-      {"focus", 1, Step<&Dome::Focus, &Dome::FocusIsAuto>, Takes::Number, {-1, 1}},
+      {"autoiris", 1, SwitchOn<&Dome::IrisIsAuto>, Takes::Whole, {1, 1}},
+      {"autofocus", 1, SwitchOn<&Dome::FocusIsAuto>, Takes::Whole, {1, 1}},
+      {"iris", 1, Step<&Dome::Iris, &Dome::IrisIsAuto>, Takes::Whole, {-1, 1}},
+      {"focus", 1, Step<&Dome::Focus, &Dome::FocusIsAuto>, Takes::Whole, {-1, 1}},
   };
 };
 
 MeritLilin::MeritLilin(Options options)
     : Simulator(options.Clock),
-      Domes_(MakeDomes(Time(), options.Cameras)),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Domes_(Several(options.Cameras, MostCameras, "cameras", [this](int i) { return Dome(Time(), i); })),
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 MeritLilin::~MeritLilin() = default;
-
-std::vector<MeritLilin::Dome> MeritLilin::MakeDomes(const Clock& clock, int count) {
-  if (count < 1 || count > MostCameras)
-    throw std::invalid_argument(std::to_string(count) + " cameras: a server has 1 to " +
-                                std::to_string(MostCameras));
-  std::vector<Dome> domes;
-  for (int i = 0; i < count; ++i) domes.emplace_back(clock, i);
-  return domes;
-}
 
 HTTPReply MeritLilin::Answer(const Request& request) {
   const Query query(request.Target);
@@ -136,11 +125,6 @@ HTTPReply MeritLilin::Answer(const Request& request) {
 
   const auto index = IndexOf(query, "camid", Domes_.size());
   if (!index) return Refused("no such camera: " + request.Target);
-  for (const auto& [name, value] : query.Pairs) {  // only the zoom has decimals
-    const auto number = Number(value);
-    if (name != "zoomposdegree" && number && *number != std::floor(*number))
-      return Refused(name + " is not a whole number: " + request.Target);
-  }
   Dome& dome = Domes_[*index];
   const Outcome outcome = control  ? Obey(MeritLilinRules::Control, dome, 1, query, {"camid"})
                           : preset ? Obey(MeritLilinRules::Preset, dome, 1, query, {"camid"})

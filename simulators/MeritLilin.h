@@ -52,7 +52,6 @@ class MeritLilin : public Simulator {
   struct Dome;
   friend struct MeritLilinRules;
 
-  static std::vector<Dome> MakeDomes(const Clock& clock, int count);
   HTTPReply Answer(const Request& request);
 
   mutable std::mutex Mutex_;

@@ -1,18 +1,15 @@
 #include "simulators/Panasonic.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 
 #include "simulators/engine/Make.h"
 #include "simulators/engine/Models.h"
 #include "simulators/engine/Pages.h"
-#include "simulators/engine/Query.h"
+#include "simulators/engine/Rules.h"
 
 namespace ptzsim {
 namespace {
@@ -76,31 +73,15 @@ Motion::Range TiltRange(Motion::Range range, Panasonic::Mount mount) {
   return Units(range);
 }
 
-bool NewEnough(const std::string& firmware) {
-  const auto version = Number(firmware);
-  if (!version) throw std::invalid_argument("the firmware \"" + firmware + "\" is not a number");
-  return *version > LastWithoutAngles;
-}
-
-double Whole(const std::string& text) {
-  const auto value = WholeNumber(text);
-  if (!value) throw std::invalid_argument("\"" + text + "\" is not a whole number");
-  return static_cast<double>(*value);
-}
-
-double Angle(const std::string& text, Motion::Range range) {
-  const double angle = Whole(text);
-  if (angle < range.Min || angle > range.Max)
-    throw std::invalid_argument("the angle " + text + " is beyond the end");
-  return angle;
+double Whole(const std::string& text, Motion::Range range = Motion::Any) {
+  return static_cast<double>(WholeOf(text, range));
 }
 
 /// Of a picture: digits, with decimals perhaps.
 double Size(const std::string& text) {
-  const auto size = Number(text);
-  if (!size || text.find_first_not_of("0123456789.") != text.npos)
+  if (text.find_first_not_of("0123456789.") != text.npos)
     throw std::invalid_argument("\"" + text + "\" is not a size");
-  return *size;
+  return NumberOf(text);
 }
 
 std::string Row(const std::string& key, double value) { return key + ":" + Decimal(value, 0) + "\r\n"; }
@@ -131,7 +112,7 @@ struct PanasonicPages {
   }
 
   static std::string Turn(Panasonic& p, const Values& values) {
-    const double pan = Angle(values[0], p.Pan_.Limits()), tilt = Angle(values[1], p.Tilt_.Limits());
+    const double pan = Whole(values[0], p.Pan_.Limits()), tilt = Whole(values[1], p.Tilt_.Limits());
     p.Pan_.MoveTo(pan), p.Tilt_.MoveTo(tilt);
     return {};
   }
@@ -195,13 +176,13 @@ Panasonic::Panasonic(const Options& options)
       Model_(FindModel(Model::All, options.Model)),
       Firmware_(options.Firmware),
       Mount_(options.Mounted),
-      Abilities_(NewEnough(Firmware_) ? Model_.Abilities : Model_.Abilities & ~TakesAngles),
+      Abilities_(NumberOf(Firmware_) > LastWithoutAngles ? Model_.Abilities
+                                                         : Model_.Abilities & ~TakesAngles),
       Pan_(Time(), -3325, Units(Model_.Pan), TurnSpeed),
       Tilt_(Time(), 675, TiltRange(Model_.Tilt, Mount_), TurnSpeed),
       Zoom_(Time(), 421, LensRange, LensSpeed),
       Focus_(Time(), 638, LensRange, LensSpeed),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 HTTPReply Panasonic::Answer(const Request& request) {
   const Query query(request.Target);

@@ -1,15 +1,13 @@
 #include "simulators/PanasoniciPro.h"
 
-#include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 
 #include "simulators/engine/Make.h"
 #include "simulators/engine/Models.h"
+#include "simulators/engine/Rules.h"
 
 namespace ptzsim {
 
@@ -48,13 +46,10 @@ constexpr double FirstPan = 337, FirstTilt = 143, FirstZoom = 23;
 constexpr double NextPan = -125, NextTilt = 16, NextZoom = 4;
 
 /// A number as cameras read it: digits, a minus perhaps, decimals perhaps, no exponent.
-double NumberIn(const std::string& name, const std::string& text, Motion::Range range) {
-  const auto number = Number(text);
-  if (!number || text.find_first_not_of("-.0123456789") != text.npos)
-    throw std::invalid_argument(name + "=" + text + " is not a number");
-  if (*number < range.Min || *number > range.Max)
-    throw std::invalid_argument(name + "=" + text + " is out of range");
-  return *number;
+double PlainNumber(const std::string& text, Motion::Range range) {
+  if (text.find_first_not_of("-.0123456789") != text.npos)
+    throw std::invalid_argument("\"" + text + "\" is not a number");
+  return NumberOf(text, range);
 }
 
 }  // namespace
@@ -74,22 +69,15 @@ std::vector<std::string> PanasoniciPro::Models() { return NamesOf(Model::All); }
 PanasoniciPro::PanasoniciPro(const Options& options)
     : Simulator(options.Clock),
       Model_(FindModel(Model::All, options.Model)),
-      Channels_(AtFirst(options.Channels)),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Channels_(Several(options.Channels, MostChannels, "channels", [this](int i) { return AtFirst(i); })),
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
-std::vector<PanasoniciPro::Channel> PanasoniciPro::AtFirst(int count) {
-  if (count < 1 || count > MostChannels)
-    throw std::invalid_argument("there are 1 to " + std::to_string(MostChannels) + " channels");
-  const Motion::Range panRange = Model_.Endless() ? Motion::Endless : Model_.PanUnits();
-  std::vector<Channel> channels;
-  for (int i = 0; i < count; ++i) {
-    const double pan = FirstPan + i * NextPan, tilt = FirstTilt + i * NextTilt;
-    channels.push_back({{Time(), Model_.Signed ? pan : pan - Model_.Pan.Min * Degree, panRange, TurnSpeed},
-                        {Time(), Model_.Signed ? -tilt : tilt, Model_.TiltUnits(), TurnSpeed},
-                        {Time(), FirstZoom + i * NextZoom, {Times, Model_.Tele * Times}, ZoomSpeed}});
-  }
-  return channels;
+PanasoniciPro::Channel PanasoniciPro::AtFirst(int index) {
+  const double pan = FirstPan + index * NextPan, tilt = FirstTilt + index * NextTilt;
+  return {{Time(), Model_.Signed ? pan : pan - Model_.Pan.Min * Degree,
+           Model_.Endless() ? Motion::Endless : Model_.PanUnits(), TurnSpeed},
+          {Time(), Model_.Signed ? -tilt : tilt, Model_.TiltUnits(), TurnSpeed},
+          {Time(), FirstZoom + index * NextZoom, {Times, Model_.Tele * Times}, ZoomSpeed}};
 }
 
 HTTPReply PanasoniciPro::Answer(const Request& request) {
@@ -142,9 +130,9 @@ void PanasoniciPro::Obey(Channel& channel, const Query& query) {
   const std::size_t known = (pan ? 2 : 0) + (zoom ? 1 : 0);
   if (known == 0) throw std::invalid_argument("no command");
   if (query.Pairs.size() != known) throw std::invalid_argument("an unknown parameter, or one twice");
-  const double across = pan ? NumberIn("pan", *pan, Model_.PanUnits()) : 0;
-  const double up = tilt ? NumberIn("tilt", *tilt, Model_.TiltUnits()) : 0;
-  if (zoom) channel.Zoom.MoveTo(NumberIn("zoom", *zoom, {Times, HUGE_VAL}));
+  const double across = pan ? PlainNumber(*pan, Model_.PanUnits()) : 0;
+  const double up = tilt ? PlainNumber(*tilt, Model_.TiltUnits()) : 0;
+  if (zoom) channel.Zoom.MoveTo(PlainNumber(*zoom, {Times, Motion::Any.Max}));
   if (!pan) return;
   if (Model_.Endless())
     channel.Pan.TurnTo(across, Turn);

@@ -55,7 +55,7 @@ class PanasoniciPro : public Simulator {
     Motion Pan, Tilt, Zoom;  // as on the wire: tenths of a degree, tenths of the magnification
   };
 
-  std::vector<Channel> AtFirst(int count);
+  Channel AtFirst(int index);
   HTTPReply Answer(const Request& request);
   Channel& Take(Query& query);
   std::string Information() const;

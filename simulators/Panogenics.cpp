@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "simulators/engine/Make.h"
+#include "simulators/engine/Models.h"
 #include "simulators/engine/Motion.h"
 #include "simulators/engine/Rules.h"
 
@@ -12,16 +13,13 @@ namespace ptzsim {
 namespace {
 
 constexpr int ViewCount = 8, PresetCount = 8;
-constexpr Motion::Range Any{-1e9, 1e9};  // values that stop at the ends of the motion
 constexpr Motion::Range PanValues{-180, 360}, TiltRange{-90, 90}, ZoomRange{0, 500};
 constexpr double TurnSpeed = 90, ZoomSpeed = 200;  // per second
 
 /// A whole number from 1 to `most`; 0 for anything else.
 int Index(const std::optional<std::string>& text, int most) {
-  const auto number = Number(text.value_or(""));
-  return number && *number >= 1 && *number <= most && *number == std::floor(*number)
-             ? static_cast<int>(*number)
-             : 0;
+  const auto number = WholeNumber(text.value_or("")).value_or(0);
+  return number >= 1 && number <= most ? static_cast<int>(number) : 0;
 }
 
 }  // namespace
@@ -50,26 +48,19 @@ struct PanogenicsRules {
   static void Zoom(View& v, Argument& a) { v.Zoom.MoveTo(a.First); }
 
   static constexpr Rule<View> All[] = {
-      {"apan", 1, Pan, Takes::Number, PanValues},
-      {"atilt", 1, Tilt, Takes::Number, Any},
-      {"azoom", 1, Zoom, Takes::Number, ZoomRange},
+      {"apan", 1, Pan, Takes::Whole, PanValues},
+      {"atilt", 1, Tilt, Takes::Whole, Motion::Any},
+      {"azoom", 1, Zoom, Takes::Whole, ZoomRange},
   };
 };
 
 Panogenics::Panogenics(Options options)
     : Simulator(options.Clock),
       Wrapped_(options.Wrapped),
-      Views_(MakeViews(Time())),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Views_(Several(ViewCount, ViewCount, "views", [this](int i) { return View(Time(), i); })),
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 Panogenics::~Panogenics() = default;
-
-std::vector<Panogenics::View> Panogenics::MakeViews(const Clock& clock) {
-  std::vector<View> views;
-  for (int i = 0; i < ViewCount; ++i) views.emplace_back(clock, i);
-  return views;
-}
 
 HTTPReply Panogenics::Page(const std::string& text) const {
   if (!Wrapped_) return HTTPReply::Text(text);
@@ -90,11 +81,7 @@ HTTPReply Panogenics::Answer(const Request& request) {
   if (number == 0) {
     wrong = "no such view";
   } else if (View& view = Views_[number - 1]; turns) {
-    for (const auto& [name, value] : query.Pairs) {
-      const auto given = Number(value);
-      if (given && *given != std::floor(*given)) wrong = name + " is not a whole number";
-    }
-    if (wrong.empty()) wrong = Obey(PanogenicsRules::All, view, 1, query, {"view"}).Wrong;
+    wrong = Obey(PanogenicsRules::All, view, 1, query, {"view"}).Wrong;
     text = "PTZ OK";
   } else if (tells) {
     if (query.Pairs.size() != 1) wrong = "unknown parameters";
@@ -104,9 +91,8 @@ HTTPReply Panogenics::Answer(const Request& request) {
   } else {
     text = ObeyPreset(view, query, saves, wrong);
   }
-  HTTPReply reply = Page(wrong.empty() ? text : turns || tells ? "PTZ ERROR" : "PRESET ERROR");
-  if (!wrong.empty()) reply.Violation = wrong + ": " + request.Target;
-  return reply;
+  if (wrong.empty()) return Page(text);
+  return Page(turns || tells ? "PTZ ERROR" : "PRESET ERROR").Blaming(wrong + ": " + request.Target);
 }
 
 std::string Panogenics::ObeyPreset(View& view, const Query& query, bool saves, std::string& wrong) {

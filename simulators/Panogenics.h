@@ -54,7 +54,6 @@ class Panogenics : public Simulator {
   struct View;
   friend struct PanogenicsRules;
 
-  static std::vector<View> MakeViews(const Clock& clock);
   HTTPReply Answer(const Request& request);
   HTTPReply Page(const std::string& text) const;
   std::string ObeyPreset(View& view, const Query& query, bool saves, std::string& wrong);

@@ -128,8 +128,7 @@ Quorvane::Quorvane(const Options& options)
     : Simulator(options.Clock),
       BadXML_(options.BadXML),
       Channels_(MakeChannels(Time(), options.Feeds)),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 Quorvane::~Quorvane() = default;
 
@@ -184,9 +183,7 @@ HTTPReply Quorvane::Control(Channel& channel, const Query& query) {
   try {
     return HTTPReply::Text(rules.Obey(channel) ? "OK" : "Unknown preset", "text/html");
   } catch (const std::invalid_argument& wrong) {
-    HTTPReply reply = HTTPReply::Text("Bad command", "text/html");
-    reply.Violation = wrong.what() + (": " + query.Text);
-    return reply;
+    return HTTPReply::Text("Bad command", "text/html").Blaming(wrong.what() + (": " + query.Text));
   }
 }
 

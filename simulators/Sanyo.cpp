@@ -6,10 +6,10 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
-#include <utility>
 
 #include "simulators/engine/Make.h"
 #include "simulators/engine/Pages.h"
+#include "simulators/engine/Rules.h"
 
 namespace ptzsim {
 namespace {
@@ -57,6 +57,10 @@ std::optional<std::string> SessionOf(const Request& request) {
 
 std::string Word(long value) {
   return {static_cast<char>(value >> 8 & 0xFF), static_cast<char>(value & 0xFF)};
+}
+
+int Whole(const std::string& text, int min, int max) {
+  return static_cast<int>(WholeOf(text, {0.0 + min, 0.0 + max}));
 }
 
 }  // namespace
@@ -123,14 +127,6 @@ struct SanyoCommands {
       {"/cgi-bin/opecmd.cgi?ope=51&cmd=*", RunZoom},
       {"/cgi-bin/opecmd.cgi?ope=51&cmd=*&z_speed=*", RunZoom},
   };
-
-  static int Whole(const std::string& text, int min, int max) {
-    const auto value = text[0] == '-' ? std::nullopt : WholeNumber(text);
-    if (!value || *value < min || *value > max)
-      throw std::invalid_argument("\"" + text + "\" is not " + std::to_string(min) + " to " +
-                                  std::to_string(max));
-    return static_cast<int>(*value);
-  }
 };
 
 Sanyo::Sanyo(Options options)
@@ -141,8 +137,7 @@ Sanyo::Sanyo(Options options)
       Tilt_(Time(), -1450, TiltRange, TiltSpeed),
       Zoom_(Time(), 375, ZoomRange, ZoomSpeed),
       Presets_{{1, {-5225, -1700, 610}}, {7, {8800, -950, 130}}},
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 HTTPReply Sanyo::Answer(const Request& request) {
   const Query query(request.Target);

@@ -9,8 +9,9 @@
 #include <vector>
 
 #include "simulators/engine/Make.h"
+#include "simulators/engine/Message.h"
 #include "simulators/engine/Models.h"
-#include "simulators/engine/Query.h"
+#include "simulators/engine/Rules.h"
 
 namespace ptzsim {
 namespace {
@@ -61,45 +62,15 @@ std::string Hex4(long value) {
   return text;
 }
 
-/// What is neither digit nor A to F, in either case, gives nothing.
-std::optional<int> HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return std::nullopt;
-}
-
 /// Four hexadecimal digits.
 long Word(std::string_view text) {
-  long value = 0;
-  for (const char c : text) {
-    const auto digit = HexDigit(c);
-    if (!digit) throw std::invalid_argument("\"" + std::string(text) + "\" is not hexadecimal");
-    value = value * 16 + *digit;
-  }
-  if (text.size() != 4) throw std::invalid_argument("\"" + std::string(text) + "\" is not four digits");
-  return value;
+  const auto bytes = BytesOf(text);
+  if (bytes.size() != 2) throw std::invalid_argument("\"" + std::string(text) + "\" is not four digits");
+  return bytes[0] << 8 | bytes[1];
 }
 
 /// A 16-bit number as two's complement.
 long Signed(long word) { return word < 0x8000 ? word : word - 0x10000; }
-
-double DecimalNumber(const std::string& text) {
-  const auto number = Number(text);
-  if (!number) throw std::invalid_argument("\"" + text + "\" is not a decimal number");
-  return *number;
-}
-
-std::vector<unsigned char> Bytes(std::string_view digits) {
-  if (digits.size() % 2 != 0) throw std::invalid_argument("half a byte at the end");
-  std::vector<unsigned char> bytes;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    const auto high = HexDigit(digits[i]), low = HexDigit(digits[i + 1]);
-    if (!high || !low) throw std::invalid_argument("not hexadecimal");
-    bytes.push_back(static_cast<unsigned char>(*high * 16 + *low));
-  }
-  return bytes;
-}
 
 /// A 16-bit number in four bytes of four bits each.
 long Nibbles(const unsigned char* bytes) {
@@ -188,7 +159,7 @@ std::optional<std::string> Sony::Inquiry(std::string_view page) const {
 }
 
 std::string Sony::AnswerVisca(std::string_view digits) const {
-  const auto frame = Bytes(digits);
+  const auto frame = BytesOf(digits);
   if (!std::equal(frame.begin(), frame.end(), std::begin(PanTiltInquiry), std::end(PanTiltInquiry)))
     throw std::invalid_argument("unknown VISCA inquiry");
   const HeadState now = Now();
@@ -196,7 +167,7 @@ std::string Sony::AnswerVisca(std::string_view digits) const {
 }
 
 void Sony::ObeyVisca(std::string_view digits) {
-  const auto frame = Bytes(digits);
+  const auto frame = BytesOf(digits);
   if (frame.empty() || std::find(frame.begin(), frame.end(), FrameEnd) != frame.end() - 1)
     throw std::invalid_argument("FF stands at the end of a VISCA frame and nowhere else");
   if (frame.size() == PanTiltLength && Begins(frame, PanTiltAbsolute))
@@ -211,7 +182,7 @@ void Sony::ObeyCGI(std::string_view body) {
   const auto name = body.substr(0, equals);
   const auto values = Split(body.substr(std::min(equals + 1, body.size())), ',');
   if (name == "AbsolutePanTilt" && values.size() == 3) {
-    const double speed = DecimalNumber(values[2]);
+    const double speed = NumberOf(values[2]);
     return TurnTo(Signed(Word(values[0])), Signed(Word(values[1])), {speed, speed});
   }
   if (name == "AbsoluteZoom" && values.size() == 1 && Model_.Has(Zooms))
@@ -220,7 +191,7 @@ void Sony::ObeyCGI(std::string_view body) {
     return Zoom_.MoveBy(static_cast<double>(Signed(Word(values[0]))));
   if (name == "ContinuousPanTiltZoom" && values.size() == 4 && values[3] == "Image1") {
     double percent[3];
-    for (int i = 0; i < 3; ++i) percent[i] = std::clamp(DecimalNumber(values[i]), -FullSpeed, FullSpeed);
+    for (int i = 0; i < 3; ++i) percent[i] = std::clamp(NumberOf(values[i]), -FullSpeed, FullSpeed);
     Pan_.Run(percent[0] / FullSpeed * TurnSpeed * Model_.Right);
     Tilt_.Run(percent[1] / FullSpeed * TurnSpeed * Model_.Right);
     return Zoom_.Run(percent[2] / FullSpeed * ZoomSpeed);

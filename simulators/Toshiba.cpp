@@ -1,9 +1,6 @@
 #include "simulators/Toshiba.h"
 
-#include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
@@ -11,22 +8,12 @@
 #include "simulators/engine/Make.h"
 #include "simulators/engine/Models.h"
 #include "simulators/engine/Pages.h"
+#include "simulators/engine/Rules.h"
 
 namespace ptzsim {
 namespace {
 
 enum Kind : unsigned { Grid = 1, Presets = 2 };
-
-/// The way of an axis in camera units, which count from 0, and in degrees.
-struct Scale {
-  int Last;           // unit
-  double Start, End;  // degrees at 0 and at the last unit
-
-  Motion::Range Range() const { return {0, 0.0 + Last}; }
-  double Degrees(double units) const { return Start + units * (End - Start) / Last; }
-  double PerSecond(double degrees) const { return std::abs(degrees * Last / (End - Start)); }
-  bool Has(long long unit) const { return unit >= 0 && unit <= Last; }
-};
 
 constexpr double TurnSpeed = 100;  // degrees per second
 constexpr Motion::Range ZoomRange{0, 1000};
@@ -56,14 +43,8 @@ constinit const Toshiba::Model Toshiba::Model::All[] = {
 
 namespace {
 
-long long Whole(const std::string& name, const std::string& text) {
-  const auto value = WholeNumber(text);
-  if (!value) throw std::invalid_argument(name + "=" + text + " is not a whole number");
-  return *value;
-}
-
-int Slot(const std::string& name, long long number) {
-  if (number < 1 || number > Slots) throw std::invalid_argument(name + " names no preset");
+int Slot(long long number) {
+  if (number < 1 || number > Slots) throw std::invalid_argument("there is no such preset");
   return static_cast<int>(number);
 }
 
@@ -77,10 +58,9 @@ struct ToshibaPages {
   }
 
   static HTTPReply GoToPoint(Toshiba& t, const Values& values) {
-    const long long point = Whole("cont_3", values[0]);
+    const long long point = WholeOf(values[0]);
     const long long pan = point / 256 - GridOffset, tilt = point % 256 - GridOffset;
-    if (!t.Model_.Pan.Has(pan) || !t.Model_.Tilt.Has(tilt))
-      throw std::invalid_argument("cont_3=" + values[0] + " is no point of the grid");
+    if (!t.Has(pan, tilt)) throw std::invalid_argument("cont_3=" + values[0] + " is no point of the grid");
     t.Pan_.MoveTo(static_cast<double>(pan)), t.Tilt_.MoveTo(static_cast<double>(tilt));
     return HTTPReply::Text("<html><head><title>IK-WB</title></head><body></body></html>\r\n", "text/html");
   }
@@ -102,10 +82,10 @@ struct ToshibaPages {
   static HTTPReply StorePreset(Toshiba& t, const Values& values) {
     constexpr std::string_view begin = "PresetNumber-";
     if (!values[0].starts_with(begin)) throw std::invalid_argument("type does not name a preset");
-    const int slot = Slot("type", Whole("type", values[0].substr(begin.size())));
+    const int slot = Slot(WholeOf(values[0].substr(begin.size())));
     if (values[1].empty()) throw std::invalid_argument("PresetName is empty");
-    const long long pan = Whole("PanPosition", values[2]), tilt = Whole("TiltPosition", values[3]);
-    if (!t.Model_.Pan.Has(pan) || !t.Model_.Tilt.Has(tilt)) return HTTPReply::Text(Refused);
+    const long long pan = WholeOf(values[2]), tilt = WholeOf(values[3]);
+    if (!t.Has(pan, tilt)) return HTTPReply::Text(Refused);
     t.Presets_[slot] = {values[1], static_cast<double>(pan), static_cast<double>(tilt)};
     return HTTPReply::Text(Taken);
   }
@@ -113,10 +93,10 @@ struct ToshibaPages {
   /// The number's high byte says what to do with the preset in its low byte.
   static HTTPReply UsePreset(Toshiba& t, const Values& values) {
     enum { Recall = 1, Store, Delete };
-    const long long number = Whole("cont_4", values[0]), action = number / 256;
+    const long long number = WholeOf(values[0]), action = number / 256;
     if (action < Recall || action > Delete)
       throw std::invalid_argument("cont_4=" + values[0] + " does nothing with a preset");
-    const int slot = Slot("cont_4", number % 256);
+    const int slot = Slot(number % 256);
     if (action == Store) {
       t.Presets_[slot].Pan = t.Pan_.Position(), t.Presets_[slot].Tilt = t.Tilt_.Position();
       return HTTPReply::Text(Taken);
@@ -150,8 +130,7 @@ Toshiba::Toshiba(const Options& options)
       Pan_(Time(), Model_.StartPan, Model_.Pan.Range(), Model_.Pan.PerSecond(TurnSpeed)),
       Tilt_(Time(), Model_.StartTilt, Model_.Tilt.Range(), Model_.Tilt.PerSecond(TurnSpeed)),
       Zoom_(Time(), 340, ZoomRange, ZoomSpeed),
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {
   if (Model_.Has == Presets) Presets_ = {{3, {"Main gate", 1234, 567}}, {Slots, {"Car park", 6543, 1765}}};
 }
 
@@ -163,10 +142,14 @@ HTTPReply Toshiba::Answer(const Request& request) {
     if (!page.It) throw std::invalid_argument("not the parameters of that page");
     return page.It->Do(*this, page.Given);
   } catch (const std::invalid_argument& wrong) {
-    HTTPReply reply = Model_.Has == Grid ? HTTPReply{.Status = 400} : HTTPReply::Text(Refused);
-    reply.Violation = wrong.what() + (": " + request.Target);
-    return reply;
+    return (Model_.Has == Grid ? HTTPReply{.Status = 400} : HTTPReply::Text(Refused))
+        .Blaming(wrong.what() + (": " + request.Target));
   }
+}
+
+bool Toshiba::Has(long long pan, long long tilt) const {
+  return pan >= 0 && pan <= std::llround(Model_.Pan.Last) && tilt >= 0 &&
+         tilt <= std::llround(Model_.Tilt.Last);
 }
 
 Toshiba::HeadState Toshiba::Now() const {

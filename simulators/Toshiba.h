@@ -57,6 +57,7 @@ class Toshiba : public Simulator {
   friend struct ToshibaPages;
 
   HTTPReply Answer(const Request& request);
+  bool Has(long long pan, long long tilt) const;  // camera units
   HeadState Now() const;
 
   mutable std::mutex Mutex_;

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "simulators/engine/Make.h"
 #include "simulators/engine/Models.h"
 #include "simulators/engine/Pages.h"
+#include "simulators/engine/Rules.h"
 
 namespace ptzsim {
 namespace {
@@ -45,12 +45,6 @@ constexpr double FastestTurn = 10, FastestZoom = 10;   // beyond it the camera g
 constexpr std::size_t Slots = 128;
 constexpr int Abilities = 7;  // pan, tilt, zoom
 
-double NumberIn(const std::string& name, const std::string& text) {
-  const auto number = Number(text);
-  if (!number) throw std::invalid_argument(name + "=" + text + " is not a number");
-  return *number;
-}
-
 }  // namespace
 
 /// What the camera knows; whether it took it. They throw std::invalid_argument on values that no such camera
@@ -81,7 +75,7 @@ struct VivotekPages {
 
   /// Brings the clicked point to the middle. Pixels count from the upper left corner.
   static bool Click(Vivotek& v, const Values& values) {
-    const double x = NumberIn("x", values[0]), y = NumberIn("y", values[1]);
+    const double x = NumberOf(values[0]), y = NumberOf(values[1]);
     v.Pan_.MoveBy((x - v.Model_.Width / 2) / v.Model_.AcrossDegree);
     v.Tilt_.MoveBy((v.Model_.Height / 2 - y) / v.Model_.UpDegree);
     return true;
@@ -89,8 +83,8 @@ struct VivotekPages {
 
   // vx and vy are the direction, vs is the speed in it.
   static bool Run(Vivotek& v, const Values& values) {
-    const double x = NumberIn("vx", values[0]), y = NumberIn("vy", values[1]);
-    const double speed = NumberIn("vs", values[2]), length = std::hypot(x, y);
+    const double x = NumberOf(values[0]), y = NumberOf(values[1]);
+    const double speed = NumberOf(values[2]), length = std::hypot(x, y);
     if (speed < 0 || (speed == 0) != (length == 0))
       throw std::invalid_argument("a direction goes with a speed, and a stop with neither");
     const double velocity = length == 0 ? 0 : std::min(speed, FastestTurn) * TurnPerSpeed / length;
@@ -99,8 +93,7 @@ struct VivotekPages {
   }
 
   static bool RunZoom(Vivotek& v, const Values& values) {
-    const double speed = NumberIn("zs", values[1]);
-    if (speed < 0) throw std::invalid_argument("zs=" + values[1] + " is below 0");
+    const double speed = NumberOf(values[1], {0, Motion::Any.Max});
     v.Zoom_.Run(Sign("zooming", values[0]) * std::min(speed, FastestZoom) * ZoomPerSpeed);
     return true;
   }
@@ -148,8 +141,7 @@ Vivotek::Vivotek(const Options& options)
       Tilt_(Time(), -14.25, Model_.Tilt, TurnSpeed),
       Zoom_(Time(), 421, ZoomRange, ZoomSpeed),
       Presets_{{"Main gate", {-52.25, -17, 610}}, {"Car park & ramp", {88, -9.5, 130}}},
-      Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {.Port = options.Port}, Log(),
-              Faults()) {}
+      Server_(*this, Mutex_, options.Port, [this](const Request& r) { return Answer(r); }) {}
 
 HTTPReply Vivotek::Answer(const Request& request) {
   const Query query(request.Target, true);

@@ -1,7 +1,6 @@
 // ptzsim: simulated cameras on loopback sockets and pseudo-terminals, for whoever has no camera at hand.
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>

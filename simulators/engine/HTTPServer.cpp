@@ -16,6 +16,7 @@
 #include "simulators/engine/Listener.h"
 #include "simulators/engine/Loop.h"
 #include "simulators/engine/Playback.h"
+#include "simulators/engine/Simulator.h"
 
 namespace ptzsim {
 namespace {
@@ -332,6 +333,11 @@ HTTPReply HTTPServer::Implementation::Answer(const Request& request, const Fault
   return reply;
 }
 
+HTTPReply HTTPReply::Blaming(std::string violation) && {
+  Violation = std::move(violation);
+  return std::move(*this);
+}
+
 HTTPServer::HTTPServer(Handler handler) : HTTPServer(std::move(handler), Options()) {}
 
 HTTPServer::HTTPServer(Handler handler, Options options)
@@ -344,23 +350,24 @@ HTTPServer::HTTPServer(Handler handler, Options options, RequestLog& log, FaultS
     : Implementation_(std::make_unique<Implementation>(std::move(handler), std::move(options), log, faults)) {
 }
 
+HTTPServer::HTTPServer(Simulator& device, std::mutex& state, std::uint16_t port, Handler answer)
+    : HTTPServer(
+          [&state, answer = std::move(answer)](const Request& request) -> HTTPReply {
+            if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
+            const std::lock_guard lock(state);
+            try {
+              return answer(request);
+            } catch (const std::invalid_argument& wrong) {
+              return {.Status = 400, .Violation = wrong.what() + (": " + request.Target)};
+            }
+          },
+          {.Port = port}, device.Log(), device.Faults()) {}
+
 HTTPServer::~HTTPServer() = default;
 
 std::uint16_t HTTPServer::Port() const { return Implementation_->Port(); }
 std::string HTTPServer::Address() const { return "127.0.0.1:" + std::to_string(Port()); }
 RequestLog& HTTPServer::Log() { return Implementation_->Log_; }
 FaultSwitches& HTTPServer::Faults() { return Implementation_->Faults_; }
-
-HTTPServer::Handler OnlyGet(std::mutex& state, HTTPServer::Handler answer) {
-  return [&state, answer = std::move(answer)](const Request& request) -> HTTPReply {
-    if (request.Method != "GET") return {.Status = 501, .Violation = "method " + request.Method};
-    const std::lock_guard lock(state);
-    try {
-      return answer(request);
-    } catch (const std::invalid_argument& wrong) {
-      return {.Status = 400, .Violation = wrong.what() + (": " + request.Target)};
-    }
-  };
-}
 
 }  // namespace ptzsim

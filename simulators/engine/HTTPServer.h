@@ -13,6 +13,8 @@
 
 namespace ptzsim {
 
+class Simulator;
+
 /// What a handler answers. Length, connection and status line are added by the server.
 struct HTTPReply {
   int Status = 200;
@@ -24,6 +26,8 @@ struct HTTPReply {
 
   static HTTPReply Text(std::string body, std::string type = "text/plain");
   static HTTPReply Nothing() { return {.Status = 204}; }
+  /// The same, with the `Violation`.
+  HTTPReply Blaming(std::string violation) &&;
 };
 
 /// An HTTP/1.1 and 1.0 server on 127.0.0.1, with faults. It runs on a thread of its own from its construction
@@ -43,6 +47,9 @@ class HTTPServer {
   HTTPServer(Handler handler, Options options);
   /// With those of a device, which must outlive it.
   HTTPServer(Handler handler, Options options, RequestLog& log, FaultSwitches& faults);
+  /// Of a make that knows only GET requests. `answer` gets them with `state` locked; what it throws as
+  /// std::invalid_argument is a violation, answered with 400, as any other method is, answered with 501.
+  HTTPServer(Simulator& device, std::mutex& state, std::uint16_t port, Handler answer);
   ~HTTPServer();
 
   std::uint16_t Port() const;
@@ -57,9 +64,5 @@ class HTTPServer {
   std::unique_ptr<FaultSwitches> OwnFaults_;
   std::unique_ptr<Implementation> Implementation_;
 };
-
-/// The handler of a make that knows only GET requests. `answer` gets them with `state` locked; what it throws
-/// as std::invalid_argument is a violation, answered with 400, as any other method is, answered with 501.
-HTTPServer::Handler OnlyGet(std::mutex& state, HTTPServer::Handler answer);
 
 }  // namespace ptzsim

@@ -3,6 +3,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace ptzsim {
 
@@ -21,5 +23,8 @@ using MessageHandler = std::function<std::optional<Message>(std::string& receive
 
 /// "FF 01 00", as protocol tables print bytes.
 std::string Hex(const std::string& bytes);
+
+/// The bytes that digits in either case spell, two each. Throws std::invalid_argument for any others.
+std::vector<unsigned char> BytesOf(std::string_view digits);
 
 }  // namespace ptzsim

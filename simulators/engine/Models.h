@@ -27,4 +27,16 @@ std::vector<std::string> NamesOf(const Model (&models)[Size]) {
   return names;
 }
 
+/// As many as a camera has of a kind, made with their indices. Throws std::invalid_argument unless there are
+/// 1 to `most`.
+template <class Maker>
+auto Several(int count, int most, const char* what, const Maker& make) {
+  if (count < 1 || count > most)
+    throw std::invalid_argument(std::to_string(count) + " " + what + ": there are 1 to " +
+                                std::to_string(most));
+  std::vector<decltype(make(0))> all;
+  for (int i = 0; i < count; ++i) all.push_back(make(i));
+  return all;
+}
+
 }  // namespace ptzsim

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cmath>
+#include <limits>
 
 #include "simulators/engine/Clock.h"
 
@@ -19,6 +21,9 @@ class Motion {
   };
   /// Of an axis that turns without end: its position is counted on beyond a full turn.
   static constexpr Range Endless{-1e9, 1e9};
+  /// Of values that may run over the ends.
+  static constexpr Range Any{-std::numeric_limits<double>::infinity(),
+                             std::numeric_limits<double>::infinity()};
 
   /// `speed` is in units per second, for moves to a target.
   Motion(const Clock& clock, double start, Range range, double speed);
@@ -48,6 +53,17 @@ class Motion {
   double Target_;
   double Velocity_ = 0;
   std::chrono::milliseconds Since_;
+};
+
+/// The way of an axis in camera units, which count from 0, and in degrees.
+struct Scale {
+  double Last;        ///< unit
+  double Start, End;  ///< degrees at 0 and at the last unit
+
+  Motion::Range Range() const { return {0, Last}; }
+  double Degrees(double units) const { return Start + units * (End - Start) / Last; }
+  double Units(double degrees) const { return (degrees - Start) * Last / (End - Start); }
+  double PerSecond(double degrees) const { return std::abs(degrees * Last / (End - Start)); }
 };
 
 }  // namespace ptzsim

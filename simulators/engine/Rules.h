@@ -17,8 +17,9 @@ namespace ptzsim {
 enum class Takes {
   Switch,  ///< "on" or "off"
   Number,
-  Pair,  ///< two numbers with a comma between them
-  Text,  ///< anything but nothing
+  Whole,  ///< a number without decimals
+  Pair,   ///< two numbers with a comma between them
+  Text,   ///< anything but nothing
 };
 
 /// A value as the camera understood it, and what the rule has to say to it.
@@ -40,6 +41,11 @@ struct Rule {
   Motion::Range Range{};
   bool Clamps = false;  ///< a number beyond the range is taken as its end; otherwise it is refused
 };
+
+/// The number that a text is. Throws std::invalid_argument where it is none or beyond the range.
+double NumberOf(const std::string& text, Motion::Range range = Motion::Any);
+/// The same without decimals and exponent, and 0 without a sign.
+long long WholeOf(const std::string& text, Motion::Range range = Motion::Any);
 
 /// Reads `text` into `argument`. Empty when it fits, else what is wrong with it ("is not a number").
 std::string ReadArgument(Takes form, Motion::Range range, bool clamps, const std::string& text,

@@ -25,8 +25,7 @@
 //      public:
 //       Toy() : Simulator(ClockKind::Real),
 //               Pan_(Time(), 33, {-170, 170}, 90),
-//               Server_(OnlyGet(Mutex_, [this](const Request& r) { return Answer(r); }), {}, Log(), Faults())
-//               {}
+//               Server_(*this, Mutex_, 0, [this](const Request& r) { return Answer(r); }) {}
 //       std::vector<std::string> Addresses() const override { return {Server_.Address()}; }
 //       nlohmann::json State() const override;
 //       static const Make AtShell;
