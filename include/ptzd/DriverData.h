@@ -106,6 +106,12 @@ struct DriverData {
   bool MisreadsBelowHorizon = false;     ///< a tilt below the horizon is read as one far above it
   std::int32_t PositionLifetime = 5000;  ///< milliseconds from a reading, also one that failed, or a command
 
+  /// Of pan and tilt in degrees, and of the zoom: the coarser of the camera's and the driver's unit. A head
+  /// nearer to its target than that has arrived.
+  double PositionStep = 1, ZoomStep = 0.25;
+  /// Milliseconds between two readings at least, while somebody waits for the camera to rest.
+  std::int32_t PositionPace = 250;
+
   std::optional<ValueRange> PanRange, TiltRange,
       ZoomRange;  ///< of targets; nothing where there is no such axis
   std::optional<ValueRange> PanSpeed, TiltSpeed, ZoomSpeed;  ///< of continuous motion, the same

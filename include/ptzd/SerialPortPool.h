@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include <ptzd/Export.h>
@@ -24,7 +25,8 @@ class PTZD_API SerialPortPool {
   virtual bool Release(std::int32_t portNumber) = 0;
 };
 
-/// The library's own pool: ports of the system, with a count of users for each number. Used by one thread.
+/// The library's own pool: ports of the system, with a count of users for each number. The pool and its ports
+/// may be used by several threads; frames go out whole.
 class PTZD_API SharedSerialPorts final : public SerialPortPool {
  public:
   using MakePort = std::function<std::unique_ptr<SerialPort>(std::int32_t, const std::string& device)>;
@@ -47,6 +49,7 @@ class PTZD_API SharedSerialPorts final : public SerialPortPool {
   };
 
   MakePort MakePort_;
+  std::mutex Mutex_;
   std::map<std::int32_t, std::string> Devices_;
   std::map<std::int32_t, Use> Uses_;
 };

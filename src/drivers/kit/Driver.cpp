@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
+#include <limits>
 
 #include "common/Numbers.h"
 #include "drivers/kit/AddressLogins.h"
@@ -28,7 +30,7 @@ Driver::Driver(const DriverData& data, const Platform& platform)
 bool Driver::Connect(std::span<const std::uint8_t> options) {
   Connected_ = false;
   LetGo();
-  LastMove_ = {}, LastZoom_ = {};  // a motion that is held goes on behind a reconnect
+  ForgetMotion();  // one that is held goes on behind a reconnect
   HasOptions_ = true;
   Options_ = {};
   Options_.Contents(options);
@@ -160,6 +162,26 @@ float Driver::Answer(double HeadPosition::*axis) {
 
 void Driver::Refresh() {
   if (PositionAge_.IsDue(TickCount())) ReadPosition();
+}
+
+Driver::TellingAxes Driver::AskPosition() {
+  const auto known = Current_;
+  constexpr auto untold = std::numeric_limits<double>::quiet_NaN();
+  Current_ = {untold, untold, untold};  // what is not told stays so
+  const auto told = [this, &known] {
+    const TellingAxes axes{!std::isnan(Current_.Pan), !std::isnan(Current_.Tilt), !std::isnan(Current_.Zoom)};
+    if (!axes.Pan) Current_.Pan = known.Pan;
+    if (!axes.Tilt) Current_.Tilt = known.Tilt;
+    if (!axes.Zoom) Current_.Zoom = known.Zoom;
+    return axes;
+  };
+  try {
+    ReadPosition();
+  } catch (...) {
+    told();
+    throw;
+  }
+  return told();
 }
 
 void Driver::ReadPosition() {

@@ -38,6 +38,18 @@ class Driver : public PTZDeviceBridge {
   void SetPanTilt(float pan, float tilt) final;
   bool Home() final;
 
+  // For what stands above the drivers.
+
+  /// Which of its axes a camera told the position of.
+  struct TellingAxes {
+    bool Pan = false, Tilt = false, Zoom = false;
+  };
+  /// Asks the camera where it is, whatever is known, where it can be asked. Raises 6 for a position that does
+  /// not fit.
+  TellingAxes AskPosition();
+  /// The next continuous motion is sent even where it is the one sent last.
+  void ForgetMotion() { LastMove_ = {}, LastZoom_ = {}; }
+
  protected:
   Driver(const DriverData& data, const Platform& platform);
 

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include <ptzd/Export.h>
+
+namespace ptzd {
+
+/// While it lives, what usually ends the process is told instead: INT, TERM, HUP, QUIT and PIPE; on Windows
+/// Ctrl-C, Ctrl-Break, and the closing of the console, after which the system leaves a few seconds. For tools
+/// that must stop a camera first; the library makes none of its own accord. One may live at a time. Signals
+/// that are ignored stay ignored.
+class PTZD_API TerminationSignals {
+ public:
+  /// `told` is called on a thread of its own, once for each, with the signal's number (SIGINT, ...).
+  explicit TerminationSignals(std::function<void(int signal)> told);
+  /// From here on they have their usual effect again. Waits for a call of `told` under way.
+  ~TerminationSignals();
+  TerminationSignals(const TerminationSignals&) = delete;
+  TerminationSignals& operator=(const TerminationSignals&) = delete;
+
+ private:
+  class Watch;
+  std::unique_ptr<Watch> Watch_;
+};
+
+}  // namespace ptzd

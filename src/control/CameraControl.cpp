@@ -1,0 +1,241 @@
+#include <ptzd/CameraControl.h>
+
+#include <atomic>
+#include <utility>
+
+#include <ptzd/PTZNamedPresets.h>
+#include "control/CameraWorker.h"
+
+namespace ptzd {
+
+namespace {
+
+using Kind = CameraRequest::Kind;
+
+std::uint64_t NextDrive() {
+  static std::atomic<std::uint64_t> last = 0;
+  return ++last;
+}
+
+CameraRequest TaskRequest(CameraTask task) { return {.What = Kind::Task, .Task = std::move(task)}; }
+
+}  // namespace
+
+std::string_view Name(WishResult result) {
+  switch (result) {
+    case WishResult::Arrived:
+      return "arrived";
+    case WishResult::Sent:
+      return "sent";
+    case WishResult::Stopped:
+      return "stopped";
+    case WishResult::Replaced:
+      return "replaced";
+    case WishResult::Stalled:
+      return "stalled";
+    case WishResult::StillMoving:
+      return "still moving";
+    case WishResult::Refused:
+      return "refused";
+    case WishResult::LoginRefused:
+      return "login refused";
+    case WishResult::NotReached:
+      return "not reached";
+    case WishResult::NotSent:
+      return "not sent";
+    case WishResult::Unsupported:
+      return "unsupported";
+    case WishResult::OutOfRange:
+      return "out of range";
+    case WishResult::Failed:
+      return "failed";
+    case WishResult::Abandoned:
+      return "abandoned";
+  }
+  return "";
+}
+
+std::string_view Name(PositionKind kind) {
+  switch (kind) {
+    case PositionKind::Unknown:
+      return "unknown";
+    case PositionKind::Read:
+      return "read";
+    case PositionKind::Estimated:
+      return "estimated";
+    case PositionKind::Target:
+      return "target";
+  }
+  return "";
+}
+
+std::string_view Name(LinkHealth health) {
+  switch (health) {
+    case LinkHealth::NotConnected:
+      return "not connected";
+    case LinkHealth::Connecting:
+      return "connecting";
+    case LinkHealth::Untried:
+      return "untried";
+    case LinkHealth::Up:
+      return "up";
+    case LinkHealth::Lost:
+      return "lost";
+  }
+  return "";
+}
+
+std::string_view Name(CameraMotion motion) {
+  switch (motion) {
+    case CameraMotion::Unknown:
+      return "unknown";
+    case CameraMotion::AtRest:
+      return "at rest";
+    case CameraMotion::Driven:
+      return "driven";
+    case CameraMotion::Moving:
+      return "moving";
+  }
+  return "";
+}
+
+CameraControl::CameraControl(CameraSettings settings)
+    : Worker_(std::make_shared<Worker>(std::move(settings))) {}
+
+// A drive that outlives this finds nothing left to stop.
+CameraControl::~CameraControl() { Worker_->End(); }
+
+Wish CameraControl::Connect(Told told) { return Worker_->Submit({.What = Kind::Connect}, std::move(told)); }
+
+Wish CameraControl::Disconnect(Told told) {
+  return Worker_->Submit({.What = Kind::Disconnect}, std::move(told));
+}
+
+struct CameraControl::Drive::Ties {
+  std::weak_ptr<Worker> Owner;
+  std::uint64_t ID;
+
+  ~Ties() {
+    if (ID == 0) return;
+    if (const auto worker = Owner.lock()) worker->EndDrive(ID);
+  }
+};
+
+CameraControl::Drive::Drive(Drive&&) noexcept = default;
+CameraControl::Drive& CameraControl::Drive::operator=(Drive&&) noexcept = default;
+CameraControl::Drive::~Drive() = default;
+
+void CameraControl::Drive::Renew() {
+  if (!Ties_) return;
+  if (const auto worker = Ties_->Owner.lock()) worker->RenewDrive(Ties_->ID);
+}
+
+void CameraControl::Drive::Leave() {
+  if (Ties_) Ties_->ID = 0;
+}
+
+CameraControl::Drive CameraControl::DriveAt(const DriveSpeeds& speeds,
+                                            std::optional<std::chrono::milliseconds> lease, Told told) {
+  const auto id = NextDrive();
+  Drive drive;
+  drive.Ties_ = std::shared_ptr<Drive::Ties>(new Drive::Ties{Worker_, id});
+  drive.Wish = Worker_->Submit({.What = Kind::Drive,
+                                .Speeds = speeds,
+                                .DriveID = id,
+                                .Lease = lease.value_or(Worker_->Settings().Lease)},
+                               std::move(told));
+  return drive;
+}
+
+Wish CameraControl::Stop(Told told) { return Worker_->Stop(std::move(told)); }
+
+Wish CameraControl::MoveTo(float pan, float tilt, std::optional<float> zoom, Told told) {
+  return Worker_->Submit({.What = Kind::Place, .Target = {pan, tilt, zoom}}, std::move(told));
+}
+
+Wish CameraControl::MoveBy(float pan, float tilt, Told told) {
+  return Worker_->Submit({.What = Kind::Step, .Target = {pan, tilt, std::nullopt}}, std::move(told));
+}
+
+Wish CameraControl::Zoom(Zooms direction, float amount, Told told) {
+  const auto signedAmount = direction == ZoomOut ? -amount : amount;
+  return Worker_->Submit({.What = Kind::Step, .Target = {0, 0, signedAmount}}, std::move(told));
+}
+
+Wish CameraControl::ZoomTo(float zoom, Told told) {
+  return Worker_->Submit({.What = Kind::Zoom, .Target = {0, 0, zoom}}, std::move(told));
+}
+
+Wish CameraControl::Iris(ptzd::Iris level, Told told) {
+  return Perform({.Work = [level](PTZDevice& device) { return std::optional(device.Iris(level)); },
+                  .Rule = Driver().Data->Iris},
+                 std::move(told));
+}
+
+Wish CameraControl::Focus(ptzd::Focus level, Told told) {
+  return Perform({.Work = [level](PTZDevice& device) { return std::optional(device.Focus(level)); },
+                  .Rule = Driver().Data->Focus},
+                 std::move(told));
+}
+
+Wish CameraControl::GotoPreset(std::int32_t preset, Told told) {
+  return Perform({.Work = [preset](PTZDevice& device) { return std::optional(device.PresetGoto(preset)); },
+                  .Rule = Driver().Data->PresetGoto,
+                  .Moves = true},
+                 std::move(told));
+}
+
+Wish CameraControl::SavePreset(std::int32_t preset, Told told) {
+  return Perform({.Work = [preset](PTZDevice& device) { return std::optional(device.PresetSave(preset)); },
+                  .Rule = Driver().Data->PresetSave},
+                 std::move(told));
+}
+
+Wish CameraControl::GotoPreset(const std::string& name, Told told) {
+  const auto& presets = Worker_->Settings().Presets;
+  if (const auto found = presets.find(name); found != presets.end())
+    return GotoPreset(found->second, std::move(told));
+  if (!Worker_->HasNamedPresets()) return Worker_->Refuse("there is no preset " + name, std::move(told));
+  return Perform({.Work = [name](PTZDevice& device) -> std::optional<bool> {
+                    dynamic_cast<PTZNamedPresets&>(device).GotoNamedPreset(name);
+                    return std::nullopt;
+                  },
+                  .Moves = true},
+                 std::move(told));
+}
+
+Wish CameraControl::SavePreset(const std::string& name, Told told) {
+  const auto& presets = Worker_->Settings().Presets;
+  if (const auto found = presets.find(name); found != presets.end())
+    return SavePreset(found->second, std::move(told));
+  return Worker_->Refuse("there is no preset " + name, std::move(told));
+}
+
+Wish CameraControl::Home(Told told) {
+  return Perform({.Work = [](PTZDevice& device) { return std::optional(device.Home()); },
+                  .Rule = Driver().Data->Home,
+                  .Moves = true},
+                 std::move(told));
+}
+
+Wish CameraControl::SetPosition(float pan, float tilt, Told told) {
+  return Worker_->Submit({.What = Kind::Position, .Target = {pan, tilt, std::nullopt}}, std::move(told));
+}
+
+Wish CameraControl::ReadPosition(Told told) {
+  return Worker_->Submit({.What = Kind::Reading}, std::move(told));
+}
+
+Wish CameraControl::Perform(CameraTask task, Told told) {
+  return Worker_->Submit(TaskRequest(std::move(task)), std::move(told));
+}
+
+CameraState CameraControl::State() const { return Worker_->State(); }
+
+const DriverClass& CameraControl::Driver() const { return Worker_->Class(); }
+
+std::shared_ptr<void> CameraControl::Subscribe(std::function<void(const CameraState&)> changed) {
+  return Worker_->Subscribe(std::move(changed));
+}
+
+}  // namespace ptzd

@@ -1,0 +1,50 @@
+#include "control/ExchangeCollector.h"
+
+#include <utility>
+
+namespace ptzd {
+
+void ExchangeCollector::Begun(const Exchange& exchange) {
+  {
+    const std::lock_guard lock(Mutex_);
+    UnderWay_.insert(exchange.Number);
+  }
+  if (Next_) Next_->Begun(exchange);
+}
+
+void ExchangeCollector::Ended(const Exchange& exchange) {
+  {
+    const std::lock_guard lock(Mutex_);
+    // One that was cleared away says nothing of what is judged now.
+    const bool counts = exchange.Awaited || UnderWay_.erase(exchange.Number) != 0;
+    if (counts) Ended_.push_back(exchange);
+    Changed_.notify_all();
+  }
+  if (Next_) Next_->Ended(exchange);
+}
+
+void ExchangeCollector::Clear() {
+  const std::lock_guard lock(Mutex_);
+  Ended_.clear();
+  UnderWay_.clear();
+  Interrupted_ = false;
+}
+
+std::vector<Exchange> ExchangeCollector::Take() {
+  const std::lock_guard lock(Mutex_);
+  return std::exchange(Ended_, {});
+}
+
+bool ExchangeCollector::Wait(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock lock(Mutex_);
+  Changed_.wait_until(lock, deadline, [this] { return UnderWay_.empty() || Interrupted_; });
+  return UnderWay_.empty();
+}
+
+void ExchangeCollector::Interrupt() {
+  const std::lock_guard lock(Mutex_);
+  Interrupted_ = true;
+  Changed_.notify_all();
+}
+
+}  // namespace ptzd

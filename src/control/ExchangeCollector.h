@@ -1,0 +1,42 @@
+#pragma once
+
+#include <ptzd/Exchange.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <vector>
+
+namespace ptzd {
+
+/// Gathers what a driver's members exchange with the camera, to judge them by.
+class ExchangeCollector final : public ExchangeSink {
+ public:
+  /// `next` is told everything too; may be null.
+  explicit ExchangeCollector(std::shared_ptr<ExchangeSink> next) : Next_(std::move(next)) {}
+
+  void Begun(const Exchange& exchange) override;
+  void Ended(const Exchange& exchange) override;
+
+  /// Forgets what was exchanged, and no longer waits for what is under way.
+  void Clear();
+  /// Those that ended since `Clear`, in the order of their ends.
+  std::vector<Exchange> Take();
+  /// Blocks until none is under way that nobody else waits for, the time is over, or `Interrupt` ends it.
+  /// Whether none is.
+  bool Wait(std::chrono::steady_clock::time_point deadline);
+  /// Ends the wait under way, and every later one at once until `Clear`.
+  void Interrupt();
+
+ private:
+  const std::shared_ptr<ExchangeSink> Next_;
+  mutable std::mutex Mutex_;
+  std::condition_variable Changed_;
+  std::vector<Exchange> Ended_;
+  std::set<std::uint64_t> UnderWay_;
+  bool Interrupted_ = false;
+};
+
+}  // namespace ptzd

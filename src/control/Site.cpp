@@ -1,0 +1,101 @@
+#include "control/Site.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "common/Numbers.h"
+
+namespace ptzd {
+
+namespace {
+
+using Limits = std::optional<CameraLimits>;
+
+std::optional<std::string> Between(const std::string& what, float value, double least, double greatest,
+                                   const std::string& unit) {
+  if (value >= least && value <= greatest) return std::nullopt;
+  const auto number = std::isfinite(value) ? Text(value) : std::string("this");
+  if (!std::isfinite(greatest)) return what + ": " + number + " is below " + Text(least) + unit;
+  if (!std::isfinite(least)) return what + ": " + number + " is above " + Text(greatest) + unit;
+  return what + ": " + number + " is not between " + Text(least) + " and " + Text(greatest) + unit;
+}
+
+/// A range that brings a value to its nearest end, or around, refuses none.
+std::optional<std::string> OutOf(const std::optional<ValueRange>& range, const std::string& what,
+                                 float value) {
+  if (!std::isfinite(value)) return what + " is no number";
+  if (!range || range->Ends == Beyond::Limited || range->Ends == Beyond::GoesAround ||
+      range->Ends == Beyond::SignOnly)
+    return std::nullopt;
+  return Between(what, value, range->Least, range->Greatest, " " + std::string(range->Unit));
+}
+
+std::optional<std::string> OutOf(const Limits& limits, const std::string& what, float value) {
+  if (!limits) return std::nullopt;
+  return Between(what, value, limits->Least, limits->Greatest, ", the limits of this camera");
+}
+
+/// The first of several that is there.
+template <typename... Rest>
+std::optional<std::string> First(std::optional<std::string> first, Rest... rest) {
+  for (auto* refusal : {&first, &rest...})
+    if (*refusal) return *std::move(refusal);
+  return std::nullopt;
+}
+
+std::optional<std::string> OutOfSpeeds(const std::optional<ValueRange>& range, const std::string& what,
+                                       float value) {
+  if (!range && value != 0) return what + ": this make has no such motion";
+  return OutOf(range, what, value);
+}
+
+float Step(const Limits& limits, float step, float from) {
+  if (!limits || step == 0) return step;
+  return std::clamp(from + step, std::min(limits->Least, from), std::max(limits->Greatest, from)) - from;
+}
+
+float Speed(const Limits& limits, float speed, float from) {
+  if (!limits) return speed;
+  return (speed > 0 && from >= limits->Greatest) || (speed < 0 && from <= limits->Least) ? 0 : speed;
+}
+
+}  // namespace
+
+std::optional<std::string> Site::Refusal(const Target& target, const DriverData& data) const {
+  const auto turned = Turned(target);
+  auto refusal =
+      First(OutOf(data.PanRange, "pan", turned.Pan), OutOf(data.TiltRange, "tilt", turned.Tilt),
+            OutOf(Settings_.PanLimits, "pan", target.Pan), OutOf(Settings_.TiltLimits, "tilt", target.Tilt));
+  if (refusal || !target.Zoom) return refusal;
+  return First(OutOf(data.ZoomRange, "zoom", *target.Zoom),
+               OutOf(Settings_.ZoomLimits, "zoom", *target.Zoom));
+}
+
+std::optional<std::string> Site::Refusal(const DriveSpeeds& speeds, const DriverData& data) const {
+  std::optional<std::string> refusal;
+  if (const auto& head = speeds.PanTilt)
+    refusal = First(OutOfSpeeds(data.PanSpeed, "pan speed", head->Pan),
+                    OutOfSpeeds(data.TiltSpeed, "tilt speed", head->Tilt));
+  if (refusal || !speeds.Zoom) return refusal;
+  return OutOfSpeeds(data.ZoomSpeed, "zoom speed", *speeds.Zoom);
+}
+
+Target Site::Within(const Target& step, const CameraPosition& from) const {
+  if (from.Kind == PositionKind::Unknown) return step;
+  Target within{Step(Settings_.PanLimits, step.Pan, from.Pan),
+                Step(Settings_.TiltLimits, step.Tilt, from.Tilt), step.Zoom};
+  if (step.Zoom && from.Zoom) within.Zoom = Step(Settings_.ZoomLimits, *step.Zoom, *from.Zoom);
+  return within;
+}
+
+DriveSpeeds Site::Within(const DriveSpeeds& speeds, const CameraPosition& from) const {
+  if (from.Kind == PositionKind::Unknown) return speeds;
+  auto within = speeds;
+  if (auto& head = within.PanTilt)
+    *head = {Speed(Settings_.PanLimits, head->Pan, from.Pan),
+             Speed(Settings_.TiltLimits, head->Tilt, from.Tilt)};
+  if (within.Zoom && from.Zoom) *within.Zoom = Speed(Settings_.ZoomLimits, *within.Zoom, *from.Zoom);
+  return within;
+}
+
+}  // namespace ptzd

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <ptzd/CameraControl.h>
+#include <ptzd/Error.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ptzd {
+
+/// What a driver's member did.
+struct MemberCall {
+  std::optional<bool> Answer;
+  std::optional<Error> Raised;
+  std::vector<Exchange> Exchanges;
+  bool Unanswered = false;  ///< a request that nobody waited for is still under way
+};
+
+/// What became of sending a wish: `Sent`, or why the camera did not take it. What was exchanged counts before
+/// what was answered, since many makes answer True or False whatever happened.
+WishOutcome JudgeCall(MemberCall call, std::optional<MemberRule> rule);
+
+/// The same for `Connect`, of whose requests some may fail: it is done where the driver answers True and the
+/// camera did not refuse or miss all of them.
+WishOutcome JudgeConnect(MemberCall call);
+
+/// Whether nothing answers at the other end.
+bool IsLinkFailure(const Exchange& exchange);
+/// Whether the last exchange shows that nothing answers.
+bool IsLinkLost(const std::vector<Exchange>& exchanges);
+
+}  // namespace ptzd
