@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
 
 namespace {
 
@@ -35,6 +36,8 @@ sockaddr_in Loopback(std::uint16_t port) {
   address.sin_port = htons(port);
   return address;
 }
+
+std::chrono::steady_clock::rep Now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
 
 std::string ReplyTo(const std::string& request) {
   std::string body;
@@ -82,10 +85,15 @@ void LoopbackServer::Serve(const std::vector<int>& listeners, Manner manner) {
     request.append(buffer, static_cast<std::size_t>(count));
     if (!request.ends_with("\r\n\r\n")) continue;
     const auto reply = ReplyTo(request);
+    if (request.find("continuouspantiltmove=0,0") != std::string::npos) Seen_->stop = Now();
+    const bool isSlow =
+        manner == Manner::RecallsSlowly && request.find("gotoserverpreset") != std::string::npos;
     request.clear();
     ++Seen_->requests;
     if (manner == Manner::Silent) continue;
+    if (isSlow) std::this_thread::sleep_for(SlowReply);
     if (send(ready, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) close(ready), requests.erase(ready);
+    if (isSlow) Seen_->slowReply = Now();
   }
 }
 

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -10,7 +11,12 @@
 /// one. Keeps every connection.
 class LoopbackServer {
  public:
-  enum class Manner { AnswersAtOnce, Silent };
+  enum class Manner {
+    AnswersAtOnce,
+    Silent,
+    RecallsSlowly,  ///< answers a recalled preset after `SlowReply`
+  };
+  static constexpr std::chrono::milliseconds SlowReply{20};
 
   /// Listens on so many ports of 127.0.0.1.
   explicit LoopbackServer(int ports = 1, Manner manner = Manner::AnswersAtOnce);
@@ -23,11 +29,18 @@ class LoopbackServer {
   int Connections() const { return Seen_->connections; }
   /// Requests that it has read so far.
   int Requests() const { return Seen_->requests; }
+  /// When it had read the last stop of a head, and when it had sent the last slow reply.
+  std::chrono::steady_clock::time_point StopSeen() const { return At(Seen_->stop); }
+  std::chrono::steady_clock::time_point SlowReplySent() const { return At(Seen_->slowReply); }
 
  private:
   struct Seen {
     std::atomic<int> connections, requests;
+    std::atomic<std::chrono::steady_clock::rep> stop, slowReply;  ///< the clock of all processes
   };
+  static std::chrono::steady_clock::time_point At(std::chrono::steady_clock::rep ticks) {
+    return std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(ticks));
+  }
 
   [[noreturn]] void Serve(const std::vector<int>& listeners, Manner manner);
 

@@ -97,6 +97,9 @@ void CameraControl::Worker::End() {
     Changed_.notify_all();
   }
   if (Thread_.joinable()) Thread_.join();
+  Lock lock(Mutex_);
+  EndWatch({.Result = WishResult::Abandoned, .Text = "the camera's control ended first"});
+  Tell(lock);
 }
 
 // The thread.
@@ -120,6 +123,10 @@ void CameraControl::Worker::RunLocked(Lock& lock) {
   while (true) {
     if (Step(lock)) {
       idleSince = steady_clock::now();
+      continue;
+    }
+    if (!Later_.empty()) {
+      Tell(lock);
       continue;
     }
     if (std::exchange(Dirty_, false)) {
@@ -187,6 +194,13 @@ bool CameraControl::Worker::IsIdle() const {
 
 void CameraControl::Worker::Changed() { Dirty_ = true; }
 
+void CameraControl::Worker::Tell(Lock& lock) {
+  const auto calls = std::exchange(Later_, {});
+  lock.unlock();
+  for (const auto& call : calls) call();
+  lock.lock();
+}
+
 void CameraControl::Worker::Publish(Lock& lock) {
   std::erase_if(Subscribers_, [](const auto& subscriber) { return subscriber.expired(); });
   if (Subscribers_.empty()) return;
@@ -236,7 +250,7 @@ CameraState CameraControl::Worker::State() const {
 // Wishes.
 
 Wish CameraControl::Worker::Submit(CameraRequest request, Told told) {
-  const auto ticket = std::make_shared<Ticket>(std::move(told));
+  const auto ticket = std::make_shared<Ticket>(std::move(told), Later_);
   auto wish = ticket->Wish();
   request.Tickets.Add(ticket);
   const std::lock_guard lock(Mutex_);
@@ -253,10 +267,13 @@ Wish CameraControl::Worker::Submit(CameraRequest request, Told told) {
   return wish;
 }
 
-Wish CameraControl::Worker::Refuse(std::string why, Told told) const {
-  Ticket ticket(std::move(told));
+Wish CameraControl::Worker::Refuse(std::string why, Told told) {
+  const std::lock_guard lock(Mutex_);
+  Ticket ticket(std::move(told), Later_);
   auto wish = ticket.Wish();
   ticket.Done({.Result = WishResult::Unsupported, .Text = std::move(why)});
+  EnsureRunning();
+  Changed_.notify_all();
   return wish;
 }
 
@@ -657,7 +674,7 @@ void CameraControl::Worker::EndWatch(const WishOutcome& outcome) {
 // Stopping.
 
 Wish CameraControl::Worker::Stop(Told told) {
-  const auto ticket = std::make_shared<Ticket>(std::move(told));
+  const auto ticket = std::make_shared<Ticket>(std::move(told), Later_);
   auto wish = ticket->Wish();
   ptzd::Tickets tickets;
   tickets.Add(ticket);

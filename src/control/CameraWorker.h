@@ -50,7 +50,7 @@ class CameraControl::Worker {
 
   Wish Submit(CameraRequest request, Told told);
   /// A wish that cannot be.
-  Wish Refuse(std::string why, Told told) const;
+  Wish Refuse(std::string why, Told told);
   /// The last thing that is done to it.
   void End();
   Wish Stop(Told told);
@@ -112,6 +112,8 @@ class CameraControl::Worker {
   bool IsIdle() const;
   void Publish(Lock& lock);
   void Changed();
+  /// Calls those who wanted to be told.
+  void Tell(Lock& lock);
 
   // Wishes.
   void Enqueue(CameraRequest request);
@@ -171,6 +173,7 @@ class CameraControl::Worker {
   const std::unique_ptr<PTZDevice> Device_;
 
   mutable std::mutex Mutex_;
+  Calls Later_;  ///< behind whatever may still add to it
   std::condition_variable Changed_;
   std::thread Thread_;
   bool Running_ = false, Ending_ = false, Dirty_ = false;

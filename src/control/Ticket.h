@@ -3,6 +3,7 @@
 #include <ptzd/CameraControl.h>
 
 #include <chrono>
+#include <functional>
 #include <future>
 #include <memory>
 #include <utility>
@@ -10,10 +11,14 @@
 
 namespace ptzd {
 
+/// What is to be called once no lock is held.
+using Calls = std::vector<std::function<void()>>;
+
 /// Somebody's wish until it is done. Used by one thread at a time.
 class Ticket {
  public:
-  explicit Ticket(Told told) : Told_(std::move(told)) {}
+  /// Who is to be told goes to `later`, which must outlive this.
+  Ticket(Told told, Calls& later) : Told_(std::move(told)), Later_(later) {}
   /// No future is left without an answer.
   ~Ticket() { Done({.Result = WishResult::Abandoned, .Text = "the camera's control ended first"}); }
   Ticket(const Ticket&) = delete;
@@ -32,7 +37,7 @@ class Ticket {
     Finish(outcome);
     Sent(outcome);
     Done_.set_value(outcome);
-    if (Told_) Told_(outcome);
+    if (Told_) Later_.push_back([told = Told_, outcome = std::move(outcome)] { told(outcome); });
   }
 
  private:
@@ -42,6 +47,7 @@ class Ticket {
   }
 
   const Told Told_;
+  Calls& Later_;
   const std::chrono::steady_clock::time_point Began_ = std::chrono::steady_clock::now();
   std::promise<WishOutcome> Sent_, Done_;
   bool IsSent_ = false, IsDone_ = false;

@@ -85,6 +85,7 @@ const DriverData Bosch::Data = {
     .SendsEmptyZooms = true,
     .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom | AsksBehindTarget,
     .MisreadsBelowHorizon = true,
+    .PositionStep = 0.1,
     .PanRange = ValueRange{-HalfTurn, HalfTurn, "degrees", Beyond::GoesAround},
     .TiltRange = ValueRange{},
     .ZoomRange = ValueRange{.Least = 0, .Unit = "45 camera units"},

@@ -94,6 +94,7 @@ const DriverData PanasoniciPro::Data = {
     .Zoom = MemberRule::Outcome,
     .SetPanTilt = PlaceRule::AsksAnew,
     .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeZoom,
+    .PositionStep = 0.1,
     .PanRange = ValueRange{-180, 180, "degrees", Beyond::Limited, true},  // an endless head goes around
     .TiltRange = ValueRange{-90, 30, "degrees", Beyond::Limited, true},
     .ZoomRange = ValueRange{.Least = 0, .Unit = "magnifications beyond the first"},

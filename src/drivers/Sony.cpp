@@ -132,6 +132,7 @@ const DriverData Sony::Data = {
     .SetPanTilt = PlaceRule::AsksAnew,
     .DisconnectAnswersTrue = false,
     .PositionRequests = AsksOnConnecting | AsksBeforeMove | AsksBeforeAnswer,
+    .PositionStep = 0.1,
     .PanRange = ValueRange{-180, 180, "degrees", Beyond::Limited, true},  // steps of endless heads go around
     .TiltRange = ValueRange{-90, 30, "degrees", Beyond::Limited, true},
     .ZoomRange = ValueRange{0, MaxZoomPosition / ZoomUnits, "5200 camera units", Beyond::Overflows},

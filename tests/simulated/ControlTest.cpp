@@ -1,0 +1,395 @@
+// The promises of `CameraControl`, on simulated cameras whose time stands still, so that what was set in
+// motion stays so until it is stopped.
+
+#include <gtest/gtest.h>
+
+#include <ptzd/CameraControl.h>
+#include <ptzd/PropertyBag.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "simulators/Axis.h"
+#include "simulators/Bosch.h"
+#include "simulators/Foscam.h"
+#include "simulators/MeritLilin.h"
+#include "simulators/Pelco.h"
+#include "simulators/Quorvane.h"
+#include "simulators/Sanyo.h"
+#include "simulators/Secubest.h"
+#include "simulators/Sony.h"
+#include "simulators/Vivotek.h"
+
+namespace ptzd {
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+/// Long enough never to be met by a healthy test.
+constexpr auto Deadline = 30s;
+
+struct Mover {
+  const char* Class;
+  std::function<std::unique_ptr<ptzsim::Simulator>()> Camera;
+  bool Timed = false;         ///< moves by driving its motors for a time
+  const char* Interval = "";  ///< the option that says for how long
+  bool OnLine = false;        ///< else on a network, where a link can be cut
+};
+void PrintTo(const Mover& mover, std::ostream* out) { *out << mover.Class; }
+
+template <class Camera>
+std::function<std::unique_ptr<ptzsim::Simulator>()> Still(typename Camera::Options options = {}) {
+  options.Clock = ptzsim::ClockKind::Manual;
+  return [options] { return std::make_unique<Camera>(options); };
+}
+
+const Mover Movers[] = {
+    {"Axis", Still<ptzsim::Axis>()},
+    {"Bosch", Still<ptzsim::Bosch>()},
+    {"Foscam", Still<ptzsim::Foscam>()},
+    {"FoscamHD", Still<ptzsim::Foscam>({.Generation = ptzsim::Foscam::Kind::HD}), true, "MoveInterval"},
+    {"MeritLilin", Still<ptzsim::MeritLilin>()},
+#ifndef _WIN32  // has no pseudo-terminals
+    {"Pelco", Still<ptzsim::Pelco>({.Line = {.Baud = 2400, .Raw = false}}), true, "MoveInterval", true},
+#endif
+    {"Quorvane", Still<ptzsim::Quorvane>()},
+    {"Sanyo", Still<ptzsim::Sanyo>({.Session = 24h})},
+    {"Secubest", Still<ptzsim::Secubest>(), true, "MoveInterval"},
+    {"Sony", Still<ptzsim::Sony>()},
+    {"Vivotek", Still<ptzsim::Vivotek>()},
+};
+
+bool IsMoving(const nlohmann::json& state) {
+  if (!state.is_structured()) return false;
+  if (state.is_object() && state.contains("moving") && state["moving"] == true) return true;
+  return std::ranges::any_of(state, [](const auto& part) { return IsMoving(part); });
+}
+
+/// Waits until a camera does or does not move; each message may change that.
+testing::AssertionResult Comes(const ptzsim::Simulator& camera, ptzsim::RequestLog& log, bool moving) {
+  const auto end = steady_clock::now() + Deadline;
+  while (IsMoving(camera.State()) != moving) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now());
+    if (left <= 0ms || !log.WaitForRequests(log.Requests().size() + 1, left))
+      return testing::AssertionFailure() << camera.State();
+  }
+  return testing::AssertionSuccess();
+}
+
+WishOutcome Await(const std::shared_future<WishOutcome>& future) {
+  if (future.wait_for(Deadline) != std::future_status::ready) {
+    ADD_FAILURE() << "the wish is not done";
+    return {.Result = WishResult::Abandoned, .Text = "never done"};
+  }
+  return future.get();
+}
+
+class Control : public testing::Test {
+ protected:
+  CameraSettings SettingsFor(const char* driver, std::vector<std::pair<const char*, Variant>> options = {}) {
+    CameraSettings settings;
+    settings.Driver = std::string("QVPTZ.") + driver;
+    PropertyBag bag;
+    const auto address = Camera->Addresses().at(0);
+    if (settings.Driver == "QVPTZ.Pelco") {
+      auto ports = std::make_shared<SharedSerialPorts>();
+      ports->MapDevice(1, address);
+      settings.Ports = std::move(ports);
+      bag.WriteProperty("COMPort", 1);
+    }
+    bag.WriteProperty("Address", address);
+    bag.WriteProperty("Feed", std::string("3"));
+    for (const auto& [name, value] : options) bag.WriteProperty(name, value);
+    settings.Options = bag.Contents();
+    settings.FirstPause = 5ms;
+    settings.LongestPause = 20ms;
+    settings.WatchesMoves = false;
+    return settings;
+  }
+  testing::AssertionResult Comes(bool moving) const { return ptzd::Comes(*Camera, Camera->Log(), moving); }
+
+  std::unique_ptr<ptzsim::Simulator> Camera;
+};
+
+class EveryMover : public Control, public testing::WithParamInterface<Mover> {
+ protected:
+  void SetUp() override { Camera = GetParam().Camera(); }
+  CameraSettings Settings() { return SettingsFor(GetParam().Class); }
+  /// One that has no end by itself, under way.
+  CameraControl::Drive Drive(CameraControl& control, std::chrono::milliseconds lease = 0ms) {
+    auto drive = control.DriveAt({.PanTilt = DriveSpeeds::Head{-12, 9}}, lease);
+    const auto sent = Await(drive.Wish.Sent);
+    EXPECT_EQ(sent.Result, WishResult::Sent) << sent.Text;
+    EXPECT_TRUE(Comes(true));
+    return drive;
+  }
+};
+
+TEST_P(EveryMover, RestsAfterAStopALeaseAndTheDeathOfItsOwners) {
+  CameraControl control(Settings());
+  {
+    const auto drive = Drive(control);
+    EXPECT_EQ(control.State().Motion, CameraMotion::Driven);
+    const auto stopped = Await(control.Stop().Done);
+    EXPECT_EQ(stopped.Result, WishResult::Sent) << stopped.Text;
+    EXPECT_EQ(stopped.Tries, 1);
+    EXPECT_FALSE(stopped.Exchanges.empty());
+    EXPECT_EQ(Await(drive.Wish.Done).Result, WishResult::Stopped);
+    EXPECT_TRUE(Comes(false)) << "after a stop";
+    EXPECT_EQ(control.State().Motion, CameraMotion::AtRest);
+    EXPECT_EQ(control.State().Position.Kind, PositionKind::Unknown);
+  }
+  {
+    const auto drive = Drive(control, 100ms);
+    EXPECT_EQ(Await(drive.Wish.Done).Text, "its lease ended");
+    EXPECT_TRUE(Comes(false)) << "after its lease";
+  }
+  {
+    auto left = Drive(control);
+    const auto wish = left.Wish;
+    left = {};
+    EXPECT_EQ(Await(wish.Done).Result, WishResult::Stopped);
+    EXPECT_TRUE(Comes(false)) << "after its owner let go";
+  }
+  auto other = std::make_unique<CameraControl>(Settings());
+  auto drive = Drive(*other);
+  other.reset();
+  EXPECT_EQ(Await(drive.Wish.Done).Result, WishResult::Stopped);
+  EXPECT_TRUE(Comes(false)) << "after the control died";
+  EXPECT_EQ(Camera->Log().Violations(), std::vector<std::string>{});
+}
+
+TEST_P(EveryMover, RestsOnceACutLinkIsBack) {
+  if (GetParam().OnLine) GTEST_SKIP() << "a line cannot be cut from the camera's side";
+  CameraControl control(Settings());
+  auto drive = Drive(control);
+  Camera->Faults().Set("refuse");
+  const auto stop = control.Stop();
+  while (control.State().StopTries < 3) std::this_thread::yield();
+  EXPECT_EQ(stop.Done.wait_for(0s), std::future_status::timeout);
+  EXPECT_EQ(Await(control.MoveBy(5, 5).Done).Result, WishResult::NotReached)
+      << "at once, while nothing answers";
+  Camera->Faults().Clear();
+  const auto stopped = Await(stop.Done);
+  EXPECT_EQ(stopped.Result, WishResult::Sent) << stopped.Text;
+  EXPECT_GE(stopped.Tries, 4);
+  EXPECT_EQ(Await(drive.Wish.Done).Result, WishResult::Stopped);
+  EXPECT_TRUE(Comes(false));
+}
+
+/// Without anybody asking: the loss is noticed by what is wished next, which fails.
+TEST_P(EveryMover, IsStoppedFirstOfAllWhenItComesBack) {
+  if (GetParam().OnLine) GTEST_SKIP() << "a line cannot be cut from the camera's side";
+  auto settings = Settings();
+  settings.StopTime = 20ms;  // is over before the link is back
+  CameraControl control(settings);
+  auto drive = Drive(control);
+  Camera->Faults().Set("refuse");
+  const auto gaveUp = Await(control.Stop().Done);
+  EXPECT_FALSE(IsDone(gaveUp.Result));
+  EXPECT_NE(gaveUp.Text.find("could not be stopped, tried"), std::string::npos) << gaveUp.Text;
+  EXPECT_NE(Await(drive.Wish.Done).Text.find("may still be moving"), std::string::npos);
+  Camera->Faults().Clear();
+  EXPECT_TRUE(Comes(false));
+}
+
+TEST_P(EveryMover, TellsThatALoginIsWanted) {
+  if (GetParam().OnLine || GetParam().Class == std::string("Secubest")) GTEST_SKIP() << "knows no login";
+  CameraControl control(Settings());
+  ASSERT_TRUE(IsDone(Await(control.Connect().Done).Result));
+  Camera->Faults().Set("basic=somebody:else");
+  const auto step = Await(control.MoveBy(5, 5).Done);
+  EXPECT_EQ(step.Result, WishResult::LoginRefused) << step.Text;
+  EXPECT_EQ(step.StatusCode, 401);
+  EXPECT_FALSE(IsMoving(Camera->State()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Catalogue, EveryMover, testing::ValuesIn(Movers),
+                         [](const auto& mover) { return std::string(mover.param.Class); });
+
+using TimedMover = EveryMover;
+
+TEST_P(TimedMover, EndsAMoveUnderWay) {
+  auto settings = SettingsFor(GetParam().Class, {{GetParam().Interval, 10000}});
+  settings.FirstPause = 1s;  // a stop that had to be repeated would show
+  CameraControl control(settings);
+  auto move = control.MoveBy(90, 0);
+  ASSERT_TRUE(Comes(true));
+  const auto stopped = Await(control.Stop().Done);
+  EXPECT_TRUE(IsDone(stopped.Result)) << stopped.Text;
+  EXPECT_TRUE(Comes(false));
+  const auto moved = Await(move.Done);
+  EXPECT_EQ(moved.Result, WishResult::Stopped);
+  EXPECT_LT(moved.Took, 20s) << "the wait was cut";
+  EXPECT_EQ(control.State().Position.Kind, PositionKind::Unknown);
+
+  const auto whole = Await(control.MoveBy(-0.1F, 0).Done);
+  EXPECT_EQ(whole.Result, WishResult::Sent) << "the next one is whole again: " << whole.Text;
+  EXPECT_TRUE(Comes(false));
+
+  auto other = std::make_unique<CameraControl>(settings);
+  move = other->MoveBy(90, 0);
+  ASSERT_TRUE(Comes(true));
+  other.reset();
+  EXPECT_TRUE(Comes(false)) << "after the control died";
+}
+
+std::vector<Mover> TimedMovers() {
+  std::vector<Mover> timed;
+  for (const auto& mover : Movers)
+    if (mover.Timed) timed.push_back(mover);
+  return timed;
+}
+INSTANTIATE_TEST_SUITE_P(Catalogue, TimedMover, testing::ValuesIn(TimedMovers()),
+                         [](const auto& mover) { return std::string(mover.param.Class); });
+
+/// On an Axis, which tells where it is and takes everything.
+class AxisControl : public Control {
+ protected:
+  void SetUp() override {
+    auto axis = std::make_unique<ptzsim::Axis>(ptzsim::Axis::Options{.Clock = ptzsim::ClockKind::Manual});
+    Axis = axis.get();
+    Camera = std::move(axis);
+  }
+  /// What the camera was asked to do, without questions.
+  std::vector<std::string> Commands() const {
+    std::vector<std::string> commands;
+    for (const auto& request : Camera->Log().Requests())
+      if (request.Target.find("query=") == std::string::npos &&
+          request.Target.find("info=") == std::string::npos)
+        commands.push_back(request.Target.substr(request.Target.find('?') + 1));
+    return commands;
+  }
+  ptzsim::Axis* Axis = nullptr;
+};
+
+TEST_F(AxisControl, SendsOnlyTheLatestOfWhatWaited) {
+  CameraControl control(SettingsFor("Axis"));
+  ASSERT_TRUE(IsDone(Await(control.Connect().Done).Result));
+  Camera->Log().Clear();
+  Camera->Faults().Set("next=1,delay=300");
+  const auto first = control.MoveTo(1, 1);
+  ASSERT_TRUE(Camera->Log().WaitForRequests(1));
+  std::vector<Wish> wishes;
+  for (int i = 0; i < 1000; ++i) wishes.push_back(control.MoveTo(static_cast<float>(i % 90), 0));
+  const auto last = control.MoveTo(33, -7);
+  const auto step = control.MoveBy(2, 0), another = control.MoveBy(2, 1);  // to where that goes
+  EXPECT_TRUE(IsDone(Await(another.Done).Result));
+  EXPECT_TRUE(IsDone(Await(last.Done).Result));
+  EXPECT_TRUE(IsDone(Await(first.Done).Result));
+  for (const auto& wish : wishes) EXPECT_EQ(Await(wish.Done).Result, WishResult::Replaced);
+  ASSERT_EQ(Commands().size(), 2U);
+  EXPECT_NE(Commands()[1].find("pan=37&tilt=-6"), std::string::npos) << Commands()[1];
+}
+
+TEST_F(AxisControl, StopsBeforeAllThatWaits) {
+  CameraControl control(SettingsFor("Axis"));
+  ASSERT_TRUE(IsDone(Await(control.Connect().Done).Result));
+  Camera->Log().Clear();
+  Camera->Faults().Set("next=1,delay=300");
+  const auto first = control.GotoPreset(1);
+  ASSERT_TRUE(Camera->Log().WaitForRequests(1));
+  std::vector<Wish> wishes;
+  for (int i = 0; i < 1000; ++i) wishes.push_back(control.Iris(IrisOpen));
+  EXPECT_EQ(Await(control.Stop().Done).Result, WishResult::Sent);
+  for (const auto& wish : wishes) EXPECT_EQ(Await(wish.Done).Result, WishResult::Stopped);
+  const auto commands = Commands();
+  ASSERT_EQ(commands.size(), 3U);
+  EXPECT_NE(commands[1].find("continuouspantiltmove=0,0"), std::string::npos) << commands[1];
+}
+
+TEST_F(AxisControl, SaysWhereItCameToRest) {
+  auto settings = SettingsFor("Axis");
+  settings.WatchesMoves = true;
+  CameraControl control(settings);
+  const auto seen = std::make_shared<std::promise<void>>();
+  const auto move = control.MoveTo(40, -10);
+  EXPECT_EQ(Await(move.Sent).Result, WishResult::Sent);
+  EXPECT_EQ(control.State().Position.Kind, PositionKind::Target);
+  EXPECT_EQ(control.State().Motion, CameraMotion::Moving);
+  Camera->Time().Advance(60s);
+  const auto arrived = Await(move.Done);
+  EXPECT_EQ(arrived.Result, WishResult::Arrived) << arrived.Text;
+  EXPECT_EQ(control.State().Position.Kind, PositionKind::Read);
+  EXPECT_EQ(control.State().Position.Pan, 40);
+
+  const auto stuck = Await(control.MoveTo(90, -10).Done);  // its time stands still
+  EXPECT_EQ(stuck.Result, WishResult::Stalled) << stuck.Text;
+  EXPECT_EQ(stuck.Text, "the camera rests at pan 40, tilt -10, not at pan 90, tilt -10");
+
+  const auto replaced = control.MoveTo(0, 0);
+  Await(replaced.Sent);
+  const auto stopped = control.MoveTo(5, 5);
+  Await(stopped.Sent);
+  EXPECT_EQ(Await(replaced.Done).Result, WishResult::Replaced);
+  control.Stop();
+  EXPECT_EQ(Await(stopped.Done).Result, WishResult::Stopped);
+}
+
+TEST_F(AxisControl, SeesACameraAsItsSiteHasIt) {
+  auto settings = SettingsFor("Axis");
+  settings.InvertPan = settings.InvertTilt = true;
+  settings.PanLimits = CameraLimits{-50, 50};
+  settings.Presets = {{"gate", 2}};
+  CameraControl control(settings);
+  EXPECT_TRUE(IsDone(Await(control.MoveTo(40, -10).Done).Result));
+  Camera->Time().Advance(60s);
+  EXPECT_NEAR(Axis->Head().Pan, -40, 0.01);
+  EXPECT_NEAR(Axis->Head().Tilt, 10, 0.01);
+  EXPECT_TRUE(IsDone(Await(control.ReadPosition().Done).Result));
+  EXPECT_EQ(control.State().Position.Pan, 40);
+  EXPECT_EQ(control.State().Position.Tilt, -10);
+
+  const auto beyond = Await(control.MoveTo(51, 0).Done);
+  EXPECT_EQ(beyond.Result, WishResult::OutOfRange);
+  EXPECT_EQ(beyond.Text, "pan: 51 is not between -50 and 50, the limits of this camera");
+  EXPECT_TRUE(IsDone(Await(control.MoveBy(20, 0).Done).Result)) << "as far as it may";
+  Camera->Time().Advance(60s);
+  EXPECT_NEAR(Axis->Head().Pan, -50, 0.01);
+  EXPECT_TRUE(IsDone(Await(control.ReadPosition().Done).Result));
+  EXPECT_EQ(Await(control.MoveBy(1, 0).Done).Result, WishResult::OutOfRange);
+  const auto drive = control.DriveAt({.PanTilt = DriveSpeeds::Head{10, 0}});
+  EXPECT_EQ(Await(drive.Wish.Done).Result, WishResult::OutOfRange);
+  Camera->Log().Clear();
+  Await(control.GotoPreset("gate").Done);
+  EXPECT_EQ(Commands(), std::vector<std::string>{"gotoserverpresetname=Quor-vane%20Preset%202"});
+  EXPECT_EQ(Await(control.GotoPreset("yard").Done).Result, WishResult::Unsupported);
+}
+
+TEST_F(AxisControl, TellsSubscribersAndGoesIdle) {
+  auto settings = SettingsFor("Axis");
+  settings.IdleTime = 0ms;
+  CameraControl control(settings);
+  std::mutex mutex;
+  std::vector<LinkHealth> seen;
+  auto subscription = control.Subscribe([&](const CameraState& state) {
+    const std::lock_guard lock(mutex);
+    if (seen.empty() || seen.back() != state.Link) seen.push_back(state.Link);
+  });
+  EXPECT_EQ(control.State().Link, LinkHealth::NotConnected);
+  for (int i = 0; i < 3; ++i)  // each on a thread of its own
+    EXPECT_TRUE(IsDone(Await(control.MoveBy(1, 0).Done).Result));
+  Camera->Faults().Set("refuse");
+  EXPECT_EQ(Await(control.MoveBy(1, 0).Done).Result, WishResult::NotReached);
+  const auto lost = Await(control.MoveBy(1, 0).Done);
+  EXPECT_EQ(lost.Result, WishResult::NotReached);
+  Camera->Faults().Clear();
+  Camera->Log().Clear();
+  ASSERT_TRUE(Camera->Log().WaitForRequests(2)) << "it is connected again by itself, and stopped";
+  while (control.State().Link != LinkHealth::Up) std::this_thread::yield();
+  subscription.reset();
+  const std::lock_guard lock(mutex);
+  ASSERT_GE(seen.size(), 3U);
+  EXPECT_EQ(seen[0], LinkHealth::Connecting);
+  EXPECT_EQ(seen[1], LinkHealth::Up);
+  EXPECT_EQ(seen[2], LinkHealth::Lost);
+}
+
+}  // namespace
+}  // namespace ptzd
