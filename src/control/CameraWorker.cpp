@@ -415,9 +415,7 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
       },
       lock);
   Sending_ = false;
-  const bool lost = IsLinkLost(call.Exchanges) || call.Unanswered;
-  const auto refuses = [](const Exchange& e) { return e.ErrorNumber == 0 && e.StatusCode >= 400; };
-  const bool mayMove = wasDriven || lost || !std::ranges::all_of(call.Exchanges, refuses);
+  const bool mayMove = wasDriven || MayHaveTaken(call);
   NoteLink(call.Exchanges);
   auto outcome = JudgeCall(std::move(call), std::nullopt);
   ForgetPosition();
@@ -430,8 +428,7 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
     if (Stop_) BeginStop({}, Stop_->Reason);  // it came while this was sent, and ends it
   } else {
     drive.Tickets.Done(outcome);
-    if (mayMove && outcome.Result != WishResult::NotSent && !outcome.Exchanges.empty())
-      BeginStop({}, "a later drive failed: " + outcome.Text);
+    if (mayMove) BeginStop({}, "a later drive failed: " + outcome.Text);
   }
   Changed();
 }
@@ -538,7 +535,7 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
   auto call = Call(task->Work, lock);
   Sending_ = false;
   NoteLink(call.Exchanges);
-  const bool lost = IsLinkLost(call.Exchanges) || call.Unanswered;
+  const bool lost = IsLinkLost(call.Exchanges) || call.Unanswered, mayMove = MayHaveTaken(call);
   auto outcome = JudgeCall(std::move(call), task->Rule);
   if (outcome.Result == WishResult::NotSent && !task->Sends) {
     outcome.Result = WishResult::Sent;
@@ -556,7 +553,7 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
     Motion_ = CameraMotion::Unknown;
     if (isTimed || lost) ForgetPosition();
     // What the camera made of it is not known, and a timed move's own stop may be what was lost.
-    if ((isTimed || lost) && As<PTZContinuousControl>() != nullptr)
+    if ((isTimed || lost) && mayMove && As<PTZContinuousControl>() != nullptr)
       BeginStop({}, "a move failed: " + outcome.Text);
     return;
   }

@@ -65,6 +65,12 @@ bool IsLinkFailure(const Exchange& exchange) {
          (exchange.Link != ExchangeLink::HTTP || exchange.ErrorNumber == HTTPErrorNoServer);
 }
 
+bool MayHaveTaken(const MemberCall& call) {
+  return call.Unanswered || std::ranges::any_of(call.Exchanges, [](const Exchange& exchange) {
+           return exchange.ErrorNumber != 0 || !IsRefusal(exchange);
+         });
+}
+
 bool IsLinkLost(const std::vector<Exchange>& exchanges) {
   return !exchanges.empty() && IsLinkFailure(exchanges.back());
 }

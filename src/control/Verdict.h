@@ -27,6 +27,8 @@ WishOutcome JudgeConnect(MemberCall call);
 
 /// Whether nothing answers at the other end.
 bool IsLinkFailure(const Exchange& exchange);
+/// Whether the camera may have taken any of it. What it refused, it did not.
+bool MayHaveTaken(const MemberCall& call);
 /// Whether the last exchange shows that nothing answers.
 bool IsLinkLost(const std::vector<Exchange>& exchanges);
 

@@ -6,11 +6,15 @@
 #include <ptzd/CameraControl.h>
 #include <ptzd/PropertyBag.h>
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "simulators/Axis.h"
@@ -248,6 +252,39 @@ std::vector<Mover> TimedMovers() {
 }
 INSTANTIATE_TEST_SUITE_P(Catalogue, TimedMover, testing::ValuesIn(TimedMovers()),
                          [](const auto& mover) { return std::string(mover.param.Class); });
+
+#ifndef _WIN32
+/// As an adapter that is pulled out and put back.
+TEST_F(Control, StopsFirstWhenItsSerialPortIsBack) {
+  const auto pelco = Still<ptzsim::Pelco>({.Line = {.Baud = 2400, .Raw = false}});
+  Camera = pelco();
+  const auto device =
+      testing::TempDir() + "ptzd-line-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed());
+  const auto plug = [&] {
+    std::filesystem::remove(device);
+    std::filesystem::create_symlink(Camera->Addresses().at(0), device);
+  };
+  plug();
+  auto settings = SettingsFor("Pelco");
+  const auto ports = std::make_shared<SharedSerialPorts>();
+  ports->MapDevice(1, device);
+  settings.Ports = ports;
+  CameraControl control(settings);
+  auto drive = control.DriveAt({.PanTilt = DriveSpeeds::Head{-12, 9}}, 0ms);
+  EXPECT_EQ(Await(drive.Wish.Sent).Result, WishResult::Sent);
+  std::filesystem::remove(device);
+  Camera.reset();
+  auto other = control.DriveAt({.PanTilt = DriveSpeeds::Head{5, 0}}, 0ms);
+  EXPECT_EQ(Await(other.Wish.Sent).Result, WishResult::NotReached);
+  while (control.State().StopTries < 2) std::this_thread::yield();
+  Camera = pelco();
+  plug();
+  ASSERT_TRUE(Camera->Log().WaitForRequests(1));
+  EXPECT_EQ(Camera->Log().Requests()[0].Raw, std::string("\xFF\x01\0\0\0\0\x01", 7)) << "a stop";
+  while (control.State().Link != LinkHealth::Up) std::this_thread::yield();
+  std::filesystem::remove(device);
+}
+#endif
 
 /// On an Axis, which tells where it is and takes everything.
 class AxisControl : public Control {
