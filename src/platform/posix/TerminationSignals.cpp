@@ -1,12 +1,14 @@
 #include <ptzd/TerminationSignals.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <iterator>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -62,12 +64,18 @@ class TerminationSignals::Watch {
 
  private:
   void Run() {
-    unsigned char number = 0;
+    pollfd watched[] = {{Ends_[0], POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
     while (true) {
-      const auto length = read(Ends_[0], &number, 1);
-      if (length < 0 && errno == EINTR) continue;
-      if (length <= 0 || number == 0) return;
-      Told_(number);
+      if (poll(watched, std::size(watched), -1) < 0) {
+        if (errno == EINTR) continue;
+        return;
+      }
+      unsigned char number = 0;
+      if (watched[0].revents != 0 && (read(Ends_[0], &number, 1) <= 0 || number == 0)) return;
+      // A terminal that is gone is told by HUP, where whoever started the process wants it to end with that.
+      if (number == 0 && watched[1].revents == POLLERR) number = SIGPIPE;
+      if (watched[1].revents != 0) watched[1].fd = -1;  // once
+      if (number != 0) Told_(number);
     }
   }
 
