@@ -68,9 +68,10 @@ struct WishOutcome {
   std::int32_t StatusCode = 0;   ///< of the HTTP exchange that decided it; 0 for none
   std::int32_t ErrorNumber = 0;  ///< of the exchange that failed, or that the driver raised; 0 for none
   std::string ErrorText;
-  std::optional<bool> Answer;       ///< of a driver's member that answers True or False
-  std::vector<Exchange> Exchanges;  ///< all that were made for the wish, in their order
-  int Tries = 0;                    ///< how often a stop was sent
+  std::optional<bool> Answer;            ///< of a driver's member that answers True or False
+  std::optional<CameraPosition> Target;  ///< where the driver sent the camera, as far as it knows
+  std::vector<Exchange> Exchanges;       ///< all that were made for the wish, in their order
+  int Tries = 0;                         ///< how often a stop was sent
   std::chrono::milliseconds Took{};
 };
 
@@ -149,6 +150,11 @@ struct DriveSpeeds {
   std::optional<float> Zoom;    ///< likewise
 };
 
+/// Where a camera is sent. An absent axis is left alone.
+struct CameraPlace {
+  std::optional<float> Pan{}, Tilt{}, Zoom{};
+};
+
 /// Something that a driver can do and `CameraControl` has no member for.
 struct CameraTask {
   /// Runs on the camera's thread; may raise `Error`. What it answers counts as the rule says.
@@ -157,6 +163,12 @@ struct CameraTask {
   bool Moves = false;              ///< the camera may be in motion from then on
   bool Sends = true;               ///< else it is done also where nothing goes over the wire
   bool Connected = true;           ///< the camera is connected first where it is not
+  /// Of a move: the driver's position is then where the camera was sent.
+  bool KnowsTarget = false;
+  /// Where `Work` sends the camera. Is refused where it cannot go there; `Work` itself is not turned around.
+  CameraPlace To{};
+  /// How long the camera is watched until it rests, 0 being not at all. Absent: as the settings say.
+  std::optional<std::chrono::milliseconds> RestTime{};
 };
 
 /// One camera under an operator. Everything is done on a thread of the camera's own, which begins with the
@@ -193,7 +205,7 @@ class PTZD_API CameraControl {
     ptzd::Wish Wish;
     /// For as long again as its lease is, from now. Nothing happens where it is over.
     void Renew();
-    /// Lets it go on without this object, on its lease.
+    /// Lets it go on without this object, on its lease. Without one it goes on when its `CameraControl` ends.
     void Leave();
 
    private:

@@ -131,7 +131,9 @@ void CameraControl::Drive::Renew() {
 }
 
 void CameraControl::Drive::Leave() {
-  if (Ties_) Ties_->ID = 0;
+  if (!Ties_) return;
+  const auto id = std::exchange(Ties_->ID, 0);
+  if (const auto worker = Ties_->Owner.lock()) worker->LeaveDrive(id);
 }
 
 CameraControl::Drive CameraControl::DriveAt(const DriveSpeeds& speeds,

@@ -67,6 +67,13 @@ bool IsNear(const CameraPosition& at, const Target& to, const DriverData& data) 
   return !isAway && (!to.Zoom || !at.Zoom || std::fabs(*at.Zoom - *to.Zoom) <= data.ZoomStep * 1.001);
 }
 
+/// Where a `Place` or a `Zoom` sends the camera.
+CameraPlace PlaceOf(const CameraRequest& request) {
+  const auto& target = request.Target;
+  if (request.What == CameraRequest::Kind::Zoom) return {.Zoom = target.Zoom};
+  return {target.Pan, target.Tilt, target.Zoom};
+}
+
 std::string PlaceText(float pan, float tilt) { return "pan " + Text(pan) + ", tilt " + Text(tilt); }
 
 }  // namespace
@@ -90,7 +97,8 @@ void CameraControl::Worker::End() {
     const std::lock_guard lock(Mutex_);
     Ending_ = true;
     ReconnectAt_.reset();
-    if (Drive_ || Sending_ || Stop_) BeginStop({}, "the camera's control ended");
+    if ((Drive_ && !Drive_->OutlivesControl()) || Sending_ || Stop_)
+      BeginStop({}, "the camera's control ended");
     for (auto& request : std::exchange(Queue_, {}))
       request.Tickets.Done({.Result = WishResult::Abandoned, .Text = "the camera's control ended first"});
     if (Stop_) EnsureRunning();
@@ -394,7 +402,8 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
   if (IsStill(all)) return BeginStop(std::move(request.Tickets), "a drive of speed 0");
 
   const bool wasDriven = Drive_.has_value();
-  ActiveDrive drive{std::move(request.Tickets), request.DriveID, all, request.Lease, request.LeaseEnds};
+  ActiveDrive drive{std::move(request.Tickets), request.DriveID, all, request.Lease,
+                    request.LeaseEnds,          request.IsLeft};
   if (Drive_ && Same(Drive_->Speeds, all)) {
     drive.Tickets.Sent({});
     Drive_->Tickets.Done({.Result = WishResult::Replaced, .Text = "goes on at the same speed"});
@@ -445,7 +454,8 @@ std::optional<CameraTask> CameraControl::Worker::TaskOf(CameraRequest& request) 
     case Kind::Zoom:
       if (target.Zoom && As<PTZDevice2>() == nullptr)
         return refuse(WishResult::Unsupported, "this make has no zoom position");
-      if (const auto refusal = Site_.Refusal(target, Data_)) return refuse(WishResult::OutOfRange, *refusal);
+      if (const auto refusal = Site_.Refusal(PlaceOf(request), Data_))
+        return refuse(WishResult::OutOfRange, *refusal);
       if (request.What == Kind::Place) return PlaceTask(Site_.Turned(target));
       return CameraTask{.Work = [zoom = *target.Zoom](PTZDevice& device) -> std::optional<bool> {
                           dynamic_cast<PTZDevice2&>(device).ZoomTo(zoom);
@@ -473,8 +483,11 @@ std::optional<CameraTask> CameraControl::Worker::TaskOf(CameraRequest& request) 
                         },
                         .Rule = std::nullopt,
                         .Sends = false};
-    default:
+    default: {
+      const auto& to = request.Task.To;
+      if (const auto refusal = Site_.Refusal(to, Data_)) return refuse(WishResult::OutOfRange, *refusal);
       return std::move(request.Task);
+    }
   }
 }
 
@@ -568,12 +581,14 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
     }
     return request.Tickets.Done(outcome);
   }
-  const bool namesPlace = request.What != Kind::Task;
-  if (namesPlace)
+  if (request.What != Kind::Task || task->KnowsTarget) {
     TakePosition(Data_.PositionRequests != 0 ? PositionKind::Target : PositionKind::Estimated, lock);
-  else
+    if (Position_.Kind != PositionKind::Read) outcome.Target = Position_;
+  } else {
     ForgetPosition();
-  WatchUntilRest(std::move(request.Tickets), std::move(outcome), to);
+  }
+  if (!to && outcome.Target) to = {outcome.Target->Pan, outcome.Target->Tilt, outcome.Target->Zoom};
+  WatchUntilRest(std::move(request.Tickets), std::move(outcome), to, task->RestTime.value_or(RestTime()));
 }
 
 void CameraControl::Worker::DoReading(CameraRequest request, Lock& lock) {
@@ -586,10 +601,9 @@ void CameraControl::Worker::DoReading(CameraRequest request, Lock& lock) {
 }
 
 void CameraControl::Worker::WatchUntilRest(ptzd::Tickets tickets, WishOutcome sent,
-                                           std::optional<ptzd::Target> to) {
+                                           std::optional<ptzd::Target> to, Milliseconds time) {
   tickets.Sent(sent);
-  const bool canAsk = Data_.PositionRequests != 0 && Settings_.WatchesMoves;
-  if (!canAsk) {
+  if (Data_.PositionRequests == 0 || time == 0ms) {
     Motion_ = CameraMotion::Unknown;
     return tickets.Done(sent);
   }
@@ -599,7 +613,7 @@ void CameraControl::Worker::WatchUntilRest(ptzd::Tickets tickets, WishOutcome se
                      .To = to,
                      .Began = now,
                      .Next = now + Milliseconds(Data_.PositionPace),
-                     .Until = now + Settings_.RestTime,
+                     .Time = time,
                      .Last = std::nullopt};
 }
 
@@ -610,6 +624,7 @@ void CameraControl::Worker::Look(Lock& lock) {
   auto& watch = *Watch_;
   const auto now = steady_clock::now();
   watch.Next = now + Milliseconds(Data_.PositionPace);
+  const bool isOver = now >= watch.Began + watch.Time;
   auto outcome = watch.Sent;
   const auto end = [&](WishResult result, std::string text) {
     outcome.Result = result;
@@ -623,7 +638,7 @@ void CameraControl::Worker::Look(Lock& lock) {
   if (asked.Result == WishResult::NotSent || (IsDone(asked.Result) && Position_.Kind != PositionKind::Read))
     return end(WishResult::Sent, "the camera does not tell where it is");
   if (!IsDone(asked.Result)) {
-    if (now >= watch.Until) end(asked.Result, "its position could not be read: " + asked.Text);
+    if (isOver) end(asked.Result, "its position could not be read: " + asked.Text);
     return;
   }
   const auto& at = Position_;
@@ -639,9 +654,9 @@ void CameraControl::Worker::Look(Lock& lock) {
     return end(WishResult::Stalled, "the camera rests at " + PlaceText(at.Pan, at.Tilt) + ", not at " +
                                         PlaceText(watch.To->Pan, watch.To->Tilt));
   }
-  if (now >= watch.Until)
+  if (isOver)
     end(WishResult::StillMoving,
-        "not at rest after " + Text(std::chrono::duration<double>(Settings_.RestTime).count()) + " s");
+        "not at rest after " + Text(std::chrono::duration<double>(watch.Time).count()) + " s");
 }
 
 void CameraControl::Worker::FollowDrive(Lock& lock) {
@@ -694,6 +709,13 @@ void CameraControl::Worker::RenewDrive(std::uint64_t driveID) {
   if (Drive_ && Drive_->ID == driveID) Drive_->LeaseEnds = now + Drive_->Lease;
   for (auto& request : Queue_)
     if (request.DriveID == driveID) request.LeaseEnds = now + request.Lease;
+}
+
+void CameraControl::Worker::LeaveDrive(std::uint64_t driveID) {
+  const std::lock_guard lock(Mutex_);
+  if (Drive_ && Drive_->ID == driveID) Drive_->IsLeft = true;
+  for (auto& request : Queue_)
+    if (request.DriveID == driveID) request.IsLeft = true;
 }
 
 void CameraControl::Worker::BeginStop(ptzd::Tickets tickets, std::string reason) {
@@ -802,8 +824,7 @@ void CameraControl::Worker::EndStop(WishOutcome outcome) {
   const bool stopped = IsDone(outcome.Result);
   if (stopped) {
     ReconnectPause_ = Settings_.FirstPause;
-    if (Data_.PositionRequests != 0 && Settings_.WatchesMoves && !Ending_)
-      WatchUntilRest({}, {}, std::nullopt);
+    if (Settings_.WatchesMoves && !Ending_) WatchUntilRest({}, {}, std::nullopt, RestTime());
     Motion_ = CameraMotion::AtRest;
   }
   auto ended = outcome;

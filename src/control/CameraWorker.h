@@ -30,6 +30,7 @@ struct CameraRequest {
   std::uint64_t DriveID = 0;
   std::chrono::milliseconds Lease{};  ///< 0: without end
   std::chrono::steady_clock::time_point LeaseEnds{};
+  bool IsLeft = false;  ///< nobody holds it
 
   CameraTask Task{};
 
@@ -57,6 +58,8 @@ class CameraControl::Worker {
   /// Stops a drive that is still the latest.
   void EndDrive(std::uint64_t driveID);
   void RenewDrive(std::uint64_t driveID);
+  /// From here on nobody holds it.
+  void LeaveDrive(std::uint64_t driveID);
 
   CameraState State() const;
   const DriverClass& Class() const { return Class_; }
@@ -90,13 +93,17 @@ class CameraControl::Worker {
     DriveSpeeds Speeds;
     Milliseconds Lease{};
     TimePoint LeaseEnds{};
+    bool IsLeft = false;
+
+    bool OutlivesControl() const { return IsLeft && Lease == Milliseconds(0); }
   };
   /// A camera that is looked at until it rests.
   struct RestWatch {
     ptzd::Tickets Tickets;
     WishOutcome Sent;
     std::optional<ptzd::Target> To;  ///< of the site
-    TimePoint Began, Next, Until;
+    TimePoint Began, Next;
+    Milliseconds Time;  ///< it is watched at most
     std::optional<CameraPosition> Last;
     int Alike = 0;  ///< how often it was seen at `Last`
     bool Moved = false;
@@ -129,7 +136,10 @@ class CameraControl::Worker {
   std::optional<CameraTask> TaskOf(CameraRequest& request);
   CameraTask StepTask(const ptzd::Target& step) const;
   CameraTask PlaceTask(const ptzd::Target& place) const;
-  void WatchUntilRest(ptzd::Tickets tickets, WishOutcome sent, std::optional<ptzd::Target> to);
+  void WatchUntilRest(ptzd::Tickets tickets, WishOutcome sent, std::optional<ptzd::Target> to,
+                      Milliseconds time);
+  /// How long the camera is watched where a wish does not say.
+  Milliseconds RestTime() const { return Settings_.WatchesMoves ? Settings_.RestTime : Milliseconds(0); }
   void Look(Lock& lock);
   void FollowDrive(Lock& lock);
   void EndWatch(const WishOutcome& outcome);

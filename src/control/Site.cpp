@@ -61,14 +61,15 @@ float Speed(const Limits& limits, float speed, float from) {
 
 }  // namespace
 
-std::optional<std::string> Site::Refusal(const Target& target, const DriverData& data) const {
-  const auto turned = Turned(target);
-  auto refusal =
-      First(OutOf(data.PanRange, "pan", turned.Pan), OutOf(data.TiltRange, "tilt", turned.Tilt),
-            OutOf(Settings_.PanLimits, "pan", target.Pan), OutOf(Settings_.TiltLimits, "tilt", target.Tilt));
-  if (refusal || !target.Zoom) return refusal;
-  return First(OutOf(data.ZoomRange, "zoom", *target.Zoom),
-               OutOf(Settings_.ZoomLimits, "zoom", *target.Zoom));
+std::optional<std::string> Site::Refusal(const CameraPlace& place, const DriverData& data) const {
+  const auto outOf = [](const std::optional<ValueRange>& range, const Limits& limits, const std::string& what,
+                        const std::optional<float>& value, float turned) -> std::optional<std::string> {
+    if (!value) return std::nullopt;
+    return First(OutOf(range, what, turned), OutOf(limits, what, *value));
+  };
+  return First(outOf(data.PanRange, Settings_.PanLimits, "pan", place.Pan, Pan(place.Pan.value_or(0))),
+               outOf(data.TiltRange, Settings_.TiltLimits, "tilt", place.Tilt, Tilt(place.Tilt.value_or(0))),
+               outOf(data.ZoomRange, Settings_.ZoomLimits, "zoom", place.Zoom, place.Zoom.value_or(0)));
 }
 
 std::optional<std::string> Site::Refusal(const DriveSpeeds& speeds, const DriverData& data) const {

@@ -25,7 +25,7 @@ class Site {
   Target Turned(const Target& target) const { return {Pan(target.Pan), Tilt(target.Tilt), target.Zoom}; }
 
   /// What speaks against a target of the site, beginning with what it is of; nothing where it may be sent.
-  std::optional<std::string> Refusal(const Target& target, const DriverData& data) const;
+  std::optional<std::string> Refusal(const CameraPlace& place, const DriverData& data) const;
   /// The same of speeds.
   std::optional<std::string> Refusal(const DriveSpeeds& speeds, const DriverData& data) const;
 
