@@ -168,7 +168,10 @@ bool CameraControl::Worker::Step(Lock& lock) {
     auto request = std::move(Queue_.front());
     Queue_.pop_front();
     Changed();
+    const auto drive = request.DriveID;
     Do(std::move(request), lock);
+    // One that failed has nothing that its owner could stop.
+    if (CurrentDrive_ == drive && (!Drive_ || Drive_->ID != drive)) CurrentDrive_ = 0;
     return true;
   }
   if (ReconnectAt_ && *ReconnectAt_ <= now && !Stop_) {
