@@ -86,8 +86,7 @@ void LoopbackServer::Serve(const std::vector<int>& listeners, Manner manner) {
     if (!request.ends_with("\r\n\r\n")) continue;
     const auto reply = ReplyTo(request);
     if (request.find("continuouspantiltmove=0,0") != std::string::npos) Seen_->stop = Now();
-    const bool isSlow =
-        manner == Manner::RecallsSlowly && request.find("gotoserverpreset") != std::string::npos;
+    const bool isSlow = manner == Manner::FocusesSlowly && request.find("focus=") != std::string::npos;
     request.clear();
     ++Seen_->requests;
     if (manner == Manner::Silent) continue;

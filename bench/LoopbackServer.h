@@ -14,7 +14,7 @@ class LoopbackServer {
   enum class Manner {
     AnswersAtOnce,
     Silent,
-    RecallsSlowly,  ///< answers a recalled preset after `SlowReply`
+    FocusesSlowly,  ///< answers what moves the focus after `SlowReply`
   };
   static constexpr std::chrono::milliseconds SlowReply{20};
 

@@ -30,7 +30,7 @@ double Microseconds(steady_clock::duration time) {
 void Print(const char* name, std::vector<double> times) {
   std::ranges::sort(times);
   const auto at = [&times](double share) {
-    return times[static_cast<std::size_t>(share * (times.size() - 1))];
+    return times[static_cast<std::size_t>(share * static_cast<double>(times.size() - 1))];
   };
   std::printf("{\"name\": \"%s\", \"median\": %.1f, \"p99\": %.1f, \"longest\": %.1f}\n", name, at(0.5),
               at(0.99), times.back());
@@ -72,7 +72,7 @@ std::vector<double> Repeat(const Measure& measure, int times = Repeats) {
 }  // namespace
 
 int main() {
-  const LoopbackServer camera, silent(8, Manner::Silent), slow(1, Manner::RecallsSlowly), site(Site);
+  const LoopbackServer camera, silent(8, Manner::Silent), slow(1, Manner::FocusesSlowly), site(Site);
   BareCurl curl;
   const auto url = "http://127.0.0.1:" + std::to_string(camera.Port()) + "/axis-cgi/com/ptz.cgi?pan=5";
   Print("bare exchange", Repeat([&] {
@@ -99,7 +99,7 @@ int main() {
                                           [&] {
                                             StopOnce(*waits, slow, [&] {
                                               const auto before = slow.Requests();
-                                              waits->GotoPreset(1);
+                                              waits->Focus(ptzd::FocusFar);
                                               while (slow.Requests() == before) std::this_thread::yield();
                                             });
                                             return Microseconds(slow.StopSeen() - slow.SlowReplySent());

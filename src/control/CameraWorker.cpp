@@ -742,7 +742,7 @@ void CameraControl::Worker::BeginStop(ptzd::Tickets tickets, std::string reason)
     if (request.What == Kind::Connect || request.What == Kind::Disconnect)
       kept.push_back(std::move(request));
     else
-      request.Tickets.Done({.Result = WishResult::Stopped, .Text = "stopped before it was sent"});
+      Stop_->Dropped.Add(std::move(request.Tickets));
   }
   Queue_ = std::move(kept);
   if (Calling_) {
@@ -798,6 +798,7 @@ void CameraControl::Worker::TryStop(Lock& lock) {
     outcome.Exchanges = std::move(exchanges);
   }
   auto& stop = *Stop_;
+  TellDropped();
   for (auto& exchange : outcome.Exchanges) stop.Exchanges.push_back(std::move(exchange));
   if (IsDone(outcome.Result)) {
     outcome.Text.clear();
@@ -820,7 +821,13 @@ void CameraControl::Worker::TryStop(Lock& lock) {
   }
 }
 
+/// Behind the stop, which is not to wait for however many these are.
+void CameraControl::Worker::TellDropped() {
+  Stop_->Dropped.Done({.Result = WishResult::Stopped, .Text = "stopped before it was sent"});
+}
+
 void CameraControl::Worker::EndStop(WishOutcome outcome) {
+  TellDropped();
   auto stop = *std::exchange(Stop_, std::nullopt);
   outcome.Tries = stop.Tries;
   outcome.Exchanges = std::move(stop.Exchanges);

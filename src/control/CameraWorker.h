@@ -78,6 +78,7 @@ class CameraControl::Worker {
   struct PendingStop {
     ptzd::Tickets Tickets;  ///< of those who asked for it
     ptzd::Tickets Ended;    ///< of the motions that it ends
+    ptzd::Tickets Dropped;  ///< of what it kept from being sent
     std::string Reason;     ///< of its end, for those
     TimePoint Since, NextTry;
     Milliseconds Pause;
@@ -148,6 +149,7 @@ class CameraControl::Worker {
   /// From here on nothing goes before the stop. Ends the drive, the watch and the queue.
   void BeginStop(ptzd::Tickets tickets, std::string reason);
   void TryStop(Lock& lock);
+  void TellDropped();
   void EndStop(WishOutcome outcome);
 
   // The link.
