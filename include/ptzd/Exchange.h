@@ -49,6 +49,13 @@ class PTZD_API ExchangeSink {
   /// after the time-outs, or never where the process ends before.
   virtual void Begun(const Exchange&) {}
   virtual void Ended(const Exchange& exchange) = 0;
+  /// False as long as nobody wants to know: what begins meanwhile is not told. Asked at each beginning, on
+  /// any thread.
+  virtual bool Listens() const { return true; }
 };
+
+/// An exchange in a line, as people read it: "GET http://192.168.0.90/ -> 401 Unauthorized, 12 bytes, 3.1
+/// ms", "COM1: FF 01 00 07 00 01 09 -> sent, 0.2 ms".
+PTZD_API std::string Describe(const Exchange& exchange);
 
 }  // namespace ptzd

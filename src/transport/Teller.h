@@ -44,7 +44,7 @@ class Teller {
 
   /// Null where nobody listens.
   std::unique_ptr<OpenExchange> Begin(ExchangeLink link, bool awaited = true) const {
-    return Sink_ ? Started(link, awaited) : nullptr;
+    return Sink_ && Sink_->Listens() ? Started(link, awaited) : nullptr;
   }
 
  private:

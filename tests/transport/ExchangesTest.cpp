@@ -203,5 +203,41 @@ TEST_F(ExchangesTest, TellMessagesOverTCP) {
   EXPECT_TRUE(Told_->Ends().back().ErrorText.starts_with("Unable to connect to the server: "));
 }
 
+TEST(DescribeTest, LineForPeople) {
+  using namespace std::chrono_literals;
+  const Exchange http{.Where = "h:80", .Method = "GET", .URL = "http://h/a", .Took = 1ms};
+  const auto with = [](Exchange exchange, const auto& change) {
+    change(exchange);
+    return Describe(exchange);
+  };
+  const Exchange line{.Link = ExchangeLink::Serial, .Where = "COM1", .Took = 340us};
+  const std::pair<std::string, std::string> rows[] = {
+      {with(http,
+            [](auto& e) { e.StatusCode = 401, e.Reason = "Unauthorized", e.ReplySize = 9, e.Took = 12ms; }),
+       "GET http://h/a -> 401 Unauthorized, 9 bytes, 12 ms"},
+      {with(http,
+            [](auto& e) { e.StatusCode = 200, e.ReplySize = 3, e.ErrorNumber = 13106, e.ErrorText = "cut"; }),
+       "GET http://h/a -> 200, 3 bytes, error 13106: cut, 1.0 ms"},
+      {with(http,
+            [](auto& e) {
+              e.Method = "POST", e.Sent = {'a', '=', 0xE9, '\n'}, e.ErrorNumber = 6, e.ErrorText = "x";
+            }),
+       "POST http://h/a \"a=\xC3\xA9\\n\" -> error 6: x, 1.0 ms"},
+      {with(http, [](auto& e) { e.Awaited = false, e.StatusCode = 204, e.Reason = "No\rX"; }),
+       "GET http://h/a -> 204 No\\rX, 1.0 ms"},
+      {with(http, [](auto& e) { e.Awaited = false, e.Took = {}; }), "GET http://h/a, handed over"},
+      {with(line,
+            [](auto& e) {
+              e.Sent = {0xFF, 1, 0xA0};
+            }),
+       "COM1: FF 01 A0 -> sent, 0.3 ms"},
+      {with(line, [](auto& e) { e.ErrorNumber = 8002, e.ErrorText = "no port"; }),
+       "COM1: opening -> error 8002: no port, 0.3 ms"},
+      {with(line, [](auto& e) { e.Link = ExchangeLink::TCP, e.Where = "h:7777"; }),
+       "h:7777: opening -> open, 0.3 ms"},
+  };
+  for (const auto& [told, expected] : rows) EXPECT_EQ(told, expected);
+}
+
 }  // namespace
 }  // namespace ptzd
