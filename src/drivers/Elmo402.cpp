@@ -63,7 +63,8 @@ std::vector<std::string> Elmo402::MoveCommands(const HeadPosition& target) const
 
 Elmo402::Reading Elmo402::Read(const std::string& reply) const {
   XmlDocument document;
-  if (!document.LoadXml(reply)) LogMessage("Position not read. " + document.ParseError().Reason);
+  if (!document.LoadXml(reply))
+    LogMessage("Position not read. " + document.ParseError().Reason, LogLevel::Warning);
   const auto* position = document.SelectSingleNode("pget/pos");
   if (position == nullptr) return {};
   Reading reading{NumberAt(*position, "s_pospan"), NumberAt(*position, "s_postilt"),

@@ -173,7 +173,7 @@ bool Pelco::Open() {
     OpenPort(portNumber);
     Connected_ = true;  // and stays so where an option below raises
   } catch (const std::exception& error) {
-    LogMessage(std::string("The serial port could not be opened. ") + error.what());
+    LogMessage(std::string("The serial port could not be opened. ") + error.what(), LogLevel::Error);
     TellNotOpened(error);
     GiveBackQuietly();
   }
@@ -190,13 +190,13 @@ void Pelco::TellNotOpened(const std::exception& error) const {
   const auto told = Teller_.Begin(ExchangeLink::Serial);
   if (!told) return;
   const auto* known = dynamic_cast<const Error*>(&error);
-  told->Told().Where = PortName_;
+  told->Told().Where = Subject_.Address;
   told->Fail(known != nullptr ? known->Number() : SerialErrorDevice, error.what());
   told->TellEnded();
 }
 
 void Pelco::OpenPort(std::int32_t portNumber) {
-  PortName_ = "COM" + Text(portNumber);
+  Subject_.Address = "COM" + Text(portNumber);
   Pool_ = ThreadSerialPortPool();
   Port_ = Pool_->Acquire(portNumber);
   if (!Port_) Raise(ErrorObjectNotSet);
@@ -220,7 +220,7 @@ void Pelco::GiveBackQuietly() {
   try {
     GiveBackPort();
   } catch (const std::exception& error) {
-    LogMessage(std::string("The serial port could not be given back. ") + error.what());
+    LogMessage(std::string("The serial port could not be given back. ") + error.what(), LogLevel::Warning);
   }
 }
 
@@ -351,7 +351,7 @@ void Pelco::Output(const Frame& frame) {
   if (bytes.empty())
     write();
   else
-    TellLine(Teller_, ExchangeLink::Serial, PortName_, bytes, write);
+    TellLine(Teller_, ExchangeLink::Serial, Subject_.Address, bytes, write);
 }
 
 }  // namespace ptzd

@@ -6,7 +6,6 @@
 #include <exception>
 #include <memory>
 #include <span>
-#include <string>
 
 #include "drivers/kit/ContinuousDriver.h"
 #include "drivers/kit/Driver.h"
@@ -78,7 +77,6 @@ class Pelco final : public Driver, public ContinuousDriver, public DescribedOpti
 
   std::shared_ptr<SerialPortPool> Pool_;
   std::shared_ptr<SerialPort> Port_;
-  std::string PortName_;   // "COM1"
   bool Acquired_ = false;  // a port that was given back may be kept all the same
   std::int32_t Protocol_ = 0;
   std::int32_t MoveInterval_ = 0;  // milliseconds

@@ -77,7 +77,7 @@ std::optional<std::string> Quorvane::LookUpFeed(const std::string& feed) {
   // A whole URL as the path: the address stands in the request twice, on purpose. It hardly ever succeeds.
   const auto list = Fetch(Url(FeedListPath));
   if (list.Failure) {
-    LogMessage("Request failed. " + list.Failure->Description());
+    LogMessage("Request failed. " + list.Failure->Description(), LogLevel::Error);
     return std::nullopt;
   }
   XmlDocument document;
@@ -121,6 +121,7 @@ bool Quorvane::GoTo(HeadPosition target) {
 }
 
 std::vector<PTZNamedPreset> Quorvane::GetNamedPresets() {
+  const LogScope scope(Subject_);
   std::string path(PresetsPath);
   if (!FeedID_.empty()) path.append(FeedParameter).append(FeedID_);  // as it stands, unlike in a command
   LogMessage("Requesting " + path);

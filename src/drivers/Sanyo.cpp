@@ -181,6 +181,7 @@ void Sanyo::KeepAlive() {
 
 /// What is no text: the session's page, of which nothing is wanted, and the position.
 Bytes Sanyo::FetchBytes(std::string_view path) {
+  const LogScope scope(Subject_);
   LogMessage("Sending: " + Url(path));
   auto reply = Get(path);
   LogMessage("Received: " + Text(ToInt32(static_cast<double>(reply.size()))) + " bytes");

@@ -359,12 +359,13 @@ void Sony::SendVisca(const std::string& command) {
 void Sony::SendCGI(const std::string& body) { SendAsync(ControlPath, body); }
 
 void Sony::SendAsync(const std::string& path, const std::string& body) {
+  const LogScope scope(Subject_);
   const auto url = Url(path);
   LogMessage("Requesting " + url + ", " + body);
   try {
     Client_.GetResourceAsync(url, "", body);
   } catch (const Error& error) {
-    LogMessage("Request failed. " + error.Description());
+    LogMessage("Request failed. " + error.Description(), LogLevel::Error);
   }
 }
 

@@ -185,6 +185,7 @@ bool Vivotek::GoTo(HeadPosition target) {
 }
 
 bool Vivotek::Zoom(Zooms zoomLevel) {
+  const LogScope scope(Subject_);
   if (Connected_) LogMessage("Zooming " + Text(static_cast<std::int32_t>(zoomLevel)));
   return HTTPDriver::Zoom(zoomLevel);
 }

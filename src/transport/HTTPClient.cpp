@@ -25,7 +25,7 @@ constexpr std::size_t HeaderBufferSize = 2048;
 constexpr std::size_t LastResponseSize = 1024;
 
 void TellFailure(const Error& error, OpenExchange* told, std::uint32_t systemError) {
-  LogMessage("Request error " + Text(error.Number()) + ", " + error.Description());
+  LogMessage("Request error " + Text(error.Number()) + ", " + error.Description(), LogLevel::Error);
   if (told == nullptr) return;
   told->Fail(error.Number(), error.Description() + ReasonOf(systemError));
   told->TellEnded();
@@ -119,7 +119,7 @@ void HTTPClient::Open(Handles& handles, InternetHandle session, const Target& ta
   handles.Connection = Internet_.Connect(session, url.HostName, url.Port, target.UserName, target.Password,
                                          url.SchemeNumber, target.AuthFlag | asyncFlag, context);
   if (handles.Connection == 0) Fail(HTTPErrorNoSession, "Failed to initialise the HTTP session");
-  LogMessage("Got session handle: " + std::to_string(handles.Connection));
+  LogStep("Got session handle: " + std::to_string(handles.Connection));
   if (asyncFlag != 0) Internet_.SetStatusCallback(handles.Connection, HttpStatusCallback);
 
   if (target.Clean)
@@ -127,7 +127,7 @@ void HTTPClient::Open(Handles& handles, InternetHandle session, const Target& ta
         handles.Connection, postData.empty() ? "GET" : "POST", url.UrlPath + url.ExtraInfo,
         target.AuthFlag | InternetFlagReload | InternetFlagNoCacheWrite | asyncFlag, context);
   if (handles.Request == 0) Fail(HTTPErrorNoRequest, "Failed to initialise the HTTP request");
-  LogMessage("Got request handle: " + std::to_string(handles.Request));
+  LogStep("Got request handle: " + std::to_string(handles.Request));
 }
 
 std::unique_ptr<OpenExchange> HTTPClient::Begin(bool awaited, const std::string& address,
@@ -151,14 +151,14 @@ void HTTPClient::Perform(const std::string& address, const std::string& sendHead
     handles.Told = told.get();
     const auto target = Aim(address, sendHeaders);
     if (told) told->Told().Where = target.Where();
-    LogMessage("Getting request handles");
+    LogStep("Getting request handles");
     Open(handles, SyncSession_, target, postData, 0, 0);
     if (!Internet_.SendRequest(handles.Request, sendHeaders, EncodeText(postData, AnsiCodePage()))) {
       systemError = Internet_.LastError();
       if (systemError == SystemErrorOffline) Fail(HTTPErrorNoRequest, "Windows is in offline mode.");
       Fail(HTTPErrorNoServer, "Failed to connect to the HTTP server.");
     }
-    LogMessage("Sent request");
+    LogStep("Sent request");
     if (told) told->TakeHeaders(HeaderBlock(Internet_, handles.Request));
     if (const auto length = Internet_.QueryContentLength(handles.Request))
       handles.ContentLength = static_cast<std::int64_t>(std::min<std::uint64_t>(*length, INT64_MAX));
@@ -182,14 +182,14 @@ Bytes HTTPClient::GetResource(const std::string& address, const std::string& sen
     if (BodyFollows() && received < handles.ContentLength)
       Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
   });
-  LogMessage("Got all data");
+  LogStep("Got all data");
   return std::get<Bytes>(std::move(body));
 }
 
 void HTTPClient::ReceiveBody(Handles& handles, Clock::TimePoint deadline, Variant& body) const {
   std::uint32_t available = 0;
   // Shows the bytes available, still none, where one would look for the length.
-  LogMessage(std::to_string(available) + "  content length");
+  LogStep(std::to_string(available) + "  content length");
   while (true) {
     if (!Internet_.QueryDataAvailable(handles.Request, available))
       Fail(HTTPErrorBrokenOff, "InternetQueryDataAvailable returned failure");
@@ -209,13 +209,13 @@ void HTTPClient::ReceiveBody(Handles& handles, Clock::TimePoint deadline, Varian
       Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
     error = Internet_.LastError();
     if (error != SystemErrorNone) Fail(HTTPErrorBrokenOff, "GetLastError returned " + std::to_string(error));
-    LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
+    LogStep("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
     chunk.resize(length);
     if (handles.Told != nullptr) handles.Told->TakeBody(chunk);
     AppendBytes(body, std::move(chunk));
     ReportProgress(static_cast<std::int64_t>(std::get<Bytes>(body).size()), handles);
   }
-  LogMessage("Got data (0)");  // a total that nothing ever sets
+  LogStep("Got data (0)");  // a total that nothing ever sets
 }
 
 void HTTPClient::ReportProgress(std::int64_t received, const Handles& handles) const {
@@ -281,9 +281,11 @@ void HTTPClient::GetResourceAsync(const std::string& address, const std::string&
     Handles handles(Internet_);
     const auto target = Aim(address, sendHeaders);
     if (told) told->Told().Where = target.Where();
-    LogMessage("Getting request handles");
+    LogStep("Getting request handles");
     auto& underWay = AsyncHandles();
     context = static_cast<std::uintptr_t>(underWay.NextContext());
+    if (const auto* subject = CurrentLogSubject(); subject != nullptr && LogLinesAreTaken())
+      underWay.KeepSubject(context, *subject);
     Open(handles, AsyncSession_, target, postData, InternetFlagAsync, context);
 
     std::span<const std::uint8_t> body;
@@ -300,14 +302,14 @@ void HTTPClient::GetResourceAsync(const std::string& address, const std::string&
     }
     // From here on the handles belong to the status callback, which may have closed them already.
     handles.Request = handles.Connection = 0;
-    LogMessage("Sent request on thread " + CurrentThreadText());
+    LogStep("Sent request on thread " + CurrentThreadText());
   } catch (const Error& error) {
     if (!told) told = AsyncHandles().TakeExchange(context);
     AsyncHandles().Remove(context);
     TellFailure(error, told.get(), systemError);
     throw;
   }
-  LogMessage("Request closed");
+  LogStep("Request closed");
 }
 
 void AppendBytes(Variant& first, const Variant& second) {

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <system_error>
 
-#include <ptzd/Logging.h>
 #include "transport/HTTPHandles.h"
 
 namespace ptzd {
@@ -37,7 +36,7 @@ void HTTPClient::DownloadResource(const std::string& address, const std::string&
       std::uint32_t length = 0;
       if (!Internet_.Read(handles.Request, chunk, length))
         Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
-      LogMessage("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
+      LogStep("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
       if (handles.Told != nullptr) handles.Told->TakeBody(std::span(chunk).first(length));
       file.write(reinterpret_cast<const char*>(chunk.data()), length);
       checkFile();
@@ -45,13 +44,13 @@ void HTTPClient::DownloadResource(const std::string& address, const std::string&
       size = std::max(size, written);
       ReportProgress(size, handles);
     }
-    LogMessage("Got data (0)");
+    LogStep("Got data (0)");
     file.flush();
     checkFile();
     CaptureHeaders(handles.Request);
     if (BodyFollows() && size < handles.ContentLength) Fail(HTTPErrorBrokenOff, "Download file truncated");
   });
-  LogMessage("Got all data");
+  LogStep("Got all data");
 }
 
 }  // namespace ptzd

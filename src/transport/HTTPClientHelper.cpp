@@ -5,7 +5,6 @@
 #include <thread>
 #include <utility>
 
-#include <ptzd/Logging.h>
 #include "transport/HTTPHandles.h"
 
 namespace ptzd {
@@ -58,6 +57,17 @@ std::unique_ptr<OpenExchange> AsyncHandleCollection::TakeExchange(std::uintptr_t
   const std::lock_guard lock(Mutex_);
   const auto entry = Entries_.find(context);
   return entry == Entries_.end() ? nullptr : std::exchange(entry->second.Exchange, nullptr);
+}
+
+void AsyncHandleCollection::KeepSubject(std::uintptr_t context, const LogSubject& subject) {
+  const std::lock_guard lock(Mutex_);
+  Entries_[context].Subject = subject;
+}
+
+LogSubject AsyncHandleCollection::SubjectOf(std::uintptr_t context) const {
+  const std::lock_guard lock(Mutex_);
+  const auto entry = Entries_.find(context);
+  return entry == Entries_.end() ? LogSubject{} : entry->second.Subject;
 }
 
 std::optional<InternetHandle> AsyncHandleCollection::Remove(std::uintptr_t context) {
@@ -116,20 +126,23 @@ std::string CurrentThreadText() {
 
 void HttpStatusCallback(Internet& internet, InternetHandle handle, std::uintptr_t context,
                         std::uint32_t status) {
-  LogMessage("Thread: " + CurrentThreadText() + ", Handle: " + std::to_string(handle) +
-             ", Context: " + std::to_string(context) + ", Status: " + std::to_string(status));
+  const auto subject = LogLinesAreTaken() ? AsyncHandles().SubjectOf(context) : LogSubject{};
+  std::optional<LogScope> scope;
+  if (!subject.DriverClass.empty()) scope.emplace(subject);
+  LogStep("Thread: " + CurrentThreadText() + ", Handle: " + std::to_string(handle) +
+          ", Context: " + std::to_string(context) + ", Status: " + std::to_string(status));
   auto& handles = AsyncHandles();
-  if (!CollectionCreated.exchange(true)) LogMessage("Creating collection");
+  if (!CollectionCreated.exchange(true)) LogStep("Creating collection");
 
   if (status == InternetStatusHandleCreated) {
-    LogMessage("Session handle created");
+    LogStep("Session handle created");
     handles.Add(context, handle);
   } else if (status == InternetStatusRequestComplete) {
     if (const auto told = handles.TakeExchange(context)) TellOutcome(internet, handle, *told);
-    LogMessage("Request complete, closing handles");
-    LogMessage("Closed request handle " + std::to_string(internet.CloseHandle(handle)));
+    LogStep("Request complete, closing handles");
+    LogStep("Closed request handle " + std::to_string(internet.CloseHandle(handle)));
     if (const auto connection = handles.Remove(context))
-      LogMessage("Closed session handle " + std::to_string(internet.CloseHandle(*connection)));
+      LogStep("Closed session handle " + std::to_string(internet.CloseHandle(*connection)));
   }
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include <ptzd/Variant.h>
+#include "common/LogScope.h"
 #include "platform/Internet.h"
 #include "transport/Teller.h"
 
@@ -32,6 +33,9 @@ class AsyncHandleCollection {
   void KeepExchange(std::uintptr_t context, std::unique_ptr<OpenExchange> exchange);
   /// Null where none is kept. Whoever takes it tells its end.
   std::unique_ptr<OpenExchange> TakeExchange(std::uintptr_t context);
+  /// What the request's later log lines are about.
+  void KeepSubject(std::uintptr_t context, const LogSubject& subject);
+  LogSubject SubjectOf(std::uintptr_t context) const;
   /// Removes the context and returns its connection; nothing where it is not there.
   std::optional<InternetHandle> Remove(std::uintptr_t context);
   std::size_t Count() const;
@@ -41,6 +45,7 @@ class AsyncHandleCollection {
     InternetHandle Connection = 0;
     Bytes Body;
     std::unique_ptr<OpenExchange> Exchange;
+    LogSubject Subject;
   };
 
   mutable std::mutex Mutex_;

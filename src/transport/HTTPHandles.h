@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <ptzd/Error.h>
+#include <ptzd/Logging.h>
 #include "transport/HTTPClient.h"
 
 namespace ptzd {
@@ -18,6 +20,8 @@ enum HTTPError : std::int32_t {
   HTTPErrorBrokenOff = 13106,
   HTTPErrorCancelled = 13107,
 };
+
+inline void LogStep(std::string_view text) { LogMessage(text, LogLevel::Debug); }
 
 /// Errors of the client name no source.
 [[noreturn]] inline void Fail(std::int32_t number, std::string description) {

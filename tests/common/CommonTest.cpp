@@ -89,10 +89,17 @@ TEST(Logging, MasksCredentialsOnTheWayToTheSink) {
 
   std::string seen;
   SetLogSink([&](std::string_view message) { seen += message; });
+  std::string lines;
+  SetLogLineSink([&](const LogLine& line) {
+    ((lines += NameOf(line.Level)).append(" ").append(line.Text) += ' ').append(line.DriverClass) += '|';
+  });
   LogMessage("http://u:p@h");
   SetLogSink({});
+  LogMessage("only a line", LogLevel::Error);
+  SetLogLineSink({});
   LogMessage("dropped");
   EXPECT_EQ(seen, "http://***@h");
+  EXPECT_EQ(lines, "info http://***@h |error only a line |");
 }
 
 }  // namespace

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <ranges>
 
+#include <ptzd/Logging.h>
 #include <ptzd/PropertyBag.h>
 #include <ptzd/SerialPortPool.h>
 #include "contract/Subject.h"
@@ -307,13 +309,23 @@ bool Lists(const nlohmann::json& state, const std::string& preset) {
          std::ranges::any_of(state, [&](const auto& part) { return Lists(part, preset); });
 }
 
-TEST_P(EveryMake, TellsEachRequest) {
-  Clock.Messages = 1;
+TEST_P(EveryMake, TellsEachRequestAndItself) {
+  std::mutex mutex;  // lines come from the thread that sends what nobody waits for, too
+  std::string strangers;
+  const std::string address = GetParam().Class == std::string("Pelco") ? "COM1" : Camera->Addresses()[0];
+  SetLogLineSink([&](const LogLine& line) {
+    const std::lock_guard lock(mutex);
+    if (line.DriverClass != Class->ProgID || line.Address != address)
+      strangers.append(line.Text).append("\n");
+  });
   Driver.Device->MoveTo(20, -10);
   if (Driver.Continuous != nullptr) Driver.Continuous->StopContinuous();
   Driver.Device->Pan();
+  if (Driver.NamedPresets != nullptr) Driver.NamedPresets->GetNamedPresets();
   Driver = {};
-  ASSERT_TRUE(Sends.WaitForClosed(Sends.Sent()));
+  EXPECT_TRUE(Sends.WaitForClosed(Sends.Sent()));
+  SetLogLineSink({});
+  EXPECT_EQ(strangers, "") << "lines that do not say what driver they are about";
   std::vector<std::string> told, logged;
   for (const auto& exchange : Told->Ends()) {
     EXPECT_EQ(exchange.DriverClass, Class->ProgID);

@@ -24,6 +24,7 @@ std::uint64_t NextDriverObject() {
 Driver::Driver(const DriverData& data, const Platform& platform)
     : Data_(data),
       Platform_(platform),
+      Subject_{data.Class, {}},
       Teller_(platform.exchanges, data.Class, NextDriverObject()),
       PositionAge_(data.PositionLifetime) {}
 
@@ -34,7 +35,8 @@ bool Driver::Connect(std::span<const std::uint8_t> options) {
   HasOptions_ = true;
   Options_ = {};
   Options_.Contents(options);
-  MaskLogin();
+  TakeAddress();
+  const LogScope scope(Subject_);
   ReadOptions();
   const bool needsAddress = std::ranges::find(Data_.Options, &AddressOption) != Data_.Options.end();
   if (needsAddress && AddressOption.In(Options_).empty()) {
@@ -44,15 +46,20 @@ bool Driver::Connect(std::span<const std::uint8_t> options) {
   return Connected_ = Open();
 }
 
-void Driver::MaskLogin() {
+void Driver::TakeAddress() {
+  std::string address;
   try {
-    Logins_.Set(LoginsOf(AddressOption.In(Options_)));
+    address = AddressOption.In(Options_);
   } catch (const Error&) {
-    Logins_.Set({});  // no text, so without a login; who needs the address raises that
+    // No text, so without a login; who needs the address raises that.
   }
+  auto logins = LoginsOf(address);
+  Subject_.Address = logins.empty() ? address : address.substr(address.rfind('@') + 1);
+  Logins_.Set(std::move(logins));
 }
 
 Variant Driver::DeviceDisconnect() {
+  const LogScope scope(Subject_);
   Release();
   Connected_ = false;
   return Data_.DisconnectAnswersTrue ? Variant(true) : Variant();
@@ -185,6 +192,7 @@ Driver::TellingAxes Driver::AskPosition() {
 }
 
 void Driver::ReadPosition() {
+  const LogScope scope(Subject_);
   PositionAge_.Asked();
   // From the end of the wait: a camera that is away is not waited for again at once.
   try {

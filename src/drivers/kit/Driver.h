@@ -9,6 +9,7 @@
 #include <string>
 
 #include "common/Credentials.h"
+#include "common/LogScope.h"
 #include "drivers/kit/DeviceBridge.h"
 #include "drivers/kit/HeadPosition.h"
 #include "drivers/kit/LastMotion.h"
@@ -111,6 +112,7 @@ class Driver : public PTZDeviceBridge {
   template <typename Work>
   bool Ruled(MemberRule rule, const Work& work) {
     if (rule == MemberRule::Nothing || (NeedsConnection(rule) && !Connected_)) return false;
+    const LogScope scope(Subject_);
     const bool taken = work();
     if (rule == MemberRule::Succeeds || rule == MemberRule::SucceedsIfConnected) return true;
     return (rule == MemberRule::Outcome || rule == MemberRule::OutcomeIfConnected) && taken;
@@ -120,6 +122,8 @@ class Driver : public PTZDeviceBridge {
 
   const DriverData& Data_;
   const Platform Platform_;
+  /// What it logs is about; members that log before any of the base's are called say so by a `LogScope`.
+  LogSubject Subject_;
   const Teller Teller_;  ///< whatever goes to the camera is told by it
   PropertyBag Options_;
   bool HasOptions_ = false;  ///< `Connect` was called, whatever came of it
@@ -131,7 +135,7 @@ class Driver : public PTZDeviceBridge {
   LastMotion<std::string> LastMove_, LastZoom_;
 
  private:
-  void MaskLogin();
+  void TakeAddress();
   static bool NeedsConnection(MemberRule rule);
 
   MaskedLogins Logins_;  // of the address, in every message until the next `Connect`

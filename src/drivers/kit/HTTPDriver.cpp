@@ -22,7 +22,9 @@ HTTPStatus StatusOf(const HTTPClient& client) {
   return {.Line = std::move(line), .Code = status.substr(0, status.find(' ')), .Text = status};
 }
 
-void LogPositionNotRead(const Error& error) { LogMessage("Position not read. " + error.Description()); }
+void LogPositionNotRead(const Error& error) {
+  LogMessage("Position not read. " + error.Description(), LogLevel::Warning);
+}
 
 void AppendParameter(std::string& parameters, std::string_view parameter) {
   if (!parameters.empty()) parameters += '&';
@@ -38,6 +40,7 @@ std::string HTTPDriver::Url(std::string_view path) const {
 }
 
 HTTPReply HTTPDriver::Fetch(std::string_view path) {
+  const LogScope scope(Subject_);
   const auto announce = [this](std::string_view what) {
     if (!Style_.Announcement.empty()) LogMessage(std::string(Style_.Announcement).append(what));
   };
@@ -56,9 +59,15 @@ HTTPReply HTTPDriver::Fetch(std::string_view path) {
     return {.Text = std::move(text)};
   } catch (const Error& error) {
     if (!Style_.Failure.empty())
-      LogMessage(std::string(Style_.Failure) + (Style_.TellsWhy ? " " + error.Description() : ""));
+      LogMessage(std::string(Style_.Failure) + (Style_.TellsWhy ? " " + error.Description() : ""),
+                 LogLevel::Error);
     return {.Failure = error};
   }
+}
+
+Bytes HTTPDriver::Get(std::string_view path) {
+  const LogScope scope(Subject_);
+  return Client_.GetResource(Url(path), "", "");
 }
 
 std::optional<std::string> HTTPDriver::Request(std::string_view path) {

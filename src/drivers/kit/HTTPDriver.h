@@ -76,7 +76,7 @@ class HTTPDriver : public Driver {
   /// The same, judged: the reply's text, or nothing where there is none or the style does not accept it.
   std::optional<std::string> Request(std::string_view path);
   /// The reply as it came, whatever its status, unlogged. Raises what `HTTPClient::GetResource` raises.
-  Bytes Get(std::string_view path) { return Client_.GetResource(Url(path), "", ""); }
+  Bytes Get(std::string_view path);
   /// The status of the last of these.
   HTTPStatus Status() const { return StatusOf(Client_); }
 

@@ -32,8 +32,9 @@ std::vector<Announcement> ReadFile(const std::filesystem::path& path) {
     const auto sign = text.find('=');
     const auto progID = Trim(text.substr(0, sign));
     if (sign == std::string_view::npos || progID.empty() || text.find('\0') != std::string_view::npos) {
-      LogMessage(path.string() + ", line " + std::to_string(number) +
-                 ": not \"ProgID = display name\", skipped");
+      LogMessage(
+          path.string() + ", line " + std::to_string(number) + ": not \"ProgID = display name\", skipped",
+          LogLevel::Warning);
       continue;
     }
     announcements.push_back({std::string(progID), std::string(Trim(text.substr(sign + 1)))});

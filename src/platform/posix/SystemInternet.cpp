@@ -205,7 +205,7 @@ class Request final : public Node {
     try {
       return &AsyncWorker::Instance();
     } catch (const std::exception& error) {
-      LogMessage(std::string("Asynchronous requests cannot be sent: ") + error.what());
+      LogMessage(std::string("Asynchronous requests cannot be sent: ") + error.what(), LogLevel::Error);
       return nullptr;
     }
   }

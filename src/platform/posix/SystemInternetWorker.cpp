@@ -219,7 +219,7 @@ void AsyncWorker::Start(const SessionPointer& session) {
   try {
     if (const auto error = PutOnWire(request); error != SystemErrorNone) End(request, error);
   } catch (const std::exception& error) {
-    LogMessage(std::string("Asynchronous request failed, ") + error.what());
+    LogMessage(std::string("Asynchronous request failed, ") + error.what(), LogLevel::Error);
     End(request, ErrorOutOfMemory);
   }
   Serve(session);

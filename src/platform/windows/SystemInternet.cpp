@@ -557,7 +557,9 @@ class WindowsInternet final : public Internet {
       case INTERNET_STATUS_REQUEST_COMPLETE: {
         const auto* result = static_cast<const INTERNET_ASYNC_RESULT*>(information);
         const bool failed = result != nullptr && result->dwResult == 0;
-        if (failed) LogMessage("Asynchronous request failed, error " + std::to_string(result->dwError));
+        if (failed)
+          LogMessage("Asynchronous request failed, error " + std::to_string(result->dwError),
+                     LogLevel::Error);
         Complete(request, failed ? Outcome{false, result->dwError}.Reason() : ERROR_SUCCESS);
         break;
       }
