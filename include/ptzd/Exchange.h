@@ -34,6 +34,7 @@ struct Exchange {
 
   std::int32_t ErrorNumber = 0;  ///< why it failed; 0 where it did not, whatever the status says
   std::string ErrorText;
+  bool HadConnection = true;  ///< else nothing of it can have arrived
 
   std::chrono::system_clock::time_point When;
   std::chrono::nanoseconds Took{};  ///< until its end was known; 0 at its beginning

@@ -67,7 +67,7 @@ bool IsLinkFailure(const Exchange& exchange) {
 
 bool MayHaveTaken(const MemberCall& call) {
   return call.Unanswered || std::ranges::any_of(call.Exchanges, [](const Exchange& exchange) {
-           return exchange.ErrorNumber != 0 || !IsRefusal(exchange);
+           return exchange.ErrorNumber != 0 ? exchange.HadConnection : !IsRefusal(exchange);
          });
 }
 

@@ -22,6 +22,7 @@ void TellOutcome(Internet& internet, InternetHandle request, OpenExchange& told)
     told.Fail(HTTPErrorCancelled, "The request was given up before it was answered.");
   else
     told.Fail(HTTPErrorNoServer, "The HTTP server did not answer." + ReasonOf(error));
+  told.Told().HadConnection = HasConnection(error);
   told.TellEnded();
 }
 
@@ -118,6 +119,10 @@ std::string ReasonOf(std::uint32_t systemError) {
     default:
       return " The system's error is " + std::to_string(systemError) + ".";
   }
+}
+
+bool HasConnection(std::uint32_t systemError) {
+  return systemError != SystemErrorNameNotResolved && systemError != SystemErrorCannotConnect;
 }
 
 std::string CurrentThreadText() {

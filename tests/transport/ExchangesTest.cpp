@@ -71,6 +71,7 @@ TEST_F(ExchangesTest, TellWhatCameOfARequest) {
     EXPECT_EQ(told.DriverClass, "QVPTZ.Test");
     EXPECT_EQ(told.DriverObject, 7U);
     EXPECT_TRUE(told.Awaited);
+    EXPECT_EQ(told.HadConnection, std::string(fault) != "refuse");
     if (told.ReplySize >= Camera::Body.size()) {
       EXPECT_EQ(told.ReplyBeginning, Camera::Body.substr(0, Exchange::MaxBeginning));
     }
@@ -80,6 +81,7 @@ TEST_F(ExchangesTest, TellWhatCameOfARequest) {
       ASSERT_TRUE(Told_->WaitForEnds(++count));
       const auto end = Told_->Ends().back();
       EXPECT_EQ(Outcome(end), async);
+      EXPECT_EQ(end.HadConnection, std::string(fault) != "refuse");
       EXPECT_FALSE(end.Awaited);
       EXPECT_EQ(end.Number, Told_->Beginnings().back().Number);
       EXPECT_GT(end.Number, told.Number);

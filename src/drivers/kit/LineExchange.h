@@ -21,13 +21,17 @@ std::int32_t TellLine(const Teller& teller, ExchangeLink link, const std::string
   if (!told) return act();
   told->Told().Where = where;
   told->Told().Sent.assign(bytes.begin(), bytes.end());
+  const auto fail = [&](std::int32_t number, const std::string& text) {
+    told->Fail(number, text);
+    told->Told().HadConnection = !bytes.empty();
+  };
   try {
     const std::int32_t error = act();
-    if (error != 0) told->Fail(error, SocketErrorText(error));
+    if (error != 0) fail(error, SocketErrorText(error));
     told->TellEnded();
     return error;
   } catch (const Error& error) {
-    told->Fail(error.Number(), error.Description());
+    fail(error.Number(), error.Description());
     told->TellEnded();
     throw;
   }
