@@ -23,10 +23,11 @@ std::string StatusText(const Exchange& exchange) {
   return std::to_string(exchange.StatusCode) + (exchange.Reason.empty() ? "" : " " + exchange.Reason);
 }
 
-/// Which of several failures says most: that nothing answers, then a demand for a login, then any refusal.
+/// Which of several failures says most: that nothing answers, then a demand for a login, then what went wrong
+/// on the way, then any refusal.
 const Exchange* Worst(const std::vector<Exchange>& exchanges) {
   for (const auto& fails :
-       {+[](const Exchange& e) { return e.ErrorNumber != 0; }, &IsLoginRefusal, &IsRefusal})
+       {&IsLinkFailure, &IsLoginRefusal, +[](const Exchange& e) { return e.ErrorNumber != 0; }, &IsRefusal})
     if (const auto found = std::ranges::find_if(exchanges, fails); found != exchanges.end()) return &*found;
   return nullptr;
 }
