@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "common/Concatenation.h"
 #include "common/Numbers.h"
 #include "drivers/kit/CommandTable.h"
 #include "drivers/kit/Options.h"
@@ -13,8 +14,8 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* ControlPath = "/cgi-bin/ctrl";
-constexpr const char* SavePresetPath = "/cgi-bin/pmem?";
+constexpr std::string_view ControlPath = "/cgi-bin/ctrl";
+constexpr std::string_view SavePresetPath = "/cgi-bin/pmem?";
 
 constexpr RequestStyle Style{
     .TellsWhy = false,

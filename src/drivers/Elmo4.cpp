@@ -10,9 +10,9 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* PanKey = "c_span";
-constexpr const char* TiltKey = "c_tilt";
-constexpr const char* ZoomKey = "c_zoom";
+constexpr std::string_view PanKey = "c_span";
+constexpr std::string_view TiltKey = "c_tilt";
+constexpr std::string_view ZoomKey = "c_zoom";
 
 // Camera units of zoom.
 constexpr double ZoomScale = 432;  // to one unit of the interface
@@ -49,8 +49,8 @@ bool Elmo4::Accepts(std::string_view reply) const { return reply.find("Return:0"
 
 /// Only what changes is sent.
 std::vector<std::string> Elmo4::MoveCommands(const HeadPosition& target) const {
-  const auto command = [](const char* key, const std::string& value) {
-    return std::string(key) + "=" + value;
+  const auto command = [](std::string_view key, std::string_view value) {
+    return std::string(key).append("=").append(value);
   };
   std::vector<std::string> commands;
   if (target.Pan != Current_.Pan) commands.push_back(command(PanKey, Text(target.Pan)));

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "common/Concatenation.h"
 #include "common/Numbers.h"
 #include "drivers/kit/TimedMove.h"
 #include "transport/HTTP.h"
@@ -16,7 +17,7 @@ namespace {
 constexpr std::string_view StopCommand = "ptzStopRun";
 
 // A numbered preset is a named one: the host product's name and the number, from 1.
-constexpr const char* PresetName = "name=Quorvane%20preset%20";
+constexpr std::string_view PresetName = "name=Quorvane%20preset%20";
 std::string PresetParameter(std::int32_t preset) { return PresetName + Text(ToInt32(preset + 1.0)); }
 
 constexpr std::int32_t DefaultMoveInterval = 50;  // milliseconds

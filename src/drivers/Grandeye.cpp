@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include <ptzd/Error.h>
+#include "common/Concatenation.h"
 #include "common/Numbers.h"
 #include "drivers/kit/Options.h"
 #include "platform/LetterCase.h"
@@ -18,12 +19,12 @@ namespace {
 
 constexpr std::string_view ControlPath = "/com/ptz.cgi?";
 constexpr std::string_view ChannelParameter = "camera=";
-constexpr const char* QueryPath = "/getparam.cgi?";
+constexpr std::string_view QueryPath = "/getparam.cgi?";
 
 // What a query names and its reply tells, with the view's number behind.
-constexpr const char* PanName = "vcamapan";
-constexpr const char* TiltName = "vcamatilt";
-constexpr const char* ZoomName = "vcamazoom";
+constexpr std::string_view PanName = "vcamapan";
+constexpr std::string_view TiltName = "vcamatilt";
+constexpr std::string_view ZoomName = "vcamazoom";
 
 // Inverted on purpose: the camera's zoom is the width of its picture.
 constexpr std::string_view ZoomInCommand = "rzoom=-250", ZoomOutCommand = "rzoom=250";

@@ -20,8 +20,8 @@ constexpr std::string_view ControlPage = "control";
 constexpr std::string_view PresetPage = "ptzpreset";
 constexpr std::string_view CameraPage = "camera";
 
-constexpr const char* StopMoveCommand = "stop=1";
-constexpr const char* StopZoomCommand = "zoom_stop=1";
+constexpr std::string_view StopMoveCommand = "stop=1";
+constexpr std::string_view StopZoomCommand = "zoom_stop=1";
 
 constexpr std::int32_t Ahead = 180;                 // the camera's pan where ours is 0, degrees
 constexpr double ZoomFactors = 4, WidestZoom = 1;   // of the camera: per zoom unit, and where ours is 0
@@ -117,13 +117,14 @@ bool MeritLilin::GoToPreset(std::int32_t preset) {
 
 void MeritLilin::ContinuousMove(float pan, float tilt) {
   const bool isStop = pan == 0 && tilt == 0;
-  SendContinuous(isStop ? StopMoveCommand : "rpan=" + TurnSpeedText(pan) + "&rtilt=" + TurnSpeedText(tilt),
-                 isStop, LastMove_);
+  SendContinuous(
+      isStop ? std::string(StopMoveCommand) : "rpan=" + TurnSpeedText(pan) + "&rtilt=" + TurnSpeedText(tilt),
+      isStop, LastMove_);
 }
 
 void MeritLilin::ContinuousZoom(float amount) {
   const bool isStop = amount == 0;
-  SendContinuous(isStop ? StopZoomCommand : "rzoom=" + ZoomSpeedText(amount), isStop, LastZoom_);
+  SendContinuous(isStop ? std::string(StopZoomCommand) : "rzoom=" + ZoomSpeedText(amount), isStop, LastZoom_);
 }
 
 void MeritLilin::SendContinuous(const std::string& parameters, bool isStop, LastMotion<std::string>& last) {

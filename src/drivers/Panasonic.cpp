@@ -27,9 +27,9 @@ constexpr RequestStyle Style{
     .AcceptsStatus = [](std::string_view code) { return code == "200"; },
 };
 
-constexpr const char* ModelPath = "/Get?Func=Model&Kind=1";
-constexpr const char* PanPath = "/Get?Func=Pan&Kind=1";
-constexpr const char* TiltPath = "/Get?Func=Tilt&Kind=1";
+constexpr std::string_view ModelPath = "/Get?Func=Model&Kind=1";
+constexpr std::string_view PanPath = "/Get?Func=Pan&Kind=1";
+constexpr std::string_view TiltPath = "/Get?Func=Tilt&Kind=1";
 
 constexpr float LastWithoutAngles = 1.22F;  // firmware
 constexpr std::int32_t CeilingTop = 90;     // degrees of tilt that a camera of setup type 0 reaches

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "common/Angles.h"
+#include "common/Concatenation.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
 #include "transport/Split2DModule.h"
@@ -15,14 +16,14 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* MovePage = "/ptz/ptz.cgi";
-constexpr const char* PositionPage = "/ptz/listptz.cgi";
-constexpr const char* SavePage = "/presets/setpreset.cgi";
-constexpr const char* RecallPage = "/presets/gotopreset.cgi";
-constexpr const char* ProbePath = "/admin/listcamparam.cgi";
+constexpr std::string_view MovePage = "/ptz/ptz.cgi";
+constexpr std::string_view PositionPage = "/ptz/listptz.cgi";
+constexpr std::string_view SavePage = "/presets/setpreset.cgi";
+constexpr std::string_view RecallPage = "/presets/gotopreset.cgi";
+constexpr std::string_view ProbePath = "/admin/listcamparam.cgi";
 
 // The first blank is plain and the second encoded, on purpose.
-constexpr const char* PresetName = "Quorvane preset%20";
+constexpr std::string_view PresetName = "Quorvane preset%20";
 
 constexpr std::string_view PageStart = "<html><body>", PageEnd = "</body></html>";
 constexpr std::string_view Obeyed = "PTZ OK";
@@ -125,7 +126,7 @@ bool Panogenics::SendCommand(const std::string& parameters) {
   return !LinkViews_ || RequestView(MovePage, View_ + TwinDistance, parameters) == Obeyed;
 }
 
-std::optional<std::string> Panogenics::RequestView(const std::string& page, std::int32_t view,
+std::optional<std::string> Panogenics::RequestView(std::string_view page, std::int32_t view,
                                                    const std::string& parameters) {
   const auto reply = Request(page + "?view=" + Text(view) + parameters);
   if (!reply) return std::nullopt;

@@ -41,7 +41,7 @@ class Panogenics final : public WithZoom<HTTPDriver>, public DescribedOptions {
   void QueryPosition() override;
 
   bool SendCommand(const std::string& parameters);
-  std::optional<std::string> RequestView(const std::string& page, std::int32_t view,
+  std::optional<std::string> RequestView(std::string_view page, std::int32_t view,
                                          const std::string& parameters = {});
 
   std::int32_t View_ = 1;

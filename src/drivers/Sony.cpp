@@ -9,6 +9,7 @@
 
 #include <ptzd/Error.h>
 #include <ptzd/Logging.h>
+#include "common/Concatenation.h"
 #include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
@@ -19,14 +20,14 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* SystemPath = "/command/inquiry.cgi?inq=system";
-constexpr const char* SysInfoPath = "/command/inquiry.cgi?inq=sysinfo";
-constexpr const char* PtzfPath = "/command/inquiry.cgi?inq=ptzf";
-constexpr const char* ViscaInquiryPath = "/command/visca-inquiry.cgi?visca=81090612ff";
-constexpr const char* ControlPath = "/command/ptzf.cgi";
+constexpr std::string_view SystemPath = "/command/inquiry.cgi?inq=system";
+constexpr std::string_view SysInfoPath = "/command/inquiry.cgi?inq=sysinfo";
+constexpr std::string_view PtzfPath = "/command/inquiry.cgi?inq=ptzf";
+constexpr std::string_view ViscaInquiryPath = "/command/visca-inquiry.cgi?visca=81090612ff";
+constexpr std::string_view ControlPath = "/command/ptzf.cgi";
 
 constexpr std::string_view NoViscaInquiry = "HTTP/1.1 404 Not Found";
-constexpr const char* NoInformation = "Unable to get the device information";
+constexpr std::string_view NoInformation = "Unable to get the device information";
 
 constexpr std::string_view TiltRangeKey = "TiltMovementRange";
 constexpr std::string_view PtzfTiltRangeKey = "TiltPanoramaRange";  // firmware that answers the ptzf inquiry
@@ -338,7 +339,7 @@ std::optional<Sony::Position> Sony::ViscaPosition(std::string_view reply) {
 }
 
 /// Raises 17001 where nothing answers and for another status than 200.
-std::string Sony::Inquire(const std::string& path) {
+std::string Sony::Inquire(std::string_view path) {
   auto reply = Request(path);
   if (!reply) Raise(PTZErrorConnectionFailed, NoInformation);
   if (const auto status = Status(); status.Code != "200")
@@ -358,7 +359,7 @@ void Sony::SendVisca(const std::string& command) {
 
 void Sony::SendCGI(const std::string& body) { SendAsync(ControlPath, body); }
 
-void Sony::SendAsync(const std::string& path, const std::string& body) {
+void Sony::SendAsync(std::string_view path, const std::string& body) {
   const LogScope scope(Subject_);
   const auto url = Url(path);
   LogMessage("Requesting " + url + ", " + body);

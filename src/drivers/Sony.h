@@ -95,11 +95,11 @@ class Sony final : public WithZoom<HTTPDriver>, public ContinuousDriver {
   void GoToUnits(HeadPosition target);
   void SendContinuous(const Speeds& speeds);
   void Store(const std::optional<Position>& position);
-  std::string Inquire(const std::string& path);
+  std::string Inquire(std::string_view path);
   std::string ViscaMove(std::int32_t pan, std::int32_t tilt) const;
   void SendVisca(const std::string& command);
   void SendCGI(const std::string& body);
-  void SendAsync(const std::string& path, const std::string& body);
+  void SendAsync(std::string_view path, const std::string& body);
 
   Head Head_;
   Speeds Continuous_;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "common/Concatenation.h"
 #include "common/Numbers.h"
 #include "drivers/kit/Options.h"
 #include "transport/Split2DModule.h"
@@ -13,9 +14,9 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* PositionPath = "/getcurrentptpointapi.htm";
-constexpr const char* MovePath = "/directmoveapi.cgi?cont_3=";
-constexpr const char* ReplyPage = "&ok=dummy.htm";
+constexpr std::string_view PositionPath = "/getcurrentptpointapi.htm";
+constexpr std::string_view MovePath = "/directmoveapi.cgi?cont_3=";
+constexpr std::string_view ReplyPage = "&ok=dummy.htm";
 
 constexpr RequestStyle Style{.TellsWhy = false};
 

@@ -3,6 +3,7 @@
 
 #include "drivers/Toshiba2.h"
 
+#include "common/Concatenation.h"
 #include "common/Numbers.h"
 #include "drivers/kit/CommandTable.h"
 #include "drivers/kit/Options.h"
@@ -12,12 +13,12 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* PositionPath = "/api/wbgetptzposition.cgi";
-constexpr const char* ZoomPath = "/api/wbsetzoom.cgi?type=Set&Zoom=";
-constexpr const char* StorePath =
+constexpr std::string_view PositionPath = "/api/wbgetptzposition.cgi";
+constexpr std::string_view ZoomPath = "/api/wbsetzoom.cgi?type=Set&Zoom=";
+constexpr std::string_view StorePath =
     "/api/wbsetptpreset.cgi?type=PresetNumber-64&PresetName=Quorvane&PanPosition=";
-constexpr const char* StoreTiltParameter = "&TiltPosition=";
-constexpr const char* RecallPath = "/api/wbpresetapi.cgi?cont_4=320";  // 256 and the preset's number
+constexpr std::string_view StoreTiltParameter = "&TiltPosition=";
+constexpr std::string_view RecallPath = "/api/wbpresetapi.cgi?cont_4=320";  // 256 and the preset's number
 
 constexpr RequestStyle Style{
     .TellsWhy = false,

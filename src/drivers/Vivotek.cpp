@@ -10,6 +10,7 @@
 
 #include <ptzd/Error.h>
 #include <ptzd/Logging.h>
+#include "common/Concatenation.h"
 #include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
@@ -22,19 +23,19 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* InformationPath = "/cgi-bin/sysinfo.cgi";
-constexpr const char* NewControlPath = "/cgi-bin/viewer/camctrl.cgi?channel=";
-constexpr const char* OldControlPath = "/cgi-bin/camctrl.cgi?cam=";
-constexpr const char* SavePath = "/cgi-bin/operator/preset.cgi?channel=";
-constexpr const char* RecallPath = "/cgi-bin/viewer/recall.cgi?channel=";
+constexpr std::string_view InformationPath = "/cgi-bin/sysinfo.cgi";
+constexpr std::string_view NewControlPath = "/cgi-bin/viewer/camctrl.cgi?channel=";
+constexpr std::string_view OldControlPath = "/cgi-bin/camctrl.cgi?cam=";
+constexpr std::string_view SavePath = "/cgi-bin/operator/preset.cgi?channel=";
+constexpr std::string_view RecallPath = "/cgi-bin/viewer/recall.cgi?channel=";
 
 // A numbered preset is a named one: the host product's name and the number.
-constexpr const char* NumberedPreset = "Quorvane%20preset%20";
+constexpr std::string_view NumberedPreset = "Quorvane%20preset%20";
 constexpr std::int32_t NumberedPresets = 128;
 
-constexpr const char* HomeCommand = "move=home";
-constexpr const char* StopMoveCommand = "vx=0&vy=0&vs=0";
-constexpr const char* StopZoomCommand = "zooming=wide&zs=0";
+constexpr std::string_view HomeCommand = "move=home";
+constexpr std::string_view StopMoveCommand = "vx=0&vy=0&vs=0";
+constexpr std::string_view StopZoomCommand = "zooming=wide&zs=0";
 
 // Pixels per degree in the pictures of the older generation.
 constexpr double PanPixels = 7.74;
@@ -231,14 +232,14 @@ std::vector<PTZNamedPreset> Vivotek::GetNamedPresets() {
 
 void Vivotek::ContinuousMove(float pan, float tilt) {
   const bool isStop = pan == 0 && tilt == 0;
-  const auto parameters = isStop ? StopMoveCommand
+  const auto parameters = isStop ? std::string(StopMoveCommand)
                                  : "vx=" + Text(pan) + "&vy=" + Text(tilt) +
                                        "&vs=" + SpeedText((std::abs(pan) + std::abs(tilt)) * MoveSpeedUnits);
   if (LastMove_.Replace(parameters, isStop)) SendCommand(parameters);
 }
 
 void Vivotek::ContinuousZoom(float amount) {
-  const auto parameters = amount == 0 ? StopZoomCommand
+  const auto parameters = amount == 0 ? std::string(StopZoomCommand)
                                       : std::string("zooming=") + (amount < 0 ? "wide" : "tele") +
                                             "&zs=" + SpeedText(std::abs(amount) * ZoomSpeedUnits);
   if (LastZoom_.Replace(parameters, amount == 0)) SendCommand(parameters);
@@ -250,13 +251,13 @@ bool Vivotek::NewProtocol() const { return Model_ != nullptr && Model_->NewProto
 
 std::string Vivotek::Camera() const { return Options_.Text(CameraOption.Name, NewProtocol() ? "0" : "1"); }
 
-bool Vivotek::SendCommand(const std::string& parameters) {
-  const auto* path = NewProtocol() ? NewControlPath : OldControlPath;
+bool Vivotek::SendCommand(std::string_view parameters) {
+  const auto path = NewProtocol() ? NewControlPath : OldControlPath;
   return Request(path + Camera() + "&" + parameters).has_value();
 }
 
 /// A reply that is needed. Raises 17001 for another status than 200 and what `HTTPClient` raises.
-std::string Vivotek::TextOf(const std::string& path) {
+std::string Vivotek::TextOf(std::string_view path) {
   auto reply = Fetch(path);
   if (reply.Failure) throw *reply.Failure;
   return std::move(reply.Text);

@@ -56,8 +56,8 @@ class Vivotek final : public HTTPDriver, public PTZNamedPresets, public Continuo
   bool NewProtocol() const;
   std::string Camera() const;
   void Recall(const std::string& encodedName);
-  bool SendCommand(const std::string& parameters);
-  std::string TextOf(const std::string& path);
+  bool SendCommand(std::string_view parameters);
+  std::string TextOf(std::string_view path);
 
   const Model* Model_ = nullptr;  // of the last `Connect`; until then commands are those of older models
 };

@@ -20,7 +20,7 @@ namespace ptzd {
 
 namespace {
 
-constexpr const char* DefaultAgent = "Qelto HTTP Client Object";
+constexpr std::string_view DefaultAgent = "Qelto HTTP Client Object";
 constexpr std::size_t HeaderBufferSize = 2048;
 constexpr std::size_t LastResponseSize = 1024;
 
@@ -68,7 +68,7 @@ HTTPClient::HTTPClient(Internet& internet, Clock& clock, Teller teller)
 HTTPClient::~HTTPClient() { Terminate(); }
 
 void HTTPClient::Initialise() {
-  const std::string agent = AgentText_.empty() ? DefaultAgent : AgentText_;
+  const auto agent = AgentText_.empty() ? std::string(DefaultAgent) : AgentText_;
   SyncSession_ = Internet_.OpenSession(agent, 0);
   if (SyncSession_ == 0) Fail(ErrorInvalidCall, "");
   AsyncSession_ = Internet_.OpenSession(agent, InternetFlagAsync);
