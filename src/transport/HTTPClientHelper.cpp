@@ -113,9 +113,8 @@ std::string ReasonOf(std::uint32_t systemError) {
       return " The connection was refused or could not be made.";
     case SystemErrorConnectionAborted:
     case SystemErrorConnectionReset:
-      return " The connection was closed without an answer.";
     case SystemErrorInvalidResponse:
-      return " There was no answer in HTTP.";
+      return " The connection ended without a reply in HTTP.";
     default:
       return " The system's error is " + std::to_string(systemError) + ".";
   }

@@ -315,6 +315,7 @@ TEST_P(EveryMake, TellsEachRequestAndItself) {
   const std::string address = GetParam().Class == std::string("Pelco") ? "COM1" : Camera->Addresses()[0];
   SetLogLineSink([&](const LogLine& line) {
     const std::lock_guard lock(mutex);
+    if (line.Text.ends_with("Status: 70")) return;  // a handle that Windows lets go of when it likes
     if (line.DriverClass != Class->ProgID || line.Address != address)
       strangers.append(line.Text).append("\n");
   });
@@ -322,8 +323,8 @@ TEST_P(EveryMake, TellsEachRequestAndItself) {
   if (Driver.Continuous != nullptr) Driver.Continuous->StopContinuous();
   Driver.Device->Pan();
   if (Driver.NamedPresets != nullptr) Driver.NamedPresets->GetNamedPresets();
+  EXPECT_TRUE(Sends.WaitForClosed(Sends.Sent())) << "the end of a driver gives up what is not answered yet";
   Driver = {};
-  EXPECT_TRUE(Sends.WaitForClosed(Sends.Sent()));
   SetLogLineSink({});
   EXPECT_EQ(strangers, "") << "lines that do not say what driver they are about";
   std::vector<std::string> told, logged;

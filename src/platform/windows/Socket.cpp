@@ -132,6 +132,7 @@ std::string SocketErrorText(std::int32_t error) {
   const auto length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                                      static_cast<DWORD>(error), 0, text.data(), text.size(), nullptr);
   const std::string_view line(text.data(), length);
+  if (line.empty()) return "System error " + std::to_string(error);
   return TextFromAnsi(line.substr(0, line.find_last_not_of("\r\n") + 1));
 }
 
