@@ -6,6 +6,7 @@
 
 #include <ptzd/DriverFactory.h>
 #include "com/Driver.h"
+#include "com/Log.h"
 #include "com/Records.h"
 #include "com/SanyoAdaptor.h"
 #include "com/SerialPorts.h"
@@ -57,6 +58,7 @@ std::span<const CreatableClass> CreatableClasses() {
        [](const CreatableClass&, const Platform&) { return NewPropertyBag(); }},
       {__uuidof(::SerialPorts), "SerialPorts",
        [](const CreatableClass&, const Platform&) { return NewSerialPorts(); }},
+      {__uuidof(::Log), "Log", [](const CreatableClass&, const Platform&) { return NewLog(); }},
       DriverRow<::Axis, ::_Axis>("Axis"),
       DriverRow<::Bosch, ::_Bosch>("Bosch"),
       DriverRow<::Elmo, ::_Elmo>("Elmo"),

@@ -4,6 +4,7 @@
 #include "com/Dispatch.h"
 #include "com/Errors.h"
 #include "com/ForeignBag.h"
+#include "com/Log.h"
 #include "com/Module.h"
 #include "com/Registration.h"
 #include "transport/HTTPClientHelper.h"
@@ -37,7 +38,7 @@ class ClassFactory final : public IClassFactory {
     *object = nullptr;
     if (outer) return CLASS_E_NOAGGREGATION;
     try {
-      return Row_.Create(Row_, {})->QueryInterface(iid, object);
+      return Row_.Create(Row_, {.exchanges = LoggedExchanges()})->QueryInterface(iid, object);
     } catch (...) {
       return ReportException(Row_.ProgID());
     }

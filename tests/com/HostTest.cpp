@@ -139,6 +139,7 @@ TEST_F(HostTest, OnlyTheCreatableClassesAreCreated) {
       {__uuidof(Toshiba2), true},
       {__uuidof(Vivotek), true},
       {__uuidof(SerialPorts), true},
+      {__uuidof(Log), true},
       {__uuidof(PTZContinuousControl), true},
       {__uuidof(PTZOption), true},
       {__uuidof(PTZDrivers), true},
