@@ -97,8 +97,8 @@ void CameraControl::Worker::End() {
     const std::lock_guard lock(Mutex_);
     Ending_ = true;
     ReconnectAt_.reset();
-    if ((Drive_ && !Drive_->OutlivesControl()) || Sending_ || Stop_)
-      BeginStop({}, "the camera's control ended");
+    const bool outlives = Drive_ && Drive_->ID == LeftDrive_ && Drive_->Lease == 0ms;
+    if ((Drive_ && !outlives) || Sending_ || Stop_) BeginStop({}, "the camera's control ended");
     for (auto& request : std::exchange(Queue_, {}))
       request.Tickets.Done({.Result = WishResult::Abandoned, .Text = "the camera's control ended first"});
     if (Stop_) EnsureRunning();
@@ -405,8 +405,7 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
   if (IsStill(all)) return BeginStop(std::move(request.Tickets), "a drive of speed 0");
 
   const bool wasDriven = Drive_.has_value();
-  ActiveDrive drive{std::move(request.Tickets), request.DriveID, all, request.Lease,
-                    request.LeaseEnds,          request.IsLeft};
+  ActiveDrive drive{std::move(request.Tickets), request.DriveID, all, request.Lease, request.LeaseEnds};
   if (Drive_ && Same(Drive_->Speeds, all)) {
     drive.Tickets.Sent({});
     Drive_->Tickets.Done({.Result = WishResult::Replaced, .Text = "goes on at the same speed"});
@@ -716,9 +715,7 @@ void CameraControl::Worker::RenewDrive(std::uint64_t driveID) {
 
 void CameraControl::Worker::LeaveDrive(std::uint64_t driveID) {
   const std::lock_guard lock(Mutex_);
-  if (Drive_ && Drive_->ID == driveID) Drive_->IsLeft = true;
-  for (auto& request : Queue_)
-    if (request.DriveID == driveID) request.IsLeft = true;
+  if (driveID == CurrentDrive_) LeftDrive_ = driveID;
 }
 
 void CameraControl::Worker::BeginStop(ptzd::Tickets tickets, std::string reason) {

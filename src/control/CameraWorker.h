@@ -30,7 +30,6 @@ struct CameraRequest {
   std::uint64_t DriveID = 0;
   std::chrono::milliseconds Lease{};  ///< 0: without end
   std::chrono::steady_clock::time_point LeaseEnds{};
-  bool IsLeft = false;  ///< nobody holds it
 
   CameraTask Task{};
 
@@ -94,9 +93,6 @@ class CameraControl::Worker {
     DriveSpeeds Speeds;
     Milliseconds Lease{};
     TimePoint LeaseEnds{};
-    bool IsLeft = false;
-
-    bool OutlivesControl() const { return IsLeft && Lease == Milliseconds(0); }
   };
   /// A camera that is looked at until it rests.
   struct RestWatch {
@@ -208,6 +204,7 @@ class CameraControl::Worker {
   ptzd::Capabilities Capabilities_{};
   std::int32_t PresetCount_ = 0;
   std::uint64_t CurrentDrive_ = 0;  ///< waiting, being sent or under way; 0 for none
+  std::uint64_t LeftDrive_ = 0;     ///< one that nobody holds; 0 for none
   std::vector<std::weak_ptr<Subscriber>> Subscribers_;
   std::minstd_rand Random_{std::random_device()()};
 };
