@@ -1,45 +1,100 @@
 #pragma once
 
+#include <atomic>
+#include <functional>
+#include <future>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 
-#include <ptzd/DriverFactory.h>
-#include <ptzd/PTZDevice.h>
-#include <ptzd/PropertyBag.h>
-#include "LogWatch.h"
+#include <ptzd/CameraControl.h>
+
+#include "ExchangeLog.h"
+#include "Interruption.h"
 #include "Outcome.h"
 
 namespace ptzctl {
 
-/// A camera to operate: one driver object with its connection options, and the log that tells what it does.
+/// A member of a driver, done as a wish, and how it is told.
+struct Deed {
+  const char* Operation;
+  std::string What;  ///< "Move up by 5 degrees"
+  ptzd::CameraTask Task;
+  std::int32_t Needs = 0;  ///< the capability that a camera should claim
+};
+
+/// A camera to operate, and the way back: what was set in motion here is stopped when ptzctl is interrupted.
 class Camera {
  public:
-  Camera(const ptzd::DriverClass& driver, ptzd::PropertyBag options, LogWatch& log);
+  /// `address` is shown; the one that is used is among the options.
+  Camera(ptzd::CameraSettings settings, std::string address, const Interruption& interruption,
+         std::shared_ptr<ExchangeLog> log);
+  Camera(const Camera&) = delete;
+  Camera& operator=(const Camera&) = delete;
 
-  /// `Connect` of `PTZDevice`, or of `PTZDevice2` when asked for and there.
-  Outcome Connect(bool device2 = false);
+  Outcome Connect();
+  Outcome Disconnect();
+  Outcome CarryOut(Deed deed);
+  /// Drives until somebody stops it, for a time, or, left, on its own beyond the end of ptzctl.
+  Outcome Drive(const Deed& deed, const ptzd::DriveSpeeds& speeds,
+                std::optional<std::chrono::milliseconds> time, bool leave);
+  Outcome Stop();
+  Outcome ReadPosition();
+  Outcome SetPosition(float pan, float tilt, std::string what);
 
-  ptzd::PTZDevice& Device() { return *Device_; }
-  /// Another interface of the driver; null where it does not have it.
+  /// A drive goes on.
+  bool IsDriven() const { return Drive_.has_value(); }
+  /// Something that was begun here may be moving.
+  bool MayMove() const { return MayMove_; }
+  /// Blocks until ptzctl is interrupted, or the drive is over by itself, which is told.
+  std::optional<Outcome> AwaitDrive();
+  /// What a signal has done; blocks as long as that takes.
+  void StopNow();
+
+  /// Whether connecting itself moves this camera; of some makes only a connected camera tells.
+  bool MovesToConnect() const;
+
+  /// The position as it can be told: one that is counted from where a camera was that nobody has heard of is
+  /// unknown.
+  ptzd::CameraPosition Position() const;
+  ptzd::CameraState State() const { return Control_.State(); }
+  const ptzd::DriverClass& Driver() const { return Control_.Driver(); }
+  const ptzd::DriverData& Data() const { return *Driver().Data; }
+  /// Whether the driver has an interface.
   template <typename Interface>
-  Interface* As() {
-    return dynamic_cast<Interface*>(Device_.get());
+  bool Has() const {
+    return dynamic_cast<const Interface*>(Example_.get()) != nullptr;
   }
-  const ptzd::DriverClass& Driver() const { return Driver_; }
   /// "Axis"
   std::string DriverName() const;
   /// The address without user and password; empty where there is none.
-  std::string Address() const;
-  LogWatch& Log() { return Log_; }
+  const std::string& Address() const { return Address_; }
+  const Interruption& Ending() const { return Interruption_; }
 
-  /// A continuous motion that was begun here has not been stopped yet.
-  bool InMotion = false;
+  /// Tells something before an operation is over. False where it cannot be told.
+  std::function<bool(const Outcome&)> Tell;
 
  private:
-  const ptzd::DriverClass& Driver_;
-  ptzd::PropertyBag Options_;
-  LogWatch& Log_;
-  std::unique_ptr<ptzd::PTZDevice> Device_;
+  class Telling;
+
+  ptzd::Wish Begin(bool moves, const std::function<ptzd::Wish()>& wish);
+  ptzd::WishOutcome Await(const std::shared_future<ptzd::WishOutcome>& future) const;
+  ptzd::WishOutcome AwaitStop();
+  /// Has it stopped, and says so in the outcome.
+  void BringToRest(Outcome& outcome);
+
+  const std::string Address_;
+  const Interruption& Interruption_;
+  const std::shared_ptr<ExchangeLog> Log_;
+  ptzd::CameraControl Control_;
+  const std::unique_ptr<ptzd::PTZDevice> Example_;  ///< of the driver class; never connected
+  std::optional<ptzd::CameraControl::Drive> Drive_;
+  bool KnowsPlace_ = false;  ///< somebody has told where the camera is
+
+  std::mutex Mutex_;  ///< of a wish beginning and a signal coming
+  std::atomic<bool> MayMove_ = false;
+  std::optional<std::shared_future<ptzd::WishOutcome>> Stopping_;
 };
 
 }  // namespace ptzctl

@@ -30,15 +30,24 @@ constexpr char Footer[] =
     "\n"
     "Exit codes:\n"
     "  0    done\n"
-    "  1    refused: the camera refused or did not answer, or it or its driver cannot do that\n"
-    "  2    usage: the command line or an option is wrong\n"
+    "  1    refused: the camera refused or did not answer, or it or its driver cannot do that; also where "
+    "what\n"
+    "       ptzctl has to say cannot be written\n"
+    "  2    usage: the command line or an option is wrong, or a number is beyond what the make takes\n"
     "  3    cannot connect; number and text are told, such as 17001 Unable to connect to the device\n"
     "  4    the driver raised an error; number and text are told\n"
-    "  130  interrupted; a continuous motion begun here has been stopped\n";
+    "  5    with --wait: sent, but the camera is not at rest where it was sent, or cannot tell\n"
+    "  128+ the number of the signal that ended ptzctl (130 for Ctrl-C), which stopped the camera first\n";
 
 constexpr char ForHelp[] =
-    "Stop again after this time (2s, 500ms, 1m; plain numbers are seconds), also on Ctrl-C. Without it the "
-    "motion goes on when ptzctl has ended, until: ptzctl stop";
+    "Stop again after this time (2s, 500ms, 1m; plain numbers are seconds). Without it the camera moves "
+    "until "
+    "ptzctl ends, by Ctrl-C for example; in run and shell until another operation stops or moves it, or the "
+    "end";
+constexpr char LeaveHelp[] = "Let it move on when ptzctl has ended, until: ptzctl stop";
+constexpr char WaitHelp[] =
+    "Wait until the camera is at rest, at most this long (60s when not given), and tell whether it arrived; "
+    "stands behind all else";
 constexpr char Device2Help[] = "Call the member of PTZDevice2 instead of the one of PTZDevice";
 
 using Perform = Outcome (*)(Camera&, const Arguments&);
@@ -51,14 +60,18 @@ class OperationParser {
   /// Absent where no operation was chosen.
   Operation Chosen() const {
     if (Perform_ == nullptr) return {};
-    return {[perform = Perform_, words = Words_](Camera& camera) { return perform(camera, words); },
-            Perform_ == &Connect};
+    return {Name_, [perform = Perform_, words = Words_](Camera& camera) { return perform(camera, words); },
+            Perform_ == &Connect, Perform_ == &PresetSave};
   }
 
  private:
   CLI::App* Add(CLI::App& parent, const char* name, const char* help, Perform perform) {
     auto* command = parent.add_subcommand(name, help);
-    command->callback([this, perform] { Perform_ = perform; });
+    const auto whole = (&parent == &App_ ? "" : parent.get_name() + " ") + name;
+    command->callback([this, whole, perform] {
+      Perform_ = perform;
+      Name_ = whole;
+    });
     return command;
   }
   CLI::App* Add(const char* name, const char* help, Perform perform) {
@@ -78,6 +91,19 @@ class OperationParser {
     Take(command, "pan", ReadNumber, words.Pan, "Degrees, positive to the right")->required();
     Take(command, "tilt", ReadNumber, words.Tilt, "Degrees, positive upwards")->required();
   }
+  /// A motion that goes on.
+  static void Continuing(CLI::App* command, Arguments& words) {
+    auto* time = Take(command, "--for", ReadDuration, words.Duration, ForHelp)->type_name("TIME");
+    command->add_flag("--leave", words.Leave, LeaveHelp)->excludes(time);
+  }
+  /// A motion that ends by itself.
+  static CLI::App* Ending(CLI::App* command, Arguments& words) {
+    Take(command, "--wait", ReadDuration, words.Wait, WaitHelp)
+        ->expected(0, 1)
+        ->default_str("60s")
+        ->type_name("[TIME]");
+    return command;
+  }
   void Device2(CLI::App* command) { command->add_flag("--device2", Words_.Device2, Device2Help); }
 
   void Declare();
@@ -85,12 +111,15 @@ class OperationParser {
   CLI::App& App_;
   Arguments Words_;
   Perform Perform_ = nullptr;
+  std::string Name_;
 };
 
 void OperationParser::Declare() {
   auto& words = Words_;
   Add("info", "What the camera is and can do", Info)->alias("capabilities");
   Add("position", "Where the camera is", ShowPosition)->alias("where");
+  Take(Add("watch", "Show the position whenever it is another, until Ctrl-C", Watch), "time", ReadDuration,
+       words.Duration, "2s, 500ms, 1m; plain numbers are seconds; without end when not given");
   Add("connected", "Whether the driver is connected", ShowConnected);
   Device2(Add("connect", "Connect (only this, or again)", Connect));
   Device2(Add("disconnect", "Let go of the camera", Disconnect));
@@ -100,25 +129,27 @@ void OperationParser::Declare() {
        "up, down, left, right, up-left, up-right, down-left or down-right")
       ->required();
   Take(move, "angle", ReadNumber, words.Angle, "Degrees; 5 when not given");
-  Device2(move);
+  Device2(Ending(move, words));
 
   auto* moveBy = Add("move-by", "Step by two angles, for example: move-by -10 2.5", MoveBy);
   Angles(moveBy, words);
-  Device2(moveBy);
+  Device2(Ending(moveBy, words));
 
   auto* moveTo =
       Add("move-to", "Go to a position, for example: move-to 10 -20 or move-to 10 -20 1.5", MoveTo);
   Angles(moveTo, words);
   Take(moveTo, "zoom", ReadNumber, words.Zoom,
        "In the driver's scale, 0 being the widest; kept when not given");
+  Ending(moveTo, words);
 
   auto* zoom = Add("zoom", "Zoom by a step, for example: zoom in", Zoom);
   Take(zoom, "direction", ReadZoom, words.ZoomDirection, "in or out")->required();
   Take(zoom, "amount", ReadNumber, words.ZoomAmount, "In the driver's scale; its usual step when not given");
-  Device2(zoom);
+  Device2(Ending(zoom, words));
 
   auto* zoomTo = Add("zoom-to", "Zoom to a position, for example: zoom-to 2.5", ZoomTo);
   Take(zoomTo, "zoom", ReadNumber, words.Amount, "In the driver's scale, 0 being the widest")->required();
+  Ending(zoomTo, words);
 
   auto* iris = Add("iris", "Control the iris", Iris);
   Take(iris, "level", ReadIris, words.IrisLevel, "open, close or auto")->required();
@@ -129,17 +160,19 @@ void OperationParser::Declare() {
   preset->require_subcommand(1);
   const auto numbered = [&](CLI::App* command) {
     Take(command, "number", ReadWholeNumber, words.Preset, "Counted from 0")->required();
+    return command;
   };
   Add(*preset, "count", "How many numbered presets there are", PresetCount);
-  numbered(Add(*preset, "goto", "Go to a numbered preset, for example: preset goto 3", PresetGoto));
+  Ending(numbered(Add(*preset, "goto", "Go to a numbered preset, for example: preset goto 3", PresetGoto)),
+         words);
   numbered(Add(*preset, "save", "Save where the camera is as a numbered preset", PresetSave));
   Add(*preset, "list", "The presets that the camera knows by name", PresetList);
-  Add(*preset, "goto-named", "Go to a preset of that list", PresetGotoNamed)
+  Ending(Add(*preset, "goto-named", "Go to a preset of that list", PresetGotoNamed), words)
       ->add_option("id", words.ID, "Its id")
       ->required()
       ->type_name("");
 
-  Add("home", "Go to the home position", Home);
+  Ending(Add("home", "Go to the home position", Home), words);
 
   auto* setPosition =
       Add("set-position", "Tell the driver where the camera is, without moving it", SetPosition);
@@ -152,21 +185,22 @@ void OperationParser::Declare() {
       ->required();
   Take(continuous, "--zoom", ReadNumber, words.Zoom, "Zoom as well, at this speed; positive is in")
       ->type_name("SPEED");
-  Take(continuous, "--for", ReadDuration, words.Duration, ForHelp)->type_name("TIME");
+  Continuing(continuous, words);
 
   auto* continuousZoom =
       Add("continuous-zoom", "Zoom at a speed, for example: continuous-zoom -3 --for 500ms", ContinuousZoom);
   Take(continuousZoom, "amount", ReadNumber, words.Amount, "Speed in the driver's scale; positive is in")
       ->required();
-  Take(continuousZoom, "--for", ReadDuration, words.Duration, ForHelp)->type_name("TIME");
+  Continuing(continuousZoom, words);
 
-  Add("stop", "Stop continuous motion", Stop);
+  Add("stop", "Stop the camera, whoever has set it in motion", Stop);
 
   auto* moveInImage = Add("move-in-image", "Centre on a point of the picture", MoveInImage);
   Take(moveInImage, "x", ReadWholeNumber, words.X, "Pixels from the left")->required();
   Take(moveInImage, "y", ReadWholeNumber, words.Y, "Pixels from the top")->required();
   Take(moveInImage, "width", ReadWholeNumber, words.Width, "Of the picture, pixels");
   Take(moveInImage, "height", ReadWholeNumber, words.Height, "Of the picture, pixels");
+  Ending(moveInImage, words);
 
   auto* wait = Add("wait", "Let time pass between two operations of run or shell", Wait);
   Take(wait, "time", ReadDuration, words.Duration, "2s, 500ms, 1m; plain numbers are seconds")->required();
@@ -253,7 +287,14 @@ Invocation ParseCommandLine(int argc, char** argv) {
       ->type_name("KEY=VALUE");
   app.add_flag("--json", invocation.JSON, "Tell everything as JSON, one object per line");
   app.add_flag("--trace", invocation.Trace,
-               "Print the library's log on the standard error stream, passwords masked");
+               "Print every exchange with the camera, and the library's log, on the standard error stream, "
+               "passwords masked");
+
+  app.add_option_function<std::string>(
+         "--stop-time",
+         [&](const std::string& word) { invocation.StopTime = ReadDuration("--stop-time", word); },
+         "How long it is tried to stop a camera that does not take it; 10s when not given")
+      ->type_name("TIME");
 
   app.add_subcommand("drivers", "The drivers there are")->callback([&] { invocation.What = Task::Drivers; });
   auto* options = app.add_subcommand("options", "The connection options of a driver");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <stdexcept>
@@ -12,8 +13,11 @@
 namespace ptzctl {
 
 struct Operation {
+  std::string Name;  ///< "preset goto"
   std::function<Outcome(Camera&)> Perform;
   bool Connects = false;  ///< needs no connection made before
+  /// Keeps where the camera is, which is nowhere of interest where connecting has just moved it.
+  bool KeepsPlace = false;
 };
 
 enum class Task { Drivers, Options, Operate, Run, Shell };
@@ -24,6 +28,7 @@ struct Invocation {
   std::string Driver, Address, Line;
   std::vector<std::string> Options;  ///< "Key=Value"
   bool JSON = false, Trace = false;
+  std::chrono::milliseconds StopTime{10000};  ///< how long it is tried to stop a camera that does not take it
 
   Operation Chosen;                ///< Operate
   std::vector<std::string> Lines;  ///< Run; empty: those of the standard input

@@ -96,23 +96,6 @@ std::vector<PTZOption> DescribedOptions(const DriverClass& driver) { return Opti
 
 std::vector<PTZOption> CommonOptions(const DriverClass& driver) { return OptionsOf(driver, false); }
 
-std::string KindText(const PTZOption& option) {
-  switch (option.OType()) {
-    case OptionInteger:
-      if (option.Values().size() != 2) return "integer";
-      return "integer " + ToText(option.Values()[0]) + " to " + ToText(option.Values()[1]);
-    case OptionText:
-      return "text";
-    case OptionBoolean:
-      return "Boolean";
-    case OptionChoiceIndex:
-    case OptionChoiceText:
-      return "one of " + Join(option.Values());
-    default:
-      return "type " + Text(option.OType());
-  }
-}
-
 void StoreOption(PropertyBag& bag, const DriverClass& driver, const std::string& text, std::string& warning) {
   const auto sign = text.find('=');
   if (sign == std::string::npos || sign == 0)
@@ -143,14 +126,13 @@ const std::string& CheckedAddress(const std::string& address) {
   return address;
 }
 
-void UseLine(PropertyBag& bag, const std::string& line) {
+std::shared_ptr<SerialPortPool> UseLine(PropertyBag& bag, const std::string& line) {
   constexpr std::int32_t mappedPort = 1;
   const bool isNumber = line.find_first_not_of("0123456789") == std::string::npos;
-  if (isNumber) return bag.WriteProperty("COMPort", ReadWholeNumber("--line", line));
-  auto ports = std::make_shared<ptzd::SharedSerialPorts>();
-  ports->MapDevice(mappedPort, line);
-  ptzd::UseSerialPortPool(std::move(ports));
-  bag.WriteProperty("COMPort", mappedPort);
+  auto ports = std::make_shared<SharedSerialPorts>();
+  bag.WriteProperty("COMPort", isNumber ? ReadWholeNumber("--line", line) : mappedPort);
+  if (!isNumber) ports->MapDevice(mappedPort, line);
+  return ports;
 }
 
 }  // namespace ptzctl

@@ -8,8 +8,6 @@
 #include <mutex>
 #include <thread>
 
-#include "Interrupt.h"
-
 namespace ptzctl {
 
 namespace {
@@ -27,7 +25,8 @@ struct LineReader::Shared {
   bool AtEnd = false;
 };
 
-LineReader::LineReader() : Shared_(std::make_shared<Shared>()) {
+LineReader::LineReader(const Interruption& interruption)
+    : Interruption_(interruption), Shared_(std::make_shared<Shared>()) {
   Waiting = true;
   std::thread([shared = Shared_] {
     for (std::string line; std::getline(std::cin, line);) {
@@ -44,10 +43,9 @@ LineReader::LineReader() : Shared_(std::make_shared<Shared>()) {
 }
 
 std::optional<std::string> LineReader::Next() {
-  // A signal handler cannot notify, so the flag is looked at now and then.
   constexpr std::chrono::milliseconds look(50);
   std::unique_lock lock(Shared_->Mutex);
-  while (!Interrupted()) {
+  while (!Interruption_.Came()) {
     if (!Shared_->Lines.empty()) {
       auto line = std::move(Shared_->Lines.front());
       Shared_->Lines.pop_front();

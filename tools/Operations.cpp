@@ -1,14 +1,11 @@
 #include "Operations.h"
 
-#include <algorithm>
 #include <cmath>
-#include <exception>
 #include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
 #include <ptzd/DriverData.h>
-#include <ptzd/Error.h>
 #include <ptzd/PTZContinuousControl.h>
 #include <ptzd/PTZDevice2.h>
 #include <ptzd/PTZDrivers.h>
@@ -16,7 +13,6 @@
 #include <ptzd/PTZNamedPresets.h>
 #include <ptzd/PTZOptions.h>
 #include "Connection.h"
-#include "Interrupt.h"
 #include "Words.h"
 #include "common/Numbers.h"
 
@@ -41,138 +37,95 @@ Json JsonValue(const Variant& value) {
 
 std::shared_ptr<const Json> Keep(Json values) { return std::make_shared<const Json>(std::move(values)); }
 
-enum class Shown { Nothing, After, BeforeAndAfter };
-
-/// What an operation is and how it is judged.
-struct Deed {
-  const char* Operation;
-  std::string Done;                ///< in words, for when it worked
-  std::optional<MemberRule> Rule;  ///< of a member that answers True or False
-  Shown Position = Shown::Nothing;
-  std::int32_t Needs = 0;  ///< the capability that a camera should claim
-};
-
-using Member = std::function<std::optional<bool>()>;
-
-const char* PositionText(PositionSource source) {
+const char* SourceWord(PositionSource source) {
   switch (source) {
     case PositionSource::Estimate:
-      return "estimated";
+      return "estimate";
     case PositionSource::OnConnecting:
-      return "read from the camera on connecting, then estimated";
+      return "on_connecting";
     case PositionSource::BeforeSteps:
-      return "read from the camera on connecting and before steps, else estimated";
+      return "before_steps";
     case PositionSource::AboveHorizon:
-      return "read from the camera, of tilts above the horizon";
+      return "above_horizon";
     case PositionSource::Camera:
-      return "read from the camera";
+      return "camera";
   }
   return "";
 }
 
-void Fail(Outcome& outcome, const Error& error) {
-  outcome.Result = Result::Error;
-  outcome.ErrorNumber = error.Number();
-  outcome.ErrorText = error.Description();
-  outcome.Text = std::to_string(error.Number()) + " " + error.Description();
-}
-
-/// The first failure among the requests since the last call, all of which go to the outcome.
-std::string TakeRequests(Camera& camera, Outcome& outcome) {
-  std::string failure;
-  for (auto& request : camera.Log().Take()) {
-    if (failure.empty()) failure = request.Failure;
-    outcome.Requests.push_back(std::move(request));
+const char* KindWord(const PTZOption& option) {
+  switch (option.OType()) {
+    case OptionInteger:
+      return "integer";
+    case OptionText:
+      return "text";
+    case OptionBoolean:
+      return "boolean";
+    case OptionChoiceIndex:
+      return "choice_index";
+    case OptionChoiceText:
+      return "choice_text";
+    default:
+      return "other";
   }
-  return failure;
 }
 
-/// Nothing where the camera could not be asked; each further question would only wait for it again.
-std::optional<Position> ReadPosition(Camera& camera, Outcome& outcome) {
-  const auto source = camera.Driver().Data->Source();
-  outcome.PositionIsEstimated = source != PositionSource::Camera && source != PositionSource::AboveHorizon;
-  Position position;
-  try {
-    position.Pan = camera.Device().Pan();
-    if (auto failure = TakeRequests(camera, outcome); !failure.empty()) {
-      outcome.Notes.push_back("the position could not be read: " + failure);
-      return std::nullopt;
-    }
-    position.Tilt = camera.Device().Tilt();
-    if (auto* device2 = camera.As<PTZDevice2>()) position.Zoom = device2->ZoomLevel();
-  } catch (const Error& error) {
-    outcome.Notes.push_back("the position could not be read: " + std::to_string(error.Number()) + " " +
-                            error.Description());
-    TakeRequests(camera, outcome);
-    return std::nullopt;
-  }
-  TakeRequests(camera, outcome);
-  return position;
+using Member = std::function<std::optional<bool>(PTZDevice&)>;
+
+/// A member that sends something but moves nothing.
+CameraTask Sending(Member member, std::optional<MemberRule> rule) {
+  return {.Work = std::move(member), .Rule = rule};
 }
 
-void Judge(Outcome& outcome, const Deed& deed, const Camera& camera, bool connected, bool asked,
-           const std::string& failure) {
-  const auto refuse = [&outcome](std::string why) {
-    outcome.Result = Result::Refused;
-    outcome.Text = std::move(why);
-  };
-  if (deed.Rule == MemberRule::Nothing)
-    return refuse("the driver " + camera.DriverName() + " does nothing for this");
-  if (!failure.empty()) return refuse(failure);
-  const bool passesOn =
-      deed.Rule && (*deed.Rule == MemberRule::Outcome || *deed.Rule == MemberRule::OutcomeIfConnected);
-  if (passesOn ? *outcome.Answer : connected || asked) return;
-  if (!connected) return refuse("the driver is not connected");
-  refuse(asked ? "the camera refused" : "the driver answered False; it or this camera does not do that");
+/// A member that only the driver answers, or that it answers from what it knows.
+CameraTask Asking(Member member) { return {.Work = std::move(member), .Rule = {}, .Sends = false}; }
+
+CameraTask Moving(Member member, std::optional<MemberRule> rule, const Arguments& arguments,
+                  const CameraPlace& to = {}) {
+  return {.Work = std::move(member),
+          .Rule = rule,
+          .Moves = true,
+          .KnowsTarget = true,
+          .To = to,
+          .RestTime = arguments.Wait};
 }
 
-Outcome CarryOut(Camera& camera, const Deed& deed, const Member& member) {
-  Outcome outcome;
-  outcome.Operation = deed.Operation;
-  outcome.Text = deed.Done;
-  auto& device = camera.Device();
-  camera.Log().Take();
-  try {
-    const bool connected = device.Connected();
-    if (connected && deed.Needs != 0 && (device.Capabilities() & deed.Needs) != deed.Needs)
-      outcome.Notes.push_back("the camera does not claim: " +
-                              CapabilityText(static_cast<ptzd::Capabilities>(deed.Needs)));
-    if (connected && deed.Position == Shown::BeforeAndAfter) outcome.Before = ReadPosition(camera, outcome);
-    const auto before = outcome.Requests.size();
-    outcome.Answer = member();
-    const auto failure = TakeRequests(camera, outcome);
-    Judge(outcome, deed, camera, connected, outcome.Requests.size() > before, failure);
-    if (connected && deed.Position != Shown::Nothing && failure.empty())
-      outcome.After = ReadPosition(camera, outcome);
-  } catch (const Error& error) {
-    TakeRequests(camera, outcome);
-    Fail(outcome, error);
-  }
-  return outcome;
+/// A move to where only the camera knows.
+CameraTask MovingSomewhere(Member member, std::optional<MemberRule> rule, const Arguments& arguments) {
+  auto task = Moving(std::move(member), rule, arguments);
+  task.KnowsTarget = false;
+  return task;
 }
 
-/// For members of an interface that a driver may lack.
+/// A member of an interface that a driver may lack, which answers nothing.
 template <typename Interface>
-Outcome CarryOutOn(Camera& camera, const char* interfaceName, const Deed& deed,
-                   const std::function<void(Interface&)>& member) {
-  if (auto* interface = camera.As<Interface>()) {
-    return CarryOut(camera, deed, [&] {
-      member(*interface);
-      return std::nullopt;
-    });
-  }
+Member MemberOf(std::function<void(Interface&)> member) {
+  return [member = std::move(member)](PTZDevice& device) -> std::optional<bool> {
+    member(dynamic_cast<Interface&>(device));
+    return std::nullopt;
+  };
+}
+
+Outcome HasNone(const Camera& camera, const char* operation, const char* interfaceName) {
   Outcome outcome;
-  outcome.Operation = deed.Operation;
+  outcome.Operation = operation;
   outcome.Result = Result::Refused;
+  outcome.Became = WishResult::Unsupported;
   outcome.Text = "the driver " + camera.DriverName() + " has no interface " + interfaceName;
   return outcome;
 }
 
-Outcome CarryOutOnDevice2(Camera& camera, const Deed& deed, const std::function<void(PTZDevice2&)>& member) {
-  return CarryOutOn<PTZDevice2>(camera, "PTZDevice2", deed, member);
+template <typename Interface>
+Outcome CarryOutOn(Camera& camera, const char* interfaceName, Deed deed) {
+  if (!camera.Has<Interface>()) return HasNone(camera, deed.Operation, interfaceName);
+  return camera.CarryOut(std::move(deed));
 }
 
-const DriverData& Data(const Camera& camera) { return *camera.Driver().Data; }
+Outcome CarryOutOnDevice2(Camera& camera, Deed deed) {
+  return CarryOutOn<PTZDevice2>(camera, "PTZDevice2", std::move(deed));
+}
+
+const DriverData& Data(const Camera& camera) { return camera.Data(); }
 
 std::string Degrees(float value) {
   return Text(value) + (value == 1 || value == -1 ? " degree" : " degrees");
@@ -180,62 +133,30 @@ std::string Degrees(float value) {
 
 std::string PanTilt(float pan, float tilt) { return "pan " + Text(pan) + ", tilt " + Text(tilt); }
 
-std::string Seconds(std::chrono::milliseconds time) {
-  return Text(static_cast<double>(time.count()) / 1000) + " s";
-}
-
-/// Not by `StopContinuous`, which on most makes does these two and on Sony nothing.
-void StopMotion(PTZContinuousControl& control) {
-  control.ContinuousMove(0, 0);
-  control.ContinuousZoom(0);
-}
-
-/// Begins a motion and, with a duration, ends it whatever came in between.
-void Run(Camera& camera, PTZContinuousControl& control, const Arguments& arguments, bool moves,
-         const std::function<void()>& begin) {
-  CatchInterrupts();
-  std::exception_ptr problem;
-  try {
-    camera.InMotion = camera.InMotion || moves;
-    begin();
-    if (arguments.Duration && !camera.Log().HasFailure()) SleepUnlessInterrupted(*arguments.Duration);
-  } catch (...) {
-    problem = std::current_exception();
-  }
-  if (arguments.Duration || (camera.InMotion && Interrupted())) {
-    StopMotion(control);
-    camera.InMotion = false;
-  }
-  if (!camera.InMotion) ReleaseInterrupts();
-  if (problem) std::rethrow_exception(problem);
-}
-
-constexpr char MayMove[] = "the camera may still be moving";
-
-const char* BeyondText(Beyond beyond) {
+const char* BeyondWord(Beyond beyond) {
   switch (beyond) {
     case Beyond::SignOnly:
-      return "sign only";
+      return "sign_only";
     case Beyond::Limited:
       return "limited";
     case Beyond::GoesAround:
-      return "goes around";
+      return "goes_around";
     case Beyond::PassedOn:
-      return "passed on";
+      return "passed_on";
     case Beyond::Overflows:
       return "overflows";
   }
   return "";
 }
 
-const char* MovementText(ConnectMovement movement) {
+const char* MovementWord(ConnectMovement movement) {
   switch (movement) {
     case ConnectMovement::Never:
       return "never";
     case ConnectMovement::OnSomeModels:
-      return "on some models";
+      return "on_some_models";
     case ConnectMovement::OnEveryModel:
-      return "on every model";
+      return "on_every_model";
   }
   return "";
 }
@@ -253,29 +174,13 @@ void AddDriverFacts(Json& values, const DriverData& data) {
                       {"least", end(range->Least)},
                       {"greatest", end(range->Greatest)},
                       {"unit", range->Ends == Beyond::SignOnly ? Json() : Json(range->Unit)},
-                      {"beyond", BeyondText(range->Ends)},
+                      {"beyond", BeyondWord(range->Ends)},
                       {"depends_on_model", range->DependsOnModel}});
   values["ranges"] = std::move(rows);
   values["asks_to_connect"] = data.AsksToConnect;
   values["connects_unheard"] = data.ConnectsUnheard;
-  values["moves_to_connect"] = MovementText(data.MovesToConnect);
+  values["moves_to_connect"] = MovementWord(data.MovesToConnect);
   if (data.PanSpeed) values["stops_by_speed_zero"] = data.StopsBySpeedZero;
-}
-
-Outcome Described(Outcome outcome, const Arguments& arguments) {
-  if (outcome.Result != Result::Done) {
-    if (!outcome.Requests.empty()) outcome.Notes.emplace_back(MayMove);
-    return outcome;
-  }
-  if (Interrupted()) {
-    outcome.Result = Result::Interrupted;
-    outcome.Text += "; interrupted, stopped";
-  } else if (arguments.Duration) {
-    outcome.Text += " for " + Seconds(*arguments.Duration) + ", then stopped";
-  } else {
-    outcome.Text += " until told to stop";
-  }
-  return outcome;
 }
 
 }  // namespace
@@ -303,7 +208,7 @@ Outcome ListOptions(const DriverClass& driver) {
       auto values = Json::array();
       for (const auto& value : option.Values()) values.push_back(JsonValue(value));
       rows.push_back({{"name", option.Name()},
-                      {"kind", KindText(option)},
+                      {"kind", KindWord(option)},
                       {"default", JsonValue(option.Default())},
                       {"description", option.Description()},
                       {"type", option.OType()},
@@ -322,275 +227,254 @@ Outcome ListOptions(const DriverClass& driver) {
 }
 
 Outcome Info(Camera& camera, const Arguments&) {
-  Json values;
-  auto outcome = CarryOut(camera, {"info", "", {}, Shown::After}, [&] {
-    auto& device = camera.Device();
-    const std::int32_t capabilities = device.Capabilities();
-    auto interfaces = Json::array({"PTZDevice"});
-    const auto add = [&](const char* name, bool there) {
-      if (there) interfaces.push_back(name);
-    };
-    add("PTZDevice2", camera.As<PTZDevice2>() != nullptr);
-    add("PTZContinuousControl", camera.As<PTZContinuousControl>() != nullptr);
-    add("PTZOptions", camera.As<PTZOptions>() != nullptr);
-    add("PTZNamedPresets", camera.As<PTZNamedPresets>() != nullptr);
-    add("PTZMoveInImage", camera.As<PTZMoveInImage>() != nullptr);
-    values = {{"driver", camera.Driver().ProgID},
-              {"address", camera.Address()},
-              {"connected", device.Connected()},
-              {"can_do", CapabilityTexts(capabilities)},
-              {"capabilities", capabilities},
-              {"interfaces", std::move(interfaces)},
-              {"numbered_presets", device.PresetCount()},
-              {"position", PositionText(Data(camera).Source())}};
-    AddDriverFacts(values, Data(camera));
-    return std::optional(true);
-  });
-  outcome.Answer.reset();
+  const auto state = camera.State();
+  auto interfaces = Json::array({"PTZDevice"});
+  const auto add = [&](const char* name, bool there) {
+    if (there) interfaces.push_back(name);
+  };
+  add("PTZDevice2", camera.Has<PTZDevice2>());
+  add("PTZContinuousControl", camera.Has<PTZContinuousControl>());
+  add("PTZOptions", camera.Has<PTZOptions>());
+  add("PTZNamedPresets", camera.Has<PTZNamedPresets>());
+  add("PTZMoveInImage", camera.Has<PTZMoveInImage>());
+  Outcome outcome;
+  outcome.Operation = "info";
+  Json values = {{"driver", camera.Driver().ProgID},
+                 {"address", camera.Address()},
+                 {"link", Identifier(Name(state.Link))},
+                 {"capabilities", CapabilityWordsOf(state.Capabilities)},
+                 {"capability_flags", static_cast<std::int32_t>(state.Capabilities)},
+                 {"interfaces", std::move(interfaces)},
+                 {"numbered_presets", state.PresetCount},
+                 {"position_source", SourceWord(Data(camera).Source())}};
+  AddDriverFacts(values, Data(camera));
   outcome.Values = Keep(std::move(values));
+  outcome.Position = camera.Position();
   return outcome;
 }
 
-Outcome ShowPosition(Camera& camera, const Arguments&) {
-  auto outcome = CarryOut(camera, {"position", "", {}, Shown::After}, [] { return std::nullopt; });
-  if (outcome.Result == Result::Done && !outcome.After) {
-    outcome.Result = Result::Refused;
-    outcome.Text = outcome.Notes.empty() ? "the driver is not connected" : outcome.Notes.back();
-    outcome.Notes.clear();
-  }
-  return outcome;
-}
+Outcome ShowPosition(Camera& camera, const Arguments&) { return camera.ReadPosition(); }
 
 Outcome ShowConnected(Camera& camera, const Arguments&) {
+  const auto state = camera.State();
   Outcome outcome;
   outcome.Operation = "connected";
-  outcome.Values = Keep({{"connected", camera.Device().Connected()}});
+  outcome.Values = Keep({{"connected", state.Connected}, {"link", Identifier(Name(state.Link))}});
   return outcome;
 }
 
-Outcome Connect(Camera& camera, const Arguments& arguments) { return camera.Connect(arguments.Device2); }
+Outcome Watch(Camera& camera, const Arguments& arguments) {
+  using std::chrono::steady_clock;
+  const auto until =
+      arguments.Duration ? steady_clock::now() + *arguments.Duration : steady_clock::time_point::max();
+  std::optional<CameraPosition> last;
+  while (true) {
+    auto seen = camera.ReadPosition();
+    seen.Operation = "watch";
+    if (seen.Result == Result::Done && seen.Position->Kind != PositionKind::Read) {
+      seen.Result = Result::Refused;
+      seen.Text = "this camera cannot tell where it is";
+    }
+    if (seen.Result != Result::Done) return seen;
+    const auto& at = *seen.Position;
+    const bool isNew = !last || last->Pan != at.Pan || last->Tilt != at.Tilt || last->Zoom != at.Zoom;
+    last = at;
+    if (isNew && !camera.Tell(seen)) return seen;
+    if (steady_clock::now() >= until) {
+      seen.Exchanges.clear();
+      seen.Text = "Watched for " + Seconds(*arguments.Duration);
+      return seen;
+    }
+    camera.Ending().Sleep(std::chrono::milliseconds(Data(camera).PositionPace));
+  }
+}
+
+Outcome Connect(Camera& camera, const Arguments& arguments) {
+  if (arguments.Device2 && !camera.Has<PTZDevice2>()) return HasNone(camera, "connect", "PTZDevice2");
+  return camera.Connect();  // which is one member for both
+}
 
 Outcome Disconnect(Camera& camera, const Arguments& arguments) {
-  if (arguments.Device2) {
-    auto outcome = CarryOutOnDevice2(camera, {"disconnect", "Disconnected", {}},
-                                     [](PTZDevice2& device) { device.Disconnect(); });
-    if (!outcome.Requests.empty() || outcome.ErrorNumber || camera.Device().Connected()) return outcome;
-    outcome.Result = Result::Done;
-    outcome.Text = "Disconnected";
-    return outcome;
-  }
-  Outcome outcome;
-  outcome.Operation = "disconnect";
-  camera.Log().Take();
-  try {
-    const auto answer = camera.Device().Disconnect();
-    if (const auto* flag = std::get_if<bool>(&answer)) outcome.Answer = *flag;
-    outcome.Text = "Disconnected";
-  } catch (const Error& error) {
-    Fail(outcome, error);
-  }
-  TakeRequests(camera, outcome);
-  return outcome;
+  if (arguments.Device2 && !camera.Has<PTZDevice2>()) return HasNone(camera, "disconnect", "PTZDevice2");
+  return camera.Disconnect();  // whose answers differ, and nothing else
 }
 
 Outcome Move(Camera& camera, const Arguments& arguments) {
   constexpr float usual = 5;  // the interface's own default
-  Deed deed{"move",
-            "Moved " + DirectionText(arguments.Direction) + " by " + Degrees(arguments.Angle.value_or(usual)),
-            Data(camera).Move, Shown::BeforeAndAfter};
-  const auto move = [&](auto& device) {
-    return arguments.Angle ? device.Move(arguments.Direction, *arguments.Angle)
-                           : device.Move(arguments.Direction);
-  };
-  if (!arguments.Device2) return CarryOut(camera, deed, [&] { return move(camera.Device()); });
-  deed.Rule.reset();
-  return CarryOutOnDevice2(camera, deed, move);
+  const auto direction = arguments.Direction;
+  const auto angle = arguments.Angle.value_or(usual);
+  const auto what = "Move " + DirectionText(direction) + " by " + Degrees(angle);
+  if (arguments.Device2)
+    return CarryOutOnDevice2(
+        camera, {"move", what,
+                 Moving(MemberOf<PTZDevice2>([=](auto& d) { d.Move(direction, angle); }), {}, arguments)});
+  return camera.CarryOut({"move", what,
+                          Moving([=](PTZDevice& d) { return std::optional(d.Move(direction, angle)); },
+                                 Data(camera).Move, arguments)});
 }
 
 Outcome MoveBy(Camera& camera, const Arguments& arguments) {
-  Deed deed{"move-by", "Moved by " + PanTilt(arguments.Pan, arguments.Tilt), Data(camera).MoveBoth,
-            Shown::BeforeAndAfter};
-  if (!arguments.Device2)
-    return CarryOut(camera, deed, [&] { return camera.Device().MoveBoth(arguments.Pan, arguments.Tilt); });
-  deed.Rule.reset();
-  return CarryOutOnDevice2(camera, deed,
-                           [&](PTZDevice2& device) { device.MoveBoth(arguments.Pan, arguments.Tilt); });
+  const auto pan = arguments.Pan, tilt = arguments.Tilt;
+  const auto what = "Move by " + PanTilt(pan, tilt);
+  if (arguments.Device2)
+    return CarryOutOnDevice2(
+        camera, {"move-by", what,
+                 Moving(MemberOf<PTZDevice2>([=](auto& d) { d.MoveBoth(pan, tilt); }), {}, arguments)});
+  return camera.CarryOut({"move-by", what,
+                          Moving([=](PTZDevice& d) { return std::optional(d.MoveBoth(pan, tilt)); },
+                                 Data(camera).MoveBoth, arguments)});
 }
 
 Outcome MoveTo(Camera& camera, const Arguments& arguments) {
-  Deed deed{"move-to", "Sent to " + PanTilt(arguments.Pan, arguments.Tilt), Data(camera).MoveTo,
-            Shown::BeforeAndAfter};
+  const auto pan = arguments.Pan, tilt = arguments.Tilt;
+  const auto what = "Move to " + PanTilt(pan, tilt);
+  const CameraPlace to{pan, tilt, arguments.Zoom};
   if (!arguments.Zoom)
-    return CarryOut(camera, deed, [&] { return camera.Device().MoveTo(arguments.Pan, arguments.Tilt); });
-  deed.Rule.reset();
-  deed.Done += ", zoom " + Text(*arguments.Zoom);
-  return CarryOutOnDevice2(camera, deed, [&](PTZDevice2& device) {
-    device.MoveTo(arguments.Pan, arguments.Tilt, *arguments.Zoom);
-  });
+    return camera.CarryOut({"move-to", what,
+                            Moving([=](PTZDevice& d) { return std::optional(d.MoveTo(pan, tilt)); },
+                                   Data(camera).MoveTo, arguments, to)});
+  const auto zoom = *arguments.Zoom;
+  return CarryOutOnDevice2(
+      camera, {"move-to", what + ", zoom " + Text(zoom),
+               Moving(MemberOf<PTZDevice2>([=](auto& d) { d.MoveTo(pan, tilt, zoom); }), {}, arguments, to)});
 }
 
 Outcome Zoom(Camera& camera, const Arguments& arguments) {
-  Deed deed{"zoom", arguments.ZoomDirection == ZoomIn ? "Zoomed in" : "Zoomed out", Data(camera).Zoom,
-            Shown::BeforeAndAfter, CapabilityZoom};
-  if (!arguments.ZoomAmount && !arguments.Device2)
-    return CarryOut(camera, deed, [&] { return camera.Device().Zoom(arguments.ZoomDirection); });
-  deed.Rule.reset();
-  if (arguments.ZoomAmount) deed.Done += " by " + Text(*arguments.ZoomAmount);
-  return CarryOutOnDevice2(camera, deed, [&](PTZDevice2& device) {
-    if (arguments.ZoomAmount)
-      device.Zoom(arguments.ZoomDirection, *arguments.ZoomAmount);
-    else
-      device.Zoom(arguments.ZoomDirection);
-  });
+  const auto direction = arguments.ZoomDirection;
+  const auto amount = arguments.ZoomAmount;
+  const auto what =
+      std::string(direction == ZoomIn ? "Zoom in" : "Zoom out") + (amount ? " by " + Text(*amount) : "");
+  if (!amount && !arguments.Device2)
+    return camera.CarryOut(
+        {"zoom", what,
+         Moving([=](PTZDevice& d) { return std::optional(d.Zoom(direction)); }, Data(camera).Zoom, arguments),
+         CapabilityZoom});
+  const auto zoom = [=](PTZDevice2& d) { d.Zoom(direction, amount.value_or(ZoomStepAmount)); };
+  return CarryOutOnDevice2(camera,
+                           {"zoom", what, Moving(MemberOf<PTZDevice2>(zoom), {}, arguments), CapabilityZoom});
 }
 
 Outcome ZoomTo(Camera& camera, const Arguments& arguments) {
+  const auto zoom = arguments.Amount;
   return CarryOutOnDevice2(
-      camera,
-      {"zoom-to", "Zoomed to " + Text(arguments.Amount), {}, Shown::BeforeAndAfter, CapabilityFullZoom},
-      [&](PTZDevice2& device) { device.ZoomTo(arguments.Amount); });
+      camera, {"zoom-to", "Zoom to " + Text(zoom),
+               Moving(MemberOf<PTZDevice2>([=](auto& d) { d.ZoomTo(zoom); }), {}, arguments, {.Zoom = zoom}),
+               CapabilityFullZoom});
 }
 
 Outcome Iris(Camera& camera, const Arguments& arguments) {
-  const char* done = arguments.IrisLevel == IrisOpen    ? "Opened the iris"
-                     : arguments.IrisLevel == IrisClose ? "Closed the iris"
-                                                        : "Set the iris to automatic";
-  const auto needs = arguments.IrisLevel == IrisAuto ? CapabilityAutoIris : CapabilityIris;
-  return CarryOut(camera, {"iris", done, Data(camera).Iris, Shown::Nothing, needs},
-                  [&] { return camera.Device().Iris(arguments.IrisLevel); });
+  const auto level = arguments.IrisLevel;
+  const char* what = level == IrisOpen    ? "Open the iris"
+                     : level == IrisClose ? "Close the iris"
+                                          : "Set the iris to automatic";
+  return camera.CarryOut(
+      {"iris", what, Sending([=](PTZDevice& d) { return std::optional(d.Iris(level)); }, Data(camera).Iris),
+       level == IrisAuto ? CapabilityAutoIris : CapabilityIris});
 }
 
 Outcome Focus(Camera& camera, const Arguments& arguments) {
-  const char* done = arguments.FocusLevel == FocusNear  ? "Focused nearer"
-                     : arguments.FocusLevel == FocusFar ? "Focused farther"
-                                                        : "Set the focus to automatic";
-  const auto needs = arguments.FocusLevel == FocusAuto ? CapabilityAutoFocus2 : CapabilityFocus;
-  return CarryOut(camera, {"focus", done, Data(camera).Focus, Shown::Nothing, needs},
-                  [&] { return camera.Device().Focus(arguments.FocusLevel); });
+  const auto level = arguments.FocusLevel;
+  const char* what = level == FocusNear  ? "Focus nearer"
+                     : level == FocusFar ? "Focus farther"
+                                         : "Set the focus to automatic";
+  return camera.CarryOut(
+      {"focus", what,
+       Sending([=](PTZDevice& d) { return std::optional(d.Focus(level)); }, Data(camera).Focus),
+       level == FocusAuto ? CapabilityAutoFocus2 : CapabilityFocus});
 }
 
-Outcome Home(Camera& camera, const Arguments&) {
-  return CarryOut(camera, {"home", "Went home", Data(camera).Home, Shown::BeforeAndAfter, CapabilityHome},
-                  [&] { return camera.Device().Home(); });
+Outcome Home(Camera& camera, const Arguments& arguments) {
+  return camera.CarryOut(
+      {"home", "Go home",
+       MovingSomewhere([](PTZDevice& d) { return std::optional(d.Home()); }, Data(camera).Home, arguments),
+       CapabilityHome});
 }
 
 Outcome SetPosition(Camera& camera, const Arguments& arguments) {
-  return CarryOut(camera,
-                  {"set-position",
-                   "Told the driver that the camera is at " + PanTilt(arguments.Pan, arguments.Tilt),
-                   {},
-                   Shown::BeforeAndAfter},
-                  [&] {
-                    camera.Device().SetPanTilt(arguments.Pan, arguments.Tilt);
-                    return std::nullopt;
-                  });
+  return camera.SetPosition(
+      arguments.Pan, arguments.Tilt,
+      "Told the driver that the camera is at " + PanTilt(arguments.Pan, arguments.Tilt));
 }
 
 Outcome PresetCount(Camera& camera, const Arguments&) {
-  std::int32_t count = 0;
-  auto outcome = CarryOut(camera, {"preset count", "", {}}, [&] {
-    count = camera.Device().PresetCount();
-    return std::optional(true);
-  });
-  outcome.Answer.reset();
-  outcome.Values = Keep({{"numbered_presets", count}});
+  const auto count = std::make_shared<std::int32_t>();  // a task may outlive this
+  auto outcome = camera.CarryOut({"preset count", "", Asking([count](PTZDevice& d) -> std::optional<bool> {
+                                    *count = d.PresetCount();
+                                    return std::nullopt;
+                                  })});
+  if (outcome.Result == Result::Done) outcome.Values = Keep({{"numbered_presets", *count}});
   return outcome;
 }
 
 Outcome PresetGoto(Camera& camera, const Arguments& arguments) {
-  return CarryOut(camera,
-                  {"preset goto", "Sent to preset " + Text(arguments.Preset), Data(camera).PresetGoto,
-                   Shown::Nothing, CapabilityPreset},
-                  [&] { return camera.Device().PresetGoto(arguments.Preset); });
+  const auto preset = arguments.Preset;
+  return camera.CarryOut({"preset goto", "Go to preset " + Text(preset),
+                          MovingSomewhere([=](PTZDevice& d) { return std::optional(d.PresetGoto(preset)); },
+                                          Data(camera).PresetGoto, arguments),
+                          CapabilityPreset});
 }
 
 Outcome PresetSave(Camera& camera, const Arguments& arguments) {
-  return CarryOut(camera,
-                  {"preset save", "Saved as preset " + Text(arguments.Preset), Data(camera).PresetSave,
-                   Shown::Nothing, CapabilityPreset},
-                  [&] { return camera.Device().PresetSave(arguments.Preset); });
+  const auto preset = arguments.Preset;
+  return camera.CarryOut(
+      {"preset save", "Save as preset " + Text(preset),
+       Sending([=](PTZDevice& d) { return std::optional(d.PresetSave(preset)); }, Data(camera).PresetSave),
+       CapabilityPreset});
 }
 
 Outcome PresetList(Camera& camera, const Arguments&) {
-  auto rows = Json::array();
+  const auto rows = std::make_shared<Json>(Json::array());  // a task may outlive this
   auto outcome = CarryOutOn<PTZNamedPresets>(
-      camera, "PTZNamedPresets", {"preset list", "", {}}, [&](PTZNamedPresets& presets) {
-        for (const auto& preset : presets.GetNamedPresets())
-          rows.push_back({{"index", preset.Index()}, {"id", preset.ID()}, {"name", preset.Name()}});
-      });
-  if (outcome.Result == Result::Done) outcome.Values = Keep({{"named_presets", std::move(rows)}});
+      camera, "PTZNamedPresets",
+      {"preset list", "", Asking(MemberOf<PTZNamedPresets>([rows](auto& presets) {
+         for (const auto& preset : presets.GetNamedPresets())
+           rows->push_back({{"index", preset.Index()}, {"id", preset.ID()}, {"name", preset.Name()}});
+       }))});
+  if (outcome.Result == Result::Done) outcome.Values = Keep({{"named_presets", std::move(*rows)}});
   return outcome;
 }
 
 Outcome PresetGotoNamed(Camera& camera, const Arguments& arguments) {
+  const auto go = [id = arguments.ID](PTZNamedPresets& presets) { presets.GotoNamedPreset(id); };
   return CarryOutOn<PTZNamedPresets>(
       camera, "PTZNamedPresets",
-      {"preset goto-named", "Sent to preset " + arguments.ID, {}, Shown::Nothing, CapabilityNamedPresets},
-      [&](PTZNamedPresets& presets) { presets.GotoNamedPreset(arguments.ID); });
+      {"preset goto-named", "Go to preset " + arguments.ID,
+       MovingSomewhere(MemberOf<PTZNamedPresets>(go), {}, arguments), CapabilityNamedPresets});
 }
 
 Outcome MoveInImage(Camera& camera, const Arguments& arguments) {
-  return CarryOutOn<PTZMoveInImage>(camera, "PTZMoveInImage",
-                                    {"move-in-image",
-                                     "Centred on " + Text(arguments.X) + ", " + Text(arguments.Y),
-                                     {},
-                                     Shown::BeforeAndAfter,
-                                     CapabilityMoveInImage},
-                                    [&](PTZMoveInImage& mover) {
-                                      mover.MoveInImage(arguments.X, arguments.Y, arguments.Width,
-                                                        arguments.Height);
-                                    });
+  const auto move = [=](PTZMoveInImage& mover) {
+    mover.MoveInImage(arguments.X, arguments.Y, arguments.Width, arguments.Height);
+  };
+  return CarryOutOn<PTZMoveInImage>(
+      camera, "PTZMoveInImage",
+      {"move-in-image", "Centre on " + Text(arguments.X) + ", " + Text(arguments.Y),
+       MovingSomewhere(MemberOf<PTZMoveInImage>(move), {}, arguments), CapabilityMoveInImage});
 }
 
 Outcome Continuous(Camera& camera, const Arguments& arguments) {
-  const bool moves = arguments.Pan != 0 || arguments.Tilt != 0 || arguments.Zoom.value_or(0) != 0;
-  auto done = "Moving at speed " + PanTilt(arguments.Pan, arguments.Tilt);
-  if (arguments.Zoom) done += ", zoom " + Text(*arguments.Zoom);
-  auto outcome = CarryOutOn<PTZContinuousControl>(
-      camera, "PTZContinuousControl",
-      {"continuous", done, {}, arguments.Duration ? Shown::After : Shown::Nothing, CapabilityContinuousMove},
-      [&](PTZContinuousControl& control) {
-        Run(camera, control, arguments, moves, [&] {
-          control.ContinuousMove(arguments.Pan, arguments.Tilt);
-          if (arguments.Zoom) control.ContinuousZoom(*arguments.Zoom);
-        });
-      });
-  return Described(std::move(outcome), arguments);
+  auto what = "Move at speed " + PanTilt(arguments.Pan, arguments.Tilt);
+  if (arguments.Zoom) what += ", zoom " + Text(*arguments.Zoom);
+  return camera.Drive({"continuous", what, {}, CapabilityContinuousMove},
+                      {DriveSpeeds::Head{arguments.Pan, arguments.Tilt}, arguments.Zoom}, arguments.Duration,
+                      arguments.Leave);
 }
 
 Outcome ContinuousZoom(Camera& camera, const Arguments& arguments) {
-  auto outcome = CarryOutOn<PTZContinuousControl>(camera, "PTZContinuousControl",
-                                                  {"continuous-zoom",
-                                                   "Zooming at speed " + Text(arguments.Amount),
-                                                   {},
-                                                   arguments.Duration ? Shown::After : Shown::Nothing,
-                                                   CapabilityContinuousZoom},
-                                                  [&](PTZContinuousControl& control) {
-                                                    Run(camera, control, arguments, arguments.Amount != 0,
-                                                        [&] { control.ContinuousZoom(arguments.Amount); });
-                                                  });
-  return Described(std::move(outcome), arguments);
+  return camera.Drive(
+      {"continuous-zoom", "Zoom at speed " + Text(arguments.Amount), {}, CapabilityContinuousZoom},
+      {std::nullopt, arguments.Amount}, arguments.Duration, arguments.Leave);
 }
 
-Outcome Stop(Camera& camera, const Arguments&) {
-  // The position is read afterwards only: nothing comes before a stop.
-  auto outcome = CarryOutOn<PTZContinuousControl>(camera, "PTZContinuousControl",
-                                                  {"stop", "Stopped", {}, Shown::After}, StopMotion);
-  if (outcome.Result == Result::Done) {
-    camera.InMotion = false;
-    if (!Interrupted()) ReleaseInterrupts();
-  } else if (!outcome.Requests.empty()) {
-    outcome.Notes.emplace_back(MayMove);
-  }
-  return outcome;
-}
+Outcome Stop(Camera& camera, const Arguments&) { return camera.Stop(); }
 
-Outcome Wait(Camera&, const Arguments& arguments) {
+Outcome Wait(Camera& camera, const Arguments& arguments) {
   Outcome outcome;
   outcome.Operation = "wait";
   outcome.Text = "Waited " + Seconds(*arguments.Duration);
-  if (!SleepUnlessInterrupted(*arguments.Duration)) {
+  if (!camera.Ending().Sleep(*arguments.Duration)) {
     outcome.Result = Result::Interrupted;
+    outcome.Signal = camera.Ending().Signal();
     outcome.Text = "interrupted";
   }
   return outcome;

@@ -25,6 +25,8 @@ struct Arguments {
   std::string ID;
   std::int32_t X = 0, Y = 0, Width = 0, Height = 0;
   std::optional<std::chrono::milliseconds> Duration;
+  std::optional<std::chrono::milliseconds> Wait;  ///< until at rest, at most so long
+  bool Leave = false;                             ///< a motion goes on when ptzctl has ended
   bool Device2 = false;  ///< call the member of `PTZDevice2` where `PTZDevice` has one of that name too
 };
 
@@ -32,11 +34,13 @@ struct Arguments {
 Outcome ListDrivers();
 Outcome ListOptions(const ptzd::DriverClass& driver);
 
-// On a camera. Each carries out one member of an interface and judges it: by its answer where the driver
-// passes that on, otherwise by whether a request failed. None of them throws for what a driver raises.
+// On a camera. Each carries out one member of an interface. Raise `Interrupted` where ptzctl is to end and
+// the camera need not be stopped; what a driver raises is told in the outcome.
 Outcome Info(Camera& camera, const Arguments&);
 Outcome ShowPosition(Camera& camera, const Arguments&);
 Outcome ShowConnected(Camera& camera, const Arguments&);
+/// Tells the position whenever it is another, for a time or without end.
+Outcome Watch(Camera& camera, const Arguments& arguments);
 Outcome Connect(Camera& camera, const Arguments& arguments);
 Outcome Disconnect(Camera& camera, const Arguments& arguments);
 Outcome Move(Camera& camera, const Arguments& arguments);
@@ -55,7 +59,7 @@ Outcome PresetList(Camera& camera, const Arguments&);
 Outcome PresetGotoNamed(Camera& camera, const Arguments& arguments);
 Outcome MoveInImage(Camera& camera, const Arguments& arguments);
 
-/// Continuous motion; with a duration it is always stopped again, also when interrupted.
+/// Continuous motion. With a duration it is over when this is; else it goes on, see `Camera::Drive`.
 Outcome Continuous(Camera& camera, const Arguments& arguments);
 Outcome ContinuousZoom(Camera& camera, const Arguments& arguments);
 Outcome Stop(Camera& camera, const Arguments&);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
@@ -7,44 +8,43 @@
 #include <string>
 #include <vector>
 
+#include <ptzd/CameraControl.h>
+
+#include "Interruption.h"
+
 namespace ptzctl {
 
-/// How an operation ended; also the exit codes.
+/// How an operation ended; also the exit codes, but of `Interrupted`.
 enum class Result {
   Done = 0,
   Refused = 1,  ///< the camera refused or did not answer, or it or its driver cannot do that
   Usage = 2,
   NoConnection = 3,
-  Error = 4,  ///< a member raised an error
-  Interrupted = 130,
-};
-
-/// A request as the library's log tells it, credentials masked.
-struct RequestRecord {
-  std::string Path;
-  std::optional<std::string> Reply;
-  std::string Failure;  ///< empty when it did not fail
-};
-
-/// Where the driver says that the camera is: degrees, and zoom in the driver's own scale.
-struct Position {
-  float Pan = 0, Tilt = 0;
-  std::optional<float> Zoom;  ///< absent where the driver has no `PTZDevice2`
+  Error = 4,       ///< a member raised an error
+  NotArrived = 5,  ///< the camera took a move that was to be waited for, and is not known to have got there
+  Interrupted = 128,
 };
 
 /// What became of one operation, for people and for programs.
 struct Outcome {
   std::string Operation;
   ptzctl::Result Result = Result::Done;
+  int Signal = 0;  ///< of `Interrupted`
   std::string Text;
   std::vector<std::string> Notes;
+  std::optional<ptzd::WishResult> Became;  ///< of what was wished of a camera
   std::optional<std::int32_t> ErrorNumber;
   std::string ErrorText;
   std::optional<bool> Answer;  ///< of a member that answers True or False
-  std::optional<Position> Before, After;
-  bool PositionIsEstimated = false;
-  std::vector<RequestRecord> Requests;
+  std::optional<ptzd::CameraPosition> Before, Target, Position;
+  std::optional<ptzd::WishOutcome> Stop;  ///< what became of the stop that belonged to it
+  std::vector<ptzd::Exchange> Exchanges;
+  std::optional<std::chrono::nanoseconds> Took;
   std::shared_ptr<const nlohmann::ordered_json> Values;  ///< what was asked for, by name
+
+  int ExitCode() const {
+    return Result == Result::Interrupted ? ExitCodeOf(Signal) : static_cast<int>(Result);
+  }
 };
 
 }  // namespace ptzctl

@@ -1,15 +1,21 @@
 #include "Report.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <system_error>
+#include <utility>
 #include <vector>
 
+#include "ExchangeLog.h"
 #include "Words.h"
 #include "common/Credentials.h"
 #include "common/Numbers.h"
+#include "platform/StandardOutput.h"
 
 namespace ptzctl {
 
@@ -17,34 +23,78 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json JsonOf(const Position& position) {
-  const auto number = [](float value) { return ptzd::Val(ptzd::Text(value)); };
-  Json json = {{"pan", number(position.Pan)}, {"tilt", number(position.Tilt)}};
-  if (position.Zoom) json["zoom"] = number(*position.Zoom);
+Json JsonNumber(float value) { return ptzd::Val(ptzd::Text(value)); }
+
+Json JsonMilliseconds(std::chrono::nanoseconds time) {
+  return ptzd::Round(std::chrono::duration<double, std::milli>(time).count(), 2);
+}
+
+Json JsonOf(const ptzd::CameraPosition& position) {
+  Json json = {{"kind", ptzd::Name(position.Kind)}};
+  if (position.Kind == ptzd::PositionKind::Unknown) return json;
+  json["pan"] = JsonNumber(position.Pan);
+  json["tilt"] = JsonNumber(position.Tilt);
+  if (position.Zoom) json["zoom"] = JsonNumber(*position.Zoom);
   return json;
 }
 
-Json JsonOf(const RequestRecord& request) {
-  Json json = {{"path", request.Path}};
-  if (request.Reply) json["reply"] = *request.Reply;
-  if (!request.Failure.empty()) json["failure"] = request.Failure;
+const char* LinkName(ptzd::ExchangeLink link) {
+  switch (link) {
+    case ptzd::ExchangeLink::HTTP:
+      return "http";
+    case ptzd::ExchangeLink::Serial:
+      return "serial";
+    case ptzd::ExchangeLink::TCP:
+      return "tcp";
+  }
+  return "";
+}
+
+Json JsonError(std::int32_t number, const std::string& text) { return {{"number", number}, {"text", text}}; }
+
+Json JsonOf(const ptzd::Exchange& exchange) {
+  const bool isHTTP = exchange.Link == ptzd::ExchangeLink::HTTP;
+  Json json = {{"link", LinkName(exchange.Link)}, {"where", exchange.Where}};
+  if (isHTTP) {
+    json["method"] = exchange.Method;
+    json["url"] = exchange.URL;
+  }
+  if (!isHTTP || !exchange.Sent.empty()) {
+    if (isHTTP)
+      json["body"] = std::string(exchange.Sent.begin(), exchange.Sent.end());
+    else
+      json["sent"] = ptzd::HexBytes(exchange.Sent);
+  }
+  if (exchange.StatusCode != 0) {
+    json["status"] = exchange.StatusCode;
+    json["reason"] = exchange.Reason;
+  }
+  json["reply"] = exchange.ReplyBeginning;
+  json["reply_size"] = exchange.ReplySize;
+  if (exchange.ErrorNumber != 0) json["error"] = JsonError(exchange.ErrorNumber, exchange.ErrorText);
+  json["ms"] = JsonMilliseconds(exchange.Took);
   return json;
 }
 
 Json JsonOf(const Outcome& outcome) {
   Json json = {{"operation", outcome.Operation},
                {"result", ResultName(outcome.Result)},
-               {"exit", static_cast<int>(outcome.Result)},
+               {"exit", outcome.ExitCode()},
                {"text", outcome.Text}};
-  if (outcome.ErrorNumber) json["error"] = {{"number", *outcome.ErrorNumber}, {"text", outcome.ErrorText}};
+  if (outcome.Became) json["outcome"] = Identifier(ptzd::Name(*outcome.Became));
+  if (outcome.ErrorNumber) json["error"] = JsonError(*outcome.ErrorNumber, outcome.ErrorText);
   if (outcome.Answer) json["answer"] = *outcome.Answer;
   if (outcome.Before) json["before"] = JsonOf(*outcome.Before);
-  if (outcome.After) json["after"] = JsonOf(*outcome.After);
-  if (outcome.Before || outcome.After) json["estimated"] = outcome.PositionIsEstimated;
+  if (outcome.Target) json["target"] = JsonOf(*outcome.Target);
+  if (outcome.Position) json["position"] = JsonOf(*outcome.Position);
+  if (outcome.Stop)
+    json["stop"] = {{"outcome", Identifier(ptzd::Name(outcome.Stop->Result))},
+                    {"tries", outcome.Stop->Tries}};
   if (outcome.Values) json["values"] = *outcome.Values;
   if (!outcome.Notes.empty()) json["notes"] = outcome.Notes;
-  json["requests"] = Json::array();
-  for (const auto& request : outcome.Requests) json["requests"].push_back(JsonOf(request));
+  if (outcome.Took) json["ms"] = JsonMilliseconds(*outcome.Took);
+  json["exchanges"] = Json::array();
+  for (const auto& exchange : outcome.Exchanges) json["exchanges"].push_back(JsonOf(exchange));
   return json;
 }
 
@@ -64,17 +114,27 @@ std::string Label(std::string name) {
   return name;
 }
 
-/// What people need not see: it says again, for programs, what another column says in words.
+/// "integer 0 to 10000", "one of 2400, 4800"
+std::string KindText(const Json& option) {
+  const auto kind = option["kind"].get<std::string>();
+  const auto& values = option["values"];
+  if (kind.starts_with("choice")) return "one of " + Plain(values);
+  if (kind == "integer" && values.size() == 2)
+    return "integer " + Plain(values[0]) + " to " + Plain(values[1]);
+  return kind;
+}
+
+/// What people need not see: another column says it in words.
 bool ForPrograms(const std::string& column) { return column == "type" || column == "values"; }
 
-void PrintTable(const Json& rows) {
+void PrintTable(std::ostream& out, const Json& rows) {
   std::vector<std::vector<std::string>> lines(1);
   for (const auto& [column, value] : rows.front().items())
     if (!ForPrograms(column)) lines.front().push_back(Label(column));
   for (const auto& row : rows) {
     auto& line = lines.emplace_back();
     for (const auto& [column, value] : row.items())
-      if (!ForPrograms(column)) line.push_back(Plain(value));
+      if (!ForPrograms(column)) line.push_back(column == "kind" ? KindText(row) : Plain(value));
   }
   std::vector<std::size_t> widths(lines.front().size());
   for (const auto& line : lines)
@@ -85,50 +145,35 @@ void PrintTable(const Json& rows) {
       text += "  " + line[i];
       if (i + 1 < line.size()) text.append(widths[i] - line[i].size(), ' ');
     }
-    std::cout << text << '\n';
+    out << text << '\n';
   }
 }
 
-void PrintValues(const Json& values) {
+void PrintValues(std::ostream& out, const Json& values) {
   for (const auto& [name, value] : values.items()) {
     const bool table = value.is_array() && !value.empty() && value.front().is_object();
-    std::cout << Printable(Label(name)) << ":" << (table ? "" : " " + Plain(value)) << '\n';
-    if (table) PrintTable(value);
+    out << Printable(Label(name)) << ":" << (table ? "" : " " + Plain(value)) << '\n';
+    if (table) PrintTable(out, value);
   }
 }
 
-std::string ChangeText(const char* name, std::optional<float> before, float after) {
-  const auto text = std::string(name) + " " + ptzd::Text(after);
-  return before && *before != after
-             ? std::string(name) + " " + ptzd::Text(*before) + " -> " + ptzd::Text(after)
-             : text;
+std::string PlaceText(const ptzd::CameraPosition& position) {
+  if (position.Kind == ptzd::PositionKind::Unknown) return "unknown";
+  auto text = "pan " + ptzd::Text(position.Pan) + ", tilt " + ptzd::Text(position.Tilt);
+  if (position.Zoom) text += ", zoom " + ptzd::Text(*position.Zoom);
+  return text + (position.Kind == ptzd::PositionKind::Estimated ? " (estimated)" : "");
 }
 
-std::string PositionText(const Outcome& outcome) {
-  const auto& after = *outcome.After;
-  const auto before = outcome.Before;
-  auto text = ChangeText("pan", before ? std::optional(before->Pan) : std::nullopt, after.Pan) + ", " +
-              ChangeText("tilt", before ? std::optional(before->Tilt) : std::nullopt, after.Tilt);
-  if (after.Zoom) text += ", " + ChangeText("zoom", before ? before->Zoom : std::nullopt, *after.Zoom);
-  return text + (outcome.PositionIsEstimated ? " (estimated)" : "");
+void PrintPlace(std::ostream& out, const char* label, const std::optional<ptzd::CameraPosition>& position) {
+  if (position) out << "  " << label << PlaceText(*position) << '\n';
 }
 
-std::string RequestText(const RequestRecord& request) {
-  constexpr std::size_t longest = 200;
-  auto text = "  " + Printable(request.Path) + "  ->  ";
-  if (!request.Failure.empty()) return text + Printable(request.Failure);
-  if (!request.Reply) return text + "no reply told";
-  if (request.Reply->empty()) return text + "answered, empty reply";
-  const auto reply = Printable(*request.Reply);
-  return text + (reply.size() > longest ? reply.substr(0, longest) + "..." : reply);
-}
-
-void PrintLines(const std::string& text) {
+void PrintLines(std::ostream& out, const std::string& text) {
   std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) std::cout << Printable(line) << '\n';
+  for (std::string line; std::getline(lines, line);) out << Printable(line) << '\n';
 }
 
-void Print(const Outcome& outcome) {
+void Print(std::ostream& out, const Outcome& outcome) {
   const bool failed = outcome.Result != Result::Done;
   if (failed) {
     std::cerr << "ptzctl: " << (outcome.Operation.empty() ? "" : outcome.Operation + ": ")
@@ -137,13 +182,15 @@ void Print(const Outcome& outcome) {
                       : ResultName(outcome.Result) + std::string(": "))
               << Printable(outcome.Text) << std::endl;
   } else if (!outcome.Text.empty()) {
-    PrintLines(outcome.Text);
+    PrintLines(out, outcome.Text);
   }
-  if (outcome.Values) PrintValues(*outcome.Values);
-  if (outcome.After) std::cout << "  " << PositionText(outcome) << '\n';
-  for (const auto& note : outcome.Notes) std::cout << "  note: " << Printable(note) << '\n';
-  for (const auto& request : outcome.Requests) std::cout << RequestText(request) << '\n';
-  std::cout.flush();
+  if (outcome.Values) PrintValues(out, *outcome.Values);
+  if (outcome.Before && outcome.Before->Kind != ptzd::PositionKind::Unknown)
+    PrintPlace(out, "was at    ", outcome.Before);
+  PrintPlace(out, "sent to   ", outcome.Target);
+  PrintPlace(out, "position  ", outcome.Position);
+  for (const auto& note : outcome.Notes) out << "  note: " << Printable(note) << '\n';
+  for (const auto& exchange : outcome.Exchanges) out << "  " << ExchangeText(exchange) << '\n';
 }
 
 }  // namespace
@@ -157,19 +204,54 @@ const char* ResultName(Result result) {
     case Result::Usage:
       return "usage";
     case Result::NoConnection:
-      return "no connection";
+      return "no_connection";
     case Result::Error:
       return "error";
+    case Result::NotArrived:
+      return "not_arrived";
     case Result::Interrupted:
       return "interrupted";
   }
   return "error";
 }
 
-void Report::Show(const Outcome& outcome) const {
-  if (!JSON_) return Print(outcome);
-  // In ASCII, so that no control character of a reply reaches a terminal.
-  std::cout << JsonOf(outcome).dump(-1, ' ', true, Json::error_handler_t::replace) << std::endl;
+Report::Report(bool json) : JSON_(json), OnTerminal_(ptzd::OutputIsTerminal()) {}
+
+void Report::Show(const Outcome& outcome) {
+  std::ostringstream out;
+  if (std::exchange(InProgress_, false)) out << '\n';
+  if (JSON_)
+    // In ASCII, so that no control character of a reply reaches a terminal.
+    out << JsonOf(outcome).dump(-1, ' ', true, Json::error_handler_t::replace) << '\n';
+  else
+    Print(out, outcome);
+  Write(out.str());
+}
+
+void Report::ShowProgress(const Outcome& outcome) {
+  if (JSON_) return Show(outcome);
+  constexpr std::size_t width = 60;
+  auto text = PlaceText(*outcome.Position);
+  if (!OnTerminal_) return Write(text + '\n');
+  text.resize(std::max(text.size(), width), ' ');  // over a longer one
+  InProgress_ = true;
+  Write('\r' + text);
+}
+
+void Report::Write(const std::string& text) {
+  if (!Failure_.empty()) return;
+  errno = 0;
+  std::cout << text;
+  if (std::cout.flush()) return;
+  const int error = errno;
+  Failure_ = "the output cannot be written: " + (error != 0 ? std::generic_category().message(error)
+                                                            : std::string("the system does not say why"));
+#ifdef SIGPIPE
+  if (error == EPIPE) Signal_ = SIGPIPE;
+#endif
+#ifdef SIGHUP
+  if (error == EIO && OnTerminal_) Signal_ = SIGHUP;
+#endif
 }
 
 void Report::Warn(const std::string& text) const {

@@ -9,16 +9,28 @@ namespace ptzctl {
 /// Tells what happened: in words, or as one JSON object per line on the standard output.
 class Report {
  public:
-  explicit Report(bool json) : JSON_(json) {}
+  explicit Report(bool json);
 
-  void Show(const Outcome& outcome) const;
+  void Show(const Outcome& outcome);
+  /// The position of an operation that goes on; on a terminal the next one takes its place.
+  void ShowProgress(const Outcome& outcome);
   void Warn(const std::string& text) const;
 
+  /// Why what was shown could not be written; empty where it was.
+  const std::string& Failure() const { return Failure_; }
+  /// The signal that says the same: nobody reads it any more, or the terminal is gone; 0 for another reason.
+  int Signal() const { return Signal_; }
+
  private:
-  bool JSON_;
+  void Write(const std::string& text);
+
+  const bool JSON_, OnTerminal_;
+  bool InProgress_ = false;  ///< the line on the terminal is not ended
+  int Signal_ = 0;
+  std::string Failure_;
 };
 
-/// The name of a result in JSON: "done", "refused", "usage", "no connection", "error" or "interrupted".
+/// "no_connection", as JSON has it.
 const char* ResultName(Result result);
 
 }  // namespace ptzctl

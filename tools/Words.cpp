@@ -1,5 +1,6 @@
 #include "Words.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <iomanip>
@@ -43,22 +44,22 @@ constexpr Word<ptzd::Capabilities> CapabilityWords[] = {
     {"pan", CapabilityPan},
     {"tilt", CapabilityTilt},
     {"zoom", CapabilityZoom},
-    {"absolute zoom", CapabilityFullZoom},
+    {"absolute_zoom", CapabilityFullZoom},
     {"iris", CapabilityIris},
     {"focus", CapabilityFocus},
-    {"numbered presets", CapabilityPreset},
+    {"numbered_presets", CapabilityPreset},
     {"home", CapabilityHome},
-    {"automatic iris", CapabilityAutoIris},
-    {"automatic focus", CapabilityAutoFocus2},
-    {"several cameras behind one address", CapabilityMultiport},
-    {"continuous moves", CapabilityContinuousMove},
-    {"options of its own", CapabilityExtendedOptions},
-    {"no network address", CapabilityNoAddress},
-    {"relative moves only", CapabilityRelativeControl},
-    {"simple direction moves only", CapabilitySimpleControl},
-    {"continuous zoom", CapabilityContinuousZoom},
-    {"named presets", CapabilityNamedPresets},
-    {"move in image", CapabilityMoveInImage},
+    {"auto_iris", CapabilityAutoIris},
+    {"auto_focus", CapabilityAutoFocus2},
+    {"multiport", CapabilityMultiport},
+    {"continuous_move", CapabilityContinuousMove},
+    {"options", CapabilityExtendedOptions},
+    {"no_address", CapabilityNoAddress},
+    {"relative_moves", CapabilityRelativeControl},
+    {"simple_moves", CapabilitySimpleControl},
+    {"continuous_zoom", CapabilityContinuousZoom},
+    {"named_presets", CapabilityNamedPresets},
+    {"move_in_image", CapabilityMoveInImage},
 };
 
 [[noreturn]] void Refuse(std::string_view name, std::string_view word, const std::string& why) {
@@ -130,17 +131,27 @@ std::string DirectionText(Directions direction) {
   return std::to_string(static_cast<std::int32_t>(direction));
 }
 
-std::vector<std::string> CapabilityTexts(std::int32_t capabilities) {
+std::vector<std::string> CapabilityWordsOf(std::int32_t capabilities) {
   std::vector<std::string> texts;
   for (const auto& word : CapabilityWords)
     if ((capabilities & word.Means) == word.Means) texts.emplace_back(word.Text);
   return texts;
 }
 
-std::string CapabilityText(ptzd::Capabilities flag) {
+std::string CapabilityWord(ptzd::Capabilities flag) {
   for (const auto& word : CapabilityWords)
     if (word.Means == flag) return std::string(word.Text);
   return std::to_string(static_cast<std::int32_t>(flag));
+}
+
+std::string Identifier(std::string_view name) {
+  std::string identifier(name);
+  std::ranges::replace(identifier, ' ', '_');
+  return identifier;
+}
+
+std::string Seconds(std::chrono::milliseconds time) {
+  return Text(static_cast<double>(time.count()) / 1000) + " s";
 }
 
 std::vector<std::string> SplitWords(const std::string& line) {

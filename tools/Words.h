@@ -32,9 +32,15 @@ ptzd::Focus ReadFocus(std::string_view name, std::string_view word);
 /// "up-left"; the number where it has no name.
 std::string DirectionText(ptzd::Directions direction);
 
-/// What the flags say in words, in the order of their values.
-std::vector<std::string> CapabilityTexts(std::int32_t capabilities);
-std::string CapabilityText(ptzd::Capabilities flag);
+/// The identifiers of the flags, in the order of their values.
+std::vector<std::string> CapabilityWordsOf(std::int32_t capabilities);
+std::string CapabilityWord(ptzd::Capabilities flag);
+
+/// "not connected" as "not_connected"
+std::string Identifier(std::string_view name);
+
+/// "1.5 s"
+std::string Seconds(std::chrono::milliseconds time);
 
 /// Words of a line, divided by blanks; a word in double quotes may hold blanks. Raises `UsageError` where
 /// quotes are not closed.

@@ -5,15 +5,18 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <iterator>
+#include <memory>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "Camera.h"
 #include "CommandLine.h"
 #include "Connection.h"
-#include "Interrupt.h"
+#include "ExchangeLog.h"
+#include "Interruption.h"
 #include "LineReader.h"
-#include "LogWatch.h"
 #include "Operations.h"
 #include "Report.h"
 #include "Words.h"
@@ -32,7 +35,8 @@ Outcome UsageOutcome(const std::string& operation, const std::string& text) {
   return outcome;
 }
 
-Camera MakeCamera(const Invocation& invocation, const Report& report, LogWatch& log) {
+std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,
+                                   const Interruption& interruption) {
   const auto& driver = FindDriver(invocation.Driver);
   ptzd::PropertyBag options;
   for (const auto& option : invocation.Options) {
@@ -45,19 +49,55 @@ Camera MakeCamera(const Invocation& invocation, const Report& report, LogWatch& 
     if (onLine) report.Warn("--address: the driver " + std::string(driver.ProgID) + " reads no address");
     options.WriteProperty("Address", CheckedAddress(invocation.Address));
   }
+  ptzd::CameraSettings settings;
   if (!invocation.Line.empty()) {
     if (!onLine) report.Warn("--line: the driver " + std::string(driver.ProgID) + " uses no serial line");
-    UseLine(options, invocation.Line);
+    settings.Ports = UseLine(options, invocation.Line);
   }
-  return {driver, std::move(options), log};
+  settings.Driver = driver.ProgID;
+  settings.Options = options.Contents();
+  // What is sent is what was asked for: nothing is looked at again and again, and nobody else reconnects.
+  settings.WatchesMoves = false;
+  settings.Reconnects = false;
+  settings.StopTime = invocation.StopTime;
+  const auto address = options.Text("Address");
+  return std::make_unique<Camera>(std::move(settings), address.substr(address.rfind('@') + 1), interruption,
+                                  std::make_shared<ExchangeLog>(invocation.Trace));
 }
 
-/// Several operations on one camera, each told as soon as it is over.
+/// Operations on one camera, each told as soon as it is over.
 class Session {
  public:
-  Session(Camera& camera, const Report& report) : Camera_(camera), Report_(report) {}
+  Session(Camera& camera, Report& report, Interruption& interruption)
+      : Camera_(camera), Report_(report), Interruption_(interruption) {
+    Camera_.Tell = [this](const Outcome& outcome) {
+      Report_.ShowProgress(outcome);
+      return !IsOver();
+    };
+    Interruption_.OnSignal([this] { Camera_.StopNow(); });
+  }
+  ~Session() { Interruption_.OnSignal({}); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
 
-  Result Operate(const Operation& operation) { return Tell(operation.Perform(Camera_)); }
+  /// How it ended. Done without a word where it is silent.
+  Result Operate(const Operation& operation, bool silent = false) {
+    try {
+      auto outcome = operation.Perform(Camera_);
+      std::ranges::move(std::exchange(Notes_, {}), std::back_inserter(outcome.Notes));
+      if (!silent || outcome.Result != Result::Done) return Tell(outcome);
+      Notes_ = std::move(outcome.Notes);
+      return outcome.Result;
+    } catch (const Interrupted&) {
+      Outcome outcome;
+      outcome.Operation = operation.Name;
+      outcome.Result = Result::Interrupted;
+      outcome.Signal = Interruption_.Signal();
+      outcome.Text = "interrupted";
+      IsGivenUp_ = !Camera_.MayMove();
+      return Tell(outcome);
+    }
+  }
 
   /// How the line's operation ended; a line without one is done.
   Result Operate(const std::string& line) {
@@ -74,89 +114,123 @@ class Session {
     }
   }
 
-  /// How the first that failed ended.
-  Result First() const { return First_; }
-
- private:
   Result Tell(const Outcome& outcome) {
     Report_.Show(outcome);
-    if (First_ == Result::Done) First_ = outcome.Result;
+    if (ExitCode_ == 0) ExitCode_ = outcome.ExitCode();
     return outcome.Result;
   }
 
+  /// Nothing more is to be done.
+  bool IsOver() const { return Interruption_.Came() || !Report_.Failure().empty(); }
+
+  /// Leaves no motion behind that was begun here, and answers the exit code.
+  int End() {
+    if (Report_.Signal() != 0) Interruption_.Note(Report_.Signal());
+    if (Camera_.MayMove() && (Camera_.IsDriven() || IsOver())) {
+      auto stop = Camera_.Stop();
+      Tell(stop);
+      if (!Report_.Failure().empty()) Report_.Warn(Report_.Failure() + "; " + stop.Text);
+    } else if (!Report_.Failure().empty() && Report_.Signal() == 0) {
+      Report_.Warn(Report_.Failure());
+    }
+    if (Interruption_.Came())
+      ExitCode_ = ExitCodeOf(Interruption_.Signal());
+    else if (!Report_.Failure().empty())
+      ExitCode_ = static_cast<int>(Result::Refused);
+    // What the camera's thread waits for is not needed any more, and may take long.
+    if (IsGivenUp_) std::_Exit(ExitCode_);
+    return ExitCode_;
+  }
+
+ private:
   Camera& Camera_;
-  const Report& Report_;
-  Result First_ = Result::Done;
+  Report& Report_;
+  Interruption& Interruption_;
+  std::vector<std::string> Notes_;  ///< of the connection, to be told with the operation
+  int ExitCode_ = 0;                ///< of the first that failed
+  bool IsGivenUp_ = false;
 };
+
+const Operation ConnectFirst{"connect", [](Camera& camera) { return camera.Connect(); }, true};
 
 using NextLine = std::function<std::optional<std::string>()>;
 
-Result RunLines(Camera& camera, const Report& report, const NextLine& next, bool keepGoing) {
-  Session session(camera, report);
-  const Operation connect{[](Camera& c) { return c.Connect(); }, true};
-  if (session.Operate(connect) != Result::Done) return session.First();
+void RunLines(Session& session, const NextLine& next, bool keepGoing) {
+  if (session.Operate(ConnectFirst) != Result::Done) return;
   while (const auto line = next()) {
     if (*line == "quit" || *line == "exit") break;
     const auto result = session.Operate(*line);
-    if (Interrupted() || (result != Result::Done && !keepGoing)) break;
+    if (session.IsOver() || (result != Result::Done && !keepGoing)) break;
   }
-  if (!Interrupted()) return session.First();
-  if (camera.InMotion) session.Operate("stop");
-  return Result::Interrupted;
 }
 
-Result OperateOnce(Camera& camera, const Report& report, const Invocation& invocation) {
-  Session session(camera, report);
-  if (!invocation.Chosen.Connects) {
-    const auto connected = camera.Connect();
-    if (connected.Result != Result::Done) {
-      report.Show(connected);
-      return connected.Result;
-    }
-  }
-  session.Operate(invocation.Chosen);
-  return Interrupted() ? Result::Interrupted : session.First();
+/// Where connecting moves the camera, the place to keep is gone when there is a connection.
+bool RefuseToKeepPlace(Session& session, const Operation& operation) {
+  Outcome outcome;
+  outcome.Operation = operation.Name;
+  outcome.Result = Result::Refused;
+  outcome.Text =
+      "connecting moves this camera away from where it is; move it to its place and save that on one "
+      "connection: run \"move up 5\" \"" +
+      operation.Name + " N\"";
+  session.Tell(outcome);
+  return false;
 }
 
-Result RunArguments(Camera& camera, const Report& report, const Invocation& invocation) {
-  for (const auto& line : invocation.Lines) ParseLine(line);  // what is wrong is told before anything moves
+bool ConnectOnce(Session& session, const Camera& camera, const Operation& operation) {
+  if (operation.Connects) return true;
+  const auto refuses = [&] { return operation.KeepsPlace && camera.MovesToConnect(); };
+  if (refuses()) return RefuseToKeepPlace(session, operation);
+  if (session.Operate(ConnectFirst, true) != Result::Done || session.IsOver()) return false;
+  return !refuses() || RefuseToKeepPlace(session, operation);
+}
+
+void OperateOnce(Session& session, Camera& camera, const Operation& operation) {
+  if (!ConnectOnce(session, camera, operation)) return;
+  session.Operate(operation);
+  if (session.IsOver()) return;
+  if (const auto ended = camera.AwaitDrive()) session.Tell(*ended);
+}
+
+void RunArguments(Session& session, const Invocation& invocation) {
   auto line = invocation.Lines.begin();
   const NextLine next = [&]() -> std::optional<std::string> {
     if (line == invocation.Lines.end()) return std::nullopt;
     return *line++;
   };
-  return RunLines(camera, report, next, invocation.KeepGoing);
+  RunLines(session, next, invocation.KeepGoing);
 }
 
-Result RunInput(Camera& camera, const Report& report, bool shell, bool keepGoing) {
-  LineReader reader;
+void RunInput(Session& session, const Interruption& interruption, bool shell, bool keepGoing) {
+  LineReader reader(interruption);
   const NextLine next = [&] {
     if (shell) std::cerr << "ptzctl> " << std::flush;
     return reader.Next();
   };
-  return RunLines(camera, report, next, shell || keepGoing);
+  RunLines(session, next, shell || keepGoing);
 }
 
-Result Perform(const Invocation& invocation, const Report& report) {
-  LogWatch log(invocation.Trace);
-  if (invocation.What == Task::Drivers) {
-    report.Show(ListDrivers());
-    return Result::Done;
-  }
-  if (invocation.What == Task::Options) {
-    report.Show(ListOptions(FindDriver(invocation.Driver)));
-    return Result::Done;
-  }
-  auto camera = MakeCamera(invocation, report, log);
-  switch (invocation.What) {
-    case Task::Run:
-      if (!invocation.Lines.empty()) return RunArguments(camera, report, invocation);
-      return RunInput(camera, report, false, invocation.KeepGoing);
-    case Task::Shell:
-      return RunInput(camera, report, true, true);
-    default:
-      return OperateOnce(camera, report, invocation);
-  }
+int ShowList(Report& report, const Outcome& list) {
+  report.Show(list);
+  if (report.Failure().empty()) return 0;
+  report.Warn(report.Failure());
+  return static_cast<int>(Result::Refused);
+}
+
+int Perform(const Invocation& invocation, Report& report) {
+  if (invocation.What == Task::Drivers) return ShowList(report, ListDrivers());
+  if (invocation.What == Task::Options) return ShowList(report, ListOptions(FindDriver(invocation.Driver)));
+  for (const auto& line : invocation.Lines) ParseLine(line);  // what is wrong is told before anything moves
+  Interruption interruption;
+  const auto camera = MakeCamera(invocation, report, interruption);
+  Session session(*camera, report, interruption);
+  if (invocation.What == Task::Operate)
+    OperateOnce(session, *camera, invocation.Chosen);
+  else if (!invocation.Lines.empty())
+    RunArguments(session, invocation);
+  else
+    RunInput(session, interruption, invocation.What == Task::Shell, invocation.KeepGoing);
+  return session.End();
 }
 
 /// The logins in the words of a command line, which may be quoted before any driver knows them. A word may
@@ -171,32 +245,32 @@ std::vector<ptzd::Login> LoginsIn(std::span<char*> words) {
   return logins;
 }
 
-Result Main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   ptzd::MaskedLogins logins;
   logins.Set(LoginsIn({argv + 1, argv + argc}));
   // An error in the command line is told in JSON too where that was asked for.
   Report report(std::any_of(argv + 1, argv + argc, [](std::string_view word) { return word == "--json"; }));
+  Outcome outcome;
   try {
     return Perform(ParseCommandLine(argc, argv), report);
   } catch (const HelpRequest& help) {
     std::cout << help.what();
-    return Result::Done;
+    return 0;
   } catch (const UsageError& error) {
-    report.Show(UsageOutcome("", error.what()));
-    return Result::Usage;
+    outcome = UsageOutcome("", error.what());
   } catch (const std::exception& error) {
-    auto outcome = UsageOutcome("", error.what());
+    outcome = UsageOutcome("", error.what());
     outcome.Result = Result::Error;
-    report.Show(outcome);
-    return Result::Error;
   }
+  report.Show(outcome);
+  return outcome.ExitCode();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto result = static_cast<int>(Main(argc, argv));
-  if (!LineReader::IsWaiting()) return result;
+  const int code = Main(argc, argv);
+  if (!LineReader::IsWaiting()) return code;
   std::cout.flush();
-  std::_Exit(result);
+  std::_Exit(code);
 }

@@ -194,4 +194,10 @@ std::int16_t Int16FromHex(std::string_view digits) {
   return ToInt16(NumberFromText("&H" + std::string(digits)));
 }
 
+std::string HexBytes(std::span<const std::uint8_t> bytes) {
+  std::string text;
+  for (const auto byte : bytes) text += (text.empty() ? "" : " ") + Hex2(byte);
+  return text;
+}
+
 }  // namespace ptzd

@@ -4,6 +4,7 @@
 /// an overflow or the decimal text of a number comes out alike in every driver and on every platform.
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -66,6 +67,8 @@ std::string Hex(std::int32_t value);
 /// The low 8 bits as two upper-case hexadecimal digits, the low 16 as four.
 std::string Hex2(std::int32_t value);
 std::string Hex4(std::int32_t value);
+/// Two digits for each, blanks between: "FF 01 00".
+std::string HexBytes(std::span<const std::uint8_t> bytes);
 
 /// The signed 16-bit number that hexadecimal digits in either case spell: "FDAC" is -596. Raises 13 (type
 /// mismatch) for anything but digits and for none, 6 beyond 16 bits.

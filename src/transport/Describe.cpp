@@ -1,8 +1,8 @@
 #include <ptzd/Exchange.h>
 
 #include <chrono>
-#include <span>
 
+#include "common/Numbers.h"
 #include "common/OneLine.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"
@@ -10,17 +10,6 @@
 namespace ptzd {
 
 namespace {
-
-std::string Hex(std::span<const std::uint8_t> bytes) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string text;
-  for (const auto byte : bytes) {
-    if (!text.empty()) text += ' ';
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-  }
-  return text;
-}
 
 /// Milliseconds, of short times with a digit behind the point.
 std::string TimeText(std::chrono::nanoseconds time) {
@@ -36,7 +25,7 @@ std::string RequestText(const Exchange& exchange) {
     if (!exchange.Sent.empty()) text += " \"" + DecodeBytes(exchange.Sent, CodePage1252) + "\"";
     return text;
   }
-  return exchange.Where + ": " + (exchange.Sent.empty() ? "opening" : Hex(exchange.Sent));
+  return exchange.Where + ": " + (exchange.Sent.empty() ? "opening" : HexBytes(exchange.Sent));
 }
 
 std::string OutcomeText(const Exchange& exchange) {

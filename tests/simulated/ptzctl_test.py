@@ -7,11 +7,13 @@ With RUNNER, scripts/wine32 perhaps, the two are Windows programs that it runs. 
 it cannot run any."""
 
 import json
+import os
 import signal
 import subprocess
 import sys
 import time
 import unittest
+from urllib.parse import urlsplit
 
 PTZCTL, PTZSIM = [sys.argv.pop(1)], [sys.argv.pop(1)]
 WINDOWS = len(sys.argv) > 1
@@ -19,6 +21,26 @@ if WINDOWS:
     RUNNER = [sys.argv.pop(1)]
     PTZCTL, PTZSIM = RUNNER + PTZCTL, RUNNER + PTZSIM
 DEADLINE = 60  # seconds; far more than anything here takes
+# Makes with continuous motion: what arrives for "continuous 20 0" and for the stop, and whether a step is a motor
+# that runs for a time.
+DRIVES = {"axis": ("continuouspantiltmove=40,0", "continuouspantiltmove=0,0", False),
+          "bosch": ("payload=0x800006011085FF0000", "payload=0x800006011085000000", False),
+          "foscam": ("command=6", "command=5", False),
+          "foscamhd": ("ptzMoveRight", "ptzStopRun", True),
+          "meritlilin": ("rpan=8&rtilt=0", "?stop=1", False),
+          "pelco": ("1: right", "1: stop", True),
+          "quorvane": ("joystick&x=20&y=0", "joystick&x=0&y=0", False),
+          "sanyo": ("cmd=5&p_speed=7", "cmd=12", False),
+          "secubest": ("right", "stop", True),
+          "sony": ("ContinuousPanTiltZoom=80,0,0", "ContinuousPanTiltZoom=0,0,0", False),
+          "vivotek": ("vx=20&vy=0", "vx=0&vy=0", False)}
+if WINDOWS:
+    del DRIVES["pelco"]  # has no pseudo-terminals
+# Every driver of cameras with a web server, and the simulator of a camera that it is for.
+ON_HTTP = {name: [name] for name in ("axis", "bosch", "elmo", "foscam", "foscamhd", "grandeye", "meritlilin", "panasonic",
+                                     "panasonicipro", "panogenics", "quorvane", "sanyo", "sony", "toshiba", "vivotek")}
+ON_HTTP |= {"elmo4": ["elmo", "--model", "400"], "elmo402": ["elmo", "--model", "PTC-402C"],
+            "toshiba2": ["toshiba", "--model", "IK-WB15"]}
 PTZ, CONFIG = "/axis-cgi/com/ptz.cgi?", "/axis-cgi/com/ptzconfig.cgi?"
 
 
@@ -26,6 +48,7 @@ class Camera:
     """ptzsim as a camera, an Axis one unless told otherwise."""
 
     def __init__(self, *options, make="axis"):
+        self.make = make
         self.process = subprocess.Popen([*PTZSIM, make, "--until-eof", *options], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.address = self.process.stdout.readline().strip()
@@ -49,17 +72,28 @@ class Camera:
                 return json.loads(text)
         raise AssertionError("ptzsim ended")
 
-    def wait_for_requests(self, count):
+    def wait_for(self, condition, what):
         deadline = time.monotonic() + DEADLINE
-        while len(self.requests()) < count:
+        while not condition():
             if time.monotonic() > deadline:
-                raise AssertionError(f"{len(self.requests())} of {count} requests arrived")
+                raise AssertionError(f"{self.make}: {what} in vain")
+
+    def wait_for_requests(self, count):
+        self.wait_for(lambda: len(self.requests()) >= count, f"waited for {count} requests")
+
+    def is_moving(self):
+        return '"moving": true' in json.dumps(self.ask("state"))
+
+    def sent(self):
+        """What arrived, in words: targets and bodies, or bytes."""
+        return json.dumps([r.get("body") or r["target"] for r in self.ask("log")["requests"]])
 
     def requests(self):
         return [request["target"] for request in self.ask("log")["requests"]]
 
     def options(self):
-        return "--driver", "axis", "--address", self.address
+        feed = ("-o", "Feed=3") if self.make == "quorvane" else ()
+        return "--driver", self.make, "--line" if self.make == "pelco" else "--address", self.address, *feed
 
 
 def start(*arguments):
@@ -77,6 +111,11 @@ def ptzctl(*arguments, text=""):
 def outcomes(*arguments, text=""):
     code, out, _ = ptzctl("--json", *arguments, text=text)
     return code, [json.loads(line) for line in out.splitlines()]
+
+
+def paths(outcome):
+    urls = (urlsplit(exchange["url"]) for exchange in outcome["exchanges"])
+    return [url.path + ("?" + url.query if url.query else "") for url in urls]
 
 
 class ExitCodes(unittest.TestCase):
@@ -99,6 +138,8 @@ class ExitCodes(unittest.TestCase):
                     ("preset goto 3000000000", "number"),
                     ("continuous 1 0 --for 2q", "--for"),
                     ("continuous 1 0 --for -2s", "--for"),
+                    ("continuous 1 0 --for 2s --leave", "--leave"),
+                    ("move up --wait soon", "--wait"),
                     ("-o Port info", "-o Port: "),
                     ("-o =5 info", "-o =5: "),
                     ("-o Port=two info", "Port"),
@@ -140,10 +181,13 @@ class ExitCodes(unittest.TestCase):
             ("move-to 10 10", None, 0, False),  # False although the camera moved
             ("move-to 10 10", "at=pan=,close-mid-reply=5", 1, False),
             ("move up", "at=tilt=,close-mid-reply=5", 1, False),
+            ("move up", "at=tilt=,status=503 Busy", 1, True),  # True whatever the status
             ("zoom in", "at=zoom=,close-mid-reply=5", 1, True),  # True although the camera did not answer
             ("zoom-to 2", "at=zoom=,close-mid-reply=5", 1, None),
             ("continuous 5 0 --for 60s", "at=continuous,close-mid-reply=5", 1, None),  # not after a minute
             ("stop", "at=continuous,close-mid-reply=5", 1, None),
+            ("continuous 101 0 --for 60s", None, 2, None),
+            ("move-by 150 0 --wait 1ms", None, 5, True),  # still on its way
             ("move up 1e30", None, 4, None),  # overflow, in the driver
             ("home", None, 1, False),
             ("preset goto 1", None, 1, False),
@@ -154,7 +198,7 @@ class ExitCodes(unittest.TestCase):
             with self.subTest(operation, fault=fault), Camera() as camera:
                 if fault:
                     camera.say("fault " + fault)
-                code, told = outcomes(*camera.options(), *operation.split())
+                code, told = outcomes(*camera.options(), "--stop-time", "300ms", *operation.split())
                 self.assertEqual(code, expected, told)
                 self.assertEqual(len(told), 1)
                 self.assertEqual(told[0]["exit"], expected)
@@ -164,6 +208,7 @@ class ExitCodes(unittest.TestCase):
                 if "continuous" in (fault or ""):
                     self.assertIn(PTZ + "continuouszoommove=0", camera.requests())
                     self.assertIn("the camera may still be moving", told[0]["notes"])
+                    self.assertGreater(told[0]["stop"]["tries"], 1)
 
     def test_a_run_ends_with_the_first_failure_and_a_shell_goes_on(self):
         lines = "move up\n# a comment\n\nhome\nmove abc\nzoom in\n"
@@ -180,7 +225,7 @@ class Operations(unittest.TestCase):
         code, told = outcomes(*camera.options(), *options, "run", *(operation for operation, *_ in rows))
         self.assertEqual(code, 0, told)
         for (operation, *requests), outcome in zip(rows, told[1:], strict=True):
-            self.assertEqual([request["path"] for request in outcome["requests"]], requests, operation)
+            self.assertEqual(paths(outcome), requests, operation)
         arrived = camera.requests()
         self.assertEqual(arrived[-sum(len(row) - 1 for row in rows):], [r for row in rows for r in row[1:]])
         self.assertEqual(camera.ask("log")["violations"], [])
@@ -190,7 +235,7 @@ class Operations(unittest.TestCase):
         with Camera() as camera:  # at pan -37.25, tilt 12.5, zoom 2345
             self.check(camera, (
                 ("connected",),
-                ("position",),
+                ("position", PTZ + "query=position"),
                 ("info",),
                 ("move up-left", PTZ + "pan=-42&tilt=17"),
                 ("move down-right 2 --device2", PTZ + "pan=-40&tilt=15"),
@@ -199,7 +244,6 @@ class Operations(unittest.TestCase):
                 ("move-by -10 5 --device2", PTZ + "pan=-50&tilt=15"),
                 ("move-to 190 -20", PTZ + "pan=-170&tilt=-20"),
                 ("move-to 10 20 0", PTZ + "pan=10&tilt=20&zoom=1"),
-                ("move-to 10 20",),  # there already
                 ("zoom in --device2", PTZ + "zoom=81"),
                 ("zoom out", PTZ + "zoom=1"),
                 ("zoom in 2", PTZ + "zoom=642"),
@@ -238,25 +282,140 @@ class Operations(unittest.TestCase):
             self.assertIn(PTZ + "pan=0&tilt=0&zoom=1", camera.requests())
 
 
-@unittest.skipIf(WINDOWS, "nothing can interrupt a Windows program from here")
-class ContinuousMotion(unittest.TestCase):
-    def test_it_is_stopped_when_ptzctl_is_interrupted(self):
-        for arguments, text in ((["continuous", "20", "0", "--for", "1m"], None),
-                                (["run", "continuous 20 0", "wait 1m"], None),
+class Logins(unittest.TestCase):
+    def test_no_make_hides_that_a_login_is_wrong(self):
+        for driver, make in ON_HTTP.items():
+            with self.subTest(driver), Camera(*make[1:], "--user", "admin", "--password", "secret", "--auth", "basic",
+                                              make=make[0]) as camera:
+                camera.address = "admin:wrong@" + camera.address
+                code, out, err = ptzctl(*camera.options(), "--driver", driver, "move", "up", "5")
+                self.assertEqual(code, 1 if driver.startswith("foscam") else 3)
+                self.assertIn("the camera demands a login: 401 Unauthorized", err)
+                self.assertIn("-> 401 Unauthorized, ", out)
+
+    def test_no_make_hides_that_nothing_answers(self):
+        with Camera() as camera:
+            gone = camera.address
+        for driver, (make, *_) in ON_HTTP.items():
+            with self.subTest(driver):
+                asks = not driver.startswith("foscam")
+                feed = ("-o", "Feed=3") if make == "quorvane" else ()
+                camera = "--driver", driver, "--address", gone, *feed
+                self.assertEqual(ptzctl(*camera, "move", "up")[0], 3 if asks else 1)
+                code, (info,) = outcomes(*camera, "info")
+                self.assertEqual(code, 3 if asks else 0)
+                if not asks:
+                    self.assertEqual(info["values"]["link"], "untried")
+                    self.assertEqual(info["position"], {"kind": "unknown"})
+
+
+def end(camera, way, arguments, begun):
+    """Starts ptzctl, ends it in some way once that has arrived, and answers its exit code."""
+    streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.DEVNULL}
+    if way == "full":
+        streams["stdout"] = os.open("/dev/full", os.O_WRONLY)
+    if way in ("terminal", "console"):
+        import fcntl, pty, termios
+        ours, its = pty.openpty()
+        streams = {"stdin": its, "stdout": its, "stderr": its, "start_new_session": True,
+                   "preexec_fn": lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0)}
+    with subprocess.Popen([*PTZCTL, *camera.options(), *arguments], **streams) as process:
+        if way == "full":
+            os.close(streams["stdout"])
+        camera.wait_for(lambda: begun in camera.sent() or process.poll() is not None, begun)
+        if way == "pipe":
+            process.stdout.close()
+        elif way == "terminal":
+            os.close(its)
+            os.close(ours)
+        elif way == "console":
+            os.write(ours, b"\x03")
+        elif way != "full":
+            process.send_signal(getattr(signal, way))
+        return process.wait(DEADLINE)
+
+
+class Motion(unittest.TestCase):
+    def check_at_rest(self, camera, stop):
+        camera.wait_for(lambda: stop in camera.sent(), "waited for the stop")  # lines may be read late
+        camera.wait_for(lambda: not camera.is_moving(), "waited for rest")
+
+    def test_it_does_not_outlive_ptzctl(self):
+        ways = {"SIGINT": 130, "SIGTERM": 143, "SIGHUP": 129, "SIGQUIT": 131, "pipe": 141, "full": 1, "terminal": 129}
+        for make, (drive, stop, timed) in DRIVES.items():
+            for operation in ["continuous 20 0", "continuous 20 0 --for 1m"] + timed * ["move right 170"]:
+                for way, expected in {"console": 130}.items() if WINDOWS else ways.items():
+                    if way == "full" and operation != "continuous 20 0":
+                        continue  # says nothing before it is over
+                    with self.subTest(make, operation=operation, way=way), Camera(make=make) as camera:
+                        code = end(camera, way, operation.split(), drive if "cont" in operation else drive.split("=")[0])
+                        self.assertEqual(code, expected)
+                        self.check_at_rest(camera, stop)
+
+    @unittest.skipIf(WINDOWS, "only a console can interrupt there")
+    def test_waiting_operations_are_interrupted(self):
+        for arguments, text in ((["run", "continuous 20 0", "wait 1m"], None),
                                 (["shell"], "continuous 20 0\n")):  # then waiting for the next line
-            for number in (signal.SIGINT, signal.SIGTERM):
-                with self.subTest(arguments, signal=number), Camera() as camera:
-                    process = start(*camera.options(), *arguments)
-                    if text:
-                        process.stdin.write(text)
-                        process.stdin.flush()
-                    while PTZ + "continuouspantiltmove=40,0" not in camera.requests():
-                        self.assertIsNone(process.poll(), "ptzctl ended")
-                    process.send_signal(number)
-                    self.assertEqual(process.wait(DEADLINE), 130)
-                    process.communicate()
-                    self.assertIn(PTZ + "continuouspantiltmove=0,0", camera.requests())
-                    self.assertFalse(camera.ask("state")["heads"][0]["moving"])
+            with self.subTest(arguments), Camera() as camera:
+                process = start(*camera.options(), "--json", *arguments)
+                if text:
+                    process.stdin.write(text)
+                    process.stdin.flush()
+                camera.wait_for(lambda: DRIVES["axis"][0] in camera.sent(), "waited for the drive")
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(process.wait(DEADLINE), 143)
+                last = json.loads(process.communicate()[0].splitlines()[-1])
+                self.assertEqual((last["result"], last["exit"], last["stop"]),
+                                 ("interrupted", 143, {"outcome": "sent", "tries": 1}))
+                self.check_at_rest(camera, DRIVES["axis"][1])
+
+    def test_it_ends_with_the_program_and_its_time_unless_left(self):
+        for make, (drive, stop, _) in DRIVES.items():
+            for operation in (["continuous 20 0 --for 1ms"], ["run", "continuous 20 0"]):
+                with self.subTest(make, operation=operation), Camera(make=make) as camera:
+                    words = operation if operation[0] == "run" else operation[0].split()
+                    self.assertEqual(ptzctl(*camera.options(), *words)[0], 0)
+                    self.check_at_rest(camera, stop)
+        with Camera() as camera:
+            self.assertEqual(ptzctl(*camera.options(), *"continuous 1 0 --leave".split())[0], 0)
+            self.assertTrue(camera.is_moving())
+            self.assertNotIn(DRIVES["axis"][1], camera.sent())
+            self.assertEqual(ptzctl(*camera.options(), "stop")[0], 0)
+            self.check_at_rest(camera, DRIVES["axis"][1])
+
+    def test_a_stop_is_repeated_until_it_is_taken(self):
+        with Camera() as camera:
+            camera.say("fault next=2,at=continuouspantiltmove=0,status=503 Busy")
+            code, (told,) = outcomes(*camera.options(), "continuous", "20", "0", "--for", "1ms")
+            self.assertEqual((code, told["stop"]), (0, {"outcome": "sent", "tries": 3}))
+
+    def test_what_became_of_a_move(self):
+        target = {"kind": "target", "pan": -32, "tilt": 12, "zoom": 7.25}
+        with Camera() as camera:
+            code, (told,) = outcomes(*camera.options(), "move", "right", "5", "--wait")
+            self.assertEqual((code, told["outcome"], told["target"]), (0, "arrived", target))
+            self.assertEqual(told["position"], target | {"kind": "read"})
+            code, told = outcomes(*camera.options(), "watch", "1ms")
+            self.assertEqual((code, told[0]["position"]), (0, target | {"kind": "read"}))
+            code, told = outcomes(*camera.options(), "run", "move-to 10 20", "move-to 10 20")
+            self.assertEqual((code, told[2]["outcome"]), (1, "not_sent"))  # there already
+        for make, expected, outcome, position in (
+                ("foscam", 5, "sent", None),
+                ("foscamhd", 0, "sent", {"kind": "estimated", "pan": 5, "tilt": 0})):
+            with self.subTest(make), Camera(make=make) as camera:
+                code, (told,) = outcomes(*camera.options(), "move", "right", "5", "--wait")
+                self.assertEqual((code, told["outcome"], told.get("position")), (expected, outcome, position))
+                self.assertEqual(ptzctl(*camera.options(), "watch")[0], 1)
+
+    def test_heads_that_connecting_moves_keep_no_place(self):
+        for camera in (Camera(make="vivotek"), Camera("--head", "relative")):
+            with self.subTest(camera.make), camera:
+                code, (told,) = outcomes(*camera.options(), "preset", "save", "2")
+                self.assertEqual(code, 1)
+                self.assertIn('run "', told["text"])
+                code, told = outcomes(*camera.options(), "run", "preset save 2")
+                self.assertEqual(code, 0)
+                self.assertIn("connecting has moved the camera", told[0]["notes"][0])
 
 
 class OtherConnections(unittest.TestCase):
@@ -272,12 +431,10 @@ class OtherConnections(unittest.TestCase):
         self.assertEqual(code, 3)
         self.assertIn(line.address, out + err, "names the line that is not there")
 
-    @unittest.skipIf(WINDOWS, "asynchronous sends that are under way when a program ends can be lost there")
     def test_a_make_whose_own_stop_sends_nothing(self):
         with Camera(make="sony") as camera:
             options = "--driver", "sony", "--address", camera.address
             self.assertEqual(ptzctl(*options, "run", "continuous 5 0 --for 1ms", "stop")[0], 0)
-            camera.wait_for_requests(10)  # five inquiries, the motion, and twice two stops
             commands = [request["body"] for request in camera.ask("log")["requests"] if request["body"]]
             stop = "ContinuousPanTiltZoom=0,0,0,Image1"
             self.assertEqual(commands, ["ContinuousPanTiltZoom=20,0,0,Image1"] + 4 * [stop])
@@ -301,26 +458,33 @@ class JSON(unittest.TestCase):
         self.assertFalse(rows[23]["available"])
         _, (options,) = outcomes("options", "qvptz.axis")
         self.assertEqual(options["values"]["options"], [
-            {"name": "ZoomStep", "kind": "integer 0 to 10000", "default": 0, "description": "Zoom step value",
+            {"name": "ZoomStep", "kind": "integer", "default": 0, "description": "Zoom step value",
              "type": 2, "values": [0, 10000]}])
         self.assertEqual([o["name"] for o in options["values"]["common_options"]], ["Address", "Port", "Reset"])
         ranges = {row.pop("name"): row for row in options["values"]["ranges"]}
         self.assertEqual(list(ranges), ["pan", "tilt", "zoom", "pan_speed", "tilt_speed", "zoom_speed"])
-        self.assertEqual(ranges["zoom"], {"least": 0, "greatest": None, "unit": "zoom steps", "beyond": "passed on",
+        self.assertEqual(ranges["zoom"], {"least": 0, "greatest": None, "unit": "zoom steps", "beyond": "passed_on",
                                           "depends_on_model": False})
         self.assertEqual({name: options["values"][name] for name in list(options["values"])[-4:]},
-                         {"asks_to_connect": True, "connects_unheard": False, "moves_to_connect": "on some models",
+                         {"asks_to_connect": True, "connects_unheard": False, "moves_to_connect": "on_some_models",
                           "stops_by_speed_zero": True})
 
     def test_positions_and_errors(self):
         with Camera() as camera:
             _, (move,) = outcomes(*camera.options(), "move", "up-left", "5")
-            self.assertEqual(move["before"], {"pan": -37, "tilt": 12, "zoom": 7.25})
-            self.assertEqual(move["after"], {"pan": -42, "tilt": 17, "zoom": 7.25})
-            self.assertEqual((move["operation"], move["result"], move["estimated"]), ("move", "done", False))
-            self.assertEqual(move["requests"], [{"path": PTZ + "pan=-42&tilt=17", "reply": ""}])
+            self.assertEqual(move["before"], {"kind": "read", "pan": -37, "tilt": 12, "zoom": 7.25})
+            self.assertEqual(move["target"], {"kind": "target", "pan": -42, "tilt": 17, "zoom": 7.25})
+            self.assertEqual((move["operation"], move["result"], move["outcome"]), ("move", "done", "sent"))
+            (exchange,) = move["exchanges"]
+            self.assertGreaterEqual(move["ms"], exchange.pop("ms"))
+            self.assertEqual(exchange, {
+                "link": "http", "where": camera.address, "method": "GET",
+                "url": f"http://{camera.address}{PTZ}pan=-42&tilt=17", "status": 204, "reason": "No Content",
+                "reply": "", "reply_size": 0})
+            _, (info,) = outcomes(*camera.options(), "info")
+            self.assertEqual(info["values"]["capabilities"][:4], ["pan", "tilt", "zoom", "absolute_zoom"])
         code, (lost,) = outcomes(*camera.options(), "info")
-        self.assertEqual((code, lost["result"]), (3, "no connection"))
+        self.assertEqual((code, lost["result"]), (3, "no_connection"))
         self.assertEqual(lost["error"], {"number": 17001, "text": "Unable to connect to the device"})
         code, (usage,) = outcomes("move", "up", "abc")
         self.assertEqual((code, usage["result"]), (2, "usage"))

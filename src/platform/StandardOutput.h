@@ -1,0 +1,8 @@
+#pragma once
+
+namespace ptzd {
+
+/// Whether a person sees what is written to the standard output.
+bool OutputIsTerminal();
+
+}  // namespace ptzd

@@ -1,0 +1,9 @@
+#include "platform/StandardOutput.h"
+
+#include <unistd.h>
+
+namespace ptzd {
+
+bool OutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
+
+}  // namespace ptzd

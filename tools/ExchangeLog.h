@@ -1,0 +1,37 @@
+#pragma once
+
+#include <ptzd/Exchange.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace ptzctl {
+
+/// Keeps what went over the wire, to tell it with the operation that it was for. There may be one at a time.
+class ExchangeLog final : public ptzd::ExchangeSink {
+ public:
+  /// `trace` prints each exchange, and each line of the library's log, on the standard error stream.
+  explicit ExchangeLog(bool trace);
+  ~ExchangeLog() override;
+  ExchangeLog(const ExchangeLog&) = delete;
+  ExchangeLog& operator=(const ExchangeLog&) = delete;
+
+  void Begun(const ptzd::Exchange& exchange) override;
+  void Ended(const ptzd::Exchange& exchange) override;
+
+  /// Those since the last call. One that was not over yet is told as far as it came, and not again.
+  std::vector<ptzd::Exchange> Take();
+
+ private:
+  const bool Trace_;
+  std::mutex Mutex_;
+  std::vector<ptzd::Exchange> Ended_;
+  std::map<std::uint64_t, ptzd::Exchange> UnderWay_;
+};
+
+/// What `Describe` says, and how the reply begins; control characters escaped.
+std::string ExchangeText(const ptzd::Exchange& exchange);
+
+}  // namespace ptzctl
