@@ -7,7 +7,8 @@
 
 namespace ptzd {
 
-/// While it lives, what usually ends the process is told instead: INT, TERM, HUP, QUIT and PIPE; on Windows
+/// While it lives, what usually ends the process is told instead: INT, TERM, HUP, QUIT and PIPE, and TSTP,
+/// since a process that is suspended could stop no camera; on Windows
 /// Ctrl-C, Ctrl-Break, and the closing of the console, after which the system leaves a few seconds. PIPE is
 /// told as soon as the pipe that is the standard output has no reader left, where the system can tell that
 /// before something is written. For tools that must stop a camera first; the library makes none of its own

@@ -17,7 +17,7 @@ namespace ptzd {
 
 namespace {
 
-constexpr std::array Signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
+constexpr std::array Signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP};
 
 // What the handler writes to; a signal's number is one byte.
 std::atomic<int> WriteEnd = -1;
