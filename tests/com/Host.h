@@ -91,6 +91,23 @@ class Value : public VARIANT {
   }
 };
 
+/// The type library that registration made known.
+inline ComPtr<ITypeLib> RegisteredLibrary() {
+  static constexpr GUID identifier = {
+      0x04B52BB1, 0x7DBA, 0x4A29, {0x98, 0xA5, 0x70, 0x71, 0xB2, 0x38, 0x3D, 0xD2}};
+  ComPtr<ITypeLib> library;
+  LoadRegTypeLib(identifier, 1, 36, LOCALE_NEUTRAL, &library);
+  return library;
+}
+
+inline TYPEATTR AttributesOf(ITypeInfo* info) {
+  TYPEATTR* attributes = nullptr;
+  if (FAILED(info->GetTypeAttr(&attributes))) return {};
+  const auto copy = *attributes;
+  info->ReleaseTypeAttr(attributes);
+  return copy;
+}
+
 inline std::wstring Text(BSTR& text) {
   std::wstring result(text ? text : L"", SysStringLen(text));
   SysFreeString(text);

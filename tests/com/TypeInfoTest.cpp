@@ -30,14 +30,6 @@ std::wstring NameOf(ITypeInfo* info, MEMBERID member = MEMBERID_NIL) {
   return Text(name);
 }
 
-TYPEATTR AttributesOf(ITypeInfo* info) {
-  TYPEATTR* attributes = nullptr;
-  EXPECT_EQ(info->GetTypeAttr(&attributes), S_OK);
-  const auto copy = *attributes;
-  info->ReleaseTypeAttr(attributes);
-  return copy;
-}
-
 Value FirstOf(ITypeInfo* enumeration) {
   VARDESC* first = nullptr;
   EXPECT_EQ(enumeration->GetVarDesc(0, &first), S_OK);
@@ -48,37 +40,24 @@ Value FirstOf(ITypeInfo* enumeration) {
 
 /// A type's name, and a value of it.
 std::pair<std::wstring, Value> TypeOf(ITypeInfo* info, const TYPEDESC& type) {
-  switch (type.vt) {
-    case VT_VOID:
-      return {L"nothing", Value()};
-    case VT_BOOL:
-      return {L"Boolean", Value::Boolean(true)};
-    case VT_I4:
-      return {L"Long", Value::Long(1)};
-    case VT_R4:
-      return {L"Single", Value::Double(2)};
-    case VT_BSTR:
-      return {L"Text", Value::Text(L"7")};
-    case VT_VARIANT:
-      return {L"Variant", Value::Long(0)};
-    case VT_DISPATCH:
-    case VT_UNKNOWN:
-      return {L"Object", Value()};
-    case VT_PTR:  // only in the type library
-      return {L"Reference", Value()};
-    case VT_SAFEARRAY:
-      return {TypeOf(info, *type.lptdesc).first + L"()", Value()};
-    case VT_UI1:
-      return {L"Byte", Value()};
-    case VT_USERDEFINED: {
-      ComPtr<ITypeInfo> referred;
-      EXPECT_EQ(info->GetRefTypeInfo(type.hreftype, &referred), S_OK);
-      EXPECT_EQ(AttributesOf(referred.Get()).typekind, TKIND_ENUM);
-      return {NameOf(referred.Get()), FirstOf(referred.Get())};
-    }
-  }
-  ADD_FAILURE() << "a type that no member has: " << type.vt;
-  return {};
+  static const std::map<VARTYPE, std::pair<std::wstring, Value>> plain = {
+      {VT_VOID, {L"nothing", {}}},
+      {VT_BOOL, {L"Boolean", Value::Boolean(true)}},
+      {VT_I4, {L"Long", Value::Long(1)}},
+      {VT_R4, {L"Single", Value::Double(2)}},
+      {VT_BSTR, {L"Text", Value::Text(L"7")}},
+      {VT_VARIANT, {L"Variant", Value::Long(0)}},
+      {VT_DISPATCH, {L"Object", {}}},
+      {VT_UNKNOWN, {L"Object", {}}},
+      {VT_PTR, {L"Reference", {}}},  // only in the type library
+      {VT_UI1, {L"Byte", {}}}};
+  if (const auto found = plain.find(type.vt); found != plain.end()) return found->second;
+  if (type.vt == VT_SAFEARRAY) return {TypeOf(info, *type.lptdesc).first + L"()", {}};
+  EXPECT_EQ(type.vt, VT_USERDEFINED) << "a type that no member has";
+  ComPtr<ITypeInfo> referred;
+  EXPECT_EQ(info->GetRefTypeInfo(type.hreftype, &referred), S_OK);
+  EXPECT_EQ(AttributesOf(referred.Get()).typekind, TKIND_ENUM);
+  return {NameOf(referred.Get()), FirstOf(referred.Get())};
 }
 
 Listed Read(ITypeInfo* info, const FUNCDESC& function) {
@@ -167,10 +146,7 @@ std::map<std::wstring, INVOKEKIND> RecordedMembers(ITypeInfo* coclass) {
 }
 
 TEST_F(TypeInfoTest, EveryDriverListsWhatItAnswersByName) {
-  static constexpr GUID libraryID = {
-      0x04B52BB1, 0x7DBA, 0x4A29, {0x98, 0xA5, 0x70, 0x71, 0xB2, 0x38, 0x3D, 0xD2}};
-  ComPtr<ITypeLib> library;
-  ASSERT_EQ(LoadRegTypeLib(libraryID, 1, 36, LOCALE_NEUTRAL, &library), S_OK);
+  const auto library = RegisteredLibrary();
   int drivers = 0;
   for (UINT i = 0; i < library->GetTypeInfoCount(); ++i) {
     ComPtr<ITypeInfo> coclass;

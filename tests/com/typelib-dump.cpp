@@ -4,27 +4,26 @@
 //   enum NAME, then its members and values
 //   interface NAME {identifier} : BASE FLAGS, then per member
 //       slot after those of IDispatch, DISPID, get/put/putref/method, name(parameters) -> result FLAGS
-//   class NAME {identifier} FLAGS, then its interfaces
+//   class NAME {identifier} FLAGS: its interfaces
 //
 // Types stand sorted by kind and name, their members in the library's order. A parameter is "name: type",
 // with its flags in brackets unless it is plainly [in].
 
-#include <windows.h>
-
 #include <fcntl.h>
 #include <io.h>
-#include <oleauto.h>
-#include <wrl/client.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "Host.h"
+
 namespace {
 
-using Microsoft::WRL::ComPtr;
+using host::ComPtr;
 
 [[noreturn]] void Fail(const std::string& what, HRESULT code) {
   std::fprintf(stderr, "typelib-dump: %s: error 0x%08lX\n", what.c_str(), static_cast<unsigned long>(code));
@@ -81,78 +80,25 @@ std::string NameOf(ITypeInfo* info) {
 }
 
 std::string TypeName(ITypeInfo* info, const TYPEDESC& type) {
-  switch (type.vt) {
-    case VT_EMPTY:
-      return "empty";
-    case VT_I1:
-      return "char";
-    case VT_UI1:
-      return "unsigned char";
-    case VT_I2:
-      return "short";
-    case VT_UI2:
-      return "unsigned short";
-    case VT_I4:
-      return "long";
-    case VT_UI4:
-      return "unsigned long";
-    case VT_INT:
-      return "int";
-    case VT_UINT:
-      return "unsigned int";
-    case VT_R4:
-      return "float";
-    case VT_R8:
-      return "double";
-    case VT_BOOL:
-      return "VARIANT_BOOL";
-    case VT_BSTR:
-      return "BSTR";
-    case VT_VARIANT:
-      return "VARIANT";
-    case VT_DISPATCH:
-      return "IDispatch*";
-    case VT_UNKNOWN:
-      return "IUnknown*";
-    case VT_HRESULT:
-      return "HRESULT";
-    case VT_VOID:
-      return "void";
-    case VT_PTR:
-      return TypeName(info, *type.lptdesc) + "*";
-    case VT_SAFEARRAY:
-      return "SAFEARRAY(" + TypeName(info, *type.lptdesc) + ")";
-    case VT_USERDEFINED: {
-      ComPtr<ITypeInfo> target;
-      Check(info->GetRefTypeInfo(type.hreftype, &target), "GetRefTypeInfo");
-      return NameOf(target.operator->());
-    }
-    default:
-      return Format("type %lu", type.vt);
-  }
+  static const std::map<VARTYPE, const char*> plain = {
+      {VT_UI1, "unsigned char"}, {VT_I2, "short"},          {VT_I4, "long"},
+      {VT_R4, "float"},          {VT_R8, "double"},         {VT_BOOL, "VARIANT_BOOL"},
+      {VT_BSTR, "BSTR"},         {VT_VARIANT, "VARIANT"},   {VT_DISPATCH, "IDispatch*"},
+      {VT_VOID, "void"},         {VT_UNKNOWN, "IUnknown*"}, {VT_HRESULT, "HRESULT"}};
+  if (const auto found = plain.find(type.vt); found != plain.end()) return found->second;
+  if (type.vt == VT_PTR) return TypeName(info, *type.lptdesc) + "*";
+  if (type.vt == VT_SAFEARRAY) return "SAFEARRAY(" + TypeName(info, *type.lptdesc) + ")";
+  if (type.vt != VT_USERDEFINED) return Format("type %lu", type.vt);
+  ComPtr<ITypeInfo> target;
+  Check(info->GetRefTypeInfo(type.hreftype, &target), "GetRefTypeInfo");
+  return NameOf(target.Get());
 }
 
-std::string Number(const VARIANT& value) {
-  char text[40];
-  switch (value.vt) {
-    case VT_I2:
-      std::snprintf(text, sizeof text, "%d", value.iVal);
-      return text;
-    case VT_I4:
-    case VT_INT:
-      std::snprintf(text, sizeof text, "%ld", value.lVal);
-      return text;
-    case VT_R4:
-      std::snprintf(text, sizeof text, "%.9g", value.fltVal);
-      return text;
-    case VT_R8:
-      std::snprintf(text, sizeof text, "%.17g", value.dblVal);
-      return text;
-    case VT_BSTR:
-      return '"' + Narrow(value.bstrVal) + '"';
-    default:
-      return Format("variant of type %lu", value.vt);
-  }
+/// A number, or a text in quotes.
+std::string Literal(VARIANT& value) {
+  host::Value text;
+  Check(VariantChangeTypeEx(&text, &value, LOCALE_INVARIANT, 0, VT_BSTR), "VariantChangeTypeEx");
+  return value.vt == VT_BSTR ? '"' + Narrow(text.bstrVal) + '"' : Narrow(text.bstrVal);
 }
 
 std::string Parameter(ITypeInfo* info, const ELEMDESC& element, const std::string& name) {
@@ -167,7 +113,7 @@ std::string Parameter(ITypeInfo* info, const ELEMDESC& element, const std::strin
   if (detail.wParamFlags & PARAMFLAG_FOPT) add("optional");
   if (flags != "in") text += " [" + flags + "]";
   if (detail.wParamFlags & PARAMFLAG_FHASDEFAULT)
-    text += " = " + Number(detail.pparamdescex->varDefaultValue);
+    text += " = " + Literal(detail.pparamdescex->varDefaultValue);
   return text;
 }
 
@@ -223,7 +169,7 @@ std::string Enumeration(ITypeInfo* info) {
     BSTR name = nullptr;
     UINT count = 0;
     Check(info->GetNames(variable->memid, &name, 1, &count), "GetNames");
-    text += "  " + Take(name) + " = " + Number(*variable->lpvarValue) + "\n";
+    text += "  " + Take(name) + " = " + Literal(*variable->lpvarValue) + "\n";
     info->ReleaseVarDesc(variable);
   }
   return text;
@@ -240,11 +186,11 @@ std::string Interface(ITypeInfo* info) {
   } else {
     return text + " is not dual\n";
   }
-  ITypeInfo* members = table.operator->();
+  ITypeInfo* members = table.Get();
   ComPtr<ITypeInfo> base;
   Check(members->GetRefTypeOfImplType(0, &reference), "GetRefTypeOfImplType");
   Check(members->GetRefTypeInfo(reference, &base), "GetRefTypeInfo");
-  text += " : " + NameOf(base.operator->()) + " dual";
+  text += " : " + NameOf(base.Get()) + " dual";
   const Attributes own(members);
   if (own->wTypeFlags & TYPEFLAG_FOLEAUTOMATION) text += " oleautomation";
   if (attributes->wTypeFlags & TYPEFLAG_FHIDDEN) text += " hidden";
@@ -264,7 +210,6 @@ std::string Class(ITypeInfo* info) {
   std::string text = "class " + NameOf(info) + " " + Braced(attributes->guid);
   text += attributes->wTypeFlags & TYPEFLAG_FCANCREATE ? " creatable" : " noncreatable";
   if (attributes->wTypeFlags & TYPEFLAG_FHIDDEN) text += " hidden";
-  text += "\n";
   for (UINT i = 0; i < attributes->cImplTypes; ++i) {
     HREFTYPE reference = 0;
     INT flags = 0;
@@ -272,13 +217,12 @@ std::string Class(ITypeInfo* info) {
     Check(info->GetRefTypeOfImplType(i, &reference), "GetRefTypeOfImplType");
     Check(info->GetImplTypeFlags(i, &flags), "GetImplTypeFlags");
     Check(info->GetRefTypeInfo(reference, &target), "GetRefTypeInfo");
-    text += "  " + NameOf(target.operator->());
+    text += (i == 0 ? ": " : ", ") + NameOf(target.Get());
     if (flags & IMPLTYPEFLAG_FDEFAULT) text += " default";
     if (flags & IMPLTYPEFLAG_FSOURCE) text += " source";
     if (flags & IMPLTYPEFLAG_FRESTRICTED) text += " restricted";
-    text += "\n";
   }
-  return text;
+  return text + "\n";
 }
 
 struct Entry {
@@ -303,7 +247,7 @@ void Print(ITypeLib* library) {
     TYPEKIND kind{};
     Check(library->GetTypeInfo(i, &info), "GetTypeInfo");
     Check(library->GetTypeInfoType(i, &kind), "GetTypeInfoType");
-    ITypeInfo* type = info.operator->();
+    ITypeInfo* type = info.Get();
     const std::string typeName = NameOf(type);
     switch (kind) {
       case TKIND_ENUM:
@@ -324,7 +268,12 @@ void Print(ITypeLib* library) {
   std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
     return a.Rank != b.Rank ? a.Rank < b.Rank : a.Name < b.Name;
   });
-  for (const Entry& entry : entries) std::printf("\n%s", entry.Text.c_str());
+  bool wasLong = true;
+  for (const Entry& entry : entries) {
+    const bool isLong = entry.Text.find('\n') + 1 < entry.Text.size();
+    std::printf("%s%s", isLong || wasLong ? "\n" : "", entry.Text.c_str());
+    wasLong = isLong;
+  }
 }
 
 }  // namespace
@@ -343,7 +292,7 @@ int main(int count, char** arguments) {
     ComPtr<ITypeLib> library;
     const HRESULT code = LoadTypeLibEx(path, REGKIND_NONE, &library);
     if (FAILED(code)) Fail(std::string("cannot load ") + arguments[1], code);
-    Print(library.operator->());
+    Print(library.Get());
   }
   OleUninitialize();
   return 0;
