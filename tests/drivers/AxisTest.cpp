@@ -1,21 +1,8 @@
 #include "drivers/Axis.h"
+#include "support/DriverTest.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* FullHead =
     "root.PTZ.Limit.L1.MaxZoom=9999\nroot.PTZ.Limit.L1.MinFieldAngle=2\nroot.PTZ.Limit.L1.MaxFieldAngle=50\n"
@@ -29,28 +16,23 @@ constexpr const char* RelativeHead =
     "root.PTZ.Support.S1.RelativeZoom=true\nroot.PTZ.Support.S1.AbsolutePan=true\n";
 constexpr const char* Position = "pan=20.5\r\ntilt=-3.5\r\nzoom=364.6\r\nautofocus=on\r\n";
 
-class AxisTest : public testing::Test {
+class AxisTest : public DriverTest<Axis> {
  protected:
-  void Connect(const std::string& parameters, const test::OptionValues& options = {},
+  void Connect(const std::string& parameters, const OptionValues& options = {},
                const std::string& position = Position) {
     Net.Replies = {FakeReply{parameters}, FakeReply{position}};
-    ASSERT_TRUE(Camera.Connect(test::CameraOptions(options)));
+    ASSERT_TRUE(Camera.Connect(CameraOptions(options)));
     Net.Replies.clear();
     Net.Sent.clear();
   }
-  std::string Sent() { return Net.TakeSent(); }
 
-  test::FakeInternet Net;
-  test::FakeClock Time;
-  Axis Camera{{.internet = &Net, .clock = &Time}};
-  PTZDevice& Device = Camera;
   PTZDevice2& Device2 = Camera;
 };
 
 TEST_F(AxisTest, ConnectProbesTheHead) {
   Net.Replies = {FakeReply{FullHead}, FakeReply{Position}};
   EXPECT_TRUE(Device2.Connect(
-      test::CameraOptions({{"Port", std::string("2")}, {"Reset", true}}, "root:pass@camera1:8080")));
+      CameraOptions({{"Port", std::string("2")}, {"Reset", true}}, "root:pass@camera1:8080")));
   EXPECT_EQ(Net.Sent[0].Host, "camera1");
   EXPECT_EQ(Net.Sent[0].Port, 8080);
   EXPECT_EQ(Sent(),
@@ -83,13 +65,10 @@ TEST_F(AxisTest, ConnectFailures) {
   };
   for (const auto& row : rows) {
     Net.Replies = {row.reply};
-    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions({}, row.address)); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(CameraOptions({}, row.address)); }), row.error);
     EXPECT_FALSE(Camera.Connected());
   }
-  EXPECT_EQ(NumberOf([&] {
-              return Camera.Connect(test::CameraOptions({{"Port", std::string("two")}}));
-            }),
-            13);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(CameraOptions({{"Port", std::string("two")}})); }), 13);
   EXPECT_EQ(Device.Pan(), 0) << "a refused camera may be asked all the same";
 }
 
@@ -165,7 +144,7 @@ TEST_F(AxisTest, ZoomCountsFromOne) {
 TEST_F(AxisTest, AFailedConnectLeavesTheNewOptionsInPlace) {
   Connect(FullHead);
   Net.Replies = {FakeReply{.Answers = false}};
-  EXPECT_EQ(NumberOf([&] { return Camera.Connect(test::CameraOptions({}, "camera2")); }), 17001);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(CameraOptions({}, "camera2")); }), 17001);
   EXPECT_TRUE(Device.MoveBoth(1, 1));
   EXPECT_EQ(Net.Sent.back().Host, "camera2");
   EXPECT_EQ(NumberOf([&] { return Camera.Connect(Bytes{1, 2}); }), 5);
@@ -228,7 +207,7 @@ TEST_F(AxisTest, AMoveThatFailsKeepsThePosition) {
 
 TEST_F(AxisTest, RelativeHeadsMoveByDifferences) {
   Net.Replies = {FakeReply{RelativeHead}};
-  ASSERT_TRUE(Camera.Connect(test::CameraOptions({{"ZoomStep", 300}})));
+  ASSERT_TRUE(Camera.Connect(CameraOptions({{"ZoomStep", 300}})));
   EXPECT_EQ(Sent(),
             "/axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L1,root.PTZ.Support.S1\n"
             "/axis-cgi/com/ptz.cgi?gotodevicepresetno=1");
@@ -327,7 +306,7 @@ TEST_F(AxisTest, ContinuousControlRepeatsOnlyStops) {
 TEST_F(AxisTest, LogsAndSingleOptionDescriptor) {
   Connect(FullHead);
   Net.Replies = {FakeReply{"OK"}, FakeReply{.Answers = false}};
-  const auto log = test::LogOf([&] { Device.Iris(IrisAuto), Device.Iris(IrisAuto); });
+  const auto log = LogOf([&] { Device.Iris(IrisAuto), Device.Iris(IrisAuto); });
   EXPECT_NE(log.find("Requesting /axis-cgi/com/ptz.cgi?autoiris=on|Getting request handles|"),
             std::string::npos);
   EXPECT_NE(log.find("0  content length|Wanted 2 and got 2|Got data (0)|Got all data|"
@@ -345,4 +324,4 @@ TEST_F(AxisTest, LogsAndSingleOptionDescriptor) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

@@ -1,24 +1,12 @@
 #include "drivers/Bosch.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
 #include <map>
 
 #include "common/Numbers.h"
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
+#include "support/DriverTest.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 const std::string Path = "/rcp.xml?command=0x09A5&type=P_OCTET&direction=WRITE&num=1&payload=0x";
 const std::string ReadPan = "810006011201", ReadTilt = "810006011301", ReadZoom = "810006011401";
@@ -33,14 +21,14 @@ std::string Result(const std::string& text) {
 class BoschTest : public testing::Test {
  protected:
   BoschTest() {
-    Net.Answer = [this](const test::SentRequest& request) {
+    Net.Answer = [this](const SentRequest& request) {
       EXPECT_TRUE(request.Object.starts_with(Path));
       const auto page = Pages.find(request.Object.substr(Path.size()));
       return page == Pages.end() ? FakeReply{Result("80 00 06")} : page->second;
     };
   }
 
-  void ReadAnew() { EXPECT_TRUE(Camera->Connect(test::CameraOptions())); }
+  void ReadAnew() { EXPECT_TRUE(Camera->Connect(CameraOptions())); }
   void Renew() {
     Camera = std::make_unique<Bosch>(Platform{.internet = &Net, .clock = &Time});
     ReadAnew();
@@ -59,11 +47,11 @@ class BoschTest : public testing::Test {
     return Text(Camera->Pan()) + " " + Text(Camera->Tilt()) + " " + Text(Camera->ZoomLevel());
   }
 
-  test::FakeInternet Net;
+  FakeInternet Net;
   std::map<std::string, FakeReply> Pages = {{ReadPan, {Result("81 00 06 01 12 01 7A 1B")}},
                                             {ReadTilt, {Result("81 00 06 01 13 01 03 69")}},
                                             {ReadZoom, {Result("81 00 06 01 14 01 00 5A")}}};
-  test::FakeClock Time{2147483000};  // the 31 bits of a tick count wrap in the midst
+  FakeClock Time{2147483000};  // the 31 bits of a tick count wrap in the midst
   std::unique_ptr<Bosch> Camera = std::make_unique<Bosch>(Platform{.internet = &Net, .clock = &Time});
 };
 
@@ -72,7 +60,7 @@ TEST_F(BoschTest, ConnectReadsAndNeverMindsACameraThatIsGone) {
   Camera->ContinuousMove(1, 0);
   EXPECT_EQ(Sent(), "") << "there is no address yet";
   EXPECT_EQ(Position(), "-170 3 1") << "but a model";
-  const auto reading = test::LogOf([&] { ReadAnew(); }), log = test::LogOf([&] { Camera->ZoomTo(0); });
+  const auto reading = LogOf([&] { ReadAnew(); }), log = LogOf([&] { Camera->ZoomTo(0); });
   const auto url = "Sending: http://camera1" + Path;
   for (const auto& [message, reply] : Pages) {
     EXPECT_NE(reading.find(url + message + "|"), std::string::npos);
@@ -264,4 +252,4 @@ TEST_F(BoschTest, ContinuousMotion) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

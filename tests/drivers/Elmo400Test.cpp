@@ -2,24 +2,11 @@
 
 #include "drivers/Elmo400.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
-
 #include <ptzd/DriverFactory.h>
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Garbled.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
+#include "support/DriverTest.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::FakeReply;
-using test::NumberOf;
 
 std::string List(const std::string& pan, const std::string& tilt, const std::string& zoom) {
   return "group:pos\r\nc_tilt:" + tilt + "\r\nc_span:" + pan + "\r\nc_fcus:1\r\nc_zoom:" + zoom + "\r\n";
@@ -54,13 +41,13 @@ class Elmo400Test : public testing::Test {
     Time.Advance(time);
     Owner = CreateDriver(Make->ProgID, {.internet = &Net, .clock = &Time});
     Driver = dynamic_cast<Elmo400*>(Owner.get());
-    Net.Answer = [this](const test::SentRequest& request) {
+    Net.Answer = [this](const SentRequest& request) {
       return request.Object == Make->PositionPath ? Position : Reply;
     };
     Position = {Make->AtMiddle};
     Reply = {Make->Accepted};
   }
-  bool Connect(const char* address = "camera1") { return Driver->Connect(test::CameraOptions({}, address)); }
+  bool Connect(const char* address = "camera1") { return Driver->Connect(CameraOptions({}, address)); }
   /// What was sent since the last call, a position request as "?".
   std::string Sent() {
     std::string sent;
@@ -79,8 +66,8 @@ class Elmo400Test : public testing::Test {
 
   const Series* Make = nullptr;
   FakeReply Position, Reply;
-  test::FakeInternet Net;
-  test::FakeClock Time{0};
+  FakeInternet Net;
+  FakeClock Time{0};
   std::unique_ptr<PTZDevice> Owner;
   Elmo400* Driver = nullptr;
 };
@@ -185,7 +172,7 @@ TEST_P(EitherElmo400, WhatFitsNoMotorRaisesBeforeAnythingIsSent) {
 TEST_P(EitherElmo400, StepsStartFromAReadingOfAtMostFiveSeconds) {
   for (const std::int64_t start :
        std::initializer_list<std::int64_t>{100000, 0x7FFFFFFF - 3000, 0xFFFFFFFF - 3000}) {
-    Time = test::FakeClock{0};
+    Time = FakeClock{0};
     Use(*GetParam(), start);
     ASSERT_TRUE(Connect());
     Time.Advance(4999);
@@ -261,9 +248,9 @@ TEST_P(EitherElmo400, BadPositionRepliesGiveNoPlaceOfTheirOwn) {
   EXPECT_EQ(NumberOf([&] { Connect(); }), 6);
   EXPECT_FALSE(Driver->Connected());
 
-  for (const auto& reply : test::Garbled(Make->AtMiddle)) {
+  for (const auto& reply : Garbled(Make->AtMiddle)) {
     Position = {reply};
-    const auto log = test::RequestLinesOf([this] { Connect(); });
+    const auto log = RequestLinesOf([this] { Connect(); });
     for (const std::string set : {"|Setting pan position to ", "|Setting tilt position to "})
       if (const auto at = log.find(set); at != log.npos) {
         const auto value = log.substr(at + set.size(), log.find('|', at + 1) - at - set.size());
@@ -276,7 +263,7 @@ TEST_F(Elmo400Test, TheSeries400IsToldOneAxisAtATime) {
   Use(Series400);
   ASSERT_TRUE(Connect());
   for (const bool last : {true, false}) {
-    Net.Answer = [=](const test::SentRequest& request) {
+    Net.Answer = [=](const SentRequest& request) {
       return FakeReply{request.Object.ends_with("572") == last ? "Return:0" : "Return:1"};
     };
     Driver->MoveTo(0, 0);
@@ -310,7 +297,7 @@ TEST_P(EitherElmo400, PresetsHomeAndLogs) {
 
   const auto log = [this](FakeReply& page, const FakeReply& reply) {
     page = reply;
-    return test::RequestLinesOf([&] { &page == &Reply ? Driver->Home() : Connect(); });
+    return RequestLinesOf([&] { &page == &Reply ? Driver->Home() : Connect(); });
   };
   const std::string home = hasPresets ? "Requesting c_prst=17|" : "Requesting x_preprst=HOME|";
   EXPECT_EQ(log(Reply, {Make->Accepted + std::string("\xE9"), "HTTP/1.0 203 Odd"}),
@@ -326,4 +313,4 @@ TEST_P(EitherElmo400, PresetsHomeAndLogs) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

@@ -1,45 +1,29 @@
 #include "drivers/Elmo.h"
+#include "support/DriverTest.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
-
-#include "support/Errors.h"
-#include "support/FakeInternet.h"
-#include "support/Garbled.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
 
-using test::FakeReply;
-using test::NumberOf;
-
-class ElmoTest : public testing::Test {
+class ElmoTest : public DriverTest<Elmo> {
  protected:
   ElmoTest() {
-    Net.Answer = [this](const test::SentRequest& request) {
+    Net.Answer = [this](const SentRequest& request) {
       return request.Object == "/cgi-bin/ctrl" ? Greeting : Reply;
     };
   }
-  static Bytes Options(const Variant& reset = false) { return test::CameraOptions({{"Reset", reset}}); }
+  static Bytes Options(const Variant& reset = false) { return CameraOptions({{"Reset", reset}}); }
   void Connect() {
     ASSERT_TRUE(Camera.Connect(Options()));
     Sent();
   }
-  std::string Sent() { return Net.TakeSent(); }
 
   FakeReply Greeting{"NG"}, Reply{"OK"};
-  test::FakeInternet Net;
-  Elmo Camera{{.internet = &Net}};
 };
 
 TEST_F(ElmoTest, ConnectsToWhatRefusesNoCommand) {
-  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, "")));
+  EXPECT_FALSE(Camera.Connect(CameraOptions({}, "")));
   EXPECT_EQ(Sent(), "") << "nobody to ask";
-  auto strangers = test::Garbled("NG");
+  auto strangers = Garbled("NG");
   strangers.insert(strangers.end(), {"OK", "NG\r\n", " NG", "unanswered"});
   for (const auto& stranger : strangers) {
     Connect();
@@ -137,10 +121,10 @@ TEST_F(ElmoTest, OtherCommandsAndLogs) {
             "/cgi-bin/ctrl?fcus=0\n/cgi-bin/ctrl?fcus=3\n/cgi-bin/ctrl?fcus=4\n"
             "/cgi-bin/ctrl?prst=1\n/cgi-bin/ctrl?prst=6\n/cgi-bin/pmem?1\n/cgi-bin/pmem?6");
   Reply.Answers = false;
-  EXPECT_EQ(test::RequestLinesOf([this] { Connect(), Camera.Zoom(ZoomIn); }),
+  EXPECT_EQ(RequestLinesOf([this] { Connect(), Camera.Zoom(ZoomIn); }),
             "Requesting /cgi-bin/ctrl|Request complete. Reply: NG|"
             "Requesting /cgi-bin/ctrl?zoom=0|Request failed.|");
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

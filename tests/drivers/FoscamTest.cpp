@@ -1,31 +1,20 @@
 // Both generations of Foscam cameras; what they share is tested on the older one.
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <optional>
 
 #include "common/Numbers.h"
 #include "drivers/Foscam.h"
 #include "drivers/FoscamHD.h"
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
+#include "support/DriverTest.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 template <class Driver>
 class FoscamFixture : public testing::Test {
  protected:
   void Connect(const char* option, const Variant& value, const std::string& address = "camera1") {
-    ASSERT_TRUE(Camera->Connect(test::CameraOptions({{option, value}}, address)));
+    ASSERT_TRUE(Camera->Connect(CameraOptions({{option, value}}, address)));
     EXPECT_EQ(Sent(), "") << "nothing is asked";
   }
   /// The commands since the last call.
@@ -37,8 +26,8 @@ class FoscamFixture : public testing::Test {
   }
   void Renew() { Camera.emplace(Platform{.internet = &Net, .clock = &Time}); }
 
-  test::FakeInternet Net;
-  test::FakeClock Time;
+  FakeInternet Net;
+  FakeClock Time;
   std::optional<Driver> Camera{std::in_place, Platform{.internet = &Net, .clock = &Time}};
 };
 
@@ -183,7 +172,7 @@ TEST_F(FoscamHDTest, CredentialsOfTheAddressGoIntoEveryQuery) {
   for (const auto& [address, credentials, logged] : rows) {
     Connect(50, address);
     Net.Replies = {FakeReply{"<CGI_Result/>"}};
-    const auto log = test::LogOf([&] { EXPECT_TRUE(Camera->Home() && Camera->PresetGoto(6)); });
+    const auto log = LogOf([&] { EXPECT_TRUE(Camera->Home() && Camera->PresetGoto(6)); });
     const std::string sent = credentials;
     EXPECT_EQ(Sent(), "ptzReset" + sent + "\nptzGotoPresetPoint&name=Quorvane%20preset%207" + sent);
     EXPECT_TRUE(log.starts_with("Sending: http://" + std::string(logged))) << log;
@@ -239,7 +228,7 @@ TEST_F(FoscamHDTest, WhatFailsOnTheWay) {
   for (const auto& [refused, sent, pan, next] : rows) {
     Renew();
     Connect();
-    Net.Answer = [word = refused](const test::SentRequest& request) {
+    Net.Answer = [word = refused](const SentRequest& request) {
       return FakeReply{.StatusLine = "HTTP/1.1 500 Broken",
                        .Answers = request.Object.find(word) == std::string::npos};
     };
@@ -285,4 +274,4 @@ TEST_F(FoscamHDTest, ContinuousMotionSetsTheSpeedFirst) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

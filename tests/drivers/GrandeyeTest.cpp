@@ -1,36 +1,19 @@
 #include "drivers/Grandeye.h"
+#include "support/DriverTest.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::FakeReply;
-using test::NumberOf;
 
 const std::string Query = "/getparam.cgi?vcamapan0&vcamatilt0&vcamazoom0";
 
-class GrandeyeTest : public testing::Test {
+class GrandeyeTest : public DriverTest<Grandeye> {
  protected:
   void Connect(const std::string& position, const Variant& port = 0) {
     Net.Replies = {FakeReply{position}};
-    ASSERT_TRUE(Camera.Connect(test::CameraOptions({{"Port", port}})));
+    ASSERT_TRUE(Camera.Connect(CameraOptions({{"Port", port}})));
     Net.Replies.clear();
     Sent();
   }
-  std::string Sent() { return Net.TakeSent(); }
-
-  test::FakeInternet Net;
-  test::FakeClock Time;
-  Grandeye Camera{{.internet = &Net, .clock = &Time}};
 };
 
 TEST_F(GrandeyeTest, ConnectRaisesNothingForTheCamera) {
@@ -40,12 +23,12 @@ TEST_F(GrandeyeTest, ConnectRaisesNothingForTheCamera) {
   };
   for (const auto& [reply, log] : rows) {
     Net.Replies = {reply};
-    EXPECT_EQ(test::RequestLinesOf([&] { EXPECT_TRUE(Camera.Connect(test::CameraOptions())); }),
+    EXPECT_EQ(RequestLinesOf([&] { EXPECT_TRUE(Camera.Connect(CameraOptions())); }),
               "Requesting " + Query + "|" + log);
     EXPECT_TRUE(Camera.Connected());
   }
   Sent();
-  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, "")));
+  EXPECT_FALSE(Camera.Connect(CameraOptions({}, "")));
   EXPECT_FALSE(Camera.Connected());
   for (const auto& [port, number] : {std::pair<Variant, int>{std::string("one"), 13}, {-2147483647 - 1, 6}}) {
     EXPECT_EQ(NumberOf([&, port = port] { Connect("", port); }), number);
@@ -181,4 +164,4 @@ TEST_F(GrandeyeTest, MovesThatFailKeepThePosition) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

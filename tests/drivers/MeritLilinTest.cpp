@@ -1,23 +1,11 @@
 #include "drivers/MeritLilin.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
-#include <cmath>
 #include <set>
+#include "support/DriverTest.h"
 
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* Position =
     "autopan=0\npanposdegree=200\ntiltposdegree=7\nzoomposdegree=6.5\nfocuspos=67\n";
@@ -26,24 +14,19 @@ constexpr const char* Query = "/control?cmd=getallposdegree";
 /// Pan, tilt and zoom as the driver tells them.
 using Model = std::array<float, 3>;
 
-class MeritLilinTest : public testing::Test {
+class MeritLilinTest : public DriverTest<MeritLilin> {
  protected:
-  void Connect(const test::OptionValues& options = {}) {
+  void Connect(const OptionValues& options = {}) {
     Net.Replies = {FakeReply{"<html>"}, FakeReply{Position}};
-    ASSERT_TRUE(Device2.Connect(test::CameraOptions(options)));
+    ASSERT_TRUE(Device2.Connect(CameraOptions(options)));
     EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
     Net.Sent.clear();
   }
   Model Now() { return {Device.Pan(), Device2.Tilt(), Device2.ZoomLevel()}; }
-  std::string Sent() { return Net.TakeSent(); }
   static std::string Command(const char* pan, const char* tilt, const char* zoom) {
     return std::string("/control?panposdegree=") + pan + "&tiltposdegree=" + tilt + "&zoomposdegree=" + zoom;
   }
 
-  test::FakeInternet Net;
-  test::FakeClock Time{0x7FFFFFFF - 2000};  // the tick count wraps while a position is good
-  MeritLilin Camera{{.internet = &Net, .clock = &Time}};
-  PTZDevice& Device = Camera;
   PTZDevice2& Device2 = Camera;
 };
 
@@ -68,7 +51,7 @@ TEST_F(MeritLilinTest, ConnectsAndFailsTo) {
   for (const auto& row : rows) {
     Net.Replies = {row.probe};
     const auto error = ErrorOf([&] {
-      return Device.Connect(test::CameraOptions({{"Port", row.port}}, row.address));
+      return Device.Connect(CameraOptions({{"Port", row.port}}, row.address));
     });
     EXPECT_EQ(error.substr(0, std::string(row.error).size()), row.error);
     EXPECT_EQ(error.empty(), *row.error == 0) << error;
@@ -262,7 +245,7 @@ TEST_F(MeritLilinTest, ContinuousControlRepeatsOnlyStops) {
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousMove(0, NAN); }), 6); }, "", ""},
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousZoom(INFINITY); }), 6); }, "", ""},
   };
-  EXPECT_EQ(NumberOf([&] { return Device.Connect(test::CameraOptions({{"Port", 70000}}, "")); }), 17003);
+  EXPECT_EQ(NumberOf([&] { return Device.Connect(CameraOptions({{"Port", 70000}}, "")); }), 17003);
   EXPECT_EQ(NumberOf([&] { Camera.ContinuousMove(10, 0); }), 6) << "then it is not the last one";
   Connect();
   for (const auto& row : rows) {
@@ -288,11 +271,11 @@ TEST_F(MeritLilinTest, ContinuousControlRepeatsOnlyStops) {
 TEST_F(MeritLilinTest, Logs) {
   Connect();
   Net.Replies = {FakeReply{"OK"}, FakeReply{.Answers = false}};
-  const auto log = test::LogOf([&] { EXPECT_TRUE(Device.Iris(IrisAuto) && !Device.Iris(IrisOpen)); });
+  const auto log = LogOf([&] { EXPECT_TRUE(Device.Iris(IrisAuto) && !Device.Iris(IrisOpen)); });
   EXPECT_EQ(log.find("Sending: http://camera1/camera?autoiris=1|Getting request handles|"), 0U);
   EXPECT_NE(log.find("Got all data|Received: OK|Sending: http://camera1/camera?iris=1|"), std::string::npos);
   EXPECT_TRUE(log.ends_with("Request error 13104, Failed to connect to the HTTP server.|"));
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

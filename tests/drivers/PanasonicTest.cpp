@@ -1,22 +1,10 @@
 #include "drivers/Panasonic.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <set>
+#include "support/DriverTest.h"
 
-#include "support/Errors.h"
-#include "support/FakeInternet.h"
-#include "support/Garbled.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* Inquiries = "/Get?Func=Model&Kind=1\n/Get?Func=Pan&Kind=1\n/Get?Func=Tilt&Kind=1";
 const FakeReply Refusal{"", "HTTP/1.1 400 Bad Request"};
@@ -25,18 +13,14 @@ FakeReply Information(const std::string& model, const std::string& firmware = "2
   return {"Return:0\r\nModelName:" + model + "\r\nAplFirm:" + firmware + "\r\n"};
 }
 
-class PanasonicTest : public testing::Test {
+class PanasonicTest : public DriverTest<Panasonic> {
  protected:
   /// Pan and tilt inquiries fail unless their replies are given.
   void Connect(const FakeReply& information, FakeReply pan = Refusal, FakeReply tilt = Refusal) {
     Net.Replies = {information, std::move(pan), std::move(tilt)};
-    ASSERT_TRUE(Camera.Connect(test::CameraOptions()));
+    ASSERT_TRUE(Camera.Connect(CameraOptions()));
     EXPECT_EQ(Sent(), Inquiries);
   }
-  std::string Sent() { return Net.TakeSent(); }
-
-  test::FakeInternet Net;
-  Panasonic Camera{{.internet = &Net}};
 };
 
 TEST_F(PanasonicTest, ConnectFailures) {
@@ -61,26 +45,23 @@ TEST_F(PanasonicTest, ConnectFailures) {
       {{Information("BB-HCM581"), {"Deg:-1e12\r\n"}}, "6 Overflow"},
       {{Information("BB-HCM581"), {"Deg:100\r\n"}, {"Deg:1e12\r\n"}}, "6 Overflow"},
   };
-  EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions({}, "")); }),
+  EXPECT_EQ(ErrorOf([&] { return Camera.Connect(CameraOptions({}, "")); }),
             "17003 No camera address specified.");
   for (const auto& row : rows) {
     Net.Replies = row.replies;
-    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(CameraOptions()); }), row.error);
     EXPECT_FALSE(Camera.Connected());
     EXPECT_EQ(Camera.Pan(), 0) << "of a position that overflows nothing is kept";
     EXPECT_EQ(Camera.Capabilities(), 0);
   }
-  for (const auto& bad : test::Garbled("ModelName:BB-HCM581")) {
+  for (const auto& bad : Garbled("ModelName:BB-HCM581")) {
     Net.Replies = {FakeReply{bad}};
-    const auto error = NumberOf([&] { return Camera.Connect(test::CameraOptions()); });
+    const auto error = NumberOf([&] { return Camera.Connect(CameraOptions()); });
     EXPECT_TRUE(error == 17002 || (error == 0 && Camera.Capabilities() == (799 | CapabilityRelativeControl)))
         << bad;
   }
   Net.Replies = {Information("BB-HCM581")};
-  EXPECT_EQ(NumberOf([&] {
-              return Camera.Connect(test::CameraOptions({{"Reset", std::string("maybe")}}));
-            }),
-            13);
+  EXPECT_EQ(NumberOf([&] { return Camera.Connect(CameraOptions({{"Reset", std::string("maybe")}})); }), 13);
   EXPECT_FALSE(Camera.Connected());
 }
 
@@ -166,7 +147,7 @@ TEST_F(PanasonicTest, ReadsThePositionOnConnecting) {
     Connect(Information("BB-HCM581"), {"Deg:-9000"}, {"Deg:300"});
   }
   const std::set<float> spelled = {90, 42, 4, 0, 52, 2, 46, 43};
-  for (const auto& bad : test::Garbled("Deg:-4200\r\n")) {
+  for (const auto& bad : Garbled("Deg:-4200\r\n")) {
     Connect(Information("BB-HCM581"), {"Deg:-9000"});
     Connect(Information("BB-HCM581"), {bad});
     EXPECT_TRUE(spelled.contains(Camera.Pan())) << bad << " spells no " << Camera.Pan();
@@ -278,8 +259,8 @@ TEST_F(PanasonicTest, ResetAndLogs) {
                  {"Deg:3325"},
                  {"Deg:4000"},
                  {.Answers = false}};
-  const auto log = test::LogOf([&] {
-    EXPECT_TRUE(Camera.Connect(test::CameraOptions({{"Reset", true}}))) << "a reset that fails is no failure";
+  const auto log = LogOf([&] {
+    EXPECT_TRUE(Camera.Connect(CameraOptions({{"Reset", true}}))) << "a reset that fails is no failure";
   });
   EXPECT_EQ(Sent(), Inquiries + std::string("\n/nphPtzf?Func=Set&PanAng=0&PanAngRate=-1&TiltAng=0"
                                             "&TiltAngRate=-1&Sync=1"));
@@ -293,4 +274,4 @@ TEST_F(PanasonicTest, ResetAndLogs) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

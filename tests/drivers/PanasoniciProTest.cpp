@@ -1,43 +1,24 @@
 #include "drivers/PanasoniciPro.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <set>
+#include "support/DriverTest.h"
 
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Garbled.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* Position = "PAN=2087&nbsp\r\nTILT=143&nbsp\r\nZOOM=23&nbsp\r\nFOCUS=4711&nbsp\r\n";
 constexpr const char* Inquiry = "/cgi-bin/absget?";
 const FakeReply Refusal{"", "HTTP/1.1 503 Service Unavailable"};
 
-class PanasoniciProTest : public testing::Test {
+class PanasoniciProTest : public DriverTest<PanasoniciPro> {
  protected:
-  void Connect(const std::string& model, FakeReply position = Refusal,
-               const test::OptionValues& options = {}) {
+  void Connect(const std::string& model, FakeReply position = Refusal, const OptionValues& options = {}) {
     Net.Replies = {{"MAC=0\r\nName=" + model + "\r\nHOSTNAME=yard\r\nNAMES=2\r\n"}, std::move(position)};
-    ASSERT_TRUE(Device.Connect(test::CameraOptions(options)));
+    ASSERT_TRUE(Device.Connect(CameraOptions(options)));
     Net.Replies.clear();
     Sent();
   }
-  std::string Sent() { return Net.TakeSent(); }
 
-  test::FakeInternet Net;
-  test::FakeClock Time;
-  PanasoniciPro Camera{{.internet = &Net, .clock = &Time}};
-  PTZDevice& Device = Camera;
   PTZDevice2& Device2 = Camera;
 };
 
@@ -59,25 +40,25 @@ TEST_F(PanasoniciProTest, ConnectFailures) {
       {{{"NAME=WV-SC384\n"}}, "17002 The Panasonic iPro WV-SC384\n is not currently recognised by Quorvane."},
       {{{"NAME=WV-SC384"}, {"PAN=10\r\nTILT=4e39\r\n"}}, "6 Overflow"},
   };
-  EXPECT_EQ(ErrorOf([&] { return Device.Connect(test::CameraOptions({}, "")); }),
+  EXPECT_EQ(ErrorOf([&] { return Device.Connect(CameraOptions({}, "")); }),
             "17003 No camera address specified.");
   EXPECT_FALSE(Device.Move(DirectionUp, 5) || Device.MoveBoth(1, 1) || Device.Zoom(ZoomIn))
       << "without a model there are no limits to move within";
   for (const auto& row : rows) {
     Net.Replies = row.replies;
-    EXPECT_EQ(ErrorOf([&] { return Device.Connect(test::CameraOptions()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Device.Connect(CameraOptions()); }), row.error);
     EXPECT_FALSE(Device.Connected());
     EXPECT_EQ(Device.Pan(), 0) << "of a position that overflows nothing is kept";
   }
-  for (const auto& bad : test::Garbled("NAME=WV-SC384")) {
+  for (const auto& bad : Garbled("NAME=WV-SC384")) {
     Net.Replies = {FakeReply{bad}};
-    const auto error = NumberOf([&] { return Device.Connect(test::CameraOptions()); });
+    const auto error = NumberOf([&] { return Device.Connect(CameraOptions()); });
     EXPECT_TRUE(error == (bad.empty() ? 17001 : 17002) || Device.Connected()) << bad;
   }
   for (const char* option : {"Port", "Reset"}) {
     Net.Replies = {{"NAME=WV-SC384"}};
     EXPECT_EQ(NumberOf([&] {
-                return Device.Connect(test::CameraOptions({{option, std::string("two")}}));
+                return Device.Connect(CameraOptions({{option, std::string("two")}}));
               }),
               13)
         << option;
@@ -137,7 +118,7 @@ TEST_F(PanasoniciProTest, ReadsPositions) {
   }
   const std::set<float> spelled = {9,     0,      -0.4F,  -4.1F,  -41.2F, -51.2F,
                                    -1.2F, -40.2F, -45.2F, -41.3F, -41.6F, -412.6F};
-  for (const auto& bad : test::Garbled("Pan=-412&nbsp;\r\n")) {
+  for (const auto& bad : Garbled("Pan=-412&nbsp;\r\n")) {
     Connect("BL-VT164", {"Pan=90"});
     Connect("BL-VT164", {bad});
     EXPECT_TRUE(spelled.contains(Device.Pan())) << bad << " spells no " << Device.Pan();
@@ -259,8 +240,8 @@ TEST_F(PanasoniciProTest, AsksBeforeStepsAtMostEveryFiveSeconds) {
 
 TEST_F(PanasoniciProTest, OutcomesChannelAndReset) {
   Net.Replies = {{"NAME=WV-NS202A\r\n"}, {Position}, Refusal};
-  const auto log = test::LogOf([&] {
-    EXPECT_TRUE(Device2.Connect(test::CameraOptions({{"Port", 2}, {"Reset", true}})))
+  const auto log = LogOf([&] {
+    EXPECT_TRUE(Device2.Connect(CameraOptions({{"Port", 2}, {"Reset", true}})))
         << "a reset that fails is no failure";
   });
   EXPECT_EQ(Sent(),
@@ -289,4 +270,4 @@ TEST_F(PanasoniciProTest, OutcomesChannelAndReset) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

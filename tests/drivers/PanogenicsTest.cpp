@@ -1,30 +1,18 @@
 #include "drivers/Panogenics.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
-#include <cmath>
 #include <set>
+#include "support/DriverTest.h"
 
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* Query = "/ptz/listptz.cgi?view=1";
 
 /// Pan, tilt and zoom as the driver tells them.
 using Model = std::array<float, 3>;
 
-class PanogenicsTest : public testing::Test {
+class PanogenicsTest : public DriverTest<Panogenics> {
  protected:
   PanogenicsTest() {
     Net.Answer = [this](const auto& request) {
@@ -34,22 +22,17 @@ class PanogenicsTest : public testing::Test {
   }
   void Connect(const Variant& port = 0, const Variant& link = false) {
     Told = {"view=1 apan:190 atilt:-10 azoom:265"};
-    ASSERT_TRUE(Device2.Connect(test::CameraOptions({{"Port", port}, {"LinkViews", link}})));
+    ASSERT_TRUE(Device2.Connect(CameraOptions({{"Port", port}, {"LinkViews", link}})));
     EXPECT_EQ(Now(), (Model{-170, -10, 5.3F}));
     Told = {.Answers = false};
     Sent();
   }
   Model Now() { return {Device.Pan(), Device2.Tilt(), Device2.ZoomLevel()}; }
-  std::string Sent() { return Net.TakeSent(); }
   static std::string Command(const char* pan, const char* tilt, const char* zoom) {
     return std::string("/ptz/ptz.cgi?view=1&apan=") + pan + "&atilt=" + tilt + "&azoom=" + zoom;
   }
 
-  test::FakeInternet Net;
   FakeReply Probe{"fw=3.1.7"}, Told, Reply{"PTZ OK"}, Twin{"PTZ OK"};
-  test::FakeClock Time{0x7FFFFFFF - 2000};  // the tick count wraps while a position is good
-  Panogenics Camera{{.internet = &Net, .clock = &Time}};
-  PTZDevice& Device = Camera;
   PTZDevice2& Device2 = Camera;
 };
 
@@ -71,7 +54,7 @@ TEST_F(PanogenicsTest, ConnectFailures) {
   for (const auto& row : rows) {
     Probe.Answers = row.answers;
     const auto error = ErrorOf([&] {
-      return Device.Connect(test::CameraOptions({{"Port", row.port}, {"LinkViews", row.link}}, row.address));
+      return Device.Connect(CameraOptions({{"Port", row.port}, {"LinkViews", row.link}}, row.address));
     });
     EXPECT_EQ(error.substr(0, std::string(row.error).size()), row.error);
     EXPECT_FALSE(Device.Connected());
@@ -103,7 +86,7 @@ TEST_F(PanogenicsTest, ThePortIsAViewAndItsTwinMovesAlong) {
   EXPECT_TRUE(Device.MoveBoth(0, 0));
   EXPECT_EQ(Sent(), "/ptz/listptz.cgi?view=-1\n/ptz/ptz.cgi?view=-1&apan=-170&atilt=-10&azoom=265")
       << "is as told, and has no twin";
-  EXPECT_TRUE(Device.Connect(test::CameraOptions()));
+  EXPECT_TRUE(Device.Connect(CameraOptions()));
   EXPECT_EQ(Sent(), std::string("/admin/listcamparam.cgi\n") + Query);
   EXPECT_TRUE(Device.MoveTo(0, 0));
   EXPECT_EQ(Net.Sent.size(), 2U) << "views are linked unless told otherwise";
@@ -267,10 +250,10 @@ TEST_F(PanogenicsTest, Presets) {
 TEST_F(PanogenicsTest, Logs) {
   Connect();
   Reply = {"<html><body>PTZ OK</body></html>"};
-  const auto log = test::LogOf([&] { EXPECT_TRUE(Device.MoveTo(1, 2)); });
+  const auto log = LogOf([&] { EXPECT_TRUE(Device.MoveTo(1, 2)); });
   EXPECT_EQ(log.find("Sending: http://camera1/ptz/ptz.cgi?view=1&apan=1&atilt=2&azoom=265|"), 0U);
   EXPECT_TRUE(log.ends_with("|Received: <html><body>PTZ OK</body></html>|")) << "as it came";
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

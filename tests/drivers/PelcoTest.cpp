@@ -1,22 +1,14 @@
 #include "drivers/Pelco.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
 #include <limits>
 
 #include <ptzd/Error.h>
 #include <ptzd/PropertyBag.h>
-#include "support/Errors.h"
-#include "support/FakeClock.h"
+#include "support/DriverTest.h"
 #include "support/FakeSerialPort.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::NumberOf;
 
 // Frames are written out from the protocols' tables: FF address command1 command2 data1 data2 sum, and
 // A0 address-1 command1 command2 data1 data2 AF exclusive-or.
@@ -38,8 +30,8 @@ class PelcoTest : public testing::Test {
   }
   std::string Sent() { return Ports.Line.Log.Take(); }
 
-  test::FakeClock Time;
-  test::FakeSerialPorts Ports{Time};
+  FakeClock Time;
+  FakeSerialPorts Ports{Time};
   Pelco Camera{{.clock = &Time}};
 };
 
@@ -355,4 +347,4 @@ TEST(SharedSerialPorts, MapsNumbersToDevices) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

@@ -1,24 +1,13 @@
 #include "drivers/Quorvane.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cmath>
 
 #include <ptzd/Logging.h>
 #include "platform/XmlDocument.h"
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
+#include "support/DriverTest.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
-using test::SentRequest;
 
 constexpr const char* FeedList =
     "<?xml version=\"1.0\"?>\r\n<feeds>\r\n  <!-- cameras -->\r\n  <feed id='7'/>\r\n  <feed name='Back' "
@@ -27,7 +16,7 @@ constexpr const char* FeedList =
     "id='5'/>\r\n"
     "  <feed name='Nameless'/>\r\n</feeds>";
 
-class QuorvaneTest : public testing::Test {
+class QuorvaneTest : public DriverTest<Quorvane> {
  protected:
   QuorvaneTest() {
     Net.Answer = [this](const SentRequest& request) {
@@ -39,7 +28,7 @@ class QuorvaneTest : public testing::Test {
 
   static Bytes OptionsWith(const std::string& feed, bool reset = false,
                            const std::string& address = "camera1") {
-    return test::CameraOptions({{"Feed", feed}, {"Reset", reset}}, address);
+    return CameraOptions({{"Feed", feed}, {"Reset", reset}}, address);
   }
   void Connect(const std::string& feed = "3") {
     ASSERT_TRUE(Camera.Connect(OptionsWith(feed)));
@@ -58,10 +47,7 @@ class QuorvaneTest : public testing::Test {
     return sent;
   }
 
-  test::FakeInternet Net;
   FakeReply Feeds{.Answers = false}, Probe, Reply{"OK"};
-  Quorvane Camera{{.internet = &Net}};
-  PTZDevice& Device = Camera;
   PTZDevice2& Device2 = Camera;
 };
 
@@ -353,4 +339,4 @@ TEST_F(QuorvaneTest, DescribesTheFeed) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

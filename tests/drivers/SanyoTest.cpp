@@ -1,25 +1,13 @@
 #include "drivers/Sanyo.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cmath>
-#include <functional>
 #include <limits>
 
 #include "common/Numbers.h"
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
+#include "support/DriverTest.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* Index = "/index.html";
 constexpr const char* StatusPage = "/liveimg.cgi?pol=1";
@@ -35,13 +23,13 @@ const std::string Words("\x09\x47\xFA\x56\x01\x77", 6);  // 23.75, -14.5, 3.75
 class SanyoTest : public testing::Test {
  protected:
   SanyoTest() {
-    Net.Answer = [this](const test::SentRequest& request) {
+    Net.Answer = [this](const SentRequest& request) {
       if (request.Object == Silent) return FakeReply{.Answers = false};
       return FakeReply{request.Object == StatusPage ? Reply : "", StatusLine};
     };
   }
 
-  void Connect() { EXPECT_TRUE(Camera->Connect(test::CameraOptions())); }
+  void Connect() { EXPECT_TRUE(Camera->Connect(CameraOptions())); }
   void Renew() {
     Camera = std::make_unique<Sanyo>(Platform{.internet = &Net, .clock = &Time});
     Connect();
@@ -58,9 +46,9 @@ class SanyoTest : public testing::Test {
   }
   std::string Position() { return Text(Camera->Pan()) + " " + Text(Camera->Tilt()); }
 
-  test::FakeInternet Net;
+  FakeInternet Net;
   std::string Reply = Unknown, Silent, StatusLine = "HTTP/1.1 200 OK";
-  test::FakeClock Time{2147480000};  // the 31 bits of a tick count wrap in the midst
+  FakeClock Time{2147480000};  // the 31 bits of a tick count wrap in the midst
   std::unique_ptr<Sanyo> Camera = std::make_unique<Sanyo>(Platform{.internet = &Net, .clock = &Time});
 };
 
@@ -176,7 +164,7 @@ TEST_F(SanyoTest, PositionIsReadAtMostEveryFiveSeconds) {
   const auto reads = [&](auto call) {
     Net.Sent.clear();
     call();
-    return std::ranges::count(Net.Sent, StatusPage, &test::SentRequest::Object);
+    return std::ranges::count(Net.Sent, StatusPage, &SentRequest::Object);
   };
   Renew();
   Time.Advance(4999);
@@ -260,10 +248,10 @@ TEST_F(SanyoTest, LogsAndAnswersBeforeItIsConnected) {
 
   Renew();
   Net.Answer = [](const auto&) { return FakeReply{"don\x92t"}; };
-  const auto log = test::LogOf([&] { Camera->PresetSave(1); });
+  const auto log = LogOf([&] { Camera->PresetSave(1); });
   EXPECT_TRUE(log.starts_with("Sending: http://camera1/cgi-bin/opecmd.cgi?ope=8&registration=2|")) << log;
   EXPECT_TRUE(log.ends_with("|Received: don\xE2\x80\x99t|")) << log;
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

@@ -1,21 +1,10 @@
 #include "drivers/Secubest.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
-
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
+#include "support/DriverTest.h"
 #include "support/FakeSocket.h"
-#include "support/Options.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::NumberOf;
 
 std::string DebugLines;
 
@@ -37,7 +26,7 @@ class SecubestTest : public testing::Test {
   void SetUp() override { DebugLines.clear(); }
 
   static Bytes Options(const std::string& address, const Variant& moveInterval = 200) {
-    return test::CameraOptions({{"MoveInterval", moveInterval}}, address);
+    return CameraOptions({{"MoveInterval", moveInterval}}, address);
   }
   void Connect(const Variant& moveInterval = 200) {
     ASSERT_TRUE(Device.Connect(Options("10.0.0.5", moveInterval)));
@@ -54,9 +43,9 @@ class SecubestTest : public testing::Test {
     return text;
   }
 
-  test::FakeClock Time;
-  test::FakeInternet Web;
-  test::FakeSockets Net{Time};
+  FakeClock Time;
+  FakeInternet Web;
+  FakeSockets Net{Time};
   Secubest Camera{
       {.internet = &Web, .clock = &Time, .sockets = &Net, .debugOutput = [](std::string_view line) {
          DebugLines.append(line).append("\n");
@@ -201,4 +190,4 @@ TEST_F(SecubestTest, LostCommandsAndMissingConnections) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

@@ -1,24 +1,14 @@
 #include "drivers/Sony.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <random>
 
 #include <ptzd/Logging.h>
 #include "common/Numbers.h"
-#include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
+#include "support/DriverTest.h"
 #include "transport/HTTPClientHelper.h"
 
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* System = "/command/inquiry.cgi?inq=system";
 constexpr const char* SysInfo = "/command/inquiry.cgi?inq=sysinfo";
@@ -26,7 +16,7 @@ constexpr const char* Ptzf = "/command/inquiry.cgi?inq=ptzf";
 constexpr const char* Visca = "/command/visca-inquiry.cgi?visca=81090612ff";
 
 /// Can leave asynchronous requests under way, or refuse them.
-class SlowInternet final : public test::FakeInternet {
+class SlowInternet final : public FakeInternet {
  public:
   bool Holds = false, Refuses = false;
 
@@ -58,7 +48,7 @@ class SlowInternet final : public test::FakeInternet {
 class SonyTest : public testing::Test {
  protected:
   SonyTest() {
-    Net.Answer = [this](const test::SentRequest& request) {
+    Net.Answer = [this](const SentRequest& request) {
       const auto page = Pages.find(request.Object);
       return page == Pages.end() ? FakeReply{} : page->second;
     };
@@ -68,7 +58,7 @@ class SonyTest : public testing::Test {
   }
 
   void Connect(bool reset = false) {
-    EXPECT_TRUE(Camera->Connect(test::CameraOptions({{"Reset", reset}})));
+    EXPECT_TRUE(Camera->Connect(CameraOptions({{"Reset", reset}})));
     if (!reset) Net.Sent.clear();
   }
   void NoVisca() { Pages[Visca] = {"", "HTTP/1.1 404 Not Found"}; }
@@ -81,7 +71,7 @@ class SonyTest : public testing::Test {
 
   SlowInternet Net;
   std::map<std::string, FakeReply> Pages;
-  test::FakeClock Time;
+  FakeClock Time;
   std::unique_ptr<Sony> Camera = std::make_unique<Sony>(Platform{.internet = &Net, .clock = &Time});
 };
 
@@ -289,7 +279,7 @@ TEST_F(SonyTest, EndlessHeadsGoAroundAndReversedOnesStop) {
 }
 
 TEST_F(SonyTest, PositionIsReadAtMostEveryFiveSeconds) {
-  const auto reads = [&] { return std::ranges::count(Net.Sent, Visca, &test::SentRequest::Object); };
+  const auto reads = [&] { return std::ranges::count(Net.Sent, Visca, &SentRequest::Object); };
   Connect();
   Camera->Move(DirectionLeft, 1);
   Time.Advance(4999);
@@ -404,4 +394,4 @@ TEST_F(SonyTest, SendsAreNotWaitedForAndFailOnlyInTheLog) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

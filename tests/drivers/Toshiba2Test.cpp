@@ -1,37 +1,20 @@
 #include "drivers/Toshiba2.h"
+#include "support/DriverTest.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
-
-#include "support/Errors.h"
-#include "support/FakeInternet.h"
-#include "support/Garbled.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* At15And5Down = "20 OK\r\nPAN (4189)\r\nTILT (763)\r\nZoom (340)\r\n";
 
-class Toshiba2Test : public testing::Test {
+class Toshiba2Test : public DriverTest<Toshiba2> {
  protected:
   bool Connect(const FakeReply& reply) {
     Net.Replies = {reply};
-    return Camera.Connect(test::CameraOptions());
+    return Camera.Connect(CameraOptions());
   }
-  std::string Sent() { return Net.TakeSent(); }
   std::string Position() {
     return std::to_string(std::lrint(Camera.Pan())) + "," + std::to_string(std::lrint(Camera.Tilt()));
   }
-
-  test::FakeInternet Net;
-  Toshiba2 Camera{{.internet = &Net}};
 };
 
 TEST_F(Toshiba2Test, ReadsItsPositionOnConnecting) {
@@ -72,11 +55,11 @@ TEST_F(Toshiba2Test, ConnectsToWhatAnswers20OK) {
   }
   EXPECT_FALSE(Connect({.Answers = false}));
   Sent();
-  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, "")));
+  EXPECT_FALSE(Camera.Connect(CameraOptions({}, "")));
   EXPECT_EQ(Sent(), "") << "nobody to ask";
 
   const std::string good = At15And5Down;
-  for (const auto& reply : test::Garbled(good)) {
+  for (const auto& reply : Garbled(good)) {
     Camera.SetPanTilt(15, -5);
     EXPECT_EQ(Connect({reply}), reply.starts_with("20 OK")) << reply;
     EXPECT_TRUE(reply.size() == good.size() || Position() == "15,-5") << reply << ": a cut line is none";
@@ -130,7 +113,7 @@ TEST_F(Toshiba2Test, MovesThroughAPresetAndSaysFalse) {
 TEST_F(Toshiba2Test, ZoomAndLogs) {
   ASSERT_TRUE(Connect({At15And5Down}));
   Net.Replies = {FakeReply{"20 OK\r\n"}, FakeReply{"200 OK"}, FakeReply{.Answers = false}};
-  EXPECT_EQ(test::RequestLinesOf([this] {
+  EXPECT_EQ(RequestLinesOf([this] {
               EXPECT_TRUE(Camera.Zoom(ZoomIn));
               EXPECT_FALSE(Camera.Zoom(ZoomOut)) << "another code";
               EXPECT_FALSE(Camera.Zoom(ZoomIn)) << "no answer";
@@ -145,4 +128,4 @@ TEST_F(Toshiba2Test, ZoomAndLogs) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

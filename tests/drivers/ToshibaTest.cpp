@@ -1,34 +1,17 @@
 #include "drivers/Toshiba.h"
+#include "support/DriverTest.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
-
-#include "support/Errors.h"
-#include "support/FakeInternet.h"
-#include "support/Garbled.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
-
-using test::FakeReply;
-using test::NumberOf;
 
 constexpr const char* AtPoint11And6 = "PTPOINT 2051\r\n";  // 8 and 3 from 0 on
 
-class ToshibaTest : public testing::Test {
+class ToshibaTest : public DriverTest<Toshiba> {
  protected:
   bool Connect(const FakeReply& reply) {
     Net.Replies = {reply};
-    return Camera.Connect(test::CameraOptions());
+    return Camera.Connect(CameraOptions());
   }
-  std::string Sent() { return Net.TakeSent(); }
-
-  test::FakeInternet Net;
-  Toshiba Camera{{.internet = &Net}};
 };
 
 TEST_F(ToshibaTest, ReadsItsPointOnConnecting) {
@@ -60,13 +43,13 @@ TEST_F(ToshibaTest, ReadsItsPointOnConnecting) {
     EXPECT_NEAR(Camera.Pan(), pan11, 0.0001) << body;
     EXPECT_NEAR(Camera.Tilt(), tilt6, 0.0001) << body;
   }
-  for (const auto& reply : test::Garbled(AtPoint11And6)) EXPECT_TRUE(Connect({reply})) << reply;
+  for (const auto& reply : Garbled(AtPoint11And6)) EXPECT_TRUE(Connect({reply})) << reply;
 
-  EXPECT_EQ(test::RequestLinesOf([this] { Connect({"PTPOINT 0"}), Connect({.Answers = false}); }),
+  EXPECT_EQ(RequestLinesOf([this] { Connect({"PTPOINT 0"}), Connect({.Answers = false}); }),
             "Requesting /getcurrentptpointapi.htm|Request complete. Reply: PTPOINT 0|"
             "Requesting /getcurrentptpointapi.htm|Request failed.|");
   Sent();
-  EXPECT_FALSE(Camera.Connect(test::CameraOptions({}, ""))) << "without an address";
+  EXPECT_FALSE(Camera.Connect(CameraOptions({}, ""))) << "without an address";
   EXPECT_FALSE(Camera.Connected());
   EXPECT_EQ(Sent(), "");
 }
@@ -125,4 +108,4 @@ TEST_F(ToshibaTest, SixteenBitsOfPointsAreTheMost) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test

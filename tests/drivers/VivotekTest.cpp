@@ -1,34 +1,19 @@
 #include "drivers/Vivotek.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <random>
+#include "support/DriverTest.h"
 
-#include "support/Errors.h"
-#include "support/FakeInternet.h"
-#include "support/Options.h"
-#include "support/RequestLines.h"
-
-namespace ptzd {
+namespace ptzd::test {
 namespace {
 
-using test::ErrorOf;
-using test::FakeReply;
-using test::NumberOf;
-
-class VivotekTest : public testing::Test {
+class VivotekTest : public DriverTest<Vivotek> {
  protected:
-  void Connect(const std::string& model, const test::OptionValues& options = {}) {
+  void Connect(const std::string& model, const OptionValues& options = {}) {
     Net.Replies = {FakeReply{"Model=" + model + "\r\nPTZEnabled=1\r\n"}};
-    ASSERT_TRUE(Camera.Connect(test::CameraOptions(options)));
+    ASSERT_TRUE(Camera.Connect(CameraOptions(options)));
     Camera.SetPanTilt(0, 0);
     Sent();
   }
-  std::string Sent() { return Net.TakeSent(); }
-
-  test::FakeInternet Net;
-  Vivotek Camera{{.internet = &Net}};
 };
 
 TEST_F(VivotekTest, ConnectFailures) {
@@ -54,7 +39,7 @@ TEST_F(VivotekTest, ConnectFailures) {
   Connect("PT713");
   for (const auto& row : rows) {
     Net.Replies = {row.reply};
-    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions()); }), row.error);
+    EXPECT_EQ(ErrorOf([&] { return Camera.Connect(CameraOptions()); }), row.error);
     EXPECT_FALSE(Camera.Connected());
     const auto before = row.reply.Body.empty() ? 1 | 4325408 : 0;  // until a camera tells anew
     EXPECT_EQ(Camera.Capabilities(), before | CapabilityHome | CapabilityRelativeControl);
@@ -62,13 +47,13 @@ TEST_F(VivotekTest, ConnectFailures) {
   const std::string good = "ptzenabled=15\r\nmodel=PT7135\r\n";
   for (std::size_t length = 0; length < good.size() - 3; ++length) {
     Net.Replies = {FakeReply{good.substr(0, length)}};
-    EXPECT_NE(NumberOf([&] { return Camera.Connect(test::CameraOptions()); }), 0) << length;
+    EXPECT_NE(NumberOf([&] { return Camera.Connect(CameraOptions()); }), 0) << length;
   }
   std::mt19937 random(12);
   std::string noise(1 << 20, 0);
   for (auto& c : noise) c = static_cast<char>(random());
   Net.Replies = {FakeReply{noise}};
-  EXPECT_EQ(ErrorOf([&] { return Camera.Connect(test::CameraOptions()); }), incapable);
+  EXPECT_EQ(ErrorOf([&] { return Camera.Connect(CameraOptions()); }), incapable);
 }
 
 TEST_F(VivotekTest, ModelsSetGenerationAndPicture) {
@@ -83,7 +68,7 @@ TEST_F(VivotekTest, ModelsSetGenerationAndPicture) {
         Row{"PZ71X2", newClick}, Row{"PZ7131", newClick}, Row{"PT7165", newClick}, Row{"SD83X", newClick},
         Row{"SD8363E", newClick}}) {
     Net.Replies = {FakeReply{"x=1\r\nMODEL=" + std::string(model) + "\r\nptzenabled=3\r\n"}};
-    EXPECT_TRUE(Camera.Connect(test::CameraOptions()));
+    EXPECT_TRUE(Camera.Connect(CameraOptions()));
     Camera.SetPanTilt(0, 0);
     EXPECT_TRUE(Camera.MoveTo(10, -3));
     const auto& path = sent == newClick ? newPath : oldPath;
@@ -210,7 +195,7 @@ TEST_F(VivotekTest, ContinuousControlRepeatsOnlyStops) {
 }
 
 TEST_F(VivotekTest, Logs) {
-  const auto log = test::LogOf([&] {
+  const auto log = LogOf([&] {
     Connect("PT713");
     Camera.Move(DirectionUp, 2.5F);
     Camera.Zoom(ZoomOut);
@@ -222,4 +207,4 @@ TEST_F(VivotekTest, Logs) {
 }
 
 }  // namespace
-}  // namespace ptzd
+}  // namespace ptzd::test
