@@ -592,6 +592,13 @@ TEST_P(EveryDriver, StaysInItsRanges) {
   }
 }
 
+TEST_P(EveryDriver, SendsNothingForALensValueWithoutAName) {
+  const auto sent = SentBy(*Cameras[0], [](auto& s) {
+    EXPECT_FALSE(s.Device->Iris(static_cast<Iris>(3)) || s.Device->Focus(static_cast<Focus>(-1)));
+  });
+  EXPECT_EQ(sent, std::vector<std::string>());
+}
+
 TEST_P(EveryDriver, TakesSpeedsInTheirRanges) {
   const auto& answers = *Cameras[0];
   const auto takes = [&](const char* name, auto go) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include <ptzd/Logging.h>
-#include "platform/XmlDocument.h"
 #include "support/DriverTest.h"
 
 namespace ptzd::test {
@@ -275,67 +274,6 @@ TEST_F(QuorvaneTest, NamedPresets) {
   const auto sent = Net.Sent.size();
   EXPECT_NO_THROW(Camera.GotoNamedPreset("1\r\nX: y"));
   EXPECT_EQ(Net.Sent.size(), sent) << "no line of its own reaches the wire";
-}
-
-TEST_F(QuorvaneTest, NamedPresetErrors) {
-  struct Row {
-    FakeReply reply;
-    const char* error;
-  };
-  const Row rows[] = {
-      {{"<a/>", "HTTP/1.1 401 Unauthorized"}, "17004 Invalid authentication details"},
-      {{"<a/>", "HTTP/1.1 404 Not Found"}, "17001 HTTP error 404 Not Found\r"},
-      {{"<a/>", "HTTP/1.1 204 No Content"}, "17001 HTTP error 204 No Content\r"},
-      {{"<a/>", "HTTP/1.1 200"}, "17001 Unrecognised HTTP reply"},
-      {{"<a/>", "ICY"}, "17001 Unrecognised HTTP reply"},
-      {{.Answers = false}, "13104 Failed to connect to the HTTP server."},
-      {{"<a><preset id='1'/><preset id='2'/><preset id='1'/></a>"},
-       "457 This key is already associated with an element of this collection"},
-  };
-  Connect();
-  for (const auto& row : rows) {
-    Reply = row.reply;
-    EXPECT_EQ(ErrorOf([&] { Camera.GetNamedPresets(); }), row.error);
-  }
-  for (const std::string text : {"", "<a><preset></a>", "<!DOCTYPE a [<!ENTITY x 'x'>]><a>&x;</a>"}) {
-    Reply = {text};
-    XmlDocument document;
-    EXPECT_FALSE(document.LoadXml(text));
-    try {
-      Camera.GetNamedPresets();
-      ADD_FAILURE() << text;
-    } catch (const Error& error) {
-      EXPECT_EQ(error.Number(), document.ParseError().ErrorCode) << text;
-      EXPECT_EQ(error.Description(), document.ParseError().Reason) << text;
-      EXPECT_EQ(error.Source(), "MS XML");
-    }
-  }
-}
-
-TEST_F(QuorvaneTest, NeedsOptionsAndNothingElse) {
-  const std::function<void()> members[] = {[&] { Camera.ContinuousZoom(1); },
-                                           [&] { Camera.GotoNamedPreset("1"); },
-                                           [&] { Camera.GetNamedPresets(); }};
-  for (const auto& member : members)
-    EXPECT_EQ(ErrorOf(member), "91 Object variable or With block variable not set");
-  EXPECT_TRUE(Net.Sent.empty());
-
-  EXPECT_EQ(NumberOf([&] { return Camera.Connect(OptionsWith("")); }), 17002);
-  Camera.ContinuousMove(0.5F, 0);
-  EXPECT_EQ(Net.Sent.back().Object, "/ptz/control.htm?&move=joystick&x=0.5&y=0");
-  Reply = {"<a/>"};
-  Camera.GetNamedPresets();
-  EXPECT_EQ(Net.Sent.back().Object, "/ptz/presets.xml?");
-  EXPECT_EQ(NumberOf([&] { return Camera.Connect({}); }), 5);
-  EXPECT_EQ(NumberOf([&] { Camera.GetNamedPresets(); }), 13101) << "no address";
-}
-
-TEST_F(QuorvaneTest, DescribesTheFeed) {
-  EXPECT_EQ(Camera.Item(0)->Description(), "Feed name");
-  EXPECT_EQ(Camera.Item(std::string("Feed"))->OType(), 8);
-  EXPECT_EQ(Camera.Item(std::string("Feed"))->Default(), Variant(std::string()));
-  EXPECT_FALSE(Camera.Item(std::string("feed")).has_value());
-  EXPECT_FALSE(Camera.Item(1).has_value());
 }
 
 }  // namespace

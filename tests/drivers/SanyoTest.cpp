@@ -1,6 +1,5 @@
 #include "drivers/Sanyo.h"
 
-#include <algorithm>
 #include <limits>
 
 #include "common/Numbers.h"
@@ -159,35 +158,6 @@ TEST_F(SanyoTest, Flags) {
   EXPECT_EQ(Commands(), "20&pan_dir=1&pan_percent=36 18") << "from -0.5 to 0, after the head";
 }
 
-TEST_F(SanyoTest, PositionIsReadAtMostEveryFiveSeconds) {
-  Reply = Status(0, Words);
-  const auto reads = [&](auto call) {
-    Net.Sent.clear();
-    call();
-    return std::ranges::count(Net.Sent, StatusPage, &SentRequest::Object);
-  };
-  Renew();
-  Time.Advance(4999);
-  EXPECT_EQ(reads([&] { Position(), Camera->MoveBoth(1, 1), Camera->Zoom(ZoomIn); }), 0);
-  EXPECT_EQ(Position(), "24.75 -13.5") << "where the last move went";
-  Time.Advance(1);
-  EXPECT_EQ(reads([&] { Camera->MoveTo(1, 1), Camera->PresetGoto(1); }), 0) << "no need to know";
-  EXPECT_EQ(reads([&] { Position(); }), 1);
-  EXPECT_EQ(Position(), "23.75 -14.5");
-  Camera->SetPanTilt(7, 8);
-  EXPECT_EQ(reads([&] { EXPECT_EQ(Position(), "23.75 -14.5"); }), 1);
-  Camera->ContinuousMove(0, 0);
-  EXPECT_EQ(reads([&] { Camera->Move(DirectionUp, 0), Camera->Zoom(ZoomIn); }), 1);
-  Camera->ContinuousZoom(0);
-  EXPECT_EQ(reads([&] { Camera->MoveBoth(0, 0), Camera->Tilt(); }), 1);
-  Camera->SetPanTilt(7, 8);
-  EXPECT_EQ(reads([&] { Camera->Zoom(ZoomIn), Camera->Pan(); }), 1);
-  Silent = StatusPage;
-  Time.Advance(5000);
-  EXPECT_EQ(reads([&] { EXPECT_EQ(Position(), "23.75 -14.5"); }), 1)
-      << "a failed one is not repeated at once";
-}
-
 TEST_F(SanyoTest, TheSessionIsKeptAlive) {
   Renew();
   Time.Advance(60000);
@@ -237,15 +207,7 @@ TEST_F(SanyoTest, ContinuousMotion) {
   EXPECT_EQ(Commands(), "51&cmd=9 51&cmd=10 51&cmd=11");
 }
 
-TEST_F(SanyoTest, LogsAndAnswersBeforeItIsConnected) {
-  EXPECT_TRUE(Camera->MoveTo(3, 4) && Camera->Zoom(ZoomIn) && Camera->PresetSave(1));
-  Camera->StopContinuous();
-  EXPECT_FALSE(Camera->SendOpeCmd(18));
-  EXPECT_EQ(Position(), "3 4");
-  EXPECT_EQ(Sent(), "") << "there is no address yet";
-  EXPECT_EQ(Camera->Item(0)->Name(), "");
-  EXPECT_EQ(Camera->Item(Bytes{1})->Name(), "") << "whatever is asked for";
-
+TEST_F(SanyoTest, Logs) {
   Renew();
   Net.Answer = [](const auto&) { return FakeReply{"don\x92t"}; };
   const auto log = LogOf([&] { Camera->PresetSave(1); });

@@ -75,25 +75,6 @@ class SonyTest : public testing::Test {
   std::unique_ptr<Sony> Camera = std::make_unique<Sony>(Platform{.internet = &Net, .clock = &Time});
 };
 
-TEST_F(SonyTest, ConnectProbesTheCamera) {
-  EXPECT_EQ(Camera->Capabilities(), 0);
-  Connect(true);
-  EXPECT_EQ(Sent(),
-            "/command/inquiry.cgi?inq=system\n/command/inquiry.cgi?inq=sysinfo\n"
-            "/command/visca-inquiry.cgi?visca=81090612ff\n"
-            "/command/ptzf.cgi?visca=8101060218180000000000000000FF");
-  EXPECT_EQ(Camera->Capabilities(), CapabilityPan | CapabilityTilt | CapabilityFullZoom |
-                                        CapabilityContinuousMove | CapabilityContinuousZoom);
-
-  Firmware6("PanMovementRange=F890,0770&TiltPanoramaRange=FC10,00A8&TiltMovementRange=0,1");
-  Pages[SysInfo] = {"ModelName=SNC-EP521&PanTiltMaxVelocity=9"};
-  Connect(true);
-  EXPECT_EQ(Sent(),
-            "/command/inquiry.cgi?inq=system\n/command/inquiry.cgi?inq=sysinfo\n"
-            "/command/inquiry.cgi?inq=ptzf\n/command/visca-inquiry.cgi?visca=81090612ff\n"
-            "/command/ptzf.cgi AbsolutePanTilt=0000,0000,9");
-}
-
 TEST_F(SonyTest, APositionThatCannotBeReadIsNoReasonNotToConnect) {
   for (const char* position : {"", "12", "x,y", "12,"}) {
     Firmware6("PanMovementRange=F890,0770&TiltPanoramaRange=FC10,00A8&AbsolutePTZF=" + std::string(position));
@@ -143,19 +124,12 @@ TEST_F(SonyTest, ViscaMoves) {
     const char* fault;
   };
   const Row rows[] = {
-      {[](auto&, auto& d, auto&) { d.Move(DirectionRight, 10); }, "81010602181800000F040F0F0308FF", "+144"},
-      {[](auto&, auto& d, auto&) { d.Move(DirectionLeft); }, "8101060218180000010C0F0F0308FF", "-72"},
       {[](auto&, auto&, auto& d) { d.Move(DirectionUp, 0.3125F); }, "810106021818000006040F0F030CFF", "tie"},
-      {[](auto&, auto& d, auto&) { d.Move(DirectionDownLeft, 1); }, "810106021818000005060F0F020AFF", "both"},
       {[](auto&, auto& d, auto&) { d.Move(static_cast<Directions>(15), 1); },
        "810106021818000005060F0F0406FF", "left before right, up before down"},
-      {[](auto&, auto& d, auto&) { d.MoveBoth(1, -1); }, "810106021818000007020F0F020AFF", "signed amounts"},
       {[](auto&, auto& d, auto&) { d.MoveTo(0, -32.5F); }, "8101060218180000000000000000FF", "tilt's centre"},
       {[](auto&, auto& d, auto&) { d.MoveTo(1000, 90); }, "810106021818000909000003030CFF", "the high ends"},
       {[](auto&, auto& d, auto&) { d.MoveBoth(-1e3F, -1e3F); }, "8101060218180F0607000F0C0C04FF", "the low"},
-      {[](auto&, auto&, auto& d) { d.MoveTo(0, -32.5F, 0.5F); },
-       "8101060218180000000000000000FF 81010447000A0208FF", "a frame each"},
-      {[](auto&, auto& d, auto&) { d.Zoom(ZoomIn); }, "8101044700050104FF", "a quarter"},
       {[](auto&, auto& d, auto&) { d.Zoom(ZoomOut); }, "", "below the widest nothing changes"},
       {[](auto& c, auto&, auto&) { c.ZoomTo(12.6F); }, "810104470F0F0F00FF", "all 16 bits"},
       {[](auto&, auto& d, auto&) { EXPECT_TRUE(d.Move(static_cast<Directions>(64), 1)); }, "",
@@ -276,31 +250,6 @@ TEST_F(SonyTest, EndlessHeadsGoAroundAndReversedOnesStop) {
     Camera->MoveBoth(angle, 0);
     EXPECT_EQ(Net.Sent.back().Body, "AbsolutePanTilt=" + std::string(sent) + ",0000,0") << model << angle;
   }
-}
-
-TEST_F(SonyTest, PositionIsReadAtMostEveryFiveSeconds) {
-  const auto reads = [&] { return std::ranges::count(Net.Sent, Visca, &SentRequest::Object); };
-  Connect();
-  Camera->Move(DirectionLeft, 1);
-  Time.Advance(4999);
-  Camera->Move(DirectionLeft, 1);
-  EXPECT_EQ(reads(), 1);
-  Time.Advance(1);
-  EXPECT_EQ(Text(Camera->Pan()), "6.944") << "what the camera says, not what was sent";
-  EXPECT_EQ(reads(), 2);
-  Camera->SetPanTilt(0, 0);
-  Camera->Tilt();
-  EXPECT_EQ(reads(), 3);
-  Camera->ContinuousMove(1, 0);
-  Pages[Visca] = {"", "HTTP/1.1 503 Busy"};
-  Camera->MoveBoth(0, 0);
-  EXPECT_EQ(reads(), 4);
-  Camera->Pan();
-  EXPECT_EQ(reads(), 4) << "a failed reading is not repeated at once";
-  EXPECT_EQ(Text(Camera->Pan()), "6.944");
-  Pages[Visca] = {.Answers = false};
-  Time.Advance(5000);
-  EXPECT_EQ(Text(Camera->Pan()), "6.944");
 }
 
 TEST_F(SonyTest, BadRepliesKeepThePosition) {

@@ -37,30 +37,6 @@ TEST_F(AxisSimulated, ATypicalRequestByteForByte) {
                                                  "Keep-Alive\r\nCache-Control: no-cache\r\n\r\n");
 }
 
-TEST_F(AxisSimulated, AMechanicalHeadGoesWhereItIsSent) {
-  Connect({AxisHead::Mechanical});
-  EXPECT_EQ(Driver->Capabilities() & (CapabilityFullZoom | CapabilityIris | CapabilityRelativeControl),
-            CapabilityFullZoom | CapabilityIris);
-  for (const int pan : {-170, -90, -1, 0, 1, 45, 169, 170})
-    for (const int tilt : {-20, 0, 33, 90}) {
-      Driver->MoveTo(static_cast<float>(pan), static_cast<float>(tilt));
-      Settle();
-      EXPECT_EQ(Camera->Head().Pan, pan);
-      EXPECT_EQ(Camera->Head().Tilt, tilt);
-      EXPECT_EQ(Driver->Pan(), pan);
-      EXPECT_EQ(Driver->Tilt(), tilt);
-    }
-  Driver->MoveTo(-175, 0);
-  Settle();
-  EXPECT_EQ(Driver->Pan(), -170) << "the camera stops at its own limit and says so";
-
-  for (const float zoom : {0.0F, 0.25F, 1.0F, 7.75F, 20.0F}) {
-    Device2().ZoomTo(zoom);
-    Settle();
-    EXPECT_EQ(Device2().ZoomLevel(), zoom);
-  }
-}
-
 TEST_F(AxisSimulated, AListWithForeignLineEndsDescribesNoHead) {
   Start({.ParameterLineEnd = "\r\n"});
   Driver = CreateDriver("QVPTZ.Axis");

@@ -29,29 +29,6 @@ class BoschSimulated : public test::SimulatedCamera<ptzsim::Bosch> {
   }
 };
 
-TEST_F(BoschSimulated, GoesWhereItIsSentAndReadsWhereItIs) {
-  const auto start = Camera->Head();
-  ExpectRead(Driver->Pan(), start.Pan);
-  EXPECT_EQ(Device2().ZoomLevel(), std::round(start.Zoom * 4) / 4);
-  for (const float pan : {-180.0F, -179.9F, -90.0F, -0.3F, 0.0F, 1.0F, 45.5F, 179.0F, 180.0F})
-    for (const float tilt : {-90.0F, -45.2F, -0.1F, 0.0F, 7.3F, 18.0F}) {
-      const float zoom = (tilt + 90) / 4;
-      Device2().MoveTo(pan, tilt, zoom);
-      Settle();
-      const auto head = Camera->Head();
-      EXPECT_NEAR(std::remainder(head.Pan - pan, 360), 0, 0.004) << pan;
-      EXPECT_NEAR(head.Tilt, tilt, 0.004);
-      EXPECT_NEAR(head.Zoom, zoom, 0.125 + 0.5 / 45) << "not sent where it was read as that already";
-      ExpectRead(Driver->Pan(), head.Pan);
-      ExpectRead(Driver->Tilt(), head.Tilt < -0.003 ? head.Tilt + 65536 / 174.5328 : head.Tilt);
-      EXPECT_NEAR(Device2().ZoomLevel(), head.Zoom, 0.125 + 0.5 / 45);
-    }
-  Device2().MoveTo(0, 60, 40);
-  Settle();
-  EXPECT_EQ(Driver->Tilt(), 18) << "the dome stops at its own end and says so";
-  EXPECT_EQ(Device2().ZoomLevel(), 30);
-}
-
 TEST_F(BoschSimulated, RepliesOfEveryForm) {
   const std::pair<ptzsim::Bosch::Replies, float> rows[] = {
       {{.UpperCase = true}, 30},     {{.Padded = true}, -40},

@@ -2,8 +2,6 @@
 
 #include "simulators/Panogenics.h"
 
-#include <cmath>
-
 #include "support/SimulatedCamera.h"
 
 namespace ptzd {
@@ -22,32 +20,6 @@ class PanogenicsSimulated : public test::SimulatedCamera<ptzsim::Panogenics>,
 
 INSTANTIATE_TEST_SUITE_P(Replies, PanogenicsSimulated, testing::Bool(),
                          [](const auto& row) { return row.param ? "Wrapped" : "Bare"; });
-
-TEST_P(PanogenicsSimulated, EveryViewGoesWhereItIsSent) {
-  for (int view = 1; view <= 8; ++view) {
-    SCOPED_TRACE(view);
-    Connect(view);
-    const auto start = Camera->Head(view);
-    EXPECT_EQ(Driver->Pan(), start.Pan);
-    EXPECT_EQ(Driver->Tilt(), start.Tilt);
-    EXPECT_FLOAT_EQ(Device2().ZoomLevel(), static_cast<float>(start.Zoom / 50));
-    for (const float pan : {-180.0F, -179.75F, -90.0F, -0.5F, 0.0F, 45.25F, 179.0F, 180.0F})
-      for (const float tilt : {-90.0F, -45.5F, 0.0F, 90.0F})
-        for (const float zoom : {0.0F, 0.26F, 10.0F}) {
-          Device2().MoveTo(pan, tilt, zoom);
-          Settle();
-          const auto head = Camera->Head(view);
-          EXPECT_NEAR(std::remainder(head.Pan - pan, 360), 0, 0.5);
-          EXPECT_NEAR(head.Tilt, tilt, 0.5);
-          EXPECT_NEAR(head.Zoom, zoom * 50, 1e-5);
-          EXPECT_EQ(Camera->Head(view <= 4 ? view + 4 : view).Pan, head.Pan) << "the twin comes along";
-          EXPECT_TRUE(Driver->MoveBoth(0, 0));
-          EXPECT_NEAR(std::remainder(Driver->Pan() - head.Pan, 360), 0, 1e-9) << "either side of the back";
-          EXPECT_EQ(Driver->Tilt(), head.Tilt);
-          EXPECT_NEAR(Device2().ZoomLevel(), zoom, 1e-5);
-        }
-  }
-}
 
 TEST_P(PanogenicsSimulated, StepsCrossTheBackAndStopAtTheEnds) {
   Connect(0, false);

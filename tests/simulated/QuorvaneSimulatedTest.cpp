@@ -47,29 +47,6 @@ class QuorvaneSimulated : public testing::Test {
   std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
 };
 
-TEST_F(QuorvaneSimulated, MovesAreOffsetsFromWhereItBegan) {
-  for (const auto* feed : {"3", "north yard"}) {
-    SCOPED_TRACE(feed);
-    Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
-    Connect(feed);
-    const auto start = System->At(feed);
-    for (const int pan : {-1500, -7, 0, 1, 433, 1500})
-      for (const int tilt : {-350, 0, 12, 350}) {
-        EXPECT_FALSE(Driver->MoveTo(static_cast<float>(pan), static_cast<float>(tilt)));
-        Settle();
-        EXPECT_EQ(System->At(feed).Pan, start.Pan + pan);
-        EXPECT_EQ(System->At(feed).Tilt, start.Tilt + tilt);
-        EXPECT_EQ(Driver->Pan(), pan);
-        EXPECT_EQ(Driver->Tilt(), tilt);
-      }
-    Driver->MoveTo(4000, -4000);
-    Settle();
-    EXPECT_EQ(System->At(feed).Pan, 1800);
-    EXPECT_EQ(System->At(feed).Tilt, -450);
-    EXPECT_EQ(Driver->Pan(), 4000) << "the remote system's ends are not known here";
-  }
-}
-
 TEST_F(QuorvaneSimulated, NamedPresets) {
   Connect("3");
   std::string listed;

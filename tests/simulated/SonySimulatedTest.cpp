@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <list>
 #include <optional>
 #include <thread>
@@ -70,81 +69,6 @@ class SonySimulated : public testing::Test {
   std::size_t HandlesBefore = SystemInternet().OpenHandles();
   std::list<Camera> Cameras;
 };
-
-struct ModelRow {
-  struct Place {
-    float Pan, Tilt;  // degrees
-    long PanUnits, TiltUnits;
-  };
-  const char* Model;
-  bool TellsPosition;
-  std::array<Place, 5> Places;  // the last two beyond the ends
-};
-
-class SonyModel : public SonySimulated, public testing::WithParamInterface<ModelRow> {};
-
-TEST_P(SonyModel, GoesWhereItIsSent) {
-  const auto& row = GetParam();
-  auto& camera = Start(row.Model);
-  {
-    auto connection = Connect(camera);
-    for (const auto& [pan, tilt, panUnits, tiltUnits] : row.Places) {
-      SCOPED_TRACE(std::to_string(pan) + ", " + std::to_string(tilt));
-      EXPECT_TRUE(connection.Driver->MoveTo(pan, tilt));
-      Settle(camera);
-      EXPECT_EQ(camera.Head().Pan, panUnits);
-      EXPECT_EQ(camera.Head().Tilt, tiltUnits);
-    }
-    // Back and forth over the whole range: what is read is what was meant, to half a unit of the camera.
-    for (int pan = -59; pan < 60; pan += 13)
-      for (int tilt = -64; tilt <= 0; tilt += 16) {
-        connection.Driver->MoveTo(static_cast<float>(pan), static_cast<float>(tilt));
-        Settle(camera);
-        EXPECT_NEAR(connection.Driver->Pan(), pan, 0.06);
-        EXPECT_NEAR(connection.Driver->Tilt(), tilt, 0.07);
-        EXPECT_EQ(!camera.Log().Requests().empty(), row.TellsPosition);
-        camera.Log().Clear();
-      }
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(All, SonyModel,
-                         testing::Values(ModelRow{"SNC-RZ50P",
-                                                  true,
-                                                  {{{10, 0, 144, 468},
-                                                    {-170, -90, -2448, -828},
-                                                    {170, 25, 2448, 828},
-                                                    {-200, -100, -2448, -828},
-                                                    {200, 60, 2448, 828}}}},
-                                         ModelRow{"SNC-RZ30N",  // units run against degrees
-                                                  true,
-                                                  {{{10, 0, -144, -468},
-                                                    {-170, -90, 2448, 828},
-                                                    {170, 25, -2448, -828},
-                                                    {-200, -100, 2448, 828},
-                                                    {200, 60, -2448, -828}}}},
-                                         ModelRow{"SNC-RX550N",  // both ends of pan are the same place
-                                                  true,
-                                                  {{{90, -45, 1872, -384},
-                                                    {-180, -90, -3744, -1024},
-                                                    {180, 0, -3744, 256},
-                                                    {-200, -100, -3744, -1024},
-                                                    {179, 60, 3723, 256}}}},
-                                         ModelRow{"SNC-P5",
-                                                  false,
-                                                  {{{30, -30, 282, 38},
-                                                    {-60, -65, -564, -226},
-                                                    {60, 10, 564, 339},
-                                                    {-70, -80, -564, -226},
-                                                    {70, 40, 564, 339}}}},
-                                         ModelRow{"SNC-EP521",
-                                                  true,
-                                                  {{{100, -45, 1400, -504},
-                                                    {-170, -90, -2380, -1008},
-                                                    {170, 15, 2380, 168},
-                                                    {-200, -100, -2380, -1008},
-                                                    {200, 60, 2380, 168}}}}),
-                         [](const auto& row) { return std::string(row.param.Model).substr(4); });
 
 TEST_F(SonySimulated, StepsCountFromWhereTheCameraIs) {
   struct Row {

@@ -24,44 +24,6 @@ class VivotekSimulated : public test::SimulatedCamera<ptzsim::Vivotek> {
   PTZNamedPresets& Presets() { return dynamic_cast<PTZNamedPresets&>(*Driver); }
 };
 
-struct ModelRow {
-  const char* Model;
-  float PanEnd, TiltMin, TiltMax;
-  double Across, Down;  // degrees of a pixel
-};
-
-class VivotekModel : public VivotekSimulated, public testing::WithParamInterface<ModelRow> {};
-
-TEST_P(VivotekModel, ClicksEndWhereTheyAreMeant) {
-  const auto& [model, panEnd, tiltMin, tiltMax, across, down] = GetParam();
-  Connect(model);
-  for (const float pan : {-panEnd, -91.0F, -24.0F, -1.0F, 0.0F, 1.0F, 24.0F, panEnd})
-    for (const float tilt : {tiltMin, -23.0F, 0.0F, tiltMax}) {
-      EXPECT_TRUE(Driver->Home());
-      Settle();
-      Driver->SetPanTilt(0, 0);
-      EXPECT_TRUE(Driver->MoveTo(pan, tilt));
-      Settle();
-      // A click is the pixel left of and above the point meant.
-      EXPECT_NEAR(Camera->Head().Pan, pan, across);
-      EXPECT_NEAR(Camera->Head().Tilt, tilt, down);
-      EXPECT_EQ(Driver->Pan(), pan);
-      EXPECT_EQ(Driver->Tilt(), tilt);
-    }
-  EXPECT_TRUE(Driver->MoveTo(panEnd + 60, tiltMin - 60));
-  Settle();
-  EXPECT_EQ(Camera->Head().Pan, panEnd) << "the camera keeps to its limits, the driver knows none";
-  EXPECT_EQ(Camera->Head().Tilt, tiltMin);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, VivotekModel,
-                         testing::Values(ModelRow{"PT7135", 135, -90, 45, 1 / 7.74, 1 / 6.0},
-                                         ModelRow{"PT31x", 135, -45, 45, 1 / 7.74, 1 / 6.0},
-                                         ModelRow{"PZ61x", 135, -45, 90, 1 / 7.74, 1 / 6.0},
-                                         ModelRow{"PZ7132", 175, -35, 90, 48 / 704.0, 48 / 576.0},
-                                         ModelRow{"SD8362", 180, -90, 0, 48 / 704.0, 48 / 576.0}),
-                         [](const auto& row) { return std::string(row.param.Model); });
-
 TEST_F(VivotekSimulated, PresetsByNumberAndByName) {
   Connect("PZ7132");
   const auto save = [&](int preset) { return Driver->PresetSave(preset); };
