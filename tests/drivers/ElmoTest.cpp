@@ -104,10 +104,10 @@ TEST_F(ElmoTest, PositionsAreWholeMotorSteps) {
 
 TEST_F(ElmoTest, EndsOfThePresetsAndLogs) {
   Connect();
-  EXPECT_TRUE(Camera.PresetGoto(5) && Camera.PresetSave(5));
+  EXPECT_TRUE(Camera.PresetGoto(0) && Camera.PresetGoto(5) && Camera.PresetSave(5));
   EXPECT_FALSE(Camera.PresetGoto(-1) || Camera.PresetGoto(6) || Camera.PresetSave(-1) ||
                Camera.PresetSave(6) || Camera.Zoom(static_cast<Zooms>(3)));
-  EXPECT_EQ(Sent(), "/cgi-bin/ctrl?prst=6\n/cgi-bin/pmem?6");
+  EXPECT_EQ(Sent(), "/cgi-bin/ctrl?prst=1\n/cgi-bin/ctrl?prst=6\n/cgi-bin/pmem?6");
   Reply.Answers = false;
   EXPECT_EQ(RequestLinesOf([this] { Connect(), Camera.Zoom(ZoomIn); }),
             "Requesting /cgi-bin/ctrl|Request complete. Reply: NG|"

@@ -44,7 +44,6 @@ TEST_F(PanogenicsTest, ConnectFailures) {
     const char *error, *sent;
   };
   const Row rows[] = {
-      {"camera1", 0, true, false, "17001 Application-defined or object-defined error", probe},
       {"camera1", 70000, true, true, "6 Overflow", probe},
       {"camera1", std::string("two"), true, true, "13 Type mismatch", probe},
       {"camera1", 9, std::string("perhaps"), true, "13 Type mismatch", probe},

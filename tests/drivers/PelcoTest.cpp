@@ -46,6 +46,9 @@ TEST_F(PelcoTest, CommandsOfBothProtocols) {
   const Row rows[] = {
       {[](auto& c) { c.ContinuousMove(64, 63); }, "FF01000A403F8A", "A000000A403FAF7A"},
       {[](auto& c) { c.ContinuousMove(-2.5F, 3.5F); }, "FF01000C020413", "A000000C0204AF05"},
+      // A step of the lens: the motor runs for its time and is always stopped.
+      {[](auto& c) { EXPECT_TRUE(c.Iris(IrisOpen)); }, "FF01002D000230 FF010200000003 250ms FF010000000001",
+       "A000002D0002AF20 A00004000000AF0B 250ms A00000000000AF0F"},
       // The first preset and the last one that each count announces.
       {[](auto& c) { EXPECT_TRUE(c.PresetGoto(0)); }, "FF010007000109", "A00000070001AF09"},
       {[](auto& c) { EXPECT_TRUE(c.PresetSave(31)); }, "FF010003002024", "A00000030020AF2C"},

@@ -73,7 +73,6 @@ TEST_F(Toshiba2Test, MovesThroughAPresetAndSaysFalse) {
     const char* Fault;
   };
   const Row rows[] = {
-      {[](auto& c) { return c.MoveTo(0, 0); }, "3858", "654", "0,0", "the middle"},
       {[](auto& c) { return c.MoveTo(0.5F, -0.5F); }, "3858", "654", "0,0", "ties to even"},
       {[](auto& c) { return c.MoveTo(1.5F, 2.5F); }, "3902", "611", "2,2", "ties to even"},
       {[](auto& c) { return c.MoveTo(-200, 100); }, "-551", "-1527", "-200,100", "no limits"},
@@ -82,7 +81,6 @@ TEST_F(Toshiba2Test, MovesThroughAPresetAndSaysFalse) {
       {[](auto& c) { return c.Move(static_cast<Directions>(15), 5); }, "4189", "763", "15,-5",
        "left before right, up before down"},
       {[](auto& c) { return c.Move(DirectionDownRight, 2.5F); }, "4343", "916", "22,-12", "rounded targets"},
-      {[](auto& c) { return c.MoveBoth(-30, 40); }, "3638", "0", "-10,30", "signed amounts"},
   };
   const std::string store = "/api/wbsetptpreset.cgi?type=PresetNumber-64&PresetName=Quorvane&PanPosition=";
   for (const bool obeys : {true, false})

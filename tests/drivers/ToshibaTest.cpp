@@ -61,18 +61,14 @@ TEST_F(ToshibaTest, MovesGoToPointsOfTheGrid) {
     const char* Fault;
   };
   const Row rows[] = {
-      {[](auto& c) { return c.MoveTo(0, 0); }, "2820", "11 and 4"},
       {[](auto& c) { return c.MoveTo(200, -200); }, "4877", "right and lower edge"},
       {[](auto& c) { return c.MoveTo(-200, 200); }, "771", "left and upper edge"},
       {[](auto& c) { return c.MoveTo(0, -13.5F); }, "", "nearest to where it is"},
       {[](auto& c) { return c.Move(DirectionDownRight); }, "3079", "5 degrees unless told"},
-      {[](auto& c) { return c.Move(DirectionUpLeft, 7); }, "2565", "10 and 5"},
       {[](auto& c) { return c.Move(static_cast<Directions>(15), 7); }, "2565",
        "left before right, up before down"},
       {[](auto& c) { return c.Move(DirectionLeft, 3); }, "", "less than half a point"},
       {[](auto& c) { return c.Move(static_cast<Directions>(64), 7); }, "", "no direction"},
-      {[](auto& c) { return c.MoveBoth(7, -7); }, "3079", "signed amounts"},
-      {[](auto& c) { return c.MoveBoth(0, 6); }, "2821", "tilt alone"},
   };
   for (const auto& [move, point, fault] : rows) {
     ASSERT_TRUE(Connect({AtPoint11And6}));
