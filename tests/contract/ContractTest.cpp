@@ -592,6 +592,32 @@ TEST_P(EveryDriver, StaysInItsRanges) {
   }
 }
 
+TEST_P(EveryDriver, RefusesWhatIsNoNumberBeforeItMoves) {
+  const std::pair<const char*, void (*)(const test::Subject&, float)> calls[] = {
+      {"Move", [](const auto& s, float amount) { s.Device->Move(DirectionUp, amount); }},
+      {"MoveBoth", [](const auto& s, float amount) { s.Device->MoveBoth(amount, 1); }},
+      {"MoveBoth", [](const auto& s, float amount) { s.Device->MoveBoth(1, amount); }},
+      {"MoveTo", [](const auto& s, float amount) { s.Device->MoveTo(amount, 1); }},
+      {"MoveTo", [](const auto& s, float amount) { s.Device->MoveTo(1, amount); }},
+      {"ZoomTo", [](const auto& s, float amount) { s.Device2->ZoomTo(amount); }},
+      {"MoveTo2", [](const auto& s, float amount) { s.Device2->MoveTo(1, 2, amount); }},
+      {"ContinuousMove", [](const auto& s, float amount) { s.Continuous->ContinuousMove(1, amount); }},
+  };
+  for (const auto* answers : Cameras)
+    for (const auto& [member, call] : calls) {
+      const auto row = answers->Members.find(member);
+      if (row == answers->Members.end() || !row->second.at(1).ends_with(" sent")) continue;
+      auto session = NewSession(*answers);
+      session.Start();
+      const auto before = session.Held.Device->Pan();
+      EXPECT_EQ(NumberOf([&, call = call] { call(session.Held, NAN); }), 6)
+          << answers->Title << ", " << member;
+      for (const auto& sent : session.TakeSent())
+        EXPECT_NE(sent.find(Words(answers->Fact("reading")).back()), std::string::npos) << sent;
+      EXPECT_EQ(session.Held.Device->Pan(), before) << answers->Title << ", " << member;
+    }
+}
+
 TEST_P(EveryDriver, SendsNothingForALensValueWithoutAName) {
   const auto sent = SentBy(*Cameras[0], [](auto& s) {
     const bool always = GetParam().Data->Iris == MemberRule::SucceedsIfConnected;

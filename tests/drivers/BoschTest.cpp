@@ -18,7 +18,7 @@ std::string Result(const std::string& text) {
 }
 
 /// The camera is at pan 0.8, tilt 5, zoom 2.
-class BoschTest : public testing::Test {
+class BoschTest : public DriverTest<Bosch> {
  protected:
   BoschTest() {
     Net.Answer = [this](const SentRequest& request) {
@@ -28,9 +28,9 @@ class BoschTest : public testing::Test {
     };
   }
 
-  void ReadAnew() { EXPECT_TRUE(Camera->Connect(CameraOptions())); }
+  void ReadAnew() { EXPECT_TRUE(Camera.Connect(CameraOptions())); }
   void Renew() {
-    Camera = std::make_unique<Bosch>(Platform{.internet = &Net, .clock = &Time});
+    DriverTest::Renew();
     ReadAnew();
     Net.Sent.clear();
   }
@@ -44,23 +44,20 @@ class BoschTest : public testing::Test {
     return payloads;
   }
   std::string Position() {
-    return Text(Camera->Pan()) + " " + Text(Camera->Tilt()) + " " + Text(Camera->ZoomLevel());
+    return Text(Camera.Pan()) + " " + Text(Camera.Tilt()) + " " + Text(Camera.ZoomLevel());
   }
 
-  FakeInternet Net;
   std::map<std::string, FakeReply> Pages = {{ReadPan, {Result("81 00 06 01 12 01 7A 1B")}},
                                             {ReadTilt, {Result("81 00 06 01 13 01 03 69")}},
                                             {ReadZoom, {Result("81 00 06 01 14 01 00 5A")}}};
-  FakeClock Time{2147483000};  // the 31 bits of a tick count wrap in the midst
-  std::unique_ptr<Bosch> Camera = std::make_unique<Bosch>(Platform{.internet = &Net, .clock = &Time});
 };
 
 TEST_F(BoschTest, ConnectReadsAndNeverMindsACameraThatIsGone) {
-  Camera->MoveTo(190, 3, 1);
-  Camera->ContinuousMove(1, 0);
+  Camera.MoveTo(190, 3, 1);
+  Camera.ContinuousMove(1, 0);
   EXPECT_EQ(Sent(), "") << "there is no address yet";
   EXPECT_EQ(Position(), "-170 3 1") << "but a model";
-  const auto reading = LogOf([&] { ReadAnew(); }), log = LogOf([&] { Camera->ZoomTo(0); });
+  const auto reading = LogOf([&] { ReadAnew(); }), log = LogOf([&] { Camera.ZoomTo(0); });
   const auto url = "Sending: http://camera1" + Path;
   for (const auto& [message, reply] : Pages) {
     EXPECT_NE(reading.find(url + message + "|"), std::string::npos);
@@ -69,12 +66,12 @@ TEST_F(BoschTest, ConnectReadsAndNeverMindsACameraThatIsGone) {
   EXPECT_NE(log.find(url + "8000060114020000|"), std::string::npos);
   EXPECT_TRUE(log.ends_with("|Received: " + Result("80 00 06") + "|")) << "a command's reply is not read";
 
-  Camera->Disconnect();
+  Camera.Disconnect();
   Net.Answer = [](const auto&) { return FakeReply{.Answers = false}; };
   ReadAnew();
-  EXPECT_TRUE(Camera->Connected());
+  EXPECT_TRUE(Camera.Connected());
   EXPECT_EQ(Position(), "0.8 5 0") << "the model outlives the connection";
-  EXPECT_FALSE(Camera->MoveTo(5, 6));
+  EXPECT_FALSE(Camera.MoveTo(5, 6));
   EXPECT_EQ(Position(), "5 6 0") << "and follows the commands alone";
 }
 
@@ -87,13 +84,9 @@ TEST_F(BoschTest, Moves) {
       {[](auto& d, auto&) { d.Move(DirectionUpLeft); }, "12027D95 130206D1", "-4.2 10 2", "from behind"},
       {[](auto& d, auto&) { d.Move(static_cast<Directions>(15), 1); }, "12027ADB 13020417", "-0.2 6 2",
        "left before right, up before down"},
-      {[](auto& d, auto&) { d.Move(static_cast<Directions>(64), 5); }, "", "0.8 5 2", "no direction"},
-      {[](auto& d, auto&) { d.MoveBoth(-1, -10); }, "12027ADB 1302FC97", "-0.2 -5 2", "two's complement"},
       {[](auto&, auto& d) { d.MoveBoth(0, 1); }, "13020417", "0.8 6 2", "only what changes"},
       {[](auto& d, auto&) { d.MoveTo(190, 0); }, "1202EE9E 13020000", "-170 0 2", "around"},
       {[](auto& d, auto&) { d.MoveTo(-180, 5); }, "1202F570", "-180 5 2", "both ends stay"},
-      {[](auto& d, auto&) { d.MoveTo(540, 5); }, "12020000", "180 5 2", "also from afar"},
-      {[](auto& d, auto&) { d.MoveTo(-180.5F, 5); }, "12020057", "179.5 5 2", "and around"},
       {[](auto& d, auto&) { d.MoveTo(1000, 5); }, "1202B143", "-80 5 2", "three times"},
       {[](auto& d, auto&) { d.MoveTo(0.8F, 400); }, "130210B5", "0.8 400 2", "16 bits wrap"},
       {[](auto&, auto& d) { d.MoveTo(1, 2, 3); }, "12027A09 1302015D 14020087", "1 2 3", "in this order"},
@@ -118,7 +111,7 @@ TEST_F(BoschTest, Moves) {
   };
   for (const auto& [move, sent, position, fault] : rows) {
     Renew();
-    move(*Camera, *Camera);
+    move(Camera, Camera);
     EXPECT_EQ(Sent(), sent) << fault;
     EXPECT_EQ(Position(), position) << fault;
   }
@@ -182,17 +175,17 @@ TEST_F(BoschTest, ContinuousMotion) {
   };
   Renew();
   for (const auto& [pan, tilt, data, fault] : rows) {
-    Camera->ContinuousMove(pan, tilt);
+    Camera.ContinuousMove(pan, tilt);
     EXPECT_EQ(Sent(), *data ? "1085" + std::string(data) : "") << fault;
   }
   for (const float speed : {std::nanf(""), INFINITY, 3e38F})
-    EXPECT_EQ(NumberOf([&] { Camera->ContinuousMove(5, speed); }), 6);
+    EXPECT_EQ(NumberOf([&] { Camera.ContinuousMove(5, speed); }), 6);
   ReadAnew();
   Sent();
-  Camera->ContinuousZoom(1);
+  Camera.ContinuousZoom(1);
   EXPECT_EQ(Sent(), "") << "the zoom knows no continuous motion";
-  Camera->StopContinuous();
-  Camera->StopContinuous();
+  Camera.StopContinuous();
+  Camera.StopContinuous();
   EXPECT_EQ(Sent(), "1085000000");
 }
 

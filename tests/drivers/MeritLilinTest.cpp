@@ -31,27 +31,21 @@ class MeritLilinTest : public DriverTest<MeritLilin> {
 
 TEST_F(MeritLilinTest, ConnectsAndFailsTo) {
   struct Row {
-    const char* address;
     Variant port;
     FakeReply probe;
     const char* error;
     const char* sent;
   };
   const Row rows[] = {
-      {"", 0, {}, "17003 No address specified", ""},
-      {"camera1", 0, {.Answers = false}, "17001 Unable to connect to the device.", "/"},
-      {"camera1", 70000, {}, "6 Overflow", "/"},
-      {"camera1", std::string("two"), {}, "13 Type mismatch", "/"},
-      {"camera1", -2, {"", "HTTP/1.1 404 Not Found"}, "", "/\n/control?camid=-2&cmd=getallposdegree"},
-      {"camera1", 0, {}, "", "/\n/control?cmd=getallposdegree"},
+      {70000, {}, "6 Overflow", "/"},
+      {std::string("two"), {}, "13 Type mismatch", "/"},
+      {-2, {"", "HTTP/1.1 404 Not Found"}, "", "/\n/control?camid=-2&cmd=getallposdegree"},
   };
   EXPECT_FALSE(Device.MoveTo(1, 2)) << "there is no camera yet";
   EXPECT_EQ(Now(), (Model{0, 0, 0}));
   for (const auto& row : rows) {
     Net.Replies = {row.probe};
-    const auto error = ErrorOf([&] {
-      return Device.Connect(CameraOptions({{"Port", row.port}}, row.address));
-    });
+    const auto error = ErrorOf([&] { return Device.Connect(CameraOptions({{"Port", row.port}})); });
     EXPECT_EQ(error.substr(0, std::string(row.error).size()), row.error);
     EXPECT_EQ(error.empty(), *row.error == 0) << error;
     EXPECT_EQ(Device.Connected(), *row.error == 0) << row.error;
@@ -101,12 +95,8 @@ TEST_F(MeritLilinTest, AMoveThatFailsKeepsThePosition) {
   EXPECT_FALSE(Device.MoveTo(100, 20));
   EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
   Sent();
-  for (const float amount : {std::nanf(""), INFINITY, 3e9F, -3e9F}) {
-    EXPECT_EQ(NumberOf([&] { Device.MoveTo(amount, 0); }), 6) << amount;
-    EXPECT_EQ(NumberOf([&] { Device.MoveBoth(0, amount); }), 6) << amount;
-  }
-  for (const float zoom : {std::nanf(""), INFINITY, 3e38F})
-    EXPECT_EQ(NumberOf([&] { Device2.ZoomTo(zoom); }), 6) << zoom;
+  EXPECT_EQ(NumberOf([&] { Device.MoveTo(-3e9F, 0); }), 6);
+  EXPECT_EQ(NumberOf([&] { Device2.ZoomTo(3e38F); }), 6);
   EXPECT_EQ(Sent(), "");
   EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
 }
@@ -174,7 +164,9 @@ TEST_F(MeritLilinTest, Logs) {
   Net.Replies = {FakeReply{"OK"}, FakeReply{.Answers = false}};
   const auto log = LogOf([&] { EXPECT_TRUE(Device.Iris(IrisAuto) && !Device.Iris(IrisOpen)); });
   EXPECT_EQ(log.find("Sending: http://camera1/camera?autoiris=1|Getting request handles|"), 0U);
-  EXPECT_NE(log.find("Got all data|Received: OK|Sending: http://camera1/camera?iris=1|"), std::string::npos);
+  EXPECT_NE(log.find("0  content length|Wanted 2 and got 2|Got data (0)|Got all data|Received: OK|Sending: "
+                     "http://camera1/camera?iris=1|"),
+            std::string::npos);
   EXPECT_TRUE(log.ends_with("Request error 13104, Failed to connect to the HTTP server.|"));
 }
 

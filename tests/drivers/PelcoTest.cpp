@@ -103,25 +103,10 @@ TEST_F(PelcoTest, TimedMoves) {
   };
   const Row rows[] = {
       {{}, [](auto& c) { c.MoveTo(90, 45); }, "FF01000A3F3F89 680ms FF010000000001", 90, 45},  // 67.5, a tie
-      {{},
-       [](auto& c) { c.MoveTo(90, 43); },
-       "FF01000A3F3F89 660ms FF010000000001",
-       90,
-       43},  // 66.5, another
       {{}, [](auto& c) { c.MoveTo(200, 0); }, "FF0100023F3F81 2000ms FF010000000001", -160, 0},
       {{}, [](auto& c) { c.MoveTo(-541, 0); }, "FF0100043F3F83 5410ms FF010000000001", 179, 0},
       {{}, [](auto& c) { c.MoveTo(180, -100); }, "FF0100123F3F91 1400ms FF010000000001", 180, -90},
       {{}, [](auto& c) { c.MoveTo(0, 0); }, "FF0100003F3F7F FF010000000001", 0, 0},
-      {{},
-       [](auto& c) { EXPECT_TRUE(c.Move(DirectionUpLeft, 5)); },
-       "FF01000C3F3F8B 50ms FF010000000001",
-       -5,
-       5},
-      {{},
-       [](auto& c) { c.Move(static_cast<Directions>(15), 7); },
-       "FF01000C3F3F8B 70ms FF010000000001",
-       -7,
-       7},
       {{}, [](auto& c) { c.Move(DirectionDown); }, "FF0100103F3F8F 50ms FF010000000001", 0, -5},
       {{}, [](auto& c) { EXPECT_TRUE(c.MoveBoth(0.25F, 0)); }, "FF0100023F3F81 FF010000000001", 0.25F, 0},
       {{{"MoveInterval", 12}}, [](auto& c) { c.MoveTo(0, 3); }, "FF0100083F3F87 7ms FF010000000001", 0, 3},
@@ -149,7 +134,6 @@ TEST_F(PelcoTest, TimedMoves) {
 }
 
 TEST_F(PelcoTest, WhatDoesNotFitIsRefusedBeforeAnythingIsSent) {
-  constexpr float infinity = std::numeric_limits<float>::infinity();
   struct Row {
     Values options;
     Call call;
@@ -164,11 +148,8 @@ TEST_F(PelcoTest, WhatDoesNotFitIsRefusedBeforeAnythingIsSent) {
       {{{"MoveSpeed", 256}}, [](auto& c) { c.MoveTo(1, 0); }},
       {{{"Port", 200}}, [](auto& c) { c.MoveTo(1, 1); }},
       {{{"Port", 200}}, [](auto& c) { c.Focus(FocusFar); }},  // the frame before the motor's would fit
-      {{}, [](auto& c) { c.MoveTo(infinity, 0); }},
-      {{}, [](auto& c) { c.MoveTo(0, std::nanf("")); }},
-      {{}, [](auto& c) { c.MoveTo(1e9F, 0); }},  // a wait beyond 32 bits
+      {{}, [](auto& c) { c.MoveTo(1e9F, 0); }},               // a wait beyond 32 bits
       {{{"MoveInterval", 0}}, [](auto& c) { c.MoveTo(3e9F, 1); }},
-      {{}, [](auto& c) { c.SetPanTilt(std::nanf(""), 0); }},
   };
   for (const auto& row : rows) {
     Connect(row.options);

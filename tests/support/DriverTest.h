@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,14 +20,17 @@
 namespace ptzd::test {
 
 /// A driver over the fake HTTP layer.
-template <class Driver>
+template <class Driver, class Web = FakeInternet>
 class DriverTest : public testing::Test {
  protected:
   std::string Sent() { return Net.TakeSent(); }
+  /// A new driver in place of the one before.
+  void Renew() { Owned.emplace(Platform{.internet = &Net, .clock = &Time}); }
 
-  FakeInternet Net;
+  Web Net;
   FakeClock Time{0x7FFFFFFF - 2000};  // the tick count wraps while a position is good
-  Driver Camera{{.internet = &Net, .clock = &Time}};
+  std::optional<Driver> Owned{std::in_place, Platform{.internet = &Net, .clock = &Time}};
+  Driver& Camera = *Owned;
   PTZDevice& Device = Camera;
 };
 
