@@ -37,13 +37,6 @@ TEST_F(AxisSimulated, ATypicalRequestByteForByte) {
                                                  "Keep-Alive\r\nCache-Control: no-cache\r\n\r\n");
 }
 
-TEST_F(AxisSimulated, AListWithForeignLineEndsDescribesNoHead) {
-  Start({.ParameterLineEnd = "\r\n"});
-  Driver = CreateDriver("QVPTZ.Axis");
-  const auto options = test::CameraOptions({}, Camera->Addresses().at(0));
-  EXPECT_EQ(test::NumberOf([&] { return Driver->Connect(options); }), PTZErrorPTZIncapable);
-}
-
 TEST_F(AxisSimulated, AnAbsoluteHeadIsSent) {
   Connect({AxisHead::Mechanical});
   Driver->Move(DirectionUpLeft, 5);  // from -37.25, 12.5

@@ -47,16 +47,6 @@ TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {
     }
 }
 
-TEST_F(PanasonicSimulated, WhatTheModelLacksIsRefusedWithoutNotice) {
-  Connect("BL-C210");
-  const auto before = Camera->Head();
-  EXPECT_TRUE(Driver->Zoom(ZoomIn) && Driver->Focus(FocusFar) && Driver->Iris(IrisOpen));
-  Settle();
-  EXPECT_EQ(Camera->Head().Zoom, before.Zoom);
-  EXPECT_EQ(Camera->Head().Focus, before.Focus);
-  EXPECT_EQ(Camera->Head().Brightness, before.Brightness);
-}
-
 TEST_F(PanasonicSimulated, SaysItInTheseBytes) {
   Connect("BB-HCM581A", "1.23");  // at 33.25 and 6.75
   EXPECT_TRUE(Driver->MoveTo(-41.5F, 12.5F));

@@ -21,30 +21,6 @@ class PanogenicsSimulated : public test::SimulatedCamera<ptzsim::Panogenics>,
 INSTANTIATE_TEST_SUITE_P(Replies, PanogenicsSimulated, testing::Bool(),
                          [](const auto& row) { return row.param ? "Wrapped" : "Bare"; });
 
-TEST_P(PanogenicsSimulated, StepsCrossTheBackAndStopAtTheEnds) {
-  Connect(0, false);
-  const auto twin = Camera->Head(5);
-  EXPECT_TRUE(Driver->MoveTo(-185, 85));
-  Settle();
-  EXPECT_EQ(Camera->Head().Pan, 175);
-  EXPECT_TRUE(Driver->Move(DirectionUpRight, 15));
-  Settle();
-  EXPECT_EQ(Camera->Head().Pan, -170);
-  EXPECT_EQ(Driver->Tilt(), 100) << "as commanded";
-  EXPECT_TRUE(Driver->MoveBoth(-20, 0));
-  Settle();
-  EXPECT_EQ(Camera->Head().Pan, 170);
-  EXPECT_EQ(Driver->Tilt(), 90) << "as the camera says";
-  Device2().ZoomTo(9.5F);
-  Settle();
-  EXPECT_TRUE(Driver->Zoom(ZoomIn));
-  Device2().Zoom(ZoomIn, 3);
-  EXPECT_TRUE(Driver->Zoom(ZoomOut));
-  Settle();
-  EXPECT_EQ(Camera->Head().Zoom, 488);
-  EXPECT_EQ(Camera->Head(5).Pan, twin.Pan) << "is not linked";
-}
-
 TEST_P(PanogenicsSimulated, SaysItInTheseBytes) {
   Connect(2);  // at -144 and -23, zoom 3.5
   EXPECT_TRUE(Driver->MoveTo(-170.5F, 5.5F));

@@ -62,18 +62,6 @@ class PelcoLine : public testing::TestWithParam<int> {
   LineClock Clock{Line};
 };
 
-TEST_P(PelcoLine, TimedMovesTurnTheAddressedReceiverAndStopIt) {
-  const auto driver = Connect(2);
-  const auto start = Line.Receiver(2), other = Line.Receiver(1);
-  EXPECT_TRUE(driver->Move(DirectionRight, 30));
-  ASSERT_TRUE(Line.Log().WaitForRequests(2));
-  const double turned = Line.Receiver(2).At.Pan - start.At.Pan;
-  EXPECT_NEAR(turned, 80.0 * 40 / 63 * 0.3, 0.01) << "300 ms at speed 40";
-  EXPECT_FALSE(Line.Receiver(2).Moving);
-  EXPECT_EQ(driver->Pan(), 30);
-  EXPECT_EQ(Line.Receiver(1).At.Pan, other.At.Pan);
-}
-
 TEST_P(PelcoLine, DriversShareThePortUntilTheLastLeaves) {
   const auto first = Connect(1);
   const auto second = Connect(2, 9600);  // the line keeps the first one's speed

@@ -2,49 +2,25 @@
 
 #include "simulators/Quorvane.h"
 
-#include <gtest/gtest.h>
-
-#include <optional>
-
-#include <ptzd/DriverFactory.h>
 #include <ptzd/Error.h>
-#include <ptzd/PTZContinuousControl.h>
-#include <ptzd/PTZDevice2.h>
 #include <ptzd/PTZNamedPresets.h>
 #include "support/Errors.h"
-#include "support/FakeClock.h"
-#include "support/Options.h"
 #include "support/Script.h"
+#include "support/SimulatedCamera.h"
 
 namespace ptzd {
 namespace {
 
-using namespace std::chrono_literals;
 using test::ErrorOf;
 
-class QuorvaneSimulated : public testing::Test {
+class QuorvaneSimulated : public test::SimulatedCamera<ptzsim::Quorvane> {
  protected:
-  void Start(ptzsim::Quorvane::Options options = {}) {
-    options.Clock = ptzsim::ClockKind::Manual;
-    if (System) CheckLog();
-    System.emplace(std::move(options));
-  }
   void Connect(const std::string& feed, const std::string& user = "") {
-    if (!System) Start();
-    ASSERT_TRUE(Driver->Connect(test::CameraOptions({{"Feed", feed}}, user + System->Addresses().at(0))));
-    System->Log().Clear();
+    if (!Camera) Start();
+    SimulatedCamera::Connect("QVPTZ.Quorvane", {{"Feed", feed}}, user);
+    Camera->Log().Clear();
   }
-  void Settle() { System->Time().Advance(60s); }
-  PTZDevice2& Device2() { return dynamic_cast<PTZDevice2&>(*Driver); }
-  PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
   PTZNamedPresets& Presets() { return dynamic_cast<PTZNamedPresets&>(*Driver); }
-
-  void TearDown() override { CheckLog(); }
-  void CheckLog() { EXPECT_EQ(System->Log().Violations(), std::vector<std::string>{}); }
-
-  test::FakeClock Clock;
-  std::optional<ptzsim::Quorvane> System;
-  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
 };
 
 TEST_F(QuorvaneSimulated, NamedPresets) {
@@ -55,12 +31,12 @@ TEST_F(QuorvaneSimulated, NamedPresets) {
   EXPECT_EQ(listed, "0 main gate: Main gate\n1 7: Ramp & <yard>\n");
   Presets().GotoNamedPreset("main gate");
   Settle();
-  EXPECT_EQ(System->At("3").Pan, -317);
-  EXPECT_EQ(System->At("3").Zoom, 2.5);
+  EXPECT_EQ(Camera->At("3").Pan, -317);
+  EXPECT_EQ(Camera->At("3").Zoom, 2.5);
   Presets().GotoNamedPreset("7");
   Presets().GotoNamedPreset("nowhere");
   Settle();
-  EXPECT_EQ(System->At("3").Pan, 905);
+  EXPECT_EQ(Camera->At("3").Pan, 905);
 
   Connect("north yard");
   EXPECT_TRUE(Presets().GetNamedPresets().empty()) << "the feed's id goes out as it stands, blank and all";
@@ -68,7 +44,7 @@ TEST_F(QuorvaneSimulated, NamedPresets) {
 
 TEST_F(QuorvaneSimulated, CredentialsThatAreAskedFor) {
   Start();
-  System->Faults().Set("basic=us er:p@ss");
+  Camera->Faults().Set("basic=us er:p@ss");
   Connect("3");
   EXPECT_EQ(ErrorOf([&] { Presets().GetNamedPresets(); }), "17004 Invalid authentication details");
   EXPECT_FALSE(Driver->MoveBoth(5, 5));
@@ -76,6 +52,7 @@ TEST_F(QuorvaneSimulated, CredentialsThatAreAskedFor) {
   Connect("3", "us%20er:p%40ss@");
   EXPECT_EQ(Presets().GetNamedPresets().size(), 2U);
   EXPECT_TRUE(Driver->MoveBoth(5, 5));
+  Connections = Camera->Log().ConnectionsOpened();  // another login may have one of its own
 }
 
 TEST_F(QuorvaneSimulated, PresetListsThatAreNone) {
@@ -90,13 +67,14 @@ TEST_F(QuorvaneSimulated, PresetListsThatAreNone) {
            Row{"close-before-reply", "13104 Failed to connect to the HTTP server."},
            Row{"short-body", "13106 Disconnected while recieving data"},
        }) {
-    System->Faults().Set(fault);
+    Camera->Faults().Set(fault);
     EXPECT_EQ(ErrorOf([&] { Presets().GetNamedPresets(); }), error) << fault;
-    System->Faults().Clear();
+    Camera->Faults().Clear();
   }
   Connect("4");
   EXPECT_FALSE(Driver->MoveBoth(1, 1)) << "a feed that is not there";
   EXPECT_EQ(ErrorOf([&] { Presets().GetNamedPresets(); }), "17001 HTTP error 404 Not Found\r");
+  Connections = Camera->Log().ConnectionsOpened();  // what a fault closes is opened anew
 
   const ptzsim::Quorvane::Feed twice{"3", "Front Door", {{"a", "One"}, {"b", "Two"}, {"a", "Three"}}};
   Start({.Feeds = {twice}});
@@ -118,8 +96,9 @@ TEST_F(QuorvaneSimulated, PresetListsThatAreNone) {
 // The address that the feed list is asked for leads nowhere and must not cost a look-up or a time-out.
 TEST_F(QuorvaneSimulated, ARemoteSystemIsSent) {
   Start();
+  Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
   const auto options =
-      test::CameraOptions({{"Feed", std::string("north yard")}, {"Reset", true}}, System->Addresses().at(0));
+      test::CameraOptions({{"Feed", std::string("north yard")}, {"Reset", true}}, Camera->Addresses().at(0));
   EXPECT_TRUE(Driver->Connect(options));
   Driver->MoveTo(12, -5);
   Driver->Connect(options);
@@ -138,7 +117,7 @@ TEST_F(QuorvaneSimulated, ARemoteSystemIsSent) {
   Presets().GotoNamedPreset("main gate");
   const std::string control = "GET /ptz/control.htm?feed=north+yard&", offset = control + "move=offset";
   EXPECT_EQ(
-      test::Script(System->Log()),
+      test::Script(Camera->Log()),
       "GET /\n" + offset + "\n" + offset + "&pan=12&tilt=-5\n" +                                          //
           "GET /\n" + offset + "&pan=-12&tilt=5\n" + offset + "&pan=12&tilt=-5\n" +                       //
           offset + "&pan=-10&tilt=10\n" + offset + "&pan=2\n" + offset + "&zoom=offset&level=1.5\n" +     //

@@ -24,28 +24,6 @@ class VivotekSimulated : public test::SimulatedCamera<ptzsim::Vivotek> {
   PTZNamedPresets& Presets() { return dynamic_cast<PTZNamedPresets&>(*Driver); }
 };
 
-TEST_F(VivotekSimulated, PresetsByNumberAndByName) {
-  Connect("PZ7132");
-  const auto save = [&](int preset) { return Driver->PresetSave(preset); };
-  EXPECT_FALSE(save(7)) << "never True, though the camera stores it";
-  std::string names;
-  for (const auto& preset : Presets().GetNamedPresets()) {
-    EXPECT_EQ(preset.Index(), 0);
-    EXPECT_EQ(preset.ID(), preset.Name());
-    names += preset.Name() + ", ";
-  }
-  EXPECT_EQ(names, "Main gate, Car park & ramp, Quorvane preset 7, ");
-  Presets().GotoNamedPreset("Car park & ramp");
-  Settle();
-  EXPECT_EQ(Camera->Head().Pan, 88);
-
-  const char* refused = "17001 Received HTTP error 400 Bad Request";
-  EXPECT_EQ(ErrorOf([&] { Presets().GotoNamedPreset("nowhere"); }), refused);
-  EXPECT_EQ(ErrorOf([&] { Driver->PresetGoto(8); }), refused);
-  Camera->Faults().Set("status=401 Unauthorized");
-  EXPECT_EQ(ErrorOf([&] { save(9); }), "17001 Received HTTP error 401 Unauthorized");
-}
-
 TEST_F(VivotekSimulated, TheNewerGenerationIsSent) {
   Connect("PZ7132");
   Driver->MoveTo(10, -5);  // 704 by 576 pixels are 48 degrees both ways
