@@ -5,7 +5,6 @@
 #include <memory>
 
 #include <ptzd/Exchange.h>
-#include "com/ComPtr.h"
 
 namespace ptzd::com {
 
