@@ -155,7 +155,7 @@ class Camera {
   explicit Camera(const Make& make) : Internet_(make.Pages) {
     ptzd::PropertyBag options;
     options.WriteProperty("Address", std::string(Address));
-    Driver_ = ptzd::CreateDriver(make.ProgID, {.internet = &Internet_, .clock = &Clock_});
+    Driver_ = ptzd::CreateDriver(make.ProgID, {.Internet = &Internet_, .Clock = &Clock_});
     if (!Driver_->Connect(options.Contents())) Fail(make, "did not connect");
 
     Internet_.Keeps = true;

@@ -18,7 +18,7 @@ constexpr std::chrono::milliseconds Look(20);
 constexpr char MayStillMove[] = "the camera may still be moving";
 
 CameraSettings Told(CameraSettings settings, const std::shared_ptr<ExchangeLog>& log) {
-  settings.Platform.exchanges = log;
+  settings.Platform.Exchanges = log;
   return settings;
 }
 

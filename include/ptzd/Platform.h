@@ -22,11 +22,11 @@ PTZD_API void DebugOutput(std::string_view line);
 /// exchanges; what is behind the other two is the library's own. Serial ports come from the thread's
 /// `SerialPortPool`.
 struct Platform {
-  Internet* internet = &SystemInternet();
-  Clock* clock = &SystemClock();
-  Sockets* sockets = &SystemSockets();
-  void (*debugOutput)(std::string_view line) = &DebugOutput;
-  std::shared_ptr<ExchangeSink> exchanges{};  ///< is told what goes over the wire; null: nobody
+  ptzd::Internet* Internet = &SystemInternet();
+  ptzd::Clock* Clock = &SystemClock();
+  ptzd::Sockets* Sockets = &SystemSockets();
+  void (*DebugOutput)(std::string_view line) = &ptzd::DebugOutput;
+  std::shared_ptr<ExchangeSink> Exchanges{};  ///< is told what goes over the wire; null: nobody
 };
 
 }  // namespace ptzd

@@ -38,7 +38,7 @@ class ClassFactory final : public IClassFactory {
     *object = nullptr;
     if (outer) return CLASS_E_NOAGGREGATION;
     try {
-      return Row_.Create(Row_, {.exchanges = LoggedExchanges()})->QueryInterface(iid, object);
+      return Row_.Create(Row_, {.Exchanges = LoggedExchanges()})->QueryInterface(iid, object);
     } catch (...) {
       return ReportException(Row_.ProgID());
     }

@@ -12,17 +12,17 @@ namespace ptzd {
 namespace {
 
 struct Attachment {
-  std::mutex mutex;
-  LogSink sink;
-  LogLineSink lineSink;
-  std::atomic<bool> attached = false, takesLines = false;
+  std::mutex Mutex;
+  LogSink Sink;
+  LogLineSink LineSink;
+  std::atomic<bool> Attached = false, TakesLines = false;
 
-  template <typename Sink>
-  void Attach(Sink& place, Sink other) {
-    const std::lock_guard lock(mutex);
+  template <typename Receiver>
+  void Attach(Receiver& place, Receiver other) {
+    const std::lock_guard lock(Mutex);
     place = std::move(other);
-    takesLines.store(static_cast<bool>(lineSink), std::memory_order_release);
-    attached.store(sink || lineSink, std::memory_order_release);
+    TakesLines.store(static_cast<bool>(LineSink), std::memory_order_release);
+    Attached.store(Sink || LineSink, std::memory_order_release);
   }
 };
 
@@ -39,23 +39,23 @@ constinit thread_local const LogSubject* Subject = nullptr;
 LogScope::LogScope(const LogSubject& subject) : Before_(std::exchange(Subject, &subject)) {}
 LogScope::~LogScope() { Subject = Before_; }
 
-bool LogLinesAreTaken() { return TheAttachment().takesLines.load(std::memory_order_acquire); }
+bool LogLinesAreTaken() { return TheAttachment().TakesLines.load(std::memory_order_acquire); }
 const LogSubject* CurrentLogSubject() { return Subject; }
 
 void LogMessage(std::string_view message, LogLevel level) {
   auto& attachment = TheAttachment();
-  if (!attachment.attached.load(std::memory_order_acquire)) return;
+  if (!attachment.Attached.load(std::memory_order_acquire)) return;
   const auto masked = MaskCredentials(message);
-  const std::lock_guard lock(attachment.mutex);
-  if (attachment.sink) attachment.sink(masked);
-  if (!attachment.lineSink) return;
+  const std::lock_guard lock(attachment.Mutex);
+  if (attachment.Sink) attachment.Sink(masked);
+  if (!attachment.LineSink) return;
   LogLine line{.Text = masked, .Level = level, .When = std::chrono::system_clock::now()};
   if (Subject != nullptr) line.DriverClass = Subject->DriverClass, line.Address = Subject->Address;
-  attachment.lineSink(line);
+  attachment.LineSink(line);
 }
 
-void SetLogSink(LogSink sink) { TheAttachment().Attach(TheAttachment().sink, std::move(sink)); }
-void SetLogLineSink(LogLineSink sink) { TheAttachment().Attach(TheAttachment().lineSink, std::move(sink)); }
+void SetLogSink(LogSink sink) { TheAttachment().Attach(TheAttachment().Sink, std::move(sink)); }
+void SetLogLineSink(LogLineSink sink) { TheAttachment().Attach(TheAttachment().LineSink, std::move(sink)); }
 
 std::string_view NameOf(LogLevel level) {
   switch (level) {

@@ -35,8 +35,8 @@ const DriverClass& ClassOf(const std::string& progID) {
 
 Platform PlatformOf(const CameraSettings& settings, Clock& clock, std::shared_ptr<ExchangeSink> sink) {
   auto platform = settings.Platform;
-  platform.clock = &clock;
-  platform.exchanges = std::move(sink);
+  platform.Clock = &clock;
+  platform.Exchanges = std::move(sink);
   return platform;
 }
 
@@ -87,8 +87,8 @@ CameraControl::Worker::Worker(CameraSettings settings)
     : Settings_(std::move(settings)),
       Class_(ClassOf(Settings_.Driver)),
       Data_(*Class_.Data),
-      Clock_(*Settings_.Platform.clock),
-      Collector_(std::make_shared<ExchangeCollector>(Settings_.Platform.exchanges)),
+      Clock_(*Settings_.Platform.Clock),
+      Collector_(std::make_shared<ExchangeCollector>(Settings_.Platform.Exchanges)),
       Device_(Class_.Create(PlatformOf(Settings_, Clock_, Collector_))),
       ReconnectPause_(Settings_.FirstPause) {}
 

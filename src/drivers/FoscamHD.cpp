@@ -91,7 +91,7 @@ bool FoscamHD::GoTo(HeadPosition target) {
   if (direction == 0 || !SendDirection(direction)) return false;
   // From here on the camera is moving.
   DriveFor(
-      *Platform_.clock, wait, [] {}, [this] { SendCommand(StopCommand); });
+      *Platform_.Clock, wait, [] {}, [this] { SendCommand(StopCommand); });
   Current_ = target;
   return true;
 }
@@ -121,7 +121,7 @@ void FoscamHD::SetSpeed(std::int32_t speed) {
 
 /// Those of the address, encoded as a query wants them. No request is without a query.
 std::string FoscamHD::Credentials() const {
-  const auto url = ParseUrl(Url(""), *Platform_.internet);
+  const auto url = ParseUrl(Url(""), *Platform_.Internet);
   if (url.UserName.empty() && url.Password.empty()) return {};
   return "&usr=" + UrlEncode(PercentDecode(url.UserName)) + "&pwd=" + UrlEncode(PercentDecode(url.Password));
 }

@@ -295,7 +295,7 @@ void Pelco::TakePlace(float pan, float tilt) { Current_ = {NormalisePan(pan), To
 void Pelco::Drive(const Command& command, std::int32_t wait) {
   const auto frame = BuildFrame(command), stop = BuildFrame(Tables::Stop);
   DriveFor(
-      *Platform_.clock, wait, [&] { Output(frame); }, [&] { Output(stop); });
+      *Platform_.Clock, wait, [&] { Output(frame); }, [&] { Output(stop); });
 }
 
 template <typename Mode>
@@ -306,7 +306,7 @@ bool Pelco::DriveMode(std::span<const ModeRow<Mode>> table, Mode mode) {
   const auto motor = BuildFrame(Protocol_ == PelcoP ? row->MotorP : row->MotorD);
   const auto stop = BuildFrame(Tables::Stop);
   DriveFor(
-      *Platform_.clock, LensInterval,
+      *Platform_.Clock, LensInterval,
       [&] {
         Output(automatic);
         Output(motor);

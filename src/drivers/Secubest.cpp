@@ -109,10 +109,10 @@ void Secubest::ReadOptions() {
 }
 
 bool Secubest::Open() {
-  const auto url = ParseUrl("secubest://" + AddressOption.In(Options_), *Platform_.internet);
+  const auto url = ParseUrl("secubest://" + AddressOption.In(Options_), *Platform_.Internet);
   const auto port = url.Port == 0 ? DefaultPort : url.Port;
   Unit_ = url.HostName + ":" + Text(std::int32_t{port});
-  auto socket = Platform_.sockets->Create();
+  auto socket = Platform_.Sockets->Create();
   TellLine(Teller_, ExchangeLink::TCP, Unit_, {}, [&] {
     if (const auto error = socket->Open(); error != 0)
       Raise(PTZErrorConnectionFailed, "Failed to open a TCP port: " + Text(error));
@@ -136,7 +136,7 @@ bool Secubest::GoTo(HeadPosition target) {
     const auto wait = ToInt32(MoveInterval_ / DegreesPerInterval * std::max(amount, std::fabs(zoomAway)));
     const auto speed = SwapBytes(TimedMoveSpeed);
     DriveFor(
-        *Platform_.clock, wait,
+        *Platform_.Clock, wait,
         [&] {
           if (moveCode != 0) SendCommand(moveCode, speed);
           if (zoomAway != 0) SendCommand(ZoomCode(zoomAway), speed);
@@ -156,7 +156,7 @@ void Secubest::ContinuousMove(float pan, float tilt) {
   const auto code = moving ? DirectionCode(pan, tilt, amount) : StopMoveCode;
   const auto speed = ToInt16(amount * SpeedPerUnit);
   if (!IsNew(code, speed, !moving, LastMove_)) return;
-  Platform_.debugOutput("JS: " + Text(pan) + "x" + Text(tilt) + ", " + Text(amount) +
+  Platform_.DebugOutput("JS: " + Text(pan) + "x" + Text(tilt) + ", " + Text(amount) +
                         " Command: " + Text(std::int32_t{code}) + ", " + Text(std::int32_t{speed}));
   SendCommand(code, SwapBytes(static_cast<std::uint16_t>(speed)));
 }

@@ -105,7 +105,7 @@ class Session {
  public:
   Session(const DriverClass& driver, const Answers& answers)
       : Answers_(answers),
-        Held(test::CreateSubject(driver, {.internet = &Internet, .clock = &Clock, .sockets = &Sockets})) {
+        Held(test::CreateSubject(driver, {.Internet = &Internet, .Clock = &Clock, .Sockets = &Sockets})) {
     Obeys();
   }
 

@@ -39,7 +39,7 @@ class Elmo400Test : public testing::Test {
   void Use(const Series& series, std::int64_t time = 100000) {
     Make = &series;
     Time.Advance(time);
-    Owner = CreateDriver(Make->ProgID, {.internet = &Net, .clock = &Time});
+    Owner = CreateDriver(Make->ProgID, {.Internet = &Net, .Clock = &Time});
     Driver = dynamic_cast<Elmo400*>(Owner.get());
     Net.Answer = [this](const SentRequest& request) {
       return request.Object == Make->PositionPath ? Position : Reply;

@@ -32,7 +32,7 @@ class PelcoTest : public testing::Test {
 
   FakeClock Time;
   FakeSerialPorts Ports{Time};
-  Pelco Camera{{.clock = &Time}};
+  Pelco Camera{{.Clock = &Time}};
 };
 
 using Call = std::function<void(Pelco&)>;
@@ -238,7 +238,7 @@ TEST_F(PelcoTest, ConnectNeedsAPortAndKeepsIt) {
 }
 
 TEST_F(PelcoTest, OnePortForAllOfItsUsers) {
-  auto second = std::make_unique<Pelco>(Platform{.clock = &Time});
+  auto second = std::make_unique<Pelco>(Platform{.Clock = &Time});
   EXPECT_TRUE(Camera.Connect(Options({{"Baud", 9600}})));
   EXPECT_TRUE(second->Connect(Options({{"Baud", 4800}, {"Port", 2}, {"Protocol", 1}})));
   const auto foreign = Ports.Pool->Acquire(1);
@@ -263,7 +263,7 @@ TEST_F(PelcoTest, FailedConnectLeavesNoUser) {
   Ports.Line.Plugged = false;
   EXPECT_FALSE(Camera.Connect(Options({})));
   Ports.Line.Plugged = true;
-  Pelco second{{.clock = &Time}};
+  Pelco second{{.Clock = &Time}};
   EXPECT_TRUE(second.Connect(Options({})));
   second.Disconnect();
   EXPECT_EQ(Sent(), "open:2400,n,8,1 close");

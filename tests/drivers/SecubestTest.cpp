@@ -47,7 +47,7 @@ class SecubestTest : public testing::Test {
   FakeInternet Web;
   FakeSockets Net{Time};
   Secubest Camera{
-      {.internet = &Web, .clock = &Time, .sockets = &Net, .debugOutput = [](std::string_view line) {
+      {.Internet = &Web, .Clock = &Time, .Sockets = &Net, .DebugOutput = [](std::string_view line) {
          DebugLines.append(line).append("\n");
        }}};
   PTZDevice& Device = Camera;

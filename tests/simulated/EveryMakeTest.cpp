@@ -221,7 +221,7 @@ class EveryMake : public testing::TestWithParam<Make> {
 #endif
     options.WriteProperty("Address", Camera->Addresses()[0]);
     options.WriteProperty("Feed", std::string("3"));
-    Driver = test::CreateSubject(*Class, {.clock = &Clock, .exchanges = Told});
+    Driver = test::CreateSubject(*Class, {.Clock = &Clock, .Exchanges = Told});
     ASSERT_NE(Driver.Device, nullptr);
     ASSERT_TRUE(Driver.Device->Connect(options.Contents()));
     Settle();

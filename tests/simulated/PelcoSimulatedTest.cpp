@@ -43,7 +43,7 @@ class PelcoLine : public testing::TestWithParam<int> {
   ~PelcoLine() override { UseSerialPortPool(nullptr); }
 
   std::unique_ptr<PTZDevice> Connect(int address, int baud = 4800) {
-    auto driver = CreateDriver("QVPTZ.Pelco", {.clock = &Clock});
+    auto driver = CreateDriver("QVPTZ.Pelco", {.Clock = &Clock});
     PropertyBag options;
     options.WriteProperty("COMPort", 1);
     options.WriteProperty("Port", address);

@@ -96,7 +96,7 @@ TEST_F(QuorvaneSimulated, PresetListsThatAreNone) {
 // The address that the feed list is asked for leads nowhere and must not cost a look-up or a time-out.
 TEST_F(QuorvaneSimulated, ARemoteSystemIsSent) {
   Start();
-  Driver = CreateDriver("QVPTZ.Quorvane", {.clock = &Clock});
+  Driver = CreateDriver("QVPTZ.Quorvane", {.Clock = &Clock});
   const auto options =
       test::CameraOptions({{"Feed", std::string("north yard")}, {"Reset", true}}, Camera->Addresses().at(0));
   EXPECT_TRUE(Driver->Connect(options));

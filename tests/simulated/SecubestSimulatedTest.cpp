@@ -40,7 +40,7 @@ class SecubestSimulated : public testing::Test {
 
   ptzsim::Secubest Unit{{.Clock = ptzsim::ClockKind::Manual}};
   UnitClock Clock{Unit};
-  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Secubest", {.clock = &Clock});
+  std::unique_ptr<PTZDevice> Driver = CreateDriver("QVPTZ.Secubest", {.Clock = &Clock});
 };
 
 TEST_F(SecubestSimulated, ABrokenConnectionLosesCommandsSilently) {

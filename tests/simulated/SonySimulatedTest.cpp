@@ -39,7 +39,7 @@ class SonySimulated : public testing::Test {
   }
   /// Connects and forgets the requests of it.
   Connection Connect(Camera& camera) {
-    Connection connection{CreateDriver("QVPTZ.Sony", {.clock = &Clock})};
+    Connection connection{CreateDriver("QVPTZ.Sony", {.Clock = &Clock})};
     EXPECT_TRUE(connection.Driver->Connect(test::CameraOptions({}, camera.Addresses().at(0))));
     camera.Log().Clear();
     return connection;
@@ -186,7 +186,7 @@ TEST_F(SonySimulated, TenThousandSends) {
 TEST_F(SonySimulated, AViscaCameraIsSent) {
   auto& camera = Start("SNC-RZ50P");
   camera.Faults().Set("next=1,at=visca-inquiry.cgi,status=404 Later");  // which is not "Not Found"
-  Connection connection{CreateDriver("QVPTZ.Sony", {.clock = &Clock})};
+  Connection connection{CreateDriver("QVPTZ.Sony", {.Clock = &Clock})};
   connection.Driver->Connect(test::CameraOptions({{"Reset", true}}, camera.Addresses().at(0)));
   const auto sent = [&](std::size_t requests) {  // inquiries do not wait for the commands before them
     ASSERT_TRUE(camera.Log().WaitForRequests(requests));

@@ -25,11 +25,11 @@ class DriverTest : public testing::Test {
  protected:
   std::string Sent() { return Net.TakeSent(); }
   /// A new driver in place of the one before.
-  void Renew() { Owned.emplace(Platform{.internet = &Net, .clock = &Time}); }
+  void Renew() { Owned.emplace(Platform{.Internet = &Net, .Clock = &Time}); }
 
   Web Net;
   FakeClock Time{0x7FFFFFFF - 2000};  // the tick count wraps while a position is good
-  std::optional<Driver> Owned{std::in_place, Platform{.internet = &Net, .clock = &Time}};
+  std::optional<Driver> Owned{std::in_place, Platform{.Internet = &Net, .Clock = &Time}};
   Driver& Camera = *Owned;
   PTZDevice& Device = Camera;
 };

@@ -31,7 +31,7 @@ class SimulatedCamera : public testing::Test {
   }
   /// Its driver, new where the camera is.
   void Connect(const char* progID, const OptionValues& options = {}, const std::string& login = "") {
-    if (!Driver) Driver = CreateDriver(progID, {.clock = &Clock});
+    if (!Driver) Driver = CreateDriver(progID, {.Clock = &Clock});
     ASSERT_TRUE(Driver->Connect(CameraOptions(options, login + Camera->Addresses().at(0))));
   }
   /// Long enough for any motion to end, and for the driver to ask again.

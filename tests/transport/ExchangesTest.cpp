@@ -142,7 +142,7 @@ TEST_F(ExchangesTest, TellWhatIsGivenUp) {
 TEST_F(ExchangesTest, TellFramesOfASerialLine) {
   test::FakeClock clock;
   test::FakeSerialPorts ports(clock);
-  const Platform platform{.clock = &clock, .exchanges = Told_};
+  const Platform platform{.Clock = &clock, .Exchanges = Told_};
   const auto driver = CreateDriver("QVPTZ.Pelco", platform);
   ASSERT_TRUE(driver->Connect(test::CameraOptions({{"COMPort", 1}}, "")));
   EXPECT_TRUE(Told_->Ends().empty());
@@ -180,7 +180,7 @@ TEST_F(ExchangesTest, TellMessagesOverTCP) {
       },
       {}, log, faults);
   test::FakeClock clock;
-  const auto driver = CreateDriver("QVPTZ.Secubest", {.clock = &clock, .exchanges = Told_});
+  const auto driver = CreateDriver("QVPTZ.Secubest", {.Clock = &clock, .Exchanges = Told_});
   ASSERT_TRUE(driver->Connect(test::CameraOptions({}, unit.Address())));
   ASSERT_EQ(Told_->Ends().size(), 1U);
   EXPECT_EQ(Told_->Ends()[0].Sent, Bytes{});

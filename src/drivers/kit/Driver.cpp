@@ -25,7 +25,7 @@ Driver::Driver(const DriverData& data, const Platform& platform)
     : Data_(data),
       Platform_(platform),
       Subject_{data.Class, {}},
-      Teller_(platform.exchanges, data.Class, NextDriverObject()),
+      Teller_(platform.Exchanges, data.Class, NextDriverObject()),
       PositionAge_(data.PositionLifetime) {}
 
 bool Driver::Connect(std::span<const std::uint8_t> options) {

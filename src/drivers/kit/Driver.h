@@ -118,7 +118,7 @@ class Driver : public PTZDeviceBridge {
     return (rule == MemberRule::Outcome || rule == MemberRule::OutcomeIfConnected) && taken;
   }
 
-  std::int32_t TickCount() const { return Platform_.clock->TickCount(); }
+  std::int32_t TickCount() const { return Platform_.Clock->TickCount(); }
 
   const DriverData& Data_;
   const Platform Platform_;

@@ -32,7 +32,7 @@ void AppendParameter(std::string& parameters, std::string_view parameter) {
 }
 
 HTTPDriver::HTTPDriver(const DriverData& data, const Platform& platform, const RequestStyle& style)
-    : Driver(data, platform), Client_(*platform.internet, *platform.clock, Teller_), Style_(style) {}
+    : Driver(data, platform), Client_(*platform.Internet, *platform.Clock, Teller_), Style_(style) {}
 
 std::string HTTPDriver::Url(std::string_view path) const {
   if (Data_.NeedsOptions && !HasOptions_) Raise(ErrorObjectNotSet);

@@ -47,14 +47,14 @@ std::string From1252(std::span<const std::uint8_t> bytes) {
 }
 
 struct Converter {
-  iconv_t handle;
-  Converter(const std::string& to, const std::string& from) : handle(iconv_open(to.c_str(), from.c_str())) {}
+  iconv_t Handle;
+  Converter(const std::string& to, const std::string& from) : Handle(iconv_open(to.c_str(), from.c_str())) {}
   ~Converter() {
-    if (Opened()) iconv_close(handle);
+    if (Opened()) iconv_close(Handle);
   }
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
-  bool Opened() const { return handle != reinterpret_cast<iconv_t>(-1); }
+  bool Opened() const { return Handle != reinterpret_cast<iconv_t>(-1); }
 };
 
 /// Converts all it can; what cannot be converted is replaced, a byte or a whole UTF-8 character at a time.
@@ -70,7 +70,7 @@ Output Convert(std::string_view input, const std::string& to, const std::string&
   while (left > 0) {
     char* out = piece.data();
     std::size_t room = piece.size();
-    const auto result = iconv(converter.handle, &next, &left, &out, &room);
+    const auto result = iconv(converter.Handle, &next, &left, &out, &room);
     const int error = errno;
     output.insert(output.end(), piece.data(), out);
     if (result != static_cast<std::size_t>(-1) || error == E2BIG) continue;

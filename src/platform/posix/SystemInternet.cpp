@@ -116,7 +116,7 @@ class Request final : public Node {
         Context_(context),
         Timeouts_(Parent_->Parent->Limits()) {}
   ~Request() override {
-    if (Async_ && !Async_->complete) AsyncWorker::Instance().Abandon(Async_);
+    if (Async_ && !Async_->Complete) AsyncWorker::Instance().Abandon(Async_);
     Release();
   }
   Kind NodeKind() const override { return NodeKindOf; }
@@ -126,18 +126,18 @@ class Request final : public Node {
   std::uint32_t Send(Internet& internet, InternetHandle own, std::string headers,
                      std::span<const std::uint8_t> body) {
     if (Transfer_ || Async_) return ErrorIncorrectHandleState;
-    if (!IsHost(Parent_->Target.host)) return ErrorNameNotResolved;
-    Message_.headers = std::move(headers);
-    Message_.body = body;
+    if (!IsHost(Parent_->Target.Host)) return ErrorNameNotResolved;
+    Message_.Headers = std::move(headers);
+    Message_.Body = body;
     return Parent_->Parent->IsAsync() ? SendAsync(internet, own) : SendAndWait();
   }
 
   /// Null before the reply is there, and for an asynchronous request.
   const Transfer* Reply() const { return Transfer_.get(); }
   /// The same of an asynchronous one, within its callback.
-  const Transfer* ReplyNobodyReads() const { return Outcome() == 0 ? Async_->transfer.get() : nullptr; }
+  const Transfer* ReplyNobodyReads() const { return Outcome() == 0 ? Async_->Transfer.get() : nullptr; }
   std::uint32_t Outcome() const {
-    return Async_ && Async_->complete ? Async_->error : ErrorIncorrectHandleState;
+    return Async_ && Async_->Complete ? Async_->Error : ErrorIncorrectHandleState;
   }
 
   std::uint32_t WaitForBody(std::uint32_t& available) {
@@ -158,9 +158,9 @@ class Request final : public Node {
   Origin OriginOfRequest() const {
     Origin origin = Parent_->Target;
     if ((Flags_ & InternetFlagNoAuth) != 0) {
-      origin.authenticates = false;
-      origin.userName.clear();
-      origin.password.clear();
+      origin.Authenticates = false;
+      origin.UserName.clear();
+      origin.Password.clear();
     }
     return origin;
   }
@@ -189,11 +189,11 @@ class Request final : public Node {
     auto* worker = StartedWorker();  // first, so that nothing else needs it where there is none
     if (worker == nullptr) return ErrorOutOfMemory;
     Async_ = std::make_shared<AsyncRequest>();
-    Async_->session = Parent_->Parent->AsyncSide();
-    Async_->origin = OriginOfRequest();
-    Async_->message = Message_;
-    Async_->timeouts = Timeouts_;
-    Async_->completed = [&internet, own, context = Context_, callback = Parent_->Callback] {
+    Async_->Session = Parent_->Parent->AsyncSide();
+    Async_->Origin = OriginOfRequest();
+    Async_->Message = Message_;
+    Async_->Timeouts = Timeouts_;
+    Async_->Completed = [&internet, own, context = Context_, callback = Parent_->Callback] {
       if (callback != nullptr && context != 0)
         callback(internet, own, context, InternetStatusRequestComplete);
     };
@@ -240,10 +240,10 @@ class CurlInternet final : public Internet {
     if (!node) return Succeeded(HandleError(session));
     switch (option) {
       case InternetOptionConnectTimeout:
-        node->Limits().connect = value;
+        node->Limits().Connect = value;
         break;
       case InternetOptionReceiveTimeout:
-        node->Limits().receive = value;
+        node->Limits().Receive = value;
         break;
       default:
         return Succeeded(ErrorInvalidOption);
@@ -262,9 +262,9 @@ class CurlInternet final : public Internet {
     if (!node) return None(HandleError(session));
     if (service != InternetSchemeHttp || host.empty()) return None(ErrorInvalidParameter);
     Origin origin{AnsiText(host), port, AnsiText(userName), AnsiText(password), false};
-    if (host.find(':') != std::string::npos && !host.starts_with('[')) origin.host = "[" + host + "]";
-    origin.authenticates =
-        (flags & InternetFlagNoAuth) == 0 && !(origin.userName.empty() && origin.password.empty());
+    if (host.find(':') != std::string::npos && !host.starts_with('[')) origin.Host = "[" + host + "]";
+    origin.Authenticates =
+        (flags & InternetFlagNoAuth) == 0 && !(origin.UserName.empty() && origin.Password.empty());
     return Opened(Handles_.Add(std::make_shared<Connection>(node, std::move(origin), context), session));
   }
 
@@ -280,12 +280,12 @@ class CurlInternet final : public Internet {
     if (!node) return None(HandleError(connection));
     const auto& target = node->Target;
     for (const auto* text :
-         {&node->Parent->Agent(), &target.host, &target.userName, &target.password, &object})
+         {&node->Parent->Agent(), &target.Host, &target.UserName, &target.Password, &object})
       if (HasLineBreakOrNul(*text)) return None(ErrorInvalidParameter);
     if (verb != "GET" && verb != "POST") return None(ErrorInvalidParameter);
     Message message;
-    message.posts = verb == "POST";
-    message.object = RequestTarget(object);
+    message.Posts = verb == "POST";
+    message.Object = RequestTarget(object);
     const auto handle =
         Handles_.Add(std::make_shared<Request>(node, std::move(message), flags, context), connection);
     if (node->Parent->IsAsync() && node->Callback != nullptr && node->Context != 0)

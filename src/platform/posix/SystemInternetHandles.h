@@ -30,7 +30,7 @@ class HandleTable {
     const std::lock_guard lock(Mutex_);
     const InternetHandle handle = ++LastHandle_;
     if (const auto above = Entries_.find(parent); above != Entries_.end())
-      above->second.children.push_back(handle);
+      above->second.Children.push_back(handle);
     Entries_.emplace(handle, Entry{std::move(node), parent, {}});
     return handle;
   }
@@ -40,8 +40,8 @@ class HandleTable {
   std::shared_ptr<T> Find(InternetHandle handle) const {
     const std::lock_guard lock(Mutex_);
     const auto entry = Entries_.find(handle);
-    if (entry == Entries_.end() || entry->second.node->NodeKind() != T::NodeKindOf) return nullptr;
-    return std::static_pointer_cast<T>(entry->second.node);
+    if (entry == Entries_.end() || entry->second.Node->NodeKind() != T::NodeKindOf) return nullptr;
+    return std::static_pointer_cast<T>(entry->second.Node);
   }
 
   bool Contains(InternetHandle handle) const {
@@ -56,8 +56,8 @@ class HandleTable {
       const std::lock_guard lock(Mutex_);
       const auto entry = Entries_.find(handle);
       if (entry == Entries_.end()) return false;
-      if (const auto above = Entries_.find(entry->second.parent); above != Entries_.end())
-        std::erase(above->second.children, handle);
+      if (const auto above = Entries_.find(entry->second.Parent); above != Entries_.end())
+        std::erase(above->second.Children, handle);
       Extract(handle, closed);
     }
     for (const auto& node : closed) node->Closed();
@@ -71,16 +71,16 @@ class HandleTable {
 
  private:
   struct Entry {
-    std::shared_ptr<Node> node;
-    InternetHandle parent;
-    std::vector<InternetHandle> children;
+    std::shared_ptr<internet::Node> Node;
+    InternetHandle Parent;
+    std::vector<InternetHandle> Children;
   };
 
   void Extract(InternetHandle handle, std::vector<std::shared_ptr<Node>>& closed) {
     auto entry = Entries_.extract(handle).mapped();
-    for (const auto child : entry.children)
-      if (!Entries_.at(child).node->OutlivesParent()) Extract(child, closed);
-    closed.push_back(std::move(entry.node));  // after those that hang on it
+    for (const auto child : entry.Children)
+      if (!Entries_.at(child).Node->OutlivesParent()) Extract(child, closed);
+    closed.push_back(std::move(entry.Node));  // after those that hang on it
   }
 
   mutable std::mutex Mutex_;

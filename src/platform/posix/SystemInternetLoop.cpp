@@ -99,9 +99,9 @@ void Loop::CloseNow(const Origin& origin) {
 }
 
 void Loop::NoteConnection(curl_socket_t descriptor, int localPort) {
-  const auto known = std::ranges::find(Connections_, descriptor, &Connection::descriptor);
+  const auto known = std::ranges::find(Connections_, descriptor, &Connection::Descriptor);
   if (known != Connections_.end())
-    known->localPort = localPort;
+    known->LocalPort = localPort;
   else
     Connections_.push_back({descriptor, localPort});
 }
@@ -109,8 +109,8 @@ void Loop::NoteConnection(curl_socket_t descriptor, int localPort) {
 bool Loop::IsSilent(int localPort) const {
   return std::ranges::none_of(Connections_, [&](const Connection& connection) {
     char byte = 0;
-    return connection.localPort == localPort &&
-           recv(connection.descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;
+    return connection.LocalPort == localPort &&
+           recv(connection.Descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;
   });
 }
 
@@ -118,7 +118,7 @@ TimePoint Loop::Wait(TimePoint now, const Transfer& transfer) {
   if (TimerDue_ > now) {
     Polled_.clear();
     for (const auto& [descriptor, socket] : Sockets_)
-      if (socket.owner == &transfer) Polled_.push_back({descriptor, socket.events, 0});
+      if (socket.Owner == &transfer) Polled_.push_back({descriptor, socket.Events, 0});
     poll(Polled_.data(), Polled_.size(), MillisecondsUntil(std::min(TimerDue_, transfer.Deadline()), now));
 
     now = std::chrono::steady_clock::now();
@@ -133,12 +133,12 @@ void Loop::OnReady(curl_socket_t descriptor, int events, TimePoint now) {
   const auto socket = Sockets_.find(descriptor);
   // What libcurl did for the sockets before this one may have closed it.
   if (socket == Sockets_.end()) return;
-  if (auto* owner = socket->second.owner) {
+  if (auto* owner = socket->second.Owner) {
     owner->Touch(now);
     Noticed(*owner);
   }
   // A socket in error is ready for whatever is tried on it, and trying tells the error.
-  const int ready = events & (POLLIN | POLLOUT) ? events : socket->second.events;
+  const int ready = events & (POLLIN | POLLOUT) ? events : socket->second.Events;
   Act(descriptor, (ready & POLLIN ? CURL_CSELECT_IN : 0) | (ready & POLLOUT ? CURL_CSELECT_OUT : 0));
 }
 

@@ -49,8 +49,8 @@ class Loop : public std::enable_shared_from_this<Loop> {
 
  protected:
   struct Socket {
-    short events;
-    Transfer* owner;
+    short Events;
+    Transfer* Owner;
   };
 
   /// The time left until `due` as the system takes it, rounded up so that it is not woken just before.
@@ -71,8 +71,8 @@ class Loop : public std::enable_shared_from_this<Loop> {
 
  private:
   struct Connection {
-    curl_socket_t descriptor;
-    int localPort;
+    curl_socket_t Descriptor;
+    int LocalPort;
   };
 
   static int OnSocket(CURL* easy, curl_socket_t descriptor, int what, void* loop, void*);

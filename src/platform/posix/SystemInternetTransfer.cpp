@@ -192,7 +192,7 @@ void Transfer::Aim(const Origin& origin) {
     Set(CURLOPT_COOKIEFILE, "");  // reads no file, but keeps cookies
   }
   Origin_ = origin;
-  Root_ = "http://" + origin.host + ":" + std::to_string(origin.port);
+  Root_ = "http://" + origin.Host + ":" + std::to_string(origin.Port);
   // Parsed here once: libcurl would parse every request's URL and write it out anew, letter by letter.
   Url_.reset(curl_url());
   if (Url_ == nullptr) throw std::bad_alloc();
@@ -218,7 +218,7 @@ void Transfer::Aim(const Origin& origin) {
   Set(CURLOPT_QUICK_EXIT, 1L);  // a name server that hangs must not hold us up
   const auto withoutProxy = HostsWithoutProxy();
   Set(CURLOPT_NOPROXY, withoutProxy.c_str());
-  UrlIsSent_ = origin.authenticates || withoutProxy != "*";
+  UrlIsSent_ = origin.Authenticates || withoutProxy != "*";
   Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   Set(CURLOPT_PROTOCOLS_STR, "http,https");
   Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
@@ -227,29 +227,29 @@ void Transfer::Aim(const Origin& origin) {
   Set(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
   Set(CURLOPT_HTTP09_ALLOWED, 1L);
   Set(CURLOPT_PATH_AS_IS, 1L);
-  if (origin.authenticates) {
+  if (origin.Authenticates) {
     Set(CURLOPT_HTTPAUTH, AnyLogin);
-    Set(CURLOPT_USERNAME, origin.userName.c_str());
-    Set(CURLOPT_PASSWORD, origin.password.c_str());
+    Set(CURLOPT_USERNAME, origin.UserName.c_str());
+    Set(CURLOPT_PASSWORD, origin.Password.c_str());
   }
 }
 
 std::uint32_t Transfer::Prepare(const Message& message, const Timeouts& timeouts, bool keepsBody) {
-  if (HeaderList_ == nullptr || ExtraHeaders_ != message.headers || Posts_ != message.posts)
-    if (!SetHeaders(message.headers, message.posts)) return ErrorInvalidParameter;
-  if (!SetTarget(message.object)) return ErrorInvalidUrl;
-  if (timeouts.connect != Timeouts_.connect)
-    Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::max<std::uint32_t>(timeouts.connect, 1)));
+  if (HeaderList_ == nullptr || ExtraHeaders_ != message.Headers || Posts_ != message.Posts)
+    if (!SetHeaders(message.Headers, message.Posts)) return ErrorInvalidParameter;
+  if (!SetTarget(message.Object)) return ErrorInvalidUrl;
+  if (timeouts.Connect != Timeouts_.Connect)
+    Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::max<std::uint32_t>(timeouts.Connect, 1)));
   Timeouts_ = timeouts;
-  if (message.posts) {
+  if (message.Posts) {
     Set(CURLOPT_POST, 1L);
-    Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(message.body.size()));
-    Set(CURLOPT_POSTFIELDS, message.body.empty() ? "" : reinterpret_cast<const char*>(message.body.data()));
+    Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(message.Body.size()));
+    Set(CURLOPT_POSTFIELDS, message.Body.empty() ? "" : reinterpret_cast<const char*>(message.Body.data()));
   } else if (Posts_) {
     Set(CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
     Set(CURLOPT_HTTPGET, 1L);
   }
-  Posts_ = message.posts;
+  Posts_ = message.Posts;
   KeepsBody_ = keepsBody;
   Retried_ = false;
   Begin();
@@ -279,13 +279,13 @@ bool Transfer::NeedsRetry() const { return !Retried_ && LoginKnown_ && Replies_ 
 void Transfer::PrepareRetry(const Message& message) {
   Retried_ = true;
   LoginKnown_ = false;
-  SetTarget(message.object);
+  SetTarget(message.Object);
   Begin();
 }
 
 void Transfer::Clear() {
   const bool accepted = HeadersFinal_ && Status() != 401;
-  if (accepted || AnswersChallenge()) LoginKnown_ = Origin_.authenticates;
+  if (accepted || AnswersChallenge()) LoginKnown_ = Origin_.Authenticates;
   Begin();
   if (Headers_.capacity() > MaxKeptBuffer) Headers_ = {};
   if (Body_.capacity() > MaxKeptBuffer) Body_ = {};
@@ -354,14 +354,14 @@ bool Transfer::SetTarget(const std::string& object) {
 bool Transfer::Written() const {
   if (Over() || HeadersFinal_) return true;
   if (!Connected_ || WantsToWrite_) return false;
-  return !Origin_.authenticates || LoginKnown_ || AnswersChallenge();
+  return !Origin_.Authenticates || LoginKnown_ || AnswersChallenge();
 }
 
 bool Transfer::AnswersChallenge() const { return Requests_ > Replies_ && Replies_ > 0 && Status() == 401; }
 
 TimePoint Transfer::Deadline() const {
   if (!Connected_) return TimePoint::max();
-  return LastProgress_ + std::chrono::milliseconds(Timeouts_.receive);
+  return LastProgress_ + std::chrono::milliseconds(Timeouts_.Receive);
 }
 
 std::uint32_t Transfer::ReplyError() const {
@@ -406,7 +406,7 @@ long Transfer::Status() const {
 bool Transfer::AnotherReplyMayFollow() const {
   const long status = Status();
   if (status < 200) return true;
-  if (status == 401) return Origin_.authenticates;
+  if (status == 401) return Origin_.Authenticates;
   if (status == 407) return true;
   return status >= 300 && status < 400 && FindHeader(Headers_, "Location");
 }

@@ -24,25 +24,25 @@ using TimePoint = std::chrono::steady_clock::time_point;
 
 /// Time-outs in milliseconds.
 struct Timeouts {
-  std::uint32_t connect;
-  std::uint32_t receive;  ///< without progress
+  std::uint32_t Connect;
+  std::uint32_t Receive;  ///< without progress
 };
 
 /// Where requests go, and with whose credentials. Bytes of the ANSI code page.
 struct Origin {
-  std::string host;  ///< an IPv6 address in brackets
-  std::uint16_t port = 0;
-  std::string userName, password;
-  bool authenticates = false;
+  std::string Host;  ///< an IPv6 address in brackets
+  std::uint16_t Port = 0;
+  std::string UserName, Password;
+  bool Authenticates = false;
   bool operator==(const Origin&) const = default;
 };
 
 /// One request. Bytes of the ANSI code page.
 struct Message {
-  bool posts = false;
-  std::string object;                  ///< path and query, spaces escaped
-  std::string headers;                 ///< further header lines, separated by CR LF
-  std::span<const std::uint8_t> body;  ///< not copied
+  bool Posts = false;
+  std::string Object;                  ///< path and query, spaces escaped
+  std::string Headers;                 ///< further header lines, separated by CR LF
+  std::span<const std::uint8_t> Body;  ///< not copied
 };
 
 /// What a session keeps between requests: cookies and the transfers that use them. Used by one thread at

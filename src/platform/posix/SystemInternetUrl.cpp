@@ -13,9 +13,9 @@ namespace ptzd::internet {
 namespace {
 
 struct Scheme {
-  std::string_view name;
-  std::int32_t number;
-  std::uint16_t port;
+  std::string_view Name;
+  std::int32_t Number;
+  std::uint16_t Port;
 };
 constexpr std::array<Scheme, 3> Schemes = {
     {{"http", InternetSchemeHttp, 80}, {"https", 4, 443}, {"ftp", 1, 21}}};
@@ -73,9 +73,9 @@ std::uint32_t CrackUrl(std::string_view url, UrlComponents& components) {
   found.Scheme = url.substr(0, schemeEnd);
   found.SchemeNumber = InternetSchemeUnknown;
   for (const auto& scheme : Schemes)
-    if (EqualsIgnoringCase(scheme.name, found.Scheme)) {
-      found.SchemeNumber = scheme.number;
-      found.Port = scheme.port;
+    if (EqualsIgnoringCase(scheme.Name, found.Scheme)) {
+      found.SchemeNumber = scheme.Number;
+      found.Port = scheme.Port;
     }
 
   std::string_view rest = url.substr(schemeEnd + 1);

@@ -17,8 +17,8 @@ namespace {
 constexpr std::chrono::milliseconds ExitGrace{500};
 /// How long a request waits for the answer to the one before it.
 struct AnswerWait {
-  std::chrono::milliseconds usual;
-  std::chrono::milliseconds pressed;  ///< where it has waited for `Patience` already, behind others
+  std::chrono::milliseconds Usual;
+  std::chrono::milliseconds Pressed;  ///< where it has waited for `Patience` already, behind others
 };
 constexpr AnswerWait WaitForAnswer{std::chrono::milliseconds(100), std::chrono::milliseconds(25)};
 /// Of a camera that is silent: only as long as it may take to see which request came first.
@@ -42,19 +42,19 @@ void YieldToSenders() {
 }  // namespace
 
 TimePoint AsyncSession::NextStart() const {
-  if (latest == nullptr) return TimePoint::min();
-  if (!latest->writtenAt) return TimePoint::max();
-  const auto written = *latest->writtenAt;
-  const auto& wait = silent ? WaitForSilent : WaitForAnswer;
-  return std::min(written + wait.usual,
-                  std::max(waiting.front()->handedOverAt + Patience, written + wait.pressed));
+  if (Latest == nullptr) return TimePoint::min();
+  if (!Latest->WrittenAt) return TimePoint::max();
+  const auto written = *Latest->WrittenAt;
+  const auto& wait = Silent ? WaitForSilent : WaitForAnswer;
+  return std::min(written + wait.Usual,
+                  std::max(Waiting.front()->HandedOverAt + Patience, written + wait.Pressed));
 }
 
 TimePoint AsyncSession::Due() const {
   auto due = TimePoint::max();
-  for (const auto& request : onWire) due = std::min(due, request->transfer->Deadline());
-  if (waiting.empty() || ready) return due;
-  return std::min(due, latest->writtenAt ? NextStart() : latest->startedAt + WriteWait);
+  for (const auto& request : OnWire) due = std::min(due, request->Transfer->Deadline());
+  if (Waiting.empty() || Ready) return due;
+  return std::min(due, Latest->WrittenAt ? NextStart() : Latest->StartedAt + WriteWait);
 }
 
 AsyncWorker& AsyncWorker::Instance() {
@@ -71,18 +71,18 @@ AsyncWorker& AsyncWorker::Instance() {
 AsyncWorker::AsyncWorker() : Thread_([this] { Run(); }) {}
 
 bool AsyncWorker::Send(RequestPointer request) {
-  request->handedOverAt = std::chrono::steady_clock::now();
+  request->HandedOverAt = std::chrono::steady_clock::now();
   return Post([request = std::move(request)](AsyncWorker& worker) {
-    const auto session = request->session;
-    session->waiting.push_back(request);
+    const auto session = request->Session;
+    session->Waiting.push_back(request);
     worker.Serve(session);
-    if (session->ready) worker.Ready_.splice(worker.Ready_.begin(), worker.Ready_, *session->ready);
+    if (session->Ready) worker.Ready_.splice(worker.Ready_.begin(), worker.Ready_, *session->Ready);
   });
 }
 
 void AsyncWorker::Abandon(RequestPointer request) {
   Post([request = std::move(request)](AsyncWorker& worker) {
-    const auto session = request->session;
+    const auto session = request->Session;
     if (!session) return;
     worker.End(request);
     worker.Serve(session);
@@ -92,7 +92,7 @@ void AsyncWorker::Abandon(RequestPointer request) {
 void AsyncWorker::Close(SessionPointer session) {
   // Taken along to the thread, so that what the session has there is freed there.
   Post([session = std::move(session)](AsyncWorker& worker) {
-    session->closed = true;
+    session->Closed = true;
     worker.Serve(session);
   });
 }
@@ -167,55 +167,55 @@ void AsyncWorker::ServeDue() {
 
 void AsyncWorker::Serve(const SessionPointer& session) {
   const auto now = std::chrono::steady_clock::now();
-  for (const auto& request : std::vector(session->onWire)) Check(request, now);
+  for (const auto& request : std::vector(session->OnWire)) Check(request, now);
 
-  if (const auto* latest = session->latest) {
-    if (latest->writtenAt && *latest->writtenAt + WaitForAnswer.usual <= now) session->silent = true;
-    if (!latest->writtenAt && latest->startedAt + WriteWait <= now && !session->waiting.empty()) {
+  if (const auto* latest = session->Latest) {
+    if (latest->WrittenAt && *latest->WrittenAt + WaitForAnswer.Usual <= now) session->Silent = true;
+    if (!latest->WrittenAt && latest->StartedAt + WriteWait <= now && !session->Waiting.empty()) {
       // The newest may be a stop, and what it is to stop may have been written before.
-      End(session->onWire.back());
-      while (session->waiting.size() > 1) End(session->waiting.front());
+      End(session->OnWire.back());
+      while (session->Waiting.size() > 1) End(session->Waiting.front());
     }
   }
-  if (session->onWire.empty()) session->silent = false;
+  if (session->OnWire.empty()) session->Silent = false;
 
-  if (!session->ready && !session->waiting.empty() && session->NextStart() <= now)
-    session->ready = Ready_.insert(Ready_.begin(), session);
+  if (!session->Ready && !session->Waiting.empty() && session->NextStart() <= now)
+    session->Ready = Ready_.insert(Ready_.begin(), session);
 
-  const bool busy = !session->onWire.empty() || !session->waiting.empty();
+  const bool busy = !session->OnWire.empty() || !session->Waiting.empty();
   const auto due = session->Due();
-  if (session->schedule && (!busy || (*session->schedule)->first != due))
-    Schedule_.erase(*std::exchange(session->schedule, std::nullopt));
-  if (busy && !session->schedule) session->schedule = Schedule_.emplace(due, session);
+  if (session->Scheduled && (!busy || (*session->Scheduled)->first != due))
+    Schedule_.erase(*std::exchange(session->Scheduled, std::nullopt));
+  if (busy && !session->Scheduled) session->Scheduled = Schedule_.emplace(due, session);
   // Nothing is kept for later requests once none can come.
-  if (session->closed && !busy) session->channel.reset();
+  if (session->Closed && !busy) session->Channel.reset();
 }
 
 void AsyncWorker::Check(const RequestPointer& request, TimePoint now) {
-  auto& session = *request->session;
-  auto& transfer = *request->transfer;
-  if (transfer.NeedsRetry() && transfer.Over() && !session.closed) {
+  auto& session = *request->Session;
+  auto& transfer = *request->Transfer;
+  if (transfer.NeedsRetry() && transfer.Over() && !session.Closed) {
     Loop_->Remove(transfer);
-    transfer.PrepareRetry(request->message);
-    request->writtenAt.reset();
+    transfer.PrepareRetry(request->Message);
+    request->WrittenAt.reset();
     if (Loop_->Start(transfer)) return;
   }
-  if (transfer.Over()) session.silent = false;
-  if (!request->writtenAt && transfer.Written()) request->writtenAt = now;
-  const bool isWaitedFor = session.latest == request.get() && !session.waiting.empty();
-  const bool isDone = session.closed && request->writtenAt && !isWaitedFor;
+  if (transfer.Over()) session.Silent = false;
+  if (!request->WrittenAt && transfer.Written()) request->WrittenAt = now;
+  const bool isWaitedFor = session.Latest == request.get() && !session.Waiting.empty();
+  const bool isDone = session.Closed && request->WrittenAt && !isWaitedFor;
   const bool isLate = transfer.Deadline() <= now;
   if (transfer.Over() || isLate || isDone) End(request, isLate ? ErrorTimeout : SystemErrorCancelled);
 }
 
 void AsyncWorker::Start(const SessionPointer& session) {
-  Ready_.erase(*std::exchange(session->ready, std::nullopt));
-  if (session->waiting.empty()) return;
-  const auto request = std::move(session->waiting.front());
-  session->waiting.pop_front();
+  Ready_.erase(*std::exchange(session->Ready, std::nullopt));
+  if (session->Waiting.empty()) return;
+  const auto request = std::move(session->Waiting.front());
+  session->Waiting.pop_front();
   // What a login was agreed on with is known to one transfer alone, and the next request needs it.
-  const std::size_t others = request->origin.authenticates ? 0 : MaxOnWire - 1;
-  while (session->onWire.size() > others) End(session->onWire.front());
+  const std::size_t others = request->Origin.Authenticates ? 0 : MaxOnWire - 1;
+  while (session->OnWire.size() > others) End(session->OnWire.front());
   try {
     if (const auto error = PutOnWire(request); error != SystemErrorNone) End(request, error);
   } catch (const std::exception& error) {
@@ -226,42 +226,42 @@ void AsyncWorker::Start(const SessionPointer& session) {
 }
 
 std::uint32_t AsyncWorker::PutOnWire(const RequestPointer& request) {
-  auto& session = *request->session;
-  if (!session.channel) session.channel = std::make_shared<Channel>(session.agent);
-  request->transfer = session.channel->Take(request->origin);
-  auto& transfer = *request->transfer;
-  OnWire_.emplace(&transfer, request->session);
+  auto& session = *request->Session;
+  if (!session.Channel) session.Channel = std::make_shared<Channel>(session.Agent);
+  request->Transfer = session.Channel->Take(request->Origin);
+  auto& transfer = *request->Transfer;
+  OnWire_.emplace(&transfer, request->Session);
   // One connection is enough to keep.
-  transfer.KeepsConnection(session.onWire.empty());
-  session.onWire.push_back(request);
-  session.latest = request.get();
-  request->startedAt = std::chrono::steady_clock::now();
-  const auto error = transfer.Prepare(request->message, request->timeouts, false);
+  transfer.KeepsConnection(session.OnWire.empty());
+  session.OnWire.push_back(request);
+  session.Latest = request.get();
+  request->StartedAt = std::chrono::steady_clock::now();
+  const auto error = transfer.Prepare(request->Message, request->Timeouts, false);
   return error != SystemErrorNone || Loop_->Start(transfer) ? error : ErrorInternal;
 }
 
 /// Takes part in owning the request, whose list it leaves.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void AsyncWorker::End(RequestPointer request, std::uint32_t error) {
-  const auto session = std::move(request->session);
-  if (auto* transfer = request->transfer.get()) {
+  const auto session = std::move(request->Session);
+  if (auto* transfer = request->Transfer.get()) {
     if (transfer->HasHeaders()) error = transfer->ReplyError();
     Loop_->Remove(*transfer);
     OnWire_.erase(transfer);
-    std::erase(session->onWire, request);
-    if (session->latest == request.get()) session->latest = nullptr;
+    std::erase(session->OnWire, request);
+    if (session->Latest == request.get()) session->Latest = nullptr;
   } else {
-    std::erase(session->waiting, request);
+    std::erase(session->Waiting, request);
   }
-  request->error = error;
-  request->complete = true;
-  request->completed();
-  if (request->transfer) session->channel->GiveBack(std::move(request->transfer));
+  request->Error = error;
+  request->Complete = true;
+  request->Completed();
+  if (request->Transfer) session->Channel->GiveBack(std::move(request->Transfer));
 }
 
 void AsyncWorker::EndAll(AsyncSession& session) {
-  while (!session.onWire.empty()) End(session.onWire.back());
-  while (!session.waiting.empty()) End(session.waiting.back());
+  while (!session.OnWire.empty()) End(session.OnWire.back());
+  while (!session.Waiting.empty()) End(session.Waiting.back());
 }
 
 }  // namespace ptzd::internet

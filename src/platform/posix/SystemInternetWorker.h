@@ -25,44 +25,44 @@ struct AsyncSession;
 
 /// A request on its way through the worker.
 struct AsyncRequest {
-  std::shared_ptr<AsyncSession> session;  ///< null from completion on
-  Origin origin;
-  Message message;
-  Timeouts timeouts;
-  std::function<void()> completed;     ///< called once, on the worker's thread
-  std::atomic<bool> complete = false;  ///< may be asked on any thread
-  std::uint32_t error = 0;             ///< from completion on: why there is no reply, 0 where there is one
+  std::shared_ptr<AsyncSession> Session;  ///< null from completion on
+  internet::Origin Origin;
+  internet::Message Message;
+  internet::Timeouts Timeouts;
+  std::function<void()> Completed;     ///< called once, on the worker's thread
+  std::atomic<bool> Complete = false;  ///< may be asked on any thread
+  std::uint32_t Error = 0;             ///< from completion on: why there is no reply, 0 where there is one
 
   // The worker's own.
-  TimePoint handedOverAt{};
-  std::unique_ptr<Transfer> transfer{};  ///< while it is on the wire, and within `completed`
-  TimePoint startedAt{};
-  std::optional<TimePoint> writtenAt{};
+  TimePoint HandedOverAt{};
+  std::unique_ptr<internet::Transfer> Transfer{};  ///< while it is on the wire, and within `completed`
+  TimePoint StartedAt{};
+  std::optional<TimePoint> WrittenAt{};
 };
 
 /// An asynchronous session as the worker sees it; touched by no other thread.
 struct AsyncSession {
-  explicit AsyncSession(std::string agentText) : agent(std::move(agentText)) {}
+  explicit AsyncSession(std::string agentText) : Agent(std::move(agentText)) {}
 
   using List = std::list<std::shared_ptr<AsyncSession>>;
   using Schedule = std::multimap<TimePoint, std::shared_ptr<AsyncSession>>;
 
-  bool Unwritten() const { return !waiting.empty() || (latest != nullptr && !latest->writtenAt); }
+  bool Unwritten() const { return !Waiting.empty() || (Latest != nullptr && !Latest->WrittenAt); }
   /// When the next request that waits may be written, whatever becomes of the one before it.
   TimePoint NextStart() const;
   /// When there is something to do for it even if nothing happens.
   TimePoint Due() const;
 
-  std::string agent;
-  std::shared_ptr<Channel> channel;                   ///< from the first request on
-  std::deque<std::shared_ptr<AsyncRequest>> waiting;  ///< oldest first, as those on the wire
-  std::vector<std::shared_ptr<AsyncRequest>> onWire;  ///< being written, or without a reply yet
-  const AsyncRequest* latest = nullptr;               ///< the one started last, while it is on the wire
-  bool silent = false;                                ///< the camera holds replies back
-  bool closed = false;
+  std::string Agent;
+  std::shared_ptr<internet::Channel> Channel;         ///< from the first request on
+  std::deque<std::shared_ptr<AsyncRequest>> Waiting;  ///< oldest first, as those on the wire
+  std::vector<std::shared_ptr<AsyncRequest>> OnWire;  ///< being written, or without a reply yet
+  const AsyncRequest* Latest = nullptr;               ///< the one started last, while it is on the wire
+  bool Silent = false;                                ///< the camera holds replies back
+  bool Closed = false;
 
-  std::optional<List::iterator> ready;         ///< its place among those that may start a request
-  std::optional<Schedule::iterator> schedule;  ///< while it has requests
+  std::optional<List::iterator> Ready;          ///< its place among those that may start a request
+  std::optional<Schedule::iterator> Scheduled;  ///< while it has requests
 };
 
 /// The thread that sends asynchronous requests, one for the process.

@@ -71,9 +71,9 @@ void WorkerLoop::Wake() {
 }
 
 void WorkerLoop::Watch(curl_socket_t descriptor, const Socket& socket, bool isNew) {
-  if (!Control(Epoll_, isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, descriptor, socket.events) &&
-      socket.owner != nullptr)
-    socket.owner->Finish(CURLE_OUT_OF_MEMORY);
+  if (!Control(Epoll_, isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, descriptor, socket.Events) &&
+      socket.Owner != nullptr)
+    socket.Owner->Finish(CURLE_OUT_OF_MEMORY);
 }
 
 void WorkerLoop::Unwatch(curl_socket_t descriptor) { Control(Epoll_, EPOLL_CTL_DEL, descriptor, 0); }

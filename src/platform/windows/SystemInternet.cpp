@@ -69,14 +69,14 @@ bool Succeeded(DWORD error) {
 
 /// What the API says after a call. Some failures of the socket layer below come through as they are.
 struct Outcome {
-  bool succeeded;
-  DWORD error;  ///< after a success whatever the call left there
+  bool Success;
+  DWORD Error;  ///< after a success whatever the call left there
 
-  bool Report() const { return Succeeded(succeeded ? ERROR_SUCCESS : Reason()); }
+  bool Report() const { return Succeeded(Success ? ERROR_SUCCESS : Reason()); }
 
   /// Of a failure, never 0.
   DWORD Reason() const {
-    switch (error) {
+    switch (Error) {
       case ERROR_SUCCESS:
         return ERROR_INTERNET_INTERNAL_ERROR;
       case WSAETIMEDOUT:
@@ -84,7 +84,7 @@ struct Outcome {
       case WSAECONNRESET:
         return ERROR_INTERNET_CONNECTION_RESET;
       default:
-        return error;
+        return Error;
     }
   }
 };
@@ -248,7 +248,7 @@ class WindowsInternet final : public Internet {
                                 nullptr, flags, handle);
       return native != nullptr;
     });
-    if (!outcome.succeeded) {
+    if (!outcome.Success) {
       const std::lock_guard lock(Mutex_);
       Watches_.erase(handle);
     }
@@ -273,11 +273,11 @@ class WindowsInternet final : public Internet {
     });
     if (isAsync) {
       // No callback follows a failure, and none is sure to follow a success.
-      if (outcome.succeeded)
+      if (outcome.Success)
         Complete(request, ERROR_SUCCESS);
-      else if (outcome.error != ERROR_IO_PENDING)
+      else if (outcome.Error != ERROR_IO_PENDING)
         TakePending(request);
-    } else if (outcome.succeeded && !HasReply(node->Native)) {
+    } else if (outcome.Success && !HasReply(node->Native)) {
       return Succeeded(ERROR_HTTP_INVALID_SERVER_RESPONSE);
     }
     return outcome.Report();
@@ -287,7 +287,7 @@ class WindowsInternet final : public Internet {
     const auto node = Find(request, Node::Kind::Request);
     if (!node) return std::nullopt;
     std::string value;
-    if (QueryLine(node->Native, HTTP_QUERY_TRANSFER_ENCODING, value).succeeded && IsChunked(value)) {
+    if (QueryLine(node->Native, HTTP_QUERY_TRANSFER_ENCODING, value).Success && IsChunked(value)) {
       Succeeded(ERROR_HTTP_HEADER_NOT_FOUND);
       return std::nullopt;
     }
@@ -399,13 +399,13 @@ class WindowsInternet final : public Internet {
     value.resize(256);
     auto size = static_cast<DWORD>(value.size());
     const auto outcome = Call([&] { return HttpQueryInfoA(native, item, value.data(), &size, nullptr); });
-    value.resize(outcome.succeeded ? size : 0);
+    value.resize(outcome.Success ? size : 0);
     return outcome;
   }
 
   static bool HasStatus(HINTERNET native) {
     DWORD status = 0;
-    return QueryNumber(native, HTTP_QUERY_STATUS_CODE, status).succeeded && status != 0;
+    return QueryNumber(native, HTTP_QUERY_STATUS_CODE, status).Success && status != 0;
   }
 
   /// A server that closes without an answer may show as a success without status and body.
@@ -418,7 +418,7 @@ class WindowsInternet final : public Internet {
   /// An error that a successful call leaves behind goes on to the caller, who takes it for a broken transfer.
   /// "Would block" is not one: the socket layer leaves it behind while more of a chunked body is on its way.
   static void ReportLeftOver(const Outcome& outcome) {
-    if (outcome.error != WSAEWOULDBLOCK) Succeeded(outcome.error);
+    if (outcome.Error != WSAEWOULDBLOCK) Succeeded(outcome.Error);
   }
 
   static bool Store(const std::string& text, std::span<char> buffer, std::uint32_t& length) {
