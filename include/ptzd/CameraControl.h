@@ -80,7 +80,8 @@ struct Wish {
   std::shared_future<WishOutcome> Sent;  ///< what came of sending it
   std::shared_future<WishOutcome> Done;  ///< what became of it in the end; of what is no move the same
 };
-/// Is called once, when a wish is done, on the camera's own thread; must not block.
+/// Is called once, when a wish is done, on the camera's own thread; must not block and must not end the
+/// control. May wish for more; what it wishes while the control ends is abandoned, and not told.
 using Told = std::function<void(const WishOutcome&)>;
 
 enum class LinkHealth {

@@ -1,6 +1,5 @@
 #include <ptzd/CameraControl.h>
 
-#include <atomic>
 #include <utility>
 
 #include <ptzd/PTZNamedPresets.h>
@@ -11,11 +10,6 @@ namespace ptzd {
 namespace {
 
 using Kind = CameraRequest::Kind;
-
-std::uint64_t NextDrive() {
-  static std::atomic<std::uint64_t> last = 0;
-  return ++last;
-}
 
 CameraRequest TaskRequest(CameraTask task) { return {.What = Kind::Task, .Task = std::move(task)}; }
 
@@ -113,11 +107,11 @@ Wish CameraControl::Disconnect(Told told) {
 
 struct CameraControl::Drive::Ties {
   std::weak_ptr<Worker> Owner;
-  std::uint64_t ID;
+  std::shared_ptr<DriveTerms> Terms;  ///< null once it was left
 
   ~Ties() {
-    if (ID == 0) return;
-    if (const auto worker = Owner.lock()) worker->EndDrive(ID);
+    if (!Terms) return;
+    if (const auto worker = Owner.lock()) worker->EndDrive(*Terms);
   }
 };
 
@@ -126,26 +120,23 @@ CameraControl::Drive& CameraControl::Drive::operator=(Drive&&) noexcept = defaul
 CameraControl::Drive::~Drive() = default;
 
 void CameraControl::Drive::Renew() {
-  if (!Ties_) return;
-  if (const auto worker = Ties_->Owner.lock()) worker->RenewDrive(Ties_->ID);
+  if (!Ties_ || !Ties_->Terms) return;
+  if (const auto worker = Ties_->Owner.lock()) worker->RenewDrive(*Ties_->Terms);
 }
 
 void CameraControl::Drive::Leave() {
-  if (!Ties_) return;
-  const auto id = std::exchange(Ties_->ID, 0);
-  if (const auto worker = Ties_->Owner.lock()) worker->LeaveDrive(id);
+  if (!Ties_ || !Ties_->Terms) return;
+  const auto terms = std::exchange(Ties_->Terms, nullptr);
+  if (const auto worker = Ties_->Owner.lock()) worker->LeaveDrive(*terms);
 }
 
 CameraControl::Drive CameraControl::DriveAt(const DriveSpeeds& speeds,
                                             std::optional<std::chrono::milliseconds> lease, Told told) {
-  const auto id = NextDrive();
+  const auto terms = std::make_shared<DriveTerms>();
+  terms->Lease = lease.value_or(Worker_->Settings().Lease);
   Drive drive;
-  drive.Ties_ = std::shared_ptr<Drive::Ties>(new Drive::Ties{Worker_, id});
-  drive.Wish = Worker_->Submit({.What = Kind::Drive,
-                                .Speeds = speeds,
-                                .DriveID = id,
-                                .Lease = lease.value_or(Worker_->Settings().Lease)},
-                               std::move(told));
+  drive.Ties_ = std::shared_ptr<Drive::Ties>(new Drive::Ties{Worker_, terms});
+  drive.Wish = Worker_->Submit({.What = Kind::Drive, .Speeds = speeds, .Terms = terms}, std::move(told));
   return drive;
 }
 

@@ -74,6 +74,14 @@ CameraPlace PlaceOf(const CameraRequest& request) {
   return {target.Pan, target.Tilt, target.Zoom};
 }
 
+void ForgetMotion(PTZDevice& device) {
+  if (auto* driver = dynamic_cast<Driver*>(&device)) driver->ForgetMotion();
+}
+
+WishOutcome Abandoned() {
+  return {.Result = WishResult::Abandoned, .Text = "the camera's control ended first"};
+}
+
 std::string PlaceText(float pan, float tilt) { return "pan " + Text(pan) + ", tilt " + Text(tilt); }
 
 }  // namespace
@@ -97,17 +105,19 @@ void CameraControl::Worker::End() {
     const std::lock_guard lock(Mutex_);
     Ending_ = true;
     ReconnectAt_.reset();
-    const bool outlives = Drive_ && Drive_->ID == LeftDrive_ && Drive_->Lease == 0ms;
-    if ((Drive_ && !outlives) || Sending_ || Stop_) BeginStop({}, "the camera's control ended");
-    for (auto& request : std::exchange(Queue_, {}))
-      request.Tickets.Done({.Result = WishResult::Abandoned, .Text = "the camera's control ended first"});
+    if ((Drive_ && !Drive_->Terms->OutliveControl()) || Sending_ || Stop_)
+      BeginStop({}, "the camera's control ended");
+    AbandonQueue();
     if (Stop_) EnsureRunning();
     Changed_.notify_all();
   }
-  if (Thread_.joinable()) Thread_.join();
-  Lock lock(Mutex_);
-  EndWatch({.Result = WishResult::Abandoned, .Text = "the camera's control ended first"});
-  Tell(lock);
+  do {
+    if (Thread_.joinable()) Thread_.join();
+    Lock lock(Mutex_);
+    EndWatch(Abandoned());
+    if (Drive_) Drive_->Tickets.Done(Abandoned());
+    Tell(lock);
+  } while (Thread_.joinable());  // somebody who was told wished for a stop
 }
 
 // The thread.
@@ -129,18 +139,19 @@ void CameraControl::Worker::Run() {
 void CameraControl::Worker::RunLocked(Lock& lock) {
   auto idleSince = steady_clock::now();
   while (true) {
-    if (Step(lock)) {
-      idleSince = steady_clock::now();
-      continue;
-    }
-    if (!Later_.empty()) {
+    const bool worked = Step(lock);
+    if (worked) idleSince = steady_clock::now();
+    // Nobody who is told delays a stop, and what is told does not wait for the rest of the queue.
+    const bool mustStop = Stop_ && Stop_->NextTry <= steady_clock::now();
+    if (!mustStop && !Later_.empty()) {
       Tell(lock);
       continue;
     }
-    if (std::exchange(Dirty_, false)) {
+    if (!mustStop && std::exchange(Dirty_, false)) {
       Publish(lock);
       continue;
     }
+    if (worked || mustStop) continue;
     if (Ending_ && !Stop_) return;
     auto due = NextDue();
     if (IsIdle()) {
@@ -160,18 +171,25 @@ bool CameraControl::Worker::Step(Lock& lock) {
     TryStop(lock);
     return true;
   }
-  if (Drive_ && Drive_->Lease != 0ms && Drive_->LeaseEnds <= now) {
+  if (Drive_ && Drive_->Terms->IsOver(now)) {
     BeginStop({}, "its lease ended");
     return true;
   }
-  if (!Queue_.empty() && (!Ending_ || !Stop_)) {
+  if (!Queue_.empty() && Ending_) {
+    AbandonQueue();
+    return true;
+  }
+  if (!Queue_.empty()) {
     auto request = std::move(Queue_.front());
     Queue_.pop_front();
     Changed();
-    const auto drive = request.DriveID;
+    const auto terms = request.Terms;
     Do(std::move(request), lock);
-    // One that failed has nothing that its owner could stop.
-    if (CurrentDrive_ == drive && (!Drive_ || Drive_->ID != drive)) CurrentDrive_ = 0;
+    // One that failed has nothing that its owner could stop; the one before it goes on, for its own owner.
+    if (terms && CurrentDrive_ == terms && (!Drive_ || Drive_->Terms != terms)) {
+      CurrentDrive_ = Drive_ ? Drive_->Terms : nullptr;
+      if (CurrentDrive_ && CurrentDrive_->IsLetGo) BeginStop({}, "its owner let go of it");
+    }
     return true;
   }
   if (ReconnectAt_ && *ReconnectAt_ <= now && !Stop_) {
@@ -194,7 +212,7 @@ CameraControl::Worker::TimePoint CameraControl::Worker::NextDue() const {
   if (Stop_) return Stop_->NextTry;
   if (ReconnectAt_) due = std::min(due, *ReconnectAt_);
   if (Watch_) due = std::min(due, Watch_->Next);
-  if (Drive_ && Drive_->Lease != 0ms) due = std::min(due, Drive_->LeaseEnds);
+  if (Drive_ && Drive_->Terms->Lease != 0ms) due = std::min(due, Drive_->Terms->LeaseEnds);
   if (Drive_ && Settings_.WatchesMoves) due = std::min(due, FollowAt_);
   return due;
 }
@@ -249,8 +267,9 @@ CameraState CameraControl::Worker::State() const {
   state.ErrorText = ErrorText_;
   state.Position = Position_;
   state.Motion = Motion_;
-  if (Drive_ && Drive_->Lease != 0ms)
-    state.LeaseLeft = std::max(0ms, std::chrono::ceil<Milliseconds>(Drive_->LeaseEnds - steady_clock::now()));
+  if (Drive_ && Drive_->Terms->Lease != 0ms)
+    state.LeaseLeft =
+        std::max(0ms, std::chrono::ceil<Milliseconds>(Drive_->Terms->LeaseEnds - steady_clock::now()));
   state.Queued = Queue_.size();
   if (Stop_) state.StopTries = Stop_->Tries;
   state.Capabilities = Capabilities_;
@@ -261,15 +280,21 @@ CameraState CameraControl::Worker::State() const {
 // Wishes.
 
 Wish CameraControl::Worker::Submit(CameraRequest request, Told told) {
+  const std::lock_guard lock(Mutex_);
+  // Else one who wishes again whenever he is told would keep the control from its end.
+  if (Ending_) told = {};
   const auto ticket = std::make_shared<Ticket>(std::move(told), Later_);
   auto wish = ticket->Wish();
   request.Tickets.Add(ticket);
-  const std::lock_guard lock(Mutex_);
+  if (Ending_) {
+    request.Tickets.Done(Abandoned());
+    return wish;
+  }
   if (request.What == CameraRequest::Kind::Drive) {
-    request.LeaseEnds = steady_clock::now() + request.Lease;
-    CurrentDrive_ = request.DriveID;
+    request.Terms->LeaseEnds = steady_clock::now() + request.Terms->Lease;
+    CurrentDrive_ = request.Terms;
   } else if (request.What == CameraRequest::Kind::Place) {
-    CurrentDrive_ = Drive_ ? Drive_->ID : 0;  // one that waits is replaced
+    CurrentDrive_ = Drive_ ? Drive_->Terms : nullptr;  // one that waits is replaced
   }
   Enqueue(std::move(request));
   Changed();
@@ -319,6 +344,13 @@ void CameraControl::Worker::Enqueue(CameraRequest request) {
   Queue_.push_back(std::move(request));
 }
 
+void CameraControl::Worker::AbandonQueue() {
+  for (auto& request : std::exchange(Queue_, {})) {
+    if (request.Terms == CurrentDrive_) CurrentDrive_.reset();
+    request.Tickets.Done(Abandoned());
+  }
+}
+
 void CameraControl::Worker::Do(CameraRequest request, Lock& lock) {
   using Kind = CameraRequest::Kind;
   if (request.What == Kind::Connect) return DoConnect(std::move(request), lock);
@@ -327,6 +359,7 @@ void CameraControl::Worker::Do(CameraRequest request, Lock& lock) {
     return request.Tickets.Done({.Result = WishResult::NotReached,
                                  .Text = "the camera has not taken the stop yet: " + Stop_->Last.Text});
   if (!EnsureConnected(request, lock)) return;
+  if (Ending_) return request.Tickets.Done(Abandoned());
   if (Stop_) {  // meanwhile
     if (request.Moves())
       return request.Tickets.Done({.Result = WishResult::Stopped, .Text = "stopped before it was sent"});
@@ -389,7 +422,7 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
         {.Result = WishResult::Unsupported, .Text = "this make has no continuous motion"});
   if (const auto refusal = Site_.Refusal(request.Speeds, Data_))
     return request.Tickets.Done({.Result = WishResult::OutOfRange, .Text = *refusal});
-  if (request.Lease != 0ms && request.LeaseEnds <= steady_clock::now())
+  if (request.Terms->IsOver(steady_clock::now()))
     return request.Tickets.Done(
         {.Result = WishResult::Stopped, .Text = "its lease ended before it was sent"});
 
@@ -405,7 +438,7 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
   if (IsStill(all)) return BeginStop(std::move(request.Tickets), "a drive of speed 0");
 
   const bool wasDriven = Drive_.has_value();
-  ActiveDrive drive{std::move(request.Tickets), request.DriveID, all, request.Lease, request.LeaseEnds};
+  ActiveDrive drive{std::move(request.Tickets), all, std::move(request.Terms)};
   if (Drive_ && Same(Drive_->Speeds, all)) {
     drive.Tickets.Sent({});
     Drive_->Tickets.Done({.Result = WishResult::Replaced, .Text = "goes on at the same speed"});
@@ -418,7 +451,7 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
   auto call = Call(
       [this, control, &within](PTZDevice& device) -> std::optional<bool> {
         // A motion of which only the driver thinks that the camera has it would not be sent.
-        if (auto* driver = dynamic_cast<ptzd::Driver*>(&device)) driver->ForgetMotion();
+        ForgetMotion(device);
         if (const auto& head = within.PanTilt)
           control->ContinuousMove(Site_.Pan(head->Pan), Site_.Tilt(head->Tilt));
         if (within.Zoom) control->ContinuousZoom(*within.Zoom);
@@ -698,24 +731,22 @@ Wish CameraControl::Worker::Stop(Told told) {
   return wish;
 }
 
-void CameraControl::Worker::EndDrive(std::uint64_t driveID) {
+void CameraControl::Worker::EndDrive(DriveTerms& drive) {
   const std::lock_guard lock(Mutex_);
-  if (driveID != CurrentDrive_) return;
+  drive.IsLetGo = true;
+  if (CurrentDrive_.get() != &drive) return;
   BeginStop({}, "its owner let go of it");
   EnsureRunning();
 }
 
-void CameraControl::Worker::RenewDrive(std::uint64_t driveID) {
+void CameraControl::Worker::RenewDrive(DriveTerms& drive) {
   const std::lock_guard lock(Mutex_);
-  const auto now = steady_clock::now();
-  if (Drive_ && Drive_->ID == driveID) Drive_->LeaseEnds = now + Drive_->Lease;
-  for (auto& request : Queue_)
-    if (request.DriveID == driveID) request.LeaseEnds = now + request.Lease;
+  drive.LeaseEnds = steady_clock::now() + drive.Lease;
 }
 
-void CameraControl::Worker::LeaveDrive(std::uint64_t driveID) {
+void CameraControl::Worker::LeaveDrive(DriveTerms& drive) {
   const std::lock_guard lock(Mutex_);
-  if (driveID == CurrentDrive_) LeftDrive_ = driveID;
+  drive.IsLeft = true;
 }
 
 void CameraControl::Worker::BeginStop(ptzd::Tickets tickets, std::string reason) {
@@ -726,7 +757,7 @@ void CameraControl::Worker::BeginStop(ptzd::Tickets tickets, std::string reason)
   Stop_->Since = Stop_->NextTry = now;
   Stop_->Once = false;
   Stop_->Tickets.Add(std::move(tickets));
-  CurrentDrive_ = 0;
+  CurrentDrive_.reset();
   if (Drive_) {
     Stop_->Ended.Add(std::move(Drive_->Tickets));
     Stop_->Reason = std::move(reason);
@@ -764,9 +795,11 @@ void CameraControl::Worker::TryStop(Lock& lock) {
   if (failure) {
     outcome = *std::move(failure);
   } else {
-    // Together they end all motion on every make, and are never taken for a repeat.
+    // Together they end all motion on every make.
     auto head = Call(
-        [control](PTZDevice&) -> std::optional<bool> {
+        [control](PTZDevice& device) -> std::optional<bool> {
+          ForgetMotion(
+              device);  // some take another stop for a repeat, whether or not the camera took the first
           control->ContinuousMove(0, 0);
           return std::nullopt;
         },

@@ -17,6 +17,20 @@
 
 namespace ptzd {
 
+/// How long a drive goes on, and for whom. Its holder, the queue and the drive under way share it, so that
+/// what its holder says counts wherever the drive is.
+struct DriveTerms {
+  std::chrono::milliseconds Lease{};  ///< 0: without end
+  std::chrono::steady_clock::time_point LeaseEnds{};
+  bool IsLeft = false;   ///< nobody holds it, and it goes on
+  bool IsLetGo = false;  ///< nobody holds it, and it ends
+
+  bool IsOver(std::chrono::steady_clock::time_point now) const {
+    return Lease != std::chrono::milliseconds(0) && LeaseEnds <= now;
+  }
+  bool OutliveControl() const { return IsLeft && Lease == std::chrono::milliseconds(0); }
+};
+
 /// What stands in a camera's queue.
 struct CameraRequest {
   enum class Kind { Connect, Disconnect, Drive, Place, Zoom, Step, Position, Reading, Task };
@@ -27,9 +41,7 @@ struct CameraRequest {
 
   // Of a drive.
   DriveSpeeds Speeds{};
-  std::uint64_t DriveID = 0;
-  std::chrono::milliseconds Lease{};  ///< 0: without end
-  std::chrono::steady_clock::time_point LeaseEnds{};
+  std::shared_ptr<DriveTerms> Terms{};
 
   CameraTask Task{};
 
@@ -54,11 +66,10 @@ class CameraControl::Worker {
   /// The last thing that is done to it.
   void End();
   Wish Stop(Told told);
-  /// Stops a drive that is still the latest.
-  void EndDrive(std::uint64_t driveID);
-  void RenewDrive(std::uint64_t driveID);
-  /// From here on nobody holds it.
-  void LeaveDrive(std::uint64_t driveID);
+  /// Stops a drive that is still the latest, or becomes it again.
+  void EndDrive(DriveTerms& drive);
+  void RenewDrive(DriveTerms& drive);
+  void LeaveDrive(DriveTerms& drive);
 
   CameraState State() const;
   const DriverClass& Class() const { return Class_; }
@@ -89,10 +100,8 @@ class CameraControl::Worker {
   /// A drive that the camera took.
   struct ActiveDrive {
     ptzd::Tickets Tickets;
-    std::uint64_t ID = 0;
     DriveSpeeds Speeds;
-    Milliseconds Lease{};
-    TimePoint LeaseEnds{};
+    std::shared_ptr<DriveTerms> Terms;
   };
   /// A camera that is looked at until it rests.
   struct RestWatch {
@@ -121,6 +130,7 @@ class CameraControl::Worker {
 
   // Wishes.
   void Enqueue(CameraRequest request);
+  void AbandonQueue();
   void Do(CameraRequest request, Lock& lock);
   void DoConnect(CameraRequest request, Lock& lock);
   void DoDisconnect(CameraRequest request, Lock& lock);
@@ -203,8 +213,7 @@ class CameraControl::Worker {
   std::string ErrorText_;
   ptzd::Capabilities Capabilities_{};
   std::int32_t PresetCount_ = 0;
-  std::uint64_t CurrentDrive_ = 0;  ///< waiting, being sent or under way; 0 for none
-  std::uint64_t LeftDrive_ = 0;     ///< one that nobody holds; 0 for none
+  std::shared_ptr<DriveTerms> CurrentDrive_;  ///< waiting, being sent or under way; null for none
   std::vector<std::weak_ptr<Subscriber>> Subscribers_;
   std::minstd_rand Random_{std::random_device()()};
 };

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -164,6 +165,14 @@ TEST_P(EveryMover, RestsAfterAStopALeaseAndTheDeathOfItsOwners) {
     left = {};
     EXPECT_EQ(Await(wish.Done).Result, WishResult::Stopped);
     EXPECT_TRUE(Comes(false)) << "after its owner let go";
+  }
+  for (const bool isReplaced : {false, true}) {
+    auto held = Drive(control);
+    auto beyond = control.DriveAt({.PanTilt = DriveSpeeds::Head{NAN, 0}}, 0ms);
+    if (isReplaced) std::swap(held, beyond), beyond = {};
+    EXPECT_EQ(Await((isReplaced ? held : beyond).Wish.Done).Result, WishResult::OutOfRange);
+    held = {};
+    EXPECT_TRUE(Comes(false)) << "after its owner let go of it, with one that cannot be behind it";
   }
   auto other = std::make_unique<CameraControl>(Settings());
   auto drive = Drive(*other);
@@ -331,6 +340,47 @@ TEST_F(AxisControl, SendsOnlyTheLatestOfWhatWaited) {
   for (const auto& wish : wishes) EXPECT_EQ(Await(wish.Done).Result, WishResult::Replaced);
   ASSERT_EQ(Commands().size(), 2U);
   EXPECT_NE(Commands()[1].find("pan=37&tilt=-6"), std::string::npos) << Commands()[1];
+}
+
+TEST_F(AxisControl, HearsTheHolderOfADriveThatIsBeingSent) {
+  CameraControl control(SettingsFor("Axis"));
+  ASSERT_TRUE(IsDone(Await(control.Connect().Done).Result));
+  Camera->Log().Clear();
+  Camera->Faults().Set("next=1,delay=300");
+  auto drive = control.DriveAt({.PanTilt = DriveSpeeds::Head{5, 0}}, 250ms);
+  ASSERT_TRUE(Camera->Log().WaitForRequests(1));
+  while (drive.Wish.Sent.wait_for(1ms) != std::future_status::ready) drive.Renew();
+  EXPECT_GT(control.State().LeaseLeft.value_or(0ms), 0ms);
+  EXPECT_EQ(Await(drive.Wish.Done).Result, WishResult::Stopped);
+}
+
+/// However eager those are who are told.
+TEST_F(AxisControl, EndsWithEveryWishToldOnce) {
+  auto settings = SettingsFor("Axis");
+  auto control = std::make_unique<CameraControl>(settings);
+  int tours = 0, ends = 0;
+  std::promise<void> toured;
+  const Told tour = [&, &worker = *control](const WishOutcome&) {
+    if (++tours == 3) toured.set_value();
+    worker.MoveTo(static_cast<float>(tours % 90), 0, {}, tour);
+  };
+  control->MoveTo(1, 1, {}, tour);
+  toured.get_future().wait();
+  auto left =
+      control->DriveAt({.PanTilt = DriveSpeeds::Head{5, 0}}, 0ms, [&](const WishOutcome&) { ++ends; });
+  left.Leave();
+  control.reset();
+  EXPECT_TRUE(left.Wish.Done.wait_for(0s) == std::future_status::ready);
+  EXPECT_EQ(ends, 1);
+
+  Camera->Log().Clear();
+  Camera->Faults().Set("next=1,delay=300");
+  control = std::make_unique<CameraControl>(settings);
+  const auto late = control->MoveTo(40, 0);
+  ASSERT_TRUE(Camera->Log().WaitForRequests(1)) << "it is being connected";
+  control.reset();
+  EXPECT_EQ(Await(late.Done).Result, WishResult::Abandoned);
+  for (const auto& command : Commands()) EXPECT_EQ(command.find("pan="), std::string::npos) << command;
 }
 
 TEST_F(AxisControl, StopsBeforeAllThatWaits) {
