@@ -153,6 +153,7 @@ TEST_P(EveryMover, RestsAfterAStopALeaseAndTheDeathOfItsOwners) {
     EXPECT_TRUE(Comes(false)) << "after a stop";
     EXPECT_EQ(control.State().Motion, CameraMotion::AtRest);
     EXPECT_EQ(control.State().Position.Kind, PositionKind::Unknown);
+    EXPECT_EQ(Await(control.Stop().Done).Tries, 1) << "another one is no repeat";
   }
   {
     const auto drive = Drive(control, 100ms);
