@@ -9,6 +9,7 @@
 
 #include "common/Numbers.h"
 #include "drivers/kit/Driver.h"
+#include "transport/HTTPHandles.h"
 
 namespace ptzd {
 
@@ -995,8 +996,14 @@ MemberCall CameraControl::Worker::Call(const Work& work, Lock& lock, Cutting cut
   }
   call.Unanswered = !Collector_->Wait(steady_clock::now() + AnswerTime);
   call.Exchanges = Collector_->Take();
+  call.Interrupted = call.Unanswered && Collector_->WasInterrupted();
   lock.lock();
   Calling_ = false;
+  if (call.Unanswered && !call.Interrupted) {
+    ErrorNumber_ = HTTPErrorNoServer;
+    ErrorText_ = "the camera did not answer";
+    LoseLink();
+  }
   return call;
 }
 

@@ -47,4 +47,9 @@ void ExchangeCollector::Interrupt() {
   Changed_.notify_all();
 }
 
+bool ExchangeCollector::WasInterrupted() const {
+  const std::lock_guard lock(Mutex_);
+  return Interrupted_;
+}
+
 }  // namespace ptzd

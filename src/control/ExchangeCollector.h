@@ -29,6 +29,7 @@ class ExchangeCollector final : public ExchangeSink {
   bool Wait(std::chrono::steady_clock::time_point deadline);
   /// Ends the wait under way, and every later one at once until `Clear`.
   void Interrupt();
+  bool WasInterrupted() const;
 
  private:
   const std::shared_ptr<ExchangeSink> Next_;

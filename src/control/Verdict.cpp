@@ -89,6 +89,8 @@ WishOutcome JudgeCall(MemberCall call, std::optional<MemberRule> rule) {
     Blame(outcome, *worst);
   else if (call.Raised)
     Blame(outcome, *call.Raised);
+  else if (call.Interrupted)
+    fail(WishResult::Stopped, "stopped before the camera answered");
   else if (call.Unanswered)
     fail(WishResult::NotReached, "the camera did not answer");
   else if (rule == MemberRule::Nothing)

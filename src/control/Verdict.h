@@ -14,7 +14,8 @@ struct MemberCall {
   std::optional<bool> Answer;
   std::optional<Error> Raised;
   std::vector<Exchange> Exchanges;
-  bool Unanswered = false;  ///< a request that nobody waited for is still under way
+  bool Unanswered = false;   ///< a request that nobody waited for is still under way
+  bool Interrupted = false;  ///< its answer was not waited for, since a stop came
 };
 
 /// What became of sending a wish: `Sent`, or why the camera did not take it. What was exchanged counts before
