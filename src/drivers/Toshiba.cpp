@@ -65,6 +65,7 @@ const DriverData Toshiba::Data = {
     .MoveBoth = MemberRule::OutcomeIfConnected,
     .SetPanTilt = PlaceRule::TakenIfConnected,
     .PositionRequests = AsksOnConnecting,
+    .PositionStep = 7,  // half the way between two points, where the nearest one is taken
     .PanRange = ValueRange{PanAt(FirstPoint), PanAt(LastPan), "degrees", Beyond::Limited},
     .TiltRange = ValueRange{TiltAt(LastTilt), TiltAt(FirstPoint), "degrees", Beyond::Limited},
     .ConnectsUnheard = true,
