@@ -576,7 +576,7 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
     to = {Position_.Pan + request.Target.Pan, Position_.Tilt + request.Target.Tilt, std::nullopt};
     if (request.Target.Zoom && Position_.Zoom) to->Zoom = *Position_.Zoom + *request.Target.Zoom;
   }
-  if (task->Moves) EndWatch({.Result = WishResult::Replaced, .Text = "a later wish took its place"});
+  const auto motion = Motion_;
   if (task->Moves) Motion_ = CameraMotion::Moving;
   Changed();
 
@@ -585,6 +585,9 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
   Sending_ = false;
   NoteLink(call.Exchanges);
   const bool lost = IsLinkLost(call.Exchanges) || call.Unanswered, mayMove = MayHaveTaken(call);
+  const bool sentAny = !call.Exchanges.empty() || call.Unanswered;
+  if (task->Moves && sentAny)
+    EndWatch({.Result = WishResult::Replaced, .Text = "a later wish took its place"});
   auto outcome = JudgeCall(std::move(call), task->Rule);
   if (outcome.Result == WishResult::NotSent && !task->Sends) {
     outcome.Result = WishResult::Sent;
@@ -599,7 +602,7 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
   const bool isTimed = Clock_.Slept(), wasCut = Clock_.WasCut();
   if (!IsDone(outcome.Result)) {
     request.Tickets.Done(outcome);
-    Motion_ = CameraMotion::Unknown;
+    Motion_ = sentAny ? CameraMotion::Unknown : motion;
     if (isTimed || lost) ForgetPosition();
     // What the camera made of it is not known, and a timed move's own stop may be what was lost.
     if ((isTimed || lost) && mayMove && As<PTZContinuousControl>() != nullptr)
@@ -623,7 +626,10 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
   } else {
     ForgetPosition();
   }
-  if (!to && outcome.Target) to = {outcome.Target->Pan, outcome.Target->Tilt, outcome.Target->Zoom};
+  if (!to && outcome.Target) {
+    to = {outcome.Target->Pan, outcome.Target->Tilt, outcome.Target->Zoom};
+    if (request.What == Kind::Step && !request.Target.Zoom) to->Zoom.reset();
+  }
   WatchUntilRest(std::move(request.Tickets), std::move(outcome), to, task->RestTime.value_or(RestTime()));
 }
 
@@ -678,7 +684,10 @@ void CameraControl::Worker::Look(Lock& lock) {
     return;
   }
   const auto& at = Position_;
-  if (watch.To && IsNear(at, *watch.To, Data_)) return end(WishResult::Arrived, "");
+  if (watch.To && IsNear(at, *watch.To, Data_)) {
+    if (watch.To->Zoom && !TellsZoom_) return end(WishResult::Sent, "the camera does not tell its zoom");
+    return end(WishResult::Arrived, "");
+  }
   const bool isAlike = watch.Last && PanApart(watch.Last->Pan, at.Pan) < 1e-3 &&
                        std::fabs(watch.Last->Tilt - at.Tilt) < 1e-3 &&
                        std::fabs(watch.Last->Zoom.value_or(0) - at.Zoom.value_or(0)) < 1e-3;
@@ -1046,6 +1055,7 @@ WishOutcome CameraControl::Worker::AskPosition(Lock& lock) {
   auto outcome = JudgeCall(std::move(call), std::nullopt);
   if (IsDone(outcome.Result)) {
     const bool isKnown = told.Pan && told.Tilt;
+    TellsZoom_ = told.Zoom;
     Position_ = {isKnown ? PositionKind::Read : Position_.Kind, Site_.Pan(pan), Site_.Tilt(tilt), zoom,
                  steady_clock::now()};
     Changed();

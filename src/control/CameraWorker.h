@@ -209,6 +209,7 @@ class CameraControl::Worker {
   Milliseconds ReconnectPause_;
   CameraMotion Motion_ = CameraMotion::Unknown;
   CameraPosition Position_;
+  bool TellsZoom_ = false;  ///< in the last answer to where it is
   std::int32_t ErrorNumber_ = 0;
   std::string ErrorText_;
   ptzd::Capabilities Capabilities_{};

@@ -27,6 +27,7 @@
 #include "simulators/Sanyo.h"
 #include "simulators/Secubest.h"
 #include "simulators/Sony.h"
+#include "simulators/Toshiba.h"
 #include "simulators/Vivotek.h"
 
 namespace ptzd {
@@ -302,6 +303,27 @@ TEST_F(Control, StopsFirstWhenItsSerialPortIsBack) {
 }
 #endif
 
+TEST_F(Control, DoesNotSayOfAZoomThatIsNotToldThatItArrived) {
+  Camera = Still<ptzsim::Sony>()();
+  auto settings = SettingsFor("Sony");
+  settings.WatchesMoves = true;
+  CameraControl control(settings);
+  ASSERT_TRUE(IsDone(Await(control.Connect().Done).Result));
+  EXPECT_EQ(Await(control.ZoomTo(2).Done).Text, "the camera does not tell its zoom");
+}
+
+/// Which goes to the nearest of a few points only.
+TEST_F(Control, ArrivesAtThePointOfAGrid) {
+  Camera = Still<ptzsim::Toshiba>()();
+  auto settings = SettingsFor("Toshiba");
+  settings.WatchesMoves = true;
+  CameraControl control(settings);
+  const auto move = control.MoveTo(12.3F, -4.7F);
+  Await(move.Sent);
+  Camera->Time().Advance(60s);
+  EXPECT_EQ(Await(move.Done).Result, WishResult::Arrived);
+}
+
 /// On an Axis, which tells where it is and takes everything.
 class AxisControl : public Control {
  protected:
@@ -413,6 +435,8 @@ TEST_F(AxisControl, SaysWhereItCameToRest) {
   EXPECT_EQ(arrived.Result, WishResult::Arrived) << arrived.Text;
   EXPECT_EQ(control.State().Position.Kind, PositionKind::Read);
   EXPECT_EQ(control.State().Position.Pan, 40);
+  EXPECT_EQ(Await(control.MoveTo(40, -10).Done).Result, WishResult::NotSent) << "it is there";
+  EXPECT_EQ(control.State().Motion, CameraMotion::AtRest);
 
   const auto stuck = Await(control.MoveTo(90, -10).Done);  // its time stands still
   EXPECT_EQ(stuck.Result, WishResult::Stalled) << stuck.Text;
