@@ -776,6 +776,11 @@ TEST_P(EveryDriver, DeclaresWhatItDoes) {
   }
   const auto good = answers.Fact("good");
   EXPECT_EQ(std::to_string(data.PositionLifetime) + " ms", good.empty() ? "5000 ms" : good);
+  std::ostringstream rests;
+  rests << "within " << data.PositionStep << ", zoom " << data.ZoomStep << ", every " << data.PositionPace
+        << " ms";
+  const auto wanted = answers.Fact("rests");
+  EXPECT_EQ(rests.str(), wanted.empty() ? "within 1, zoom 0.25, every 250 ms" : wanted);
 
   EXPECT_EQ(std::to_string(data.Capabilities), Words(answers.Fact("capabilities")).at(0));
   EXPECT_EQ(std::to_string(data.PresetCount), Words(answers.Fact("presets")).at(0));
