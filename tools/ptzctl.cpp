@@ -22,6 +22,7 @@
 #include "Words.h"
 #include "common/Credentials.h"
 #include "drivers/kit/AddressLogins.h"
+#include "platform/ProcessEnd.h"
 
 namespace {
 
@@ -270,7 +271,12 @@ int Main(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   const int code = Main(argc, argv);
+#ifndef _WIN32
   if (!LineReader::IsWaiting()) return code;
+#endif
+  // Every camera is let go of by now. On Windows the internet layer has threads of its own, which may be in
+  // the way of its unloading.
   std::cout.flush();
-  std::_Exit(code);
+  std::cerr.flush();
+  ptzd::EndProcessAtOnce(code);
 }

@@ -1,0 +1,9 @@
+#include "platform/ProcessEnd.h"
+
+#include <cstdlib>
+
+namespace ptzd {
+
+void EndProcessAtOnce(int code) { std::_Exit(code); }
+
+}  // namespace ptzd
