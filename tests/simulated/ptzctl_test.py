@@ -11,6 +11,7 @@ import os
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 from urllib.parse import urlsplit
@@ -102,10 +103,13 @@ def start(*arguments):
 
 
 def ptzctl(*arguments, text=""):
-    """Exit code, standard output and standard error stream."""
-    process = start(*arguments)
-    out, err = process.communicate(text, timeout=DEADLINE)
-    return process.returncode, out, err
+    """Exit code, standard output and standard error stream, in files: under Wine a program may begin the desktop's
+    own process, which would hold pipes open long behind its end."""
+    with tempfile.TemporaryFile("w+") as out, tempfile.TemporaryFile("w+") as err:
+        process = subprocess.Popen([*PTZCTL, *arguments], stdin=subprocess.PIPE, stdout=out, stderr=err, text=True)
+        process.communicate(text, timeout=DEADLINE)
+        out.seek(0), err.seek(0)
+        return process.returncode, out.read(), err.read()
 
 
 def outcomes(*arguments, text=""):
