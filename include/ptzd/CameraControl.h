@@ -89,7 +89,7 @@ enum class LinkHealth {
   Connecting,
   Untried,  ///< the driver is ready; it asks nothing on connecting, so only the next wish will tell
   Up,       ///< the last exchange went well
-  Lost,     ///< nothing answers; connected again as soon as it does
+  Lost,     ///< nothing answers, or not yet as it should; connected again as soon as it does
 };
 PTZD_API std::string_view Name(LinkHealth health);
 

@@ -808,8 +808,8 @@ void CameraControl::Worker::TryStop(Lock& lock) {
     // Together they end all motion on every make.
     auto head = Call(
         [control](PTZDevice& device) -> std::optional<bool> {
-          ForgetMotion(
-              device);  // some take another stop for a repeat, whether or not the camera took the first
+          // Some take another stop for a repeat, whether or not the camera took the first.
+          ForgetMotion(device);
           control->ContinuousMove(0, 0);
           return std::nullopt;
         },
@@ -849,7 +849,8 @@ void CameraControl::Worker::TryStop(Lock& lock) {
   stop.Last = outcome;
   Motion_ = CameraMotion::Unknown;
   const auto now = steady_clock::now();
-  if (stop.Once) return EndStop(std::move(outcome));
+  // Where the camera answers by now, what it refused is repeated like any other stop.
+  if (stop.Once && Link_ == LinkHealth::Lost) return EndStop(std::move(outcome));
   if (now - stop.Since >= Settings_.StopTime) {
     outcome.Text =
         "the camera could not be stopped, tried " + std::to_string(stop.Tries) + " times: " + outcome.Text;
@@ -892,6 +893,7 @@ void CameraControl::Worker::EndStop(WishOutcome outcome) {
 // The link.
 
 WishOutcome CameraControl::Worker::Open(Lock& lock, bool takesPosition) {
+  const bool wasLost = Link_ == LinkHealth::Lost;
   Link_ = LinkHealth::Connecting;
   ReconnectAt_.reset();
   Changed();
@@ -905,7 +907,7 @@ WishOutcome CameraControl::Worker::Open(Lock& lock, bool takesPosition) {
   if (!Connected_) {
     ErrorNumber_ = outcome.ErrorNumber;
     ErrorText_ = outcome.ErrorText.empty() ? outcome.Text : outcome.ErrorText;
-    if (lost)
+    if (lost || wasLost)  // it may be back, and not ready yet
       LoseLink();
     else
       Link_ = LinkHealth::NotConnected;
@@ -975,7 +977,8 @@ void CameraControl::Worker::LoseLink() {
 
 std::string CameraControl::Worker::LostText() const {
   const auto left = std::chrono::duration<double>(*ReconnectAt_ - steady_clock::now()).count();
-  return "the link is lost (" + std::to_string(ErrorNumber_) + " " + ErrorText_ + "); the next try is in " +
+  const auto number = ErrorNumber_ == 0 ? "" : std::to_string(ErrorNumber_) + " ";
+  return "the link is lost (" + number + ErrorText_ + "); the next try is in " +
          Text(Round(std::max(left, 0.0), 1)) + " s";
 }
 
@@ -1016,14 +1019,18 @@ MemberCall CameraControl::Worker::Call(const Work& work, Lock& lock, Cutting cut
   return call;
 }
 
+CameraPosition CameraControl::Worker::PositionOf(PTZDevice& device) const {
+  CameraPosition position{.Pan = Site_.Pan(device.Pan()), .Tilt = Site_.Tilt(device.Tilt())};
+  if (auto* device2 = dynamic_cast<PTZDevice2*>(&device)) position.Zoom = device2->ZoomLevel();
+  position.When = steady_clock::now();
+  return position;
+}
+
 void CameraControl::Worker::TakePosition(PositionKind unasked, Lock& lock) {
-  float pan = 0, tilt = 0;
-  std::optional<float> zoom;
+  CameraPosition position;
   const auto call = Call(
       [&](PTZDevice& device) -> std::optional<bool> {
-        pan = device.Pan();
-        tilt = device.Tilt();
-        if (auto* device2 = dynamic_cast<PTZDevice2*>(&device)) zoom = device2->ZoomLevel();
+        position = PositionOf(device);
         return std::nullopt;
       },
       lock);
@@ -1031,33 +1038,29 @@ void CameraControl::Worker::TakePosition(PositionKind unasked, Lock& lock) {
   if (call.Raised) return;
   const bool told = !call.Exchanges.empty();
   if (told && !IsDone(JudgeCall(call, std::nullopt).Result)) return;
-  Position_ = {told ? PositionKind::Read : unasked, Site_.Pan(pan), Site_.Tilt(tilt), zoom,
-               steady_clock::now()};
+  position.Kind = told ? PositionKind::Read : unasked;
+  Position_ = position;
   Changed();
 }
 
 WishOutcome CameraControl::Worker::AskPosition(Lock& lock) {
   auto* driver = As<ptzd::Driver>();
   ptzd::Driver::TellingAxes told;
-  float pan = 0, tilt = 0;
-  std::optional<float> zoom;
+  CameraPosition position;
   auto call = Call(
       [&](PTZDevice& device) -> std::optional<bool> {
         if (driver == nullptr) return std::nullopt;
         told = driver->AskPosition();
-        pan = device.Pan();
-        tilt = device.Tilt();
-        if (auto* device2 = dynamic_cast<PTZDevice2*>(&device)) zoom = device2->ZoomLevel();
+        position = PositionOf(device);
         return std::nullopt;
       },
       lock);
   NoteLink(call.Exchanges);
   auto outcome = JudgeCall(std::move(call), std::nullopt);
   if (IsDone(outcome.Result)) {
-    const bool isKnown = told.Pan && told.Tilt;
     TellsZoom_ = told.Zoom;
-    Position_ = {isKnown ? PositionKind::Read : Position_.Kind, Site_.Pan(pan), Site_.Tilt(tilt), zoom,
-                 steady_clock::now()};
+    position.Kind = told.Pan && told.Tilt ? PositionKind::Read : Position_.Kind;
+    Position_ = position;
     Changed();
   }
   return outcome;

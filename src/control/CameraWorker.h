@@ -172,6 +172,8 @@ class CameraControl::Worker {
   // The driver, with the lock let go meanwhile.
   enum class Cutting { Allowed, Forbidden };
   MemberCall Call(const Work& work, Lock& lock, Cutting cutting = Cutting::Allowed);
+  /// What the driver says of its position, as the site has it; of no kind yet.
+  CameraPosition PositionOf(PTZDevice& device) const;
   /// Takes over what the driver says of its position, which it may ask the camera for.
   void TakePosition(PositionKind unasked, Lock& lock);
   /// Asks the camera. The answer's result is `NotSent` where it cannot be asked.

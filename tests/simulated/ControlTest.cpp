@@ -218,6 +218,21 @@ TEST_P(NetworkMover, IsStoppedFirstOfAllWhenItComesBack) {
   EXPECT_TRUE(Comes(false));
 }
 
+/// As a camera that is back before it is ready.
+TEST_P(NetworkMover, IsStoppedWhenItIsBackAndRefusesAtFirst) {
+  if (!GetParam().KnowsLogins) return;  // no HTTP, which alone can refuse
+  auto settings = Settings();
+  settings.StopTime = 20ms;
+  CameraControl control(settings);
+  auto drive = Drive(control);
+  Camera->Faults().Set("refuse");
+  EXPECT_FALSE(IsDone(Await(control.Stop().Done).Result));
+  Camera->Log().Clear();
+  Camera->Faults().Set("next=6,status=503");
+  Camera->Faults().Clear(ptzsim::FaultKind::Refuse);
+  EXPECT_TRUE(Comes(false));
+}
+
 class LoginMover : public EveryMover {};
 
 TEST_P(LoginMover, TellsThatALoginIsWanted) {
