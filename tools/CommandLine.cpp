@@ -6,7 +6,9 @@
 
 #include <ptzd/Version.h>
 
+#include "Connection.h"
 #include "Operations.h"
+#include "Session.h"
 #include "Words.h"
 
 namespace ptzctl {
@@ -258,6 +260,19 @@ void Parse(CLI::App& app, std::vector<std::string> words) {
   }
 }
 
+int ShowList(Report& report, const Outcome& list) {
+  report.Show(list);
+  if (report.Failure().empty()) return 0;
+  report.Warn(report.Failure());
+  return static_cast<int>(Result::Refused);
+}
+
+int ShowDrivers(const Invocation&, Report& report) { return ShowList(report, ListDrivers()); }
+
+int ShowOptions(const Invocation& invocation, Report& report) {
+  return ShowList(report, ListOptions(FindDriver(invocation.Driver)));
+}
+
 }  // namespace
 
 Invocation ParseCommandLine(int argc, char** argv) {
@@ -296,10 +311,10 @@ Invocation ParseCommandLine(int argc, char** argv) {
          "How long it is tried to stop a camera that does not take it; 10s when not given")
       ->type_name("TIME");
 
-  app.add_subcommand("drivers", "The drivers there are")->callback([&] { invocation.What = Task::Drivers; });
+  app.add_subcommand("drivers", "The drivers there are")->callback([&] { invocation.Perform = ShowDrivers; });
   auto* options = app.add_subcommand("options", "The connection options of a driver");
   options->add_option("DRIVER", invocation.Driver, "Axis or QVPTZ.Axis")->type_name("");
-  options->callback([&] { invocation.What = Task::Options; });
+  options->callback([&] { invocation.Perform = ShowOptions; });
 
   const OperationParser operations(app);
 
@@ -309,13 +324,14 @@ Invocation ParseCommandLine(int argc, char** argv) {
                   "Each in quotes: \"move up 5\"; lines of the standard input when not given")
       ->type_name("");
   run->add_flag("--keep-going", invocation.KeepGoing, "Do the others too when one fails");
-  run->callback([&] { invocation.What = Task::Run; });
+  run->callback([&] { invocation.Perform = RunLines; });
   app.add_subcommand("shell", "Operations from the standard input, one per line; goes on when one fails")
-      ->callback([&] { invocation.What = Task::Shell; });
+      ->callback([&] { invocation.Perform = RunShell; });
 
   app.footer(Footer);  // from here on, so that it is not the operations' too
   Parse(app, {argv + 1, argv + argc});
   invocation.Chosen = operations.Chosen();
+  if (!invocation.Perform) invocation.Perform = RunOperation;
   return invocation;
 }
 

@@ -9,6 +9,7 @@
 
 #include "Camera.h"
 #include "Outcome.h"
+#include "Report.h"
 
 namespace ptzctl {
 
@@ -20,19 +21,18 @@ struct Operation {
   bool KeepsPlace = false;
 };
 
-enum class Task { Drivers, Options, Operate, Run, Shell };
-
 /// What a command line asks for.
 struct Invocation {
-  Task What = Task::Operate;
+  std::function<int(const Invocation&, Report&)> Perform;  ///< what the command does; answers the exit code
+
   std::string Driver, Address, Line;
   std::vector<std::string> Options;  ///< "Key=Value"
   bool JSON = false, Trace = false;
   std::chrono::milliseconds StopTime{10000};  ///< how long it is tried to stop a camera that does not take it
 
-  Operation Chosen;                ///< Operate
-  std::vector<std::string> Lines;  ///< Run; empty: those of the standard input
-  bool KeepGoing = false;          ///< Run
+  Operation Chosen;                ///< for a command that is an operation
+  std::vector<std::string> Lines;  ///< of a `run`; empty: those of the standard input
+  bool KeepGoing = false;          ///< of a `run`
 };
 
 /// Somebody asked for help, or for the version; the text is what to tell.

@@ -47,4 +47,7 @@ struct Outcome {
   }
 };
 
+/// A command line, or a line, that is none; its text quotes what was typed.
+Outcome UsageOutcome(const std::string& text);
+
 }  // namespace ptzctl

@@ -1,0 +1,219 @@
+#include "Session.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+#include <utility>
+
+#include "Connection.h"
+#include "ExchangeLog.h"
+#include "LineReader.h"
+#include "Operations.h"
+#include "Words.h"
+
+namespace ptzctl {
+
+ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& report) {
+  const auto& driver = FindDriver(invocation.Driver);
+  ptzd::PropertyBag options;
+  for (const auto& option : invocation.Options) {
+    std::string warning;
+    StoreOption(options, driver, option, warning);
+    if (!warning.empty()) report.Warn(warning);
+  }
+  const bool onLine = !driver.Data->Reads("Address");
+  if (!invocation.Address.empty()) {
+    if (onLine) report.Warn("--address: the driver " + std::string(driver.ProgID) + " reads no address");
+    options.WriteProperty("Address", CheckedAddress(invocation.Address));
+  }
+  ptzd::CameraSettings settings;
+  if (!invocation.Line.empty()) {
+    if (!onLine) report.Warn("--line: the driver " + std::string(driver.ProgID) + " uses no serial line");
+    settings.Ports = UseLine(options, invocation.Line);
+  }
+  settings.Driver = driver.ProgID;
+  settings.Options = options.Contents();
+  // What is sent is what was asked for: nothing is looked at again and again, and nobody else reconnects.
+  settings.WatchesMoves = false;
+  settings.Reconnects = false;
+  settings.StopTime = invocation.StopTime;
+  return settings;
+}
+
+std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,
+                                   const Interruption& interruption) {
+  auto settings = SettingsOf(invocation, report);
+  ptzd::PropertyBag options;
+  options.Contents(settings.Options);
+  const auto address = options.Text("Address");
+  return std::make_unique<Camera>(std::move(settings), address.substr(address.rfind('@') + 1), interruption,
+                                  std::make_shared<ExchangeLog>(invocation.Trace));
+}
+
+Session::Session(Camera& camera, Report& report, Interruption& interruption)
+    : Camera_(camera), Report_(report), Interruption_(interruption) {
+  Camera_.Tell = [this](const Outcome& outcome) {
+    Report_.ShowProgress(outcome);
+    return !IsOver();
+  };
+  Interruption_.OnSignal([this] { Camera_.StopNow(); });
+}
+
+Session::~Session() { Interruption_.OnSignal({}); }
+
+Result Session::Operate(const Operation& operation, bool silent) {
+  try {
+    auto outcome = operation.Perform(Camera_);
+    std::ranges::move(std::exchange(Notes_, {}), std::back_inserter(outcome.Notes));
+    if (!silent || outcome.Result != Result::Done) return Tell(outcome);
+    Notes_ = std::move(outcome.Notes);
+    return outcome.Result;
+  } catch (const Interrupted&) {
+    Outcome outcome;
+    outcome.Operation = operation.Name;
+    outcome.Result = Result::Interrupted;
+    outcome.Signal = Interruption_.Signal();
+    outcome.Text = "interrupted";
+    IsGivenUp_ = !Camera_.MayMove();
+    return Tell(outcome);
+  }
+}
+
+Result Session::Operate(const std::string& line) {
+  try {
+    if (const auto operation = ParseLine(line)) return Operate(*operation);
+    return Result::Done;
+  } catch (const HelpRequest& help) {
+    Outcome outcome;
+    outcome.Operation = "help";
+    outcome.Text = help.what();
+    return Tell(outcome);
+  } catch (const UsageError& error) {
+    return Tell(UsageOutcome(error.what()));
+  }
+}
+
+Result Session::Tell(const Outcome& outcome) {
+  Report_.Show(outcome);
+  if (ExitCode_ == 0) ExitCode_ = outcome.ExitCode();
+  return outcome.Result;
+}
+
+bool Session::IsOver() const { return Interruption_.Came() || !Report_.Failure().empty(); }
+
+int Session::End() {
+  if (Report_.Signal() != 0) Interruption_.Note(Report_.Signal());
+  if (Camera_.MayMove() && (Camera_.IsDriven() || IsOver())) {
+    auto stop = Camera_.Stop();
+    Tell(stop);
+    if (!Report_.Failure().empty()) Report_.Warn(Report_.Failure() + "; " + stop.Text);
+  } else if (!Report_.Failure().empty() && Report_.Signal() == 0) {
+    Report_.Warn(Report_.Failure());
+  }
+  if (Interruption_.Came())
+    ExitCode_ = ExitCodeOf(Interruption_.Signal());
+  else if (!Report_.Failure().empty())
+    ExitCode_ = static_cast<int>(Result::Refused);
+  // What the camera's thread waits for is not needed any more, and may take long.
+  if (IsGivenUp_) std::_Exit(ExitCode_);
+  return ExitCode_;
+}
+
+namespace {
+
+const Operation ConnectFirst{"connect", [](Camera& camera) { return camera.Connect(); }, true};
+
+using NextLine = std::function<std::optional<std::string>()>;
+
+void OperateAll(Session& session, const NextLine& next, bool keepGoing) {
+  if (session.Operate(ConnectFirst) != Result::Done) return;
+  while (const auto line = next()) {
+    if (*line == "quit" || *line == "exit") break;
+    const auto result = session.Operate(*line);
+    if (session.IsOver() || (result != Result::Done && !keepGoing)) break;
+  }
+}
+
+/// Where connecting moves the camera, the place to keep is gone when there is a connection.
+bool RefuseToKeepPlace(Session& session, const Operation& operation) {
+  Outcome outcome;
+  outcome.Operation = operation.Name;
+  outcome.Result = Result::Refused;
+  outcome.Text =
+      "connecting moves this camera away from where it is; move it to its place and save that on one "
+      "connection: run \"move up 5\" \"" +
+      operation.Name + " N\"";
+  session.Tell(outcome);
+  return false;
+}
+
+bool ConnectOnce(Session& session, const Camera& camera, const Operation& operation) {
+  if (operation.Connects) return true;
+  const auto refuses = [&] { return operation.KeepsPlace && camera.MovesToConnect(); };
+  if (refuses()) return RefuseToKeepPlace(session, operation);
+  if (session.Operate(ConnectFirst, true) != Result::Done || session.IsOver()) return false;
+  return !refuses() || RefuseToKeepPlace(session, operation);
+}
+
+void OperateOnce(Session& session, Camera& camera, const Operation& operation) {
+  if (!ConnectOnce(session, camera, operation)) return;
+  session.Operate(operation);
+  if (session.IsOver()) return;
+  if (const auto ended = camera.AwaitDrive()) session.Tell(*ended);
+}
+
+void OperateArguments(Session& session, const Invocation& invocation) {
+  auto line = invocation.Lines.begin();
+  const NextLine next = [&]() -> std::optional<std::string> {
+    if (line == invocation.Lines.end()) return std::nullopt;
+    return *line++;
+  };
+  OperateAll(session, next, invocation.KeepGoing);
+}
+
+void OperateInput(Session& session, const Interruption& interruption, bool shell, bool keepGoing) {
+  LineReader reader(interruption);
+  const NextLine next = [&] {
+    if (shell) std::cerr << "ptzctl> " << std::flush;
+    return reader.Next();
+  };
+  OperateAll(session, next, shell || keepGoing);
+}
+
+/// Makes the camera, has it operated and answers the exit code.
+template <typename Work>
+int RunSession(const Invocation& invocation, Report& report, Work work) {
+  Interruption interruption;
+  const auto camera = MakeCamera(invocation, report, interruption);
+  Session session(*camera, report, interruption);
+  work(session, *camera, interruption);
+  return session.End();
+}
+
+}  // namespace
+
+int RunOperation(const Invocation& invocation, Report& report) {
+  return RunSession(invocation, report, [&](Session& session, Camera& camera, const Interruption&) {
+    OperateOnce(session, camera, invocation.Chosen);
+  });
+}
+
+int RunLines(const Invocation& invocation, Report& report) {
+  for (const auto& line : invocation.Lines) ParseLine(line);  // what is wrong is told before anything moves
+  return RunSession(invocation, report,
+                    [&](Session& session, const Camera&, const Interruption& interruption) {
+                      if (invocation.Lines.empty())
+                        OperateInput(session, interruption, false, invocation.KeepGoing);
+                      else
+                        OperateArguments(session, invocation);
+                    });
+}
+
+int RunShell(const Invocation& invocation, Report& report) {
+  return RunSession(invocation, report,
+                    [](Session& session, const Camera&, const Interruption& interruption) {
+                      OperateInput(session, interruption, true, true);
+                    });
+}
+
+}  // namespace ptzctl
