@@ -1,4 +1,5 @@
-# The libraries that are headers only: Boost::headers, nlohmann_json::nlohmann_json and CLI11::CLI11.
+# The libraries that are headers only: Boost::headers, nlohmann_json::nlohmann_json,
+# CLI11::CLI11 and tomlplusplus::tomlplusplus.
 #
 # A cross compiler may not look into this machine's /usr/include, where the system's own headers lie beside
 # them. It gets a folder with links to just these.
@@ -6,10 +7,12 @@ if(NOT CMAKE_CROSSCOMPILING)
   find_package(Boost 1.74 REQUIRED)
   find_package(nlohmann_json REQUIRED)
   find_package(CLI11 REQUIRED)
+  find_package(tomlplusplus REQUIRED)
 elseif(NOT TARGET Boost::headers)
   set(HEADER_LIBRARIES ${CMAKE_BINARY_DIR}/header-libraries)
-  foreach(library Boost::headers:boost nlohmann_json::nlohmann_json:nlohmann CLI11::CLI11:CLI)
-    string(REGEX MATCH "^(.*):([A-Za-z]+)$" matched ${library})
+  foreach(library Boost::headers:boost nlohmann_json::nlohmann_json:nlohmann CLI11::CLI11:CLI
+                  tomlplusplus::tomlplusplus:toml++)
+    string(REGEX MATCH "^(.*):([A-Za-z+]+)$" matched ${library})
     set(target ${CMAKE_MATCH_1})
     set(folder ${CMAKE_MATCH_2})
     find_path(HEADERS_OF_${folder} ${folder} PATHS /usr/local/include /usr/include NO_DEFAULT_PATH

@@ -20,7 +20,8 @@ constexpr char Footer[] =
     "  ptzctl drivers\n"
     "  ptzctl options Axis\n"
     "  ptzctl --driver Axis --address 192.168.0.90 info\n"
-    "  ptzctl --driver Axis --address user:pass@192.168.0.90:8080 -o Port=2 move up-left 5\n"
+    "  ptzctl --driver Axis --address 192.168.0.90:8080 --user operator -o Port=2 move up-left 5\n"
+    "  ptzctl @gate move-to 10 -20\n"
     "  ptzctl --driver Axis --address 192.168.0.90 move-to 10 -20 1.5\n"
     "  ptzctl --driver Axis --address 192.168.0.90 continuous 10 0 --for 2s\n"
     "  ptzctl --driver Axis --address 192.168.0.90 run \"preset goto 3\" \"wait 2s\" \"zoom in\"\n"
@@ -50,6 +51,7 @@ constexpr char LeaveHelp[] = "Let it move on when ptzctl has ended, until: ptzct
 constexpr char WaitHelp[] =
     "Wait until the camera is at rest, at most this long (60s when not given), and tell whether it arrived; "
     "stands behind all else";
+constexpr char CameraOption[] = "--camera";
 constexpr char Device2Help[] = "Call the member of PTZDevice2 instead of the one of PTZDevice";
 
 using Perform = Outcome (*)(Camera&, const Arguments&);
@@ -214,6 +216,19 @@ void SpellOutNumbers(std::vector<std::string>& words) {
     if (word.size() > 2 && word.starts_with("-.") && word[2] >= '0' && word[2] <= '9') word.insert(1, "0");
 }
 
+/// "@gate" before the command is short for a camera of that name.
+void SpellOutCamera(const CLI::App& app, std::vector<std::string>& words) {
+  const auto isCommand = [&](const std::string& word) {
+    return !app.get_subcommands([&](const CLI::App* command) { return command->check_name(word); }).empty();
+  };
+  const auto command = std::ranges::find_if(words, isCommand);
+  const auto name =
+      std::find_if(words.begin(), command, [](const auto& word) { return word.starts_with('@'); });
+  if (name == command) return;
+  if (name->size() == 1) throw UsageError("@: the name of a camera is missing");
+  *name = CameraOption + ("=" + name->substr(1));
+}
+
 /// The command that was being read when the parser stopped.
 const CLI::App& Innermost(const CLI::App& app) {
   const auto chosen = app.get_subcommands();
@@ -270,7 +285,7 @@ int ShowList(Report& report, const Outcome& list) {
 int ShowDrivers(const Invocation&, Report& report) { return ShowList(report, ListDrivers()); }
 
 int ShowOptions(const Invocation& invocation, Report& report) {
-  return ShowList(report, ListOptions(FindDriver(invocation.Driver)));
+  return ShowList(report, ListOptions(DriverOf(invocation)));
 }
 
 }  // namespace
@@ -284,6 +299,14 @@ Invocation ParseCommandLine(int argc, char** argv) {
   app.set_version_flag("--version", "ptzctl " PTZD_VERSION);
   app.require_subcommand(1);
   app.fallthrough();
+  app.add_option(CameraOption, invocation.Camera,
+                 "A camera that cameras.toml tells of (see ptzctl cameras); before the command also as @NAME")
+      ->type_name("NAME")
+      ->take_last();
+  app.add_option("--cameras", invocation.CameraFile, "That file, instead of the user's and the machine's")
+      ->envname("PTZD_CAMERAS")
+      ->type_name("FILE")
+      ->take_last();
   app.add_option("--driver", invocation.Driver,
                  "Driver of the camera's make: Axis or QVPTZ.Axis, in any case")
       ->type_name("NAME")
@@ -292,6 +315,11 @@ Invocation ParseCommandLine(int argc, char** argv) {
                  "The camera: HOST, HOST:PORT or USER:PASSWORD@HOST:PORT; short for -o Address=...")
       ->type_name("CAMERA")
       ->take_last();
+  app.add_option("--user", invocation.User,
+                 "Who logs in; the password comes from the environment's PTZD_PASSWORD, or is asked for")
+      ->type_name("NAME")
+      ->take_last();
+  app.add_flag("--ask-password", invocation.AskPassword, "Ask for the password, whatever is known of it");
   app.add_option("--line", invocation.Line,
                  "The serial line of a camera on one: a device like /dev/ttyUSB0, or a port number")
       ->type_name("DEVICE")
@@ -329,7 +357,9 @@ Invocation ParseCommandLine(int argc, char** argv) {
       ->callback([&] { invocation.Perform = RunShell; });
 
   app.footer(Footer);  // from here on, so that it is not the operations' too
-  Parse(app, {argv + 1, argv + argc});
+  std::vector<std::string> words(argv + 1, argv + argc);
+  SpellOutCamera(app, words);
+  Parse(app, std::move(words));
   invocation.Chosen = operations.Chosen();
   if (!invocation.Perform) invocation.Perform = RunOperation;
   return invocation;

@@ -25,7 +25,10 @@ struct Operation {
 struct Invocation {
   std::function<int(const Invocation&, Report&)> Perform;  ///< what the command does; answers the exit code
 
-  std::string Driver, Address, Line;
+  std::string Camera;      ///< the name of one that a file tells of
+  std::string CameraFile;  ///< that tells of them; empty: the usual ones
+  std::string Driver, Address, Line, User;
+  bool AskPassword = false;
   std::vector<std::string> Options;  ///< "Key=Value"
   bool JSON = false, Trace = false;
   std::chrono::milliseconds StopTime{10000};  ///< how long it is tried to stop a camera that does not take it

@@ -10,29 +10,95 @@
 #include "LineReader.h"
 #include "Operations.h"
 #include "Words.h"
+#include "cameras/CameraList.h"
+#include "drivers/kit/AddressLogins.h"
+#include "platform/Terminal.h"
 
 namespace ptzctl {
 
-ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& report) {
-  const auto& driver = FindDriver(invocation.Driver);
+namespace {
+
+/// From here on nothing that is told shows the login of an address, for as long as ptzctl runs.
+void KeepMasked(const std::string& address) {
+  static std::vector<ptzd::Login> logins;
+  static ptzd::MaskedLogins masked;
+  std::ranges::move(ptzd::LoginsOf(address), std::back_inserter(logins));
+  masked.Set(logins);
+}
+
+ptzd::NamedCamera FindCamera(const Invocation& invocation) {
+  return ptzd::CameraList(invocation.CameraFile).Find(invocation.Camera);
+}
+
+/// The camera of a name, or one that only the command line tells of.
+ptzd::NamedCamera CameraOf(const Invocation& invocation) {
+  ptzd::NamedCamera camera;
+  if (invocation.Camera.empty()) {
+    camera.Settings.Driver = FindDriver(invocation.Driver).ProgID;
+    camera.Settings.Options = ptzd::PropertyBag().Contents();
+    camera.Name = invocation.Address;
+  } else {
+    if (!invocation.Driver.empty())
+      throw UsageError("--driver: the camera " + Printable(invocation.Camera) + " has a driver of its own");
+    camera = FindCamera(invocation);
+  }
+  return camera;
+}
+
+/// Who logs in there, and how the password is come by, where the command line says so.
+void TakeLogin(ptzd::NamedCamera& camera, const Invocation& invocation) {
+  if (camera.Address.find('@') != std::string::npos) {  // it has its own
+    if (!invocation.User.empty() || invocation.AskPassword)
+      throw UsageError("--user and --ask-password: the address has a user already");
+    camera.User.clear();
+    return;
+  }
+  if (!invocation.User.empty() && invocation.User != camera.User) {
+    camera.User = invocation.User;
+    camera.Password = {};
+  }
+  if (invocation.AskPassword) camera.Password = {ptzd::PasswordSource::Kind::Asked, {}};
+  if (invocation.AskPassword && camera.User.empty())
+    throw UsageError("--ask-password: --user is missing: whose password is it?");
+  if (!camera.User.empty() && camera.Address.empty())
+    throw UsageError("--user: there is no address to log in at");
+}
+
+}  // namespace
+
+const ptzd::DriverClass& DriverOf(const Invocation& invocation) {
+  return FindDriver(invocation.Camera.empty() ? invocation.Driver : FindCamera(invocation).Settings.Driver);
+}
+
+ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& report,
+                                const Interruption* interruption) {
+  auto camera = CameraOf(invocation);
+  const auto& driver = FindDriver(camera.Settings.Driver);
   ptzd::PropertyBag options;
+  options.Contents(camera.Settings.Options);
   for (const auto& option : invocation.Options) {
     std::string warning;
     StoreOption(options, driver, option, warning);
     if (!warning.empty()) report.Warn(warning);
   }
   const bool onLine = !driver.Data->Reads("Address");
+  if (const auto address = options.Text("Address"); !address.empty()) camera.Address = address;
   if (!invocation.Address.empty()) {
     if (onLine) report.Warn("--address: the driver " + std::string(driver.ProgID) + " reads no address");
-    options.WriteProperty("Address", CheckedAddress(invocation.Address));
+    camera.Address = CheckedAddress(invocation.Address);
   }
-  ptzd::CameraSettings settings;
   if (!invocation.Line.empty()) {
     if (!onLine) report.Warn("--line: the driver " + std::string(driver.ProgID) + " uses no serial line");
-    settings.Ports = UseLine(options, invocation.Line);
+    camera.Line = invocation.Line;
   }
-  settings.Driver = driver.ProgID;
-  settings.Options = options.Contents();
+  TakeLogin(camera, invocation);
+  camera.Settings.Options = options.Contents();
+  auto settings = ptzd::SettingsOf(camera, [&](const std::string& question) {
+    return ptzd::AskAtTerminal(question, false,
+                               [&] { return interruption != nullptr && interruption->Came(); });
+  });
+  options.Contents(settings.Options);
+  KeepMasked(options.Text("Address"));
   // What is sent is what was asked for: nothing is looked at again and again, and nobody else reconnects.
   settings.WatchesMoves = false;
   settings.Reconnects = false;
@@ -41,13 +107,16 @@ ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& repo
 }
 
 std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,
-                                   const Interruption& interruption) {
-  auto settings = SettingsOf(invocation, report);
+                                   const Interruption& interruption) try {
+  auto settings = SettingsOf(invocation, report, &interruption);
   ptzd::PropertyBag options;
   options.Contents(settings.Options);
   const auto address = options.Text("Address");
   return std::make_unique<Camera>(std::move(settings), address.substr(address.rfind('@') + 1), interruption,
                                   std::make_shared<ExchangeLog>(invocation.Trace));
+} catch (const UsageError&) {
+  if (interruption.Came()) throw Interrupted();
+  throw;
 }
 
 Session::Session(Camera& camera, Report& report, Interruption& interruption)
@@ -184,7 +253,12 @@ void OperateInput(Session& session, const Interruption& interruption, bool shell
 template <typename Work>
 int RunSession(const Invocation& invocation, Report& report, Work work) {
   Interruption interruption;
-  const auto camera = MakeCamera(invocation, report, interruption);
+  std::unique_ptr<Camera> camera;
+  try {
+    camera = MakeCamera(invocation, report, interruption);
+  } catch (const Interrupted&) {
+    return ExitCodeOf(interruption.Signal());
+  }
   Session session(*camera, report, interruption);
   work(session, *camera, interruption);
   return session.End();

@@ -13,9 +13,14 @@
 
 namespace ptzctl {
 
-/// How to reach the camera that a command line names; warns of what is odd about it. Raises `UsageError`.
-ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& report);
-/// The camera that a command line names, not connected yet. Raises `UsageError`.
+/// The driver of the camera that a command line names. Raises `UsageError`.
+const ptzd::DriverClass& DriverOf(const Invocation& invocation);
+/// How to reach the camera that a command line names; warns of what is odd about it. May ask for a password,
+/// until there is an interruption. Raises `UsageError`.
+ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& report,
+                                const Interruption* interruption = nullptr);
+/// The camera that a command line names, not connected yet. Raises `UsageError`, and `Interrupted` while a
+/// password is asked for.
 std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,
                                    const Interruption& interruption);
 

@@ -1,16 +1,15 @@
 #include "platform/posix/AnnouncementFiles.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <string_view>
 
 #include <ptzd/Logging.h>
+#include "platform/ConfigurationFolders.h"
 
 namespace ptzd {
 
 namespace {
 
-constexpr const char* MachineFile = "/etc/ptzd/drivers";
 constexpr std::string_view Blanks = " \t\r";
 constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
 
@@ -43,17 +42,13 @@ std::vector<Announcement> ReadFile(const std::filesystem::path& path) {
 }
 
 std::filesystem::path UserFile() {
-  // Found out at every reading, since a host may change its environment.
-  if (const char* config = std::getenv("XDG_CONFIG_HOME"); config != nullptr && *config != '\0')
-    return std::filesystem::path(config) / "ptzd/drivers";
-  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0')
-    return std::filesystem::path(home) / ".config/ptzd/drivers";
-  return {};
+  const auto folder = UserConfigurationFolder();
+  return folder.empty() ? folder : folder / "drivers";
 }
 
 class SystemAnnouncements final : public DriverAnnouncements {
  public:
-  std::vector<Announcement> Machine() override { return ReadFile(MachineFile); }
+  std::vector<Announcement> Machine() override { return ReadFile(MachineConfigurationFolder() / "drivers"); }
   std::vector<Announcement> User() override { return ReadFile(UserFile()); }
 };
 

@@ -1,0 +1,338 @@
+#include "cameras/CameraFile.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <string_view>
+
+// Exceptions are how it tells of errors; nothing here writes TOML with it.
+#define TOML_ENABLE_FORMATTERS 0
+#include <toml++/toml.h>
+
+#include <ptzd/PropertyBag.h>
+#include "cameras/ConnectionOptions.h"
+#include "cameras/InputWords.h"
+#include "common/Nearest.h"
+#include "common/Numbers.h"
+#include "common/Printable.h"
+#include "platform/ConfigurationFolders.h"
+
+namespace ptzd {
+
+namespace {
+
+constexpr std::string_view Top = "camera";
+
+constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool IsLetter(char c) { return LowerASCII(c) >= 'a' && LowerASCII(c) <= 'z'; }
+
+/// Reads one file.
+class Reader {
+ public:
+  Reader(const std::string& file, const std::string& openness) : File_(file), Openness_(openness) {}
+
+  std::vector<NamedCamera> Cameras(const toml::table& document) const;
+
+ private:
+  using Kind = PasswordSource::Kind;
+
+  [[noreturn]] void Fail(const toml::source_region& at, const std::string& problem) const {
+    throw InputError(File_ + ":" + std::to_string(at.begin.line) + ":" + std::to_string(at.begin.column) +
+                     ": " + problem);
+  }
+  [[noreturn]] void FailUnknown(const toml::key& key, const std::string& what,
+                                const std::vector<std::string>& known) const {
+    Fail(key.source(), what + " \"" + Printable(key.str()) + "\" is not known" + DoYouMean(key.str(), known));
+  }
+  [[noreturn]] void FailType(const toml::node& node, const std::string& what, const char* expected) const {
+    Fail(node.source(), what + ": expected " + expected + ", not " + KindOf(node));
+  }
+  static const char* KindOf(const toml::node& node);
+
+  const toml::table& Table(const toml::node& node, const std::string& what) const {
+    if (const auto* table = node.as_table()) return *table;
+    FailType(node, what, "a table");
+  }
+  std::string TextAt(const toml::node& node, const std::string& what) const;
+  bool BooleanAt(const toml::node& node, const std::string& what) const {
+    if (const auto* value = node.as_boolean()) return value->get();
+    FailType(node, what, "true or false");
+  }
+  float NumberAt(const toml::node& node, const std::string& what) const;
+  std::int32_t WholeNumberAt(const toml::node& node, const std::string& what) const;
+  CameraLimits LimitsAt(const toml::node& node, const std::string& what) const;
+  std::map<std::string, std::int32_t> PresetsAt(const toml::node& node, const std::string& what) const;
+  Bytes OptionsAt(const toml::node& node, const DriverClass& driver, const std::string& what) const;
+  Variant OptionAt(const toml::node& node, const PTZOption& option, const std::string& what) const;
+  PasswordSource PasswordAt(const std::string& key, const toml::node& node, const std::string& what) const;
+  std::string PathAt(const toml::node& node, const std::string& what) const;
+  NamedCamera CameraAt(const std::string& name, const toml::table& table) const;
+
+  const std::string& File_;
+  const std::string& Openness_;
+};
+
+const char* Reader::KindOf(const toml::node& node) {
+  switch (node.type()) {
+    case toml::node_type::string:
+      return "a text";
+    case toml::node_type::integer:
+      return "a whole number";
+    case toml::node_type::floating_point:
+      return "a number with a point";
+    case toml::node_type::boolean:
+      return "true or false";
+    case toml::node_type::array:
+      return "a list";
+    case toml::node_type::table:
+      return "a table";
+    default:
+      return "a date or time";
+  }
+}
+
+std::string Reader::TextAt(const toml::node& node, const std::string& what) const {
+  const auto* text = node.as_string();
+  if (text == nullptr) FailType(node, what, "a text in quotes");
+  if (text->get().empty()) Fail(node.source(), what + ": the text is empty");
+  if (Printable(text->get()) != text->get()) Fail(node.source(), what + ": the text has control characters");
+  return text->get();
+}
+
+float Reader::NumberAt(const toml::node& node, const std::string& what) const {
+  const auto value = node.is_number() ? node.value<double>() : std::nullopt;
+  if (!value) FailType(node, what, "a number");
+  if (!(std::abs(*value) <= std::numeric_limits<float>::max()))
+    Fail(node.source(), what + ": the number is too large");
+  return static_cast<float>(*value);
+}
+
+std::int32_t Reader::WholeNumberAt(const toml::node& node, const std::string& what) const {
+  const auto* value = node.as_integer();
+  if (value == nullptr) FailType(node, what, "a whole number");
+  using Limits = std::numeric_limits<std::int32_t>;
+  if (value->get() < Limits::min() || value->get() > Limits::max())
+    Fail(node.source(), what + ": the number is too large");
+  return static_cast<std::int32_t>(value->get());
+}
+
+CameraLimits Reader::LimitsAt(const toml::node& node, const std::string& what) const {
+  const auto* list = node.as_array();
+  if (list == nullptr || list->size() != 2) FailType(node, what, "a list of two numbers such as [-90, 90]");
+  const CameraLimits limits{NumberAt(*list->get(0), what), NumberAt(*list->get(1), what)};
+  if (!(limits.Least < limits.Greatest))
+    Fail(node.source(), what + ": expected the lesser number first, not " + Text(limits.Least) + " before " +
+                            Text(limits.Greatest));
+  return limits;
+}
+
+std::map<std::string, std::int32_t> Reader::PresetsAt(const toml::node& node, const std::string& what) const {
+  std::map<std::string, std::int32_t> presets;
+  for (const auto& [key, value] : Table(node, what)) {
+    const std::string name(key.str());
+    if (name.empty() || Printable(name) != name || IsDigit(name[0]) || name.find_first_of("+-.") == 0)
+      Fail(key.source(),
+           what + ": expected a name that begins as no number does, not \"" + Printable(name) + "\"");
+    const auto number = WholeNumberAt(value, what + " " + name);
+    if (number < 0) Fail(value.source(), what + " " + name + ": presets are counted from 0");
+    presets[name] = number;
+  }
+  return presets;
+}
+
+Variant Reader::OptionAt(const toml::node& node, const PTZOption& option, const std::string& what) const {
+  const auto type = option.OType();
+  if (type == OptionBoolean) return BooleanAt(node, what);
+  const bool choice = type == OptionChoiceIndex || type == OptionChoiceText;
+  Variant value;
+  if (type == OptionInteger)
+    value = WholeNumberAt(node, what);
+  else if (choice && !node.is_integer() && !node.is_string())
+    FailType(node, what, "one of the option's choices");
+  else
+    value = choice && node.is_integer() ? std::to_string(node.as_integer()->get()) : TextAt(node, what);
+  try {
+    if (choice) value = ReadOption(option, std::get<std::string>(value));
+  } catch (const InputError& error) {
+    Fail(node.source(), what + ": " + error.what());
+  }
+  if (const auto warning = RangeWarning(option, value); !warning.empty()) Fail(node.source(), warning);
+  return value;
+}
+
+Bytes Reader::OptionsAt(const toml::node& node, const DriverClass& driver, const std::string& what) const {
+  PropertyBag bag;
+  const auto known = OptionsOf(driver);
+  std::vector<std::string> names;
+  for (const auto& option : known) names.push_back(option.Name());
+  for (const auto& [key, value] : Table(node, what)) {
+    const auto option = std::ranges::find(known, std::string(key.str()), &PTZOption::Name);
+    if (option == known.end())
+      FailUnknown(key, "the option of the driver " + std::string(driver.ProgID), names);
+    if (option->Name() == "Address" || option->Name() == "COMPort")
+      Fail(key.source(), what + ": expected this as " + (option->Name() == "Address" ? "address" : "line") +
+                             " of the camera, not as an option");
+    bag.WriteProperty(option->Name(), OptionAt(value, *option, what + " " + option->Name()));
+  }
+  return bag.Contents();
+}
+
+std::string Reader::PathAt(const toml::node& node, const std::string& what) const {
+  const auto text = TextAt(node, what);
+  if (text.starts_with("~/")) return TextOf(HomeFolder() / PathOf(text.substr(2)));
+  return TextOf(PathOf(File_).parent_path() / PathOf(text));
+}
+
+PasswordSource Reader::PasswordAt(const std::string& key, const toml::node& node,
+                                  const std::string& what) const {
+  if (key == "password_env") return {Kind::Environment, TextAt(node, what)};
+  if (key == "password_file") return {Kind::File, PathAt(node, what)};
+  if (key == "password") {
+    if (!node.is_string()) FailType(node, what, "a text in quotes");
+    if (!Openness_.empty()) Fail(node.source(), what + ": no password may stand in this file: " + Openness_);
+    return {Kind::Here, node.as_string()->get()};
+  }
+  const bool is = BooleanAt(node, what);
+  if (!is) Fail(node.source(), what + ": expected true, or no such line");
+  return {key == "password_keyring" ? Kind::Keyring : Kind::Asked, {}};
+}
+
+NamedCamera Reader::CameraAt(const std::string& name, const toml::table& table) const {
+  static const std::vector<std::string> known = {
+      "driver",     "address",      "line",          "options",          "user",
+      "password",   "password_env", "password_file", "password_keyring", "password_prompt",
+      "invert_pan", "invert_tilt",  "pan_limits",    "tilt_limits",      "zoom_limits",
+      "presets"};
+  NamedCamera camera{.Name = name, .File = File_};
+  const auto whose = "camera " + name;
+  const auto* driverNode = table.get("driver");
+  if (driverNode == nullptr) Fail(table.source(), whose + ": expected a driver, such as driver = \"Axis\"");
+  const DriverClass* driver = nullptr;
+  try {
+    driver = &DriverNamed(TextAt(*driverNode, whose + ", driver"));
+  } catch (const InputError& error) {
+    const std::string text = error.what();
+    if (text.starts_with(File_ + ":")) throw;
+    Fail(driverNode->source(), whose + ": " + text);
+  }
+  auto& settings = camera.Settings;
+  settings.Driver = driver->ProgID;
+  settings.Options = PropertyBag().Contents();
+  const toml::key* passwordKey = nullptr;
+  for (const auto& [key, node] : table) {
+    const std::string word(key.str());
+    const auto what = whose + ", " + word;
+    if (word == "address" || word == "line") {
+      const bool onLine = !driver->Data->Reads("Address");
+      if (onLine != (word == "line"))
+        Fail(key.source(), what + ": the driver " + std::string(driver->ProgID) +
+                               (onLine ? " reads no address; expected a line" : " uses no serial line"));
+      try {
+        if (onLine)
+          camera.Line = node.is_integer() ? std::to_string(WholeNumberAt(node, what)) : TextAt(node, what);
+        else
+          camera.Address = CheckedAddress("address", TextAt(node, what));
+      } catch (const InputError& error) {
+        const std::string text = error.what();
+        if (text.starts_with(File_ + ":")) throw;
+        Fail(node.source(), whose + ", " + text);
+      }
+      if (camera.Address.find('@') != std::string::npos)
+        Fail(node.source(),
+             what +
+                 ": expected HOST or HOST:PORT; a user and where the password comes from have keys "
+                 "of their own");
+    } else if (word == "options") {
+      settings.Options = OptionsAt(node, *driver, what);
+    } else if (word == "user") {
+      camera.User = TextAt(node, what);
+      if (!camera.User.empty() && !driver->Data->Reads("Address"))
+        Fail(key.source(), what + ": nobody logs in on a serial line");
+    } else if (word.starts_with("password") && std::ranges::find(known, word) != known.end()) {
+      if (passwordKey != nullptr)
+        Fail(key.source(), what + ": expected one source of the password, and there is " +
+                               std::string(passwordKey->str()) + " already");
+      passwordKey = &key;
+      camera.Password = PasswordAt(word, node, what);
+    } else if (word == "invert_pan") {
+      settings.InvertPan = BooleanAt(node, what);
+    } else if (word == "invert_tilt") {
+      settings.InvertTilt = BooleanAt(node, what);
+    } else if (word == "pan_limits") {
+      settings.PanLimits = LimitsAt(node, what);
+    } else if (word == "tilt_limits") {
+      settings.TiltLimits = LimitsAt(node, what);
+    } else if (word == "zoom_limits") {
+      settings.ZoomLimits = LimitsAt(node, what);
+    } else if (word == "presets") {
+      settings.Presets = PresetsAt(node, what);
+    } else if (word != "driver") {
+      FailUnknown(key, whose + ": the key", known);
+    }
+  }
+  if (camera.Address.empty() && camera.Line.empty())
+    Fail(table.source(), whose + ": expected " + (driver->Data->Reads("Address") ? "an address" : "a line"));
+  if (passwordKey != nullptr && camera.User.empty())
+    Fail(passwordKey->source(), whose + ": expected a user beside " + std::string(passwordKey->str()));
+  return camera;
+}
+
+std::vector<NamedCamera> Reader::Cameras(const toml::table& document) const {
+  std::vector<NamedCamera> cameras;
+  for (const auto& [key, node] : document) {
+    if (key.str() != Top)
+      Fail(key.source(), "expected cameras as [camera.NAME], not \"" + Printable(key.str()) + "\"");
+    for (const auto& [nameKey, table] : Table(node, "camera")) {
+      const std::string name(nameKey.str());
+      try {
+        CheckCameraName(name);
+      } catch (const InputError& error) {
+        Fail(nameKey.source(), error.what());
+      }
+      for (const auto& other : cameras)
+        if (EqualsIgnoringCase(other.Name, name))
+          Fail(nameKey.source(), "camera " + name + ": expected another name, since there is " + other.Name);
+      cameras.push_back(CameraAt(name, Table(table, "camera " + name)));
+    }
+  }
+  return cameras;
+}
+
+toml::table Parse(const std::string& text, const std::string& file) {
+  try {
+    return toml::parse(text, file);
+  } catch (const toml::parse_error& error) {
+    const auto at = error.source().begin;
+    auto problem = std::string(error.description());
+    // What the library quotes may be a part of a password.
+    std::size_t begin = 0;
+    for (toml::source_index line = 1; line < at.line && begin < text.size(); ++line)
+      begin = text.find('\n', begin) + 1;
+    const auto line = text.substr(begin, text.find('\n', begin) - begin);
+    if (line.find("password") != std::string::npos) problem = "expected a key, \"=\" and a text in quotes";
+    throw InputError(file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": " +
+                     Printable(problem));
+  }
+}
+
+}  // namespace
+
+void CheckCameraName(const std::string& name) {
+  constexpr std::size_t longest = 64;
+  const auto fits = [](char c) { return IsLetter(c) || IsDigit(c) || c == '-' || c == '_' || c == '.'; };
+  if (!name.empty() && name.size() <= longest && (IsLetter(name[0]) || IsDigit(name[0])) &&
+      std::ranges::all_of(name, fits))
+    return;
+  throw InputError(
+      "\"" + Printable(name.substr(0, longest)) +
+      "\" is no name for a camera: expected letters, digits, \"-\", \"_\" and \".\", a letter or digit "
+      "first, 64 at most");
+}
+
+std::vector<NamedCamera> ReadCameras(const std::string& text, const std::string& file,
+                                     const std::string& openness) {
+  return Reader(file, openness).Cameras(Parse(text, file));
+}
+
+}  // namespace ptzd

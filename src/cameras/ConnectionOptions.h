@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <ptzd/DriverFactory.h>
+#include <ptzd/PTZOption.h>
+#include <ptzd/PropertyBag.h>
+#include <ptzd/SerialPortPool.h>
+
+namespace ptzd {
+
+/// The driver class of a ProgID or of what follows its "QVPTZ.", in any case of letters. Raises `InputError`,
+/// which names the nearest.
+const DriverClass& DriverNamed(const std::string& name);
+
+/// The options that the driver describes.
+std::vector<PTZOption> DescribedOptions(const DriverClass& driver);
+/// The options that a driver reads besides, shared by many makes.
+std::vector<PTZOption> CommonOptions(const DriverClass& driver);
+/// Both.
+std::vector<PTZOption> OptionsOf(const DriverClass& driver);
+
+/// What a word means as the value of an option. Raises `InputError` for one of another kind.
+Variant ReadOption(const PTZOption& option, const std::string& word);
+/// What to say of a number outside the range that the driver describes; empty where it is inside.
+std::string RangeWarning(const PTZOption& option, const Variant& value);
+
+/// The address, which stands behind "http://" as it is. Raises `InputError`, which begins with `name`, for
+/// one with a scheme or a path.
+const std::string& CheckedAddress(const std::string& name, const std::string& address);
+
+/// Has the driver use a serial line: a port number, or any device, which stands for a number in the pool that
+/// is answered. Raises `InputError` for a number that is none of a port.
+std::shared_ptr<SerialPortPool> UseLine(PropertyBag& bag, const std::string& line);
+
+}  // namespace ptzd

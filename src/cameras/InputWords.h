@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "common/ASCII.h"
+
+namespace ptzd {
+
+/// What somebody wrote, on a command line or in a file, is not what can stand there; the text says what is
+/// wrong with it.
+class InputError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What a word means. `name` is what the word stands for; all raise `InputError`, which names both.
+float ReadNumber(std::string_view name, std::string_view word);
+std::int32_t ReadWholeNumber(std::string_view name, std::string_view word);
+bool ReadBoolean(std::string_view name, std::string_view word);
+
+/// Raises `InputError`: what it stands for, the word, and why it cannot be.
+[[noreturn]] void Refuse(std::string_view name, std::string_view word, const std::string& why);
+
+/// The number that the whole of a word spells; infinity where it is too large.
+std::optional<double> WholeTextNumber(std::string_view word);
+
+template <typename Value>
+struct Word {
+  std::string_view Text;
+  Value Means;
+};
+
+/// What a word of a table means, in any case of letters. Raises `InputError` for one that is not there.
+template <typename Value, std::size_t Count>
+Value MeaningOf(const Word<Value> (&words)[Count], std::string_view name, std::string_view word) {
+  std::string known;
+  for (const auto& candidate : words) {
+    if (EqualsIgnoringCase(candidate.Text, word)) return candidate.Means;
+    known.append(known.empty() ? "" : ", ").append(candidate.Text);
+  }
+  Refuse(name, word, "is none of " + known);
+}
+
+}  // namespace ptzd
