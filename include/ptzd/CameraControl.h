@@ -168,6 +168,9 @@ struct CameraTask {
   bool KnowsTarget = false;
   /// Where `Work` sends the camera. Is refused where it cannot go there; `Work` itself is not turned around.
   CameraPlace To{};
+  /// By how much `Work` moves the camera, in the site's signs. Is refused where that leads out of the site's
+  /// limits, as far as the position is known; `Work` itself is not turned around.
+  CameraPlace By{};
   /// How long the camera is watched until it rests, 0 being not at all. Absent: as the settings say.
   std::optional<std::chrono::milliseconds> RestTime{};
 };

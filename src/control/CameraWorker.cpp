@@ -75,6 +75,13 @@ CameraPlace PlaceOf(const CameraRequest& request) {
   return {target.Pan, target.Tilt, target.Zoom};
 }
 
+/// Whether what becomes of it within limits depends on where the camera is.
+bool DependsOnPlace(const CameraRequest& request) {
+  using Kind = CameraRequest::Kind;
+  const auto& by = request.Task.By;
+  return request.What == Kind::Drive || request.What == Kind::Step || by.Pan || by.Tilt || by.Zoom;
+}
+
 void ForgetMotion(PTZDevice& device) {
   if (auto* driver = dynamic_cast<Driver*>(&device)) driver->ForgetMotion();
 }
@@ -201,7 +208,7 @@ bool CameraControl::Worker::Step(Lock& lock) {
     Look(lock);
     return true;
   }
-  if (Drive_ && Settings_.WatchesMoves && FollowAt_ <= now && !Stop_) {
+  if (Follows() && FollowAt_ <= now && !Stop_) {
     FollowDrive(lock);
     return true;
   }
@@ -214,7 +221,7 @@ CameraControl::Worker::TimePoint CameraControl::Worker::NextDue() const {
   if (ReconnectAt_) due = std::min(due, *ReconnectAt_);
   if (Watch_) due = std::min(due, Watch_->Next);
   if (Drive_ && Drive_->Terms->Lease != 0ms) due = std::min(due, Drive_->Terms->LeaseEnds);
-  if (Drive_ && Settings_.WatchesMoves) due = std::min(due, FollowAt_);
+  if (Follows()) due = std::min(due, FollowAt_);
   return due;
 }
 
@@ -360,6 +367,7 @@ void CameraControl::Worker::Do(CameraRequest request, Lock& lock) {
     return request.Tickets.Done({.Result = WishResult::NotReached,
                                  .Text = "the camera has not taken the stop yet: " + Stop_->Last.Text});
   if (!EnsureConnected(request, lock)) return;
+  if (DependsOnPlace(request)) LocateForLimits(lock);
   if (Ending_) return request.Tickets.Done(Abandoned());
   if (Stop_) {  // meanwhile
     if (request.Moves())
@@ -521,7 +529,9 @@ std::optional<CameraTask> CameraControl::Worker::TaskOf(CameraRequest& request) 
                         .Sends = false};
     default: {
       const auto& to = request.Task.To;
-      if (const auto refusal = Site_.Refusal(to, Data_)) return refuse(WishResult::OutOfRange, *refusal);
+      auto refusal = Site_.Refusal(to, Data_);
+      if (!refusal) refusal = Site_.Refusal(request.Task.By, Position_);
+      if (refusal) return refuse(WishResult::OutOfRange, *refusal);
       return std::move(request.Task);
     }
   }
@@ -702,6 +712,11 @@ void CameraControl::Worker::Look(Lock& lock) {
   if (isOver)
     end(WishResult::StillMoving,
         "not at rest after " + Text(std::chrono::duration<double>(watch.Time).count()) + " s");
+}
+
+void CameraControl::Worker::LocateForLimits(Lock& lock) {
+  const bool isKnown = Position_.Kind == PositionKind::Read || Position_.Kind == PositionKind::Target;
+  if (Site_.HasLimits() && Connected_ && !isKnown && Data_.PositionRequests != 0) AskPosition(lock);
 }
 
 void CameraControl::Worker::FollowDrive(Lock& lock) {

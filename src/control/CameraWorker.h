@@ -149,6 +149,9 @@ class CameraControl::Worker {
   Milliseconds RestTime() const { return Settings_.WatchesMoves ? Settings_.RestTime : Milliseconds(0); }
   void Look(Lock& lock);
   void FollowDrive(Lock& lock);
+  bool Follows() const { return Drive_ && (Settings_.WatchesMoves || Site_.HasLimits()); }
+  /// Finds out where the camera is, where a limit depends on that.
+  void LocateForLimits(Lock& lock);
   void EndWatch(const WishOutcome& outcome);
 
   // Stopping.

@@ -72,6 +72,30 @@ std::optional<std::string> Site::Refusal(const CameraPlace& place, const DriverD
                outOf(data.ZoomRange, Settings_.ZoomLimits, "zoom", place.Zoom, place.Zoom.value_or(0)));
 }
 
+Directions Site::Turned(Directions direction) const {
+  constexpr std::int32_t panSides = DirectionLeft | DirectionRight, tiltSides = DirectionUp | DirectionDown;
+  auto turned = static_cast<std::int32_t>(direction);
+  if (Settings_.InvertPan && (turned & panSides) != 0) turned ^= panSides;
+  if (Settings_.InvertTilt && (turned & tiltSides) != 0) turned ^= tiltSides;
+  return static_cast<Directions>(turned);
+}
+
+std::optional<std::string> Site::Refusal(const CameraPlace& step, const CameraPosition& from) const {
+  if (from.Kind == PositionKind::Unknown) return std::nullopt;
+  // A step back towards the limits is allowed from beyond them too.
+  const auto outOf = [](const Limits& limits, const std::string& what, const std::optional<float>& by,
+                        const std::optional<float>& at) -> std::optional<std::string> {
+    if (!limits || !by || !at) return std::nullopt;
+    const float to = *at + *by;
+    if ((*by < 0 && to >= limits->Least) || (*by > 0 && to <= limits->Greatest) || *by == 0)
+      return std::nullopt;
+    return OutOf(limits, what, to);
+  };
+  return First(outOf(Settings_.PanLimits, "pan", step.Pan, from.Pan),
+               outOf(Settings_.TiltLimits, "tilt", step.Tilt, from.Tilt),
+               outOf(Settings_.ZoomLimits, "zoom", step.Zoom, from.Zoom));
+}
+
 std::optional<std::string> Site::Refusal(const DriveSpeeds& speeds, const DriverData& data) const {
   std::optional<std::string> refusal;
   if (const auto& head = speeds.PanTilt)
