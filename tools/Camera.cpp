@@ -6,6 +6,7 @@
 #include <ptzd/PTZContinuousControl.h>
 
 #include "Words.h"
+#include "common/Nearest.h"
 
 namespace ptzctl {
 
@@ -122,7 +123,8 @@ Camera::Camera(CameraSettings settings, std::string address, const Interruption&
     : Address_(std::move(address)),
       Interruption_(interruption),
       Log_(std::move(log)),
-      Control_(ptzctl::Told(std::move(settings), Log_)),
+      Settings_(ptzctl::Told(std::move(settings), Log_)),
+      Control_(Settings_),
       Example_(Driver().Create({})) {}
 
 Outcome Camera::Connect() {
@@ -167,6 +169,10 @@ Outcome Camera::CarryOut(Deed deed) {
   const auto after = State();
   const bool rests = after.Motion == CameraMotion::AtRest;
   if (moves && rests && !Interruption_.Came()) MayMove_ = false;
+  const auto& by = deed.Task.By;
+  if (Site_.HasLimits() && (by.Pan || by.Tilt || by.Zoom) && Data().PositionRequests == 0 &&
+      (!told.Before || told.Before->Kind == PositionKind::Unknown))
+    told.Notes.emplace_back("nothing tells where this camera is, so its limits may not hold");
   const auto position = Position();
   // Of a head on its way to its target no more is known than that, unless it tells itself.
   if (moves && IsDone(became.Result) && (!told.Target || position.Kind == PositionKind::Read))
@@ -224,7 +230,18 @@ Outcome Camera::Drive(const Deed& deed, const DriveSpeeds& speeds,
   told.Text = deed.What + ": sent; it is stopped when ptzctl ends";
   if (!time) return telling.Done();
   told.Text = deed.What + " for " + Seconds(*time);
-  if (Interruption_.Sleep(*time)) {
+  const auto until = std::chrono::steady_clock::now() + *time;
+  const auto isEnded = [&] {
+    return wish.Done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  };
+  while (!isEnded() && std::chrono::steady_clock::now() < until && !Interruption_.Came())
+    wish.Done.wait_for(std::min<std::chrono::nanoseconds>(Look, until - std::chrono::steady_clock::now()));
+  if (!Interruption_.Came() && isEnded()) {  // at a limit of the site, for one
+    telling.Judge(wish.Done.get());
+    Drive_.reset();
+    return telling.Done();
+  }
+  if (!Interruption_.Came()) {
     BringToRest(told);
     if (told.Result == Result::Done) told.Text += ", then stopped";
   }
@@ -319,6 +336,20 @@ CameraPosition Camera::Position() const {
   auto position = state.Position;
   if (state.Link == LinkHealth::Untried && !KnowsPlace_) position.Kind = PositionKind::Unknown;
   return position;
+}
+
+std::optional<std::int32_t> Camera::PresetNamed(const std::string& name) const {
+  const auto found = Settings_.Presets.find(name);
+  if (found == Settings_.Presets.end()) return std::nullopt;
+  return found->second;
+}
+
+void Camera::CheckPreset(const std::string& name) const {
+  if (name.empty() || PresetNamed(name)) return;
+  std::vector<std::string> names;
+  for (const auto& [each, number] : Settings_.Presets) names.push_back(each);
+  throw UsageError("preset: \"" + Printable(name) +
+                   "\" is not a whole number, and this camera has no such name" + DoYouMean(name, names));
 }
 
 std::string Camera::DriverName() const {

@@ -13,6 +13,7 @@
 #include "ExchangeLog.h"
 #include "Interruption.h"
 #include "Outcome.h"
+#include "control/Site.h"
 
 namespace ptzctl {
 
@@ -59,6 +60,12 @@ class Camera {
   /// unknown.
   ptzd::CameraPosition Position() const;
   ptzd::CameraState State() const { return Control_.State(); }
+  /// How the site has the camera; what stands in tasks is the driver's.
+  const ptzd::Site& Site() const { return Site_; }
+  /// The number of a preset of the site's; nothing where it has none of that name.
+  std::optional<std::int32_t> PresetNamed(const std::string& name) const;
+  /// Raises `UsageError` where there is a name, and no such preset.
+  void CheckPreset(const std::string& name) const;
   const ptzd::DriverClass& Driver() const { return Control_.Driver(); }
   const ptzd::DriverData& Data() const { return *Driver().Data; }
   /// Whether the driver has an interface.
@@ -87,6 +94,8 @@ class Camera {
   const std::string Address_;
   const Interruption& Interruption_;
   const std::shared_ptr<ExchangeLog> Log_;
+  const ptzd::CameraSettings Settings_;
+  const ptzd::Site Site_{Settings_};
   ptzd::CameraControl Control_;
   const std::unique_ptr<ptzd::PTZDevice> Example_;  ///< of the driver class; never connected
   std::optional<ptzd::CameraControl::Drive> Drive_;

@@ -6,6 +6,7 @@
 
 #include <ptzd/Version.h>
 
+#include "Cameras.h"
 #include "Connection.h"
 #include "Operations.h"
 #include "Session.h"
@@ -54,6 +55,9 @@ constexpr char WaitHelp[] =
 constexpr char CameraOption[] = "--camera";
 constexpr char Device2Help[] = "Call the member of PTZDevice2 instead of the one of PTZDevice";
 
+/// Names of presets begin as no number does.
+bool IsName(const std::string& word) { return !word.empty() && word.find_first_of("0123456789+-.") != 0; }
+
 using Perform = Outcome (*)(Camera&, const Arguments&);
 
 /// Declares the operations to the parser. The words of the one that is chosen go to `Words_`.
@@ -65,7 +69,7 @@ class OperationParser {
   Operation Chosen() const {
     if (Perform_ == nullptr) return {};
     return {Name_, [perform = Perform_, words = Words_](Camera& camera) { return perform(camera, words); },
-            Perform_ == &Connect, Perform_ == &PresetSave};
+            Perform_ == &Connect, Perform_ == &PresetSave, Words_.PresetName};
   }
 
  private:
@@ -163,7 +167,18 @@ void OperationParser::Declare() {
   auto* preset = App_.add_subcommand("preset", "Numbered and named presets");
   preset->require_subcommand(1);
   const auto numbered = [&](CLI::App* command) {
-    Take(command, "number", ReadWholeNumber, words.Preset, "Counted from 0")->required();
+    command
+        ->add_option_function<std::string>(
+            "number",
+            [&words](const std::string& word) {
+              if (IsName(word))
+                words.PresetName = word;
+              else
+                words.Preset = ReadWholeNumber("number", word);
+            },
+            "Counted from 0, or a name that cameras.toml has for it")
+        ->required()
+        ->type_name("");
     return command;
   };
   Add(*preset, "count", "How many numbered presets there are", PresetCount);
@@ -275,17 +290,50 @@ void Parse(CLI::App& app, std::vector<std::string> words) {
   }
 }
 
-int ShowList(Report& report, const Outcome& list) {
-  report.Show(list);
-  if (report.Failure().empty()) return 0;
-  report.Warn(report.Failure());
-  return static_cast<int>(Result::Refused);
-}
-
 int ShowDrivers(const Invocation&, Report& report) { return ShowList(report, ListDrivers()); }
 
 int ShowOptions(const Invocation& invocation, Report& report) {
   return ShowList(report, ListOptions(DriverOf(invocation)));
+}
+
+/// The commands for cameras by name, which may also stand there as "@gate".
+void DeclareCameras(CLI::App& app, Invocation& invocation) {
+  app.add_subcommand("cameras", "The cameras that there are by name")->callback([&invocation] {
+    invocation.Perform = ShowCameras;
+  });
+  const auto named = [&](const char* name, const char* help) {
+    auto* command = app.add_subcommand(name, help);
+    command
+        ->add_option_function<std::string>(
+            "NAME",
+            [&invocation](const std::string& word) {
+              invocation.Camera = word.substr(word.starts_with('@') ? 1 : 0);
+            },
+            "The camera's name")
+        ->required()
+        ->type_name("");
+    return command;
+  };
+  auto* add =
+      named("add", "Give a camera a name: add gate --driver Axis --address 192.168.0.90 --user operator");
+  const auto details = std::make_shared<CameraToAdd>();
+  auto* file =
+      add->add_option("--password-file", details->PasswordFile, "A file that only its owner may read");
+  auto* variable =
+      add->add_option("--password-env", details->PasswordVariable, "A variable of the environment");
+  auto* keyring =
+      add->add_flag("--keyring", details->InKeyring, "Ask for the password and keep it in the keyring");
+  file->type_name("FILE")->excludes(variable)->excludes(keyring);
+  variable->type_name("NAME")->excludes(keyring);
+  add->add_flag("--replace", details->Replaces, "Take the place of a camera of that name");
+  add->callback([&invocation, details] {
+    invocation.Perform = [details](const Invocation& parsed, Report& report) {
+      return AddCamera(parsed, *details, report);
+    };
+  });
+  named("remove", "Forget the name of a camera")->callback([&invocation] {
+    invocation.Perform = RemoveCamera;
+  });
 }
 
 }  // namespace
@@ -343,6 +391,8 @@ Invocation ParseCommandLine(int argc, char** argv) {
   auto* options = app.add_subcommand("options", "The connection options of a driver");
   options->add_option("DRIVER", invocation.Driver, "Axis or QVPTZ.Axis")->type_name("");
   options->callback([&] { invocation.Perform = ShowOptions; });
+
+  DeclareCameras(app, invocation);
 
   const OperationParser operations(app);
 

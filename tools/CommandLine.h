@@ -19,6 +19,7 @@ struct Operation {
   bool Connects = false;  ///< needs no connection made before
   /// Keeps where the camera is, which is nowhere of interest where connecting has just moved it.
   bool KeepsPlace = false;
+  std::string PresetName;  ///< that the camera must have; empty for none
 };
 
 /// What a command line asks for.

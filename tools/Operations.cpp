@@ -80,13 +80,15 @@ CameraTask Sending(Member member, std::optional<MemberRule> rule) {
 /// A member that only the driver answers, or that it answers from what it knows.
 CameraTask Asking(Member member) { return {.Work = std::move(member), .Rule = {}, .Sends = false}; }
 
+/// `to` and `by` are the site's, for its limits; what `member` sends is the driver's.
 CameraTask Moving(Member member, std::optional<MemberRule> rule, const Arguments& arguments,
-                  const CameraPlace& to = {}) {
+                  const CameraPlace& to = {}, const CameraPlace& by = {}) {
   return {.Work = std::move(member),
           .Rule = rule,
           .Moves = true,
           .KnowsTarget = true,
           .To = to,
+          .By = by,
           .RestTime = arguments.Wait};
 }
 
@@ -132,6 +134,24 @@ std::string Degrees(float value) {
 }
 
 std::string PanTilt(float pan, float tilt) { return "pan " + Text(pan) + ", tilt " + Text(tilt); }
+
+/// By how much a step moves the camera, where its angle is one.
+CameraPlace StepOf(Directions direction, float angle) {
+  CameraPlace by;
+  const auto goes = [&](Directions side) { return (direction & side) != 0; };
+  if (goes(DirectionLeft) || goes(DirectionRight)) by.Pan = goes(DirectionLeft) ? -angle : angle;
+  if (goes(DirectionUp) || goes(DirectionDown)) by.Tilt = goes(DirectionDown) ? -angle : angle;
+  return by;
+}
+
+std::int32_t PresetOf(const Camera& camera, const Arguments& arguments) {
+  return camera.PresetNamed(arguments.PresetName).value_or(arguments.Preset);
+}
+
+/// "door (1)"
+std::string PresetText(std::int32_t number, const Arguments& arguments) {
+  return arguments.PresetName.empty() ? Text(number) : arguments.PresetName + " (" + Text(number) + ")";
+}
 
 const char* BeyondWord(Beyond beyond) {
   switch (beyond) {
@@ -304,31 +324,34 @@ Outcome Move(Camera& camera, const Arguments& arguments) {
   const auto direction = arguments.Direction;
   const auto angle = arguments.Angle.value_or(usual);
   const auto what = "Move " + DirectionText(direction) + " by " + Degrees(angle);
+  const auto by = StepOf(direction, angle);
+  const auto turned = camera.Site().Turned(direction);
   if (arguments.Device2)
-    return CarryOutOnDevice2(
-        camera, {"move", what,
-                 Moving(MemberOf<PTZDevice2>([=](auto& d) { d.Move(direction, angle); }), {}, arguments)});
+    return CarryOutOnDevice2(camera, {"move", what,
+                                      Moving(MemberOf<PTZDevice2>([=](auto& d) { d.Move(turned, angle); }),
+                                             {}, arguments, {}, by)});
   return camera.CarryOut({"move", what,
-                          Moving([=](PTZDevice& d) { return std::optional(d.Move(direction, angle)); },
-                                 Data(camera).Move, arguments)});
+                          Moving([=](PTZDevice& d) { return std::optional(d.Move(turned, angle)); },
+                                 Data(camera).Move, arguments, {}, by)});
 }
 
 Outcome MoveBy(Camera& camera, const Arguments& arguments) {
-  const auto pan = arguments.Pan, tilt = arguments.Tilt;
-  const auto what = "Move by " + PanTilt(pan, tilt);
+  const CameraPlace by{arguments.Pan, arguments.Tilt};
+  const auto pan = camera.Site().Pan(arguments.Pan), tilt = camera.Site().Tilt(arguments.Tilt);
+  const auto what = "Move by " + PanTilt(arguments.Pan, arguments.Tilt);
   if (arguments.Device2)
-    return CarryOutOnDevice2(
-        camera, {"move-by", what,
-                 Moving(MemberOf<PTZDevice2>([=](auto& d) { d.MoveBoth(pan, tilt); }), {}, arguments)});
+    return CarryOutOnDevice2(camera, {"move-by", what,
+                                      Moving(MemberOf<PTZDevice2>([=](auto& d) { d.MoveBoth(pan, tilt); }),
+                                             {}, arguments, {}, by)});
   return camera.CarryOut({"move-by", what,
                           Moving([=](PTZDevice& d) { return std::optional(d.MoveBoth(pan, tilt)); },
-                                 Data(camera).MoveBoth, arguments)});
+                                 Data(camera).MoveBoth, arguments, {}, by)});
 }
 
 Outcome MoveTo(Camera& camera, const Arguments& arguments) {
-  const auto pan = arguments.Pan, tilt = arguments.Tilt;
-  const auto what = "Move to " + PanTilt(pan, tilt);
-  const CameraPlace to{pan, tilt, arguments.Zoom};
+  const CameraPlace to{arguments.Pan, arguments.Tilt, arguments.Zoom};
+  const auto pan = camera.Site().Pan(arguments.Pan), tilt = camera.Site().Tilt(arguments.Tilt);
+  const auto what = "Move to " + PanTilt(arguments.Pan, arguments.Tilt);
   if (!arguments.Zoom)
     return camera.CarryOut({"move-to", what,
                             Moving([=](PTZDevice& d) { return std::optional(d.MoveTo(pan, tilt)); },
@@ -344,14 +367,16 @@ Outcome Zoom(Camera& camera, const Arguments& arguments) {
   const auto amount = arguments.ZoomAmount;
   const auto what =
       std::string(direction == ZoomIn ? "Zoom in" : "Zoom out") + (amount ? " by " + Text(*amount) : "");
+  const auto step = amount.value_or(ZoomStepAmount);
+  const CameraPlace by{.Zoom = direction == ZoomOut ? -step : step};
   if (!amount && !arguments.Device2)
-    return camera.CarryOut(
-        {"zoom", what,
-         Moving([=](PTZDevice& d) { return std::optional(d.Zoom(direction)); }, Data(camera).Zoom, arguments),
-         CapabilityZoom});
-  const auto zoom = [=](PTZDevice2& d) { d.Zoom(direction, amount.value_or(ZoomStepAmount)); };
-  return CarryOutOnDevice2(camera,
-                           {"zoom", what, Moving(MemberOf<PTZDevice2>(zoom), {}, arguments), CapabilityZoom});
+    return camera.CarryOut({"zoom", what,
+                            Moving([=](PTZDevice& d) { return std::optional(d.Zoom(direction)); },
+                                   Data(camera).Zoom, arguments, {}, by),
+                            CapabilityZoom});
+  const auto zoom = [=](PTZDevice2& d) { d.Zoom(direction, step); };
+  return CarryOutOnDevice2(
+      camera, {"zoom", what, Moving(MemberOf<PTZDevice2>(zoom), {}, arguments, {}, by), CapabilityZoom});
 }
 
 Outcome ZoomTo(Camera& camera, const Arguments& arguments) {
@@ -407,17 +432,17 @@ Outcome PresetCount(Camera& camera, const Arguments&) {
 }
 
 Outcome PresetGoto(Camera& camera, const Arguments& arguments) {
-  const auto preset = arguments.Preset;
-  return camera.CarryOut({"preset goto", "Go to preset " + Text(preset),
+  const auto preset = PresetOf(camera, arguments);
+  return camera.CarryOut({"preset goto", "Go to preset " + PresetText(preset, arguments),
                           MovingSomewhere([=](PTZDevice& d) { return std::optional(d.PresetGoto(preset)); },
                                           Data(camera).PresetGoto, arguments),
                           CapabilityPreset});
 }
 
 Outcome PresetSave(Camera& camera, const Arguments& arguments) {
-  const auto preset = arguments.Preset;
+  const auto preset = PresetOf(camera, arguments);
   return camera.CarryOut(
-      {"preset save", "Save as preset " + Text(preset),
+      {"preset save", "Save as preset " + PresetText(preset, arguments),
        Sending([=](PTZDevice& d) { return std::optional(d.PresetSave(preset)); }, Data(camera).PresetSave),
        CapabilityPreset});
 }

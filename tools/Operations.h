@@ -22,6 +22,7 @@ struct Arguments {
   float Pan = 0, Tilt = 0, Amount = 0;
   std::optional<float> Angle, ZoomAmount, Zoom;
   std::int32_t Preset = 0;
+  std::string PresetName;  ///< instead of the number; the camera has one of that name
   std::string ID;
   std::int32_t X = 0, Y = 0, Width = 0, Height = 0;
   std::optional<std::chrono::milliseconds> Duration;

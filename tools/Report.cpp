@@ -258,4 +258,11 @@ void Report::Warn(const std::string& text) const {
   std::cerr << "ptzctl: warning: " << Printable(ptzd::MaskCredentials(text)) << std::endl;
 }
 
+int ShowList(Report& report, const Outcome& list) {
+  report.Show(list);
+  if (report.Failure().empty()) return 0;
+  report.Warn(report.Failure());
+  return static_cast<int>(Result::Refused);
+}
+
 }  // namespace ptzctl

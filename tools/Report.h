@@ -30,6 +30,9 @@ class Report {
   std::string Failure_;
 };
 
+/// Shows what was asked for without a camera; answers the exit code.
+int ShowList(Report& report, const Outcome& list);
+
 /// "no_connection", as JSON has it.
 const char* ResultName(Result result);
 

@@ -150,8 +150,10 @@ Result Session::Operate(const Operation& operation, bool silent) {
 
 Result Session::Operate(const std::string& line) {
   try {
-    if (const auto operation = ParseLine(line)) return Operate(*operation);
-    return Result::Done;
+    const auto operation = ParseLine(line);
+    if (!operation) return Result::Done;
+    Camera_.CheckPreset(operation->PresetName);
+    return Operate(*operation);
   } catch (const HelpRequest& help) {
     Outcome outcome;
     outcome.Operation = "help";
@@ -225,6 +227,7 @@ bool ConnectOnce(Session& session, const Camera& camera, const Operation& operat
 }
 
 void OperateOnce(Session& session, Camera& camera, const Operation& operation) {
+  camera.CheckPreset(operation.PresetName);
   if (!ConnectOnce(session, camera, operation)) return;
   session.Operate(operation);
   if (session.IsOver()) return;
@@ -275,7 +278,9 @@ int RunOperation(const Invocation& invocation, Report& report) {
 int RunLines(const Invocation& invocation, Report& report) {
   for (const auto& line : invocation.Lines) ParseLine(line);  // what is wrong is told before anything moves
   return RunSession(invocation, report,
-                    [&](Session& session, const Camera&, const Interruption& interruption) {
+                    [&](Session& session, const Camera& camera, const Interruption& interruption) {
+                      for (const auto& line : invocation.Lines)
+                        if (const auto operation = ParseLine(line)) camera.CheckPreset(operation->PresetName);
                       if (invocation.Lines.empty())
                         OperateInput(session, interruption, false, invocation.KeepGoing);
                       else

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <string_view>
+#include <system_error>
 
 // Exceptions are how it tells of errors; nothing here writes TOML with it.
 #define TOML_ENABLE_FORMATTERS 0
@@ -17,6 +18,7 @@
 #include "common/Numbers.h"
 #include "common/Printable.h"
 #include "platform/ConfigurationFolders.h"
+#include "platform/PrivateFile.h"
 
 namespace ptzd {
 
@@ -330,9 +332,169 @@ void CheckCameraName(const std::string& name) {
       "first, 64 at most");
 }
 
+namespace {
+
+std::string Quoted(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+      quoted += "\\u00" + Hex2(c);
+    else
+      quoted += c;
+  }
+  return quoted + '"';
+}
+
+/// A name may have a point, which would divide a key.
+std::string KeyOf(const std::string& name) {
+  return name.find('.') == std::string::npos ? name : Quoted(name);
+}
+
+std::string ValueOf(const DriverClass& driver, const std::string& name, const Variant& value) {
+  const auto known = OptionsOf(driver);
+  const auto option = std::ranges::find(known, name, &PTZOption::Name);
+  if (option != known.end() && option->OType() == OptionChoiceIndex)
+    return Quoted(ToText(option->Values().at(static_cast<std::size_t>(ToInt32(value)))));
+  if (const auto* flag = std::get_if<bool>(&value)) return *flag ? "true" : "false";
+  if (const auto* number = std::get_if<std::int32_t>(&value)) return std::to_string(*number);
+  return Quoted(ToText(value));
+}
+
+bool IsAlike(const NamedCamera& a, const NamedCamera& b) {
+  return a.Name == b.Name && a.Settings.Driver == b.Settings.Driver &&
+         a.Settings.Options == b.Settings.Options && a.Settings.Presets == b.Settings.Presets &&
+         a.Address == b.Address && a.Line == b.Line && a.User == b.User &&
+         a.Password.From == b.Password.From && a.Password.Where == b.Password.Where;
+}
+
+/// The first of the lines (counted from 1) at which a table or one inside of it has its heading.
+void CollectHeadings(const toml::table& table, std::vector<std::size_t>& lines) {
+  if (table.is_inline()) return;
+  lines.push_back(table.source().begin.line);
+  for (const auto& [key, node] : table)
+    if (const auto* inner = node.as_table()) CollectHeadings(*inner, lines);
+}
+
+/// A table that tells of a camera.
+std::string TableOf(const NamedCamera& camera) {
+  using Kind = PasswordSource::Kind;
+  const auto& driver = DriverNamed(camera.Settings.Driver);
+  auto table = "[" + std::string(Top) + "." + KeyOf(camera.Name) + "]\n";
+  const auto add = [&](const char* key, const std::string& text) {
+    if (!text.empty()) table.append(key).append(" = ").append(Quoted(text)).append("\n");
+  };
+  add("driver", std::string(driver.ProgID.substr(driver.ProgID.find('.') + 1)));
+  add("address", camera.Address);
+  add("line", camera.Line);
+  add("user", camera.User);
+  const auto& [from, where] = camera.Password;
+  if (from == Kind::Environment) add("password_env", where);
+  if (from == Kind::File) add("password_file", where);
+  if (from == Kind::Here) table += "password = " + Quoted(where) + "\n";
+  if (from == Kind::Keyring) table += "password_keyring = true\n";
+  if (from == Kind::Asked) table += "password_prompt = true\n";
+  PropertyBag bag;
+  bag.Contents(camera.Settings.Options);
+  std::string options;
+  for (const auto& [name, value] : bag.Values())
+    options.append(options.empty() ? "" : ", ")
+        .append(name)
+        .append(" = ")
+        .append(ValueOf(driver, name, value));
+  if (!options.empty()) table += "options = { " + options + " }\n";
+  return table;
+}
+
+/// The text without the table of a camera.
+std::string WithoutCamera(const std::string& text, const std::string& file, const std::string& name) {
+  std::vector<std::string> lines;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const auto end = std::min(text.find('\n', begin), text.size() - 1) + 1;
+    lines.push_back(text.substr(begin, end - begin));
+    begin = end;
+  }
+  const auto beginning = [&](std::size_t line) -> char {
+    const auto at = lines[line].find_first_not_of(" \t\r\n");
+    return at == std::string::npos ? '\0' : lines[line][at];
+  };
+  std::vector<std::size_t> headings;
+  const auto document = Parse(text, file);
+  if (const auto* table = document[Top][name].as_table()) CollectHeadings(*table, headings);
+  for (const auto heading : headings) {
+    const auto first = heading - 1;
+    if (first >= lines.size() || beginning(first) != '[') continue;
+    auto last = first;
+    for (auto line = first + 1; line < lines.size() && beginning(line) != '['; ++line)
+      if (beginning(line) != '\0' && beginning(line) != '#') last = line;
+    for (auto line = first; line <= last; ++line) lines[line].clear();
+  }
+  std::string rest;
+  for (const auto& line : lines) rest += line;
+
+  const auto cannot = [&] {
+    return InputError("camera " + name + " is written in " + file +
+                      " such that it cannot be cut out; please edit the file");
+  };
+  auto before = ReadCameras(text, file);
+  std::erase_if(before, [&](const NamedCamera& camera) { return camera.Name == name; });
+  std::vector<NamedCamera> after;
+  try {
+    after = ReadCameras(rest, file);
+  } catch (const InputError&) {
+    throw cannot();
+  }
+  if (!std::ranges::equal(before, after, IsAlike)) throw cannot();
+  return rest;
+}
+
+FileContents ContentsOf(const std::string& file, bool mustBeThere) {
+  constexpr std::size_t longest = 8 << 20;
+  try {
+    return ReadWholeFile(PathOf(file), longest);
+  } catch (const std::system_error& error) {
+    if (!mustBeThere &&
+        (error.code() == std::errc::no_such_file_or_directory || error.code() == std::errc::not_a_directory))
+      return {};
+    throw InputError("the cameras' file " + file + " cannot be read: " + error.what());
+  }
+}
+
+/// Writes what can be read again.
+void Write(const std::string& file, const std::string& text) {
+  const auto cameras = ReadCameras(text, file);
+  const bool hasPassword = std::ranges::any_of(
+      cameras, [](const NamedCamera& camera) { return camera.Password.From == PasswordSource::Kind::Here; });
+  try {
+    ReplaceFile(PathOf(file), text, hasPassword);
+  } catch (const std::system_error& error) {
+    throw InputError("the cameras' file " + file + " cannot be written: " + error.what());
+  }
+}
+
+}  // namespace
+
 std::vector<NamedCamera> ReadCameras(const std::string& text, const std::string& file,
                                      const std::string& openness) {
   return Reader(file, openness).Cameras(Parse(text, file));
+}
+
+std::vector<NamedCamera> ReadCameraFile(const std::string& file, bool mustBeThere) {
+  const auto contents = ContentsOf(file, mustBeThere);
+  return ReadCameras(contents.Text, file, contents.Openness);
+}
+
+void StoreCamera(const std::string& file, const NamedCamera& camera) {
+  const auto contents = ContentsOf(file, false);
+  auto text = contents.Text;
+  for (const auto& other : ReadCameras(text, file, contents.Openness))
+    if (EqualsIgnoringCase(other.Name, camera.Name)) text = WithoutCamera(text, file, other.Name);
+  if (!text.empty()) text += text.ends_with('\n') ? "\n" : "\n\n";
+  Write(file, text + TableOf(camera));
+}
+
+void RemoveCamera(const std::string& file, const std::string& name) {
+  Write(file, WithoutCamera(ContentsOf(file, true).Text, file, name));
 }
 
 }  // namespace ptzd

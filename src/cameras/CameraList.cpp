@@ -1,8 +1,6 @@
 #include "cameras/CameraList.h"
 
 #include <algorithm>
-#include <iterator>
-#include <system_error>
 
 #include "cameras/CameraFile.h"
 #include "cameras/InputWords.h"
@@ -10,7 +8,6 @@
 #include "common/Nearest.h"
 #include "common/Printable.h"
 #include "platform/ConfigurationFolders.h"
-#include "platform/PrivateFile.h"
 
 namespace ptzd {
 
@@ -20,20 +17,6 @@ constexpr char FileName[] = "cameras.toml";
 
 std::string FileIn(const std::filesystem::path& folder) {
   return folder.empty() ? "" : TextOf(folder / FileName);
-}
-
-std::vector<NamedCamera> ReadFile(const std::string& file, bool mustBeThere) {
-  constexpr std::size_t longest = 8 << 20;
-  FileContents contents;
-  try {
-    contents = ReadWholeFile(PathOf(file), longest);
-  } catch (const std::system_error& error) {
-    if (!mustBeThere &&
-        (error.code() == std::errc::no_such_file_or_directory || error.code() == std::errc::not_a_directory))
-      return {};
-    throw InputError("the cameras' file " + file + " cannot be read: " + error.what());
-  }
-  return ReadCameras(contents.Text, file, contents.Openness);
 }
 
 }  // namespace
@@ -46,7 +29,7 @@ CameraList::CameraList(const std::string& file) {
   Files_ = isGiven ? std::vector{file} : std::vector{UserCameraFile(), MachineCameraFile()};
   std::erase(Files_, "");
   for (const auto& each : Files_)
-    for (auto& camera : ReadFile(each, isGiven)) {
+    for (auto& camera : ReadCameraFile(each, isGiven)) {
       const auto has = [&](const NamedCamera& other) { return EqualsIgnoringCase(other.Name, camera.Name); };
       if (std::ranges::none_of(All_, has)) All_.push_back(std::move(camera));
     }

@@ -43,6 +43,13 @@ std::string OpennessOf(const std::filesystem::path& path, const struct stat& sta
          path.string();
 }
 
+/// What new files are not to allow.
+mode_t CreationMask() {
+  const auto mask = umask(0);  // which tells it only by setting another
+  umask(mask);
+  return mask;
+}
+
 void WriteAll(int file, std::string_view text) {
   while (!text.empty()) {
     const auto written = write(file, text.data(), text.size());
@@ -86,7 +93,7 @@ void ReplaceFile(const std::filesystem::path& path, const std::string& text, boo
   Descriptor file(mkstemp(temporary.data()));  // which nobody else may read
   try {
     WriteAll(file.Number(), text);
-    const auto mode = isPrivate ? PrivateMode : isThere ? before.st_mode & 07777 : OpenMode;
+    const auto mode = isPrivate ? PrivateMode : isThere ? before.st_mode & 07777 : OpenMode & ~CreationMask();
     if (fchmod(file.Number(), mode) != 0 || fsync(file.Number()) != 0 || file.Close() != 0) Raise(errno);
     if (rename(temporary.c_str(), target.c_str()) != 0) Raise(errno);
   } catch (...) {

@@ -1,0 +1,126 @@
+#include "cameras/CameraFile.h"
+
+#include <gtest/gtest.h>
+
+#include <ptzd/PropertyBag.h>
+#include "cameras/InputWords.h"
+#include "common/Nearest.h"
+
+namespace ptzd {
+namespace {
+
+std::string Told(const std::string& text, const std::string& openness = {}) {
+  try {
+    ReadCameras(text, "c.toml", openness);
+  } catch (const InputError& error) {
+    return error.what();
+  }
+  return "accepted";
+}
+
+/// A table of a camera that lacks nothing, with more lines.
+std::string Gate(const std::string& lines) {
+  return "[camera.gate]\ndriver = \"Axis\"\naddress = \"10.0.0.5:80\"\n" + lines + "\n";
+}
+
+TEST(CameraFile, IsReadWhole) {
+  const auto cameras = ReadCameras(Gate("user = \"operator\"\n"
+                                        "password_file = \"secrets/gate\"\n"
+                                        "options = { Port = 2, Reset = true }\n"
+                                        "invert_tilt = true\n"
+                                        "pan_limits = [-90, 45.5]\n"
+                                        "presets = { door = 1, \"far yard\" = 20 }") +
+                                       "[camera.dome]\ndriver = \"pelco\"\nline = \"/dev/ttyUSB0\"\n",
+                                   "/etc/site/c.toml");
+  ASSERT_EQ(cameras.size(), 2U);
+  const auto& dome = cameras[0];
+  EXPECT_EQ(dome.Settings.Driver, "QVPTZ.Pelco");
+  EXPECT_EQ(dome.Line, "/dev/ttyUSB0");
+  const auto& gate = cameras[1];
+  EXPECT_EQ(gate.Address, "10.0.0.5:80");
+  EXPECT_EQ(gate.User, "operator");
+  EXPECT_EQ(gate.Password.Text(), "file /etc/site/secrets/gate");
+  EXPECT_FALSE(gate.Settings.InvertPan);
+  EXPECT_TRUE(gate.Settings.InvertTilt);
+  EXPECT_EQ(gate.Settings.PanLimits->Least, -90);
+  EXPECT_EQ(gate.Settings.PanLimits->Greatest, 45.5F);
+  EXPECT_FALSE(gate.Settings.TiltLimits);
+  EXPECT_EQ(gate.Settings.Presets, (std::map<std::string, std::int32_t>{{"door", 1}, {"far yard", 20}}));
+  PropertyBag options;
+  options.Contents(gate.Settings.Options);
+  EXPECT_EQ(options.Long("Port", 0), 2);
+  EXPECT_TRUE(options.Boolean("Reset", false));
+}
+
+TEST(CameraFile, TellsWhereItIsWrong) {
+  const struct {
+    std::string Text, Told;
+  } rows[] = {
+      {"[camera.gate\n", "c.toml:1:13: "},
+      {Gate("password = hunter2"),
+       "c.toml:4:12: expected a key, \"=\" and a text in quotes"},  // and not "hunter2"
+      {Gate("user = \"a\"\nuser = \"b\""), "c.toml:5:"},
+      {Gate("") + Gate(""), "c.toml:5:"},
+      {Gate("") + "[camera.GATE]\ndriver = \"Axis\"\naddress = \"a\"\n",
+       "c.toml:1:9: camera gate: expected another name, since there is GATE"},
+      {"[gate]\n", "c.toml:1:2: expected cameras as [camera.NAME], not \"gate\""},
+      {"camera = 3\n", "c.toml:1:10: camera: expected a table, not a whole number"},
+      {"[camera.\"front gate\"]\n", "c.toml:1:9: \"front gate\" is no name for a camera"},
+      {"[camera.\"\\u001B[2J\"]\n", "c.toml:1:9: \"\\x1B[2J\" is no name for a camera"},
+      {"[camera.gate]\n", "c.toml:1:1: camera gate: expected a driver"},
+      {"[camera.gate]\ndriver = \"Axis\"\n", "c.toml:1:1: camera gate: expected an address"},
+      {"[camera.gate]\ndriver = \"Axs\"\n",
+       "c.toml:2:10: camera gate: there is no driver \"Axs\"; do you mean Axis?"},
+      {"[camera.gate]\ndriver = 5\n",
+       "c.toml:2:10: camera gate, driver: expected a text in quotes, not a whole number"},
+      {Gate("pan_limit = [1, 2]"),
+       "c.toml:4:1: camera gate: the key \"pan_limit\" is not known; do you mean pan_limits?"},
+      {Gate("pan_limits = [1, 2, 3]"),
+       "c.toml:4:14: camera gate, pan_limits: expected a list of two numbers"},
+      {Gate("pan_limits = [90, -90]"),
+       "c.toml:4:14: camera gate, pan_limits: expected the lesser number first"},
+      {Gate("pan_limits = [-inf, 90]"), "c.toml:4:15: camera gate, pan_limits: the number is too large"},
+      {Gate("invert_pan = 1"),
+       "c.toml:4:14: camera gate, invert_pan: expected true or false, not a whole number"},
+      {Gate("presets = { 2nd = 1 }"),
+       "c.toml:4:13: camera gate, presets: expected a name that begins as no number"},
+      {Gate("presets = { door = -1 }"), "presets door: presets are counted from 0"},
+      {Gate("options = { Prt = 2 }"),
+       "c.toml:4:13: the option of the driver QVPTZ.Axis \"Prt\" is not known; do you mean Port?"},
+      {Gate("options = { Port = \"2\" }"), "options Port: expected a whole number, not a text"},
+      {Gate("options = { ZoomStep = 10001 }"), "c.toml:4:24: ZoomStep: 10001 is not between"},
+      {Gate("options = { Address = \"x\" }"), "expected this as address of the camera"},
+      {Gate("line = \"COM1\""), "c.toml:4:1: camera gate, line: the driver QVPTZ.Axis uses no serial line"},
+      {"[camera.gate]\ndriver = \"Axis\"\naddress = \"http://10.0.0.5\"\n",
+       "c.toml:3:11: camera gate, address: HOST"},
+      {"[camera.gate]\ndriver = \"Axis\"\naddress = \"a:hunter2@10.0.0.5\"\n",
+       "c.toml:3:11: camera gate, address: expected HOST or HOST:PORT; a user"},
+      {Gate("password_env = \"X\""), "c.toml:4:1: camera gate: expected a user beside password_env"},
+      {Gate("user = \"a\"\npassword_env = \"X\"\npassword_prompt = true"),
+       "expected one source of the password"},
+  };
+  for (const auto& row : rows) {
+    const auto told = Told(row.Text);
+    EXPECT_NE(told.find(row.Told), std::string::npos) << row.Text << "was told: " << told;
+    EXPECT_EQ(told.find("hunter2"), std::string::npos) << told;
+  }
+  EXPECT_EQ(Told(Gate("user = \"a\"\npassword = \"hunter2\"")), "accepted");
+  EXPECT_EQ(Told(Gate("user = \"a\"\npassword = \"hunter2\""), "others may"),
+            "c.toml:5:12: camera gate, password: no password may stand in this file: others may");
+}
+
+TEST(Address, HoldsAnyLogin) {
+  EXPECT_EQ(AddressFor("10.0.0.5:80", {"a@b", "p:/?#%&+ \"é"}),
+            "a%40b:p%3A%2F%3F%23%25%26%2B%20%22é@10.0.0.5:80");
+  EXPECT_THROW(AddressFor("10.0.0.5", {"a", "日本"}), InputError);
+}
+
+TEST(Nearest, IsWhatSomebodyMistyped) {
+  const std::vector<std::string> names{"Axis", "Bosch", "Panasonic", "PanasoniciPro"};
+  EXPECT_EQ(Nearest("axsi", names), "Axis");
+  EXPECT_EQ(Nearest("Panasonicpro", names), "PanasoniciPro");
+  EXPECT_EQ(Nearest("Vivotek", names), "");
+}
+
+}  // namespace
+}  // namespace ptzd
