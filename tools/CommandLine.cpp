@@ -133,9 +133,7 @@ void OperationParser::Declare() {
   Device2(Add("disconnect", "Let go of the camera", Disconnect));
 
   auto* move = Add("move", "Step in a direction, for example: move up-left 5", Move);
-  Take(move, "direction", ReadDirection, words.Direction,
-       "up, down, left, right, up-left, up-right, down-left or down-right")
-      ->required();
+  Take(move, "direction", ReadDirection, words.Direction, "")->required()->type_name(DirectionChoices());
   Take(move, "angle", ReadNumber, words.Angle, "Degrees; 5 when not given");
   Device2(Ending(move, words));
 
@@ -151,7 +149,7 @@ void OperationParser::Declare() {
   Ending(moveTo, words);
 
   auto* zoom = Add("zoom", "Zoom by a step, for example: zoom in", Zoom);
-  Take(zoom, "direction", ReadZoom, words.ZoomDirection, "in or out")->required();
+  Take(zoom, "direction", ReadZoom, words.ZoomDirection, "")->required()->type_name(ZoomChoices());
   Take(zoom, "amount", ReadNumber, words.ZoomAmount, "In the driver's scale; its usual step when not given");
   Device2(Ending(zoom, words));
 
@@ -160,9 +158,9 @@ void OperationParser::Declare() {
   Ending(zoomTo, words);
 
   auto* iris = Add("iris", "Control the iris", Iris);
-  Take(iris, "level", ReadIris, words.IrisLevel, "open, close or auto")->required();
+  Take(iris, "level", ReadIris, words.IrisLevel, "")->required()->type_name(IrisChoices());
   auto* focus = Add("focus", "Control the focus", Focus);
-  Take(focus, "level", ReadFocus, words.FocusLevel, "near, far or auto")->required();
+  Take(focus, "level", ReadFocus, words.FocusLevel, "")->required()->type_name(FocusChoices());
 
   auto* preset = App_.add_subcommand("preset", "Numbered and named presets");
   preset->require_subcommand(1);
@@ -336,20 +334,35 @@ void DeclareCameras(CLI::App& app, Invocation& invocation) {
   });
 }
 
-}  // namespace
+int PrintCompletionScript(const Invocation& invocation, Report& report);
+int PrintCompletion(const Invocation& invocation, Report& report);
 
-Invocation ParseCommandLine(int argc, char** argv) {
-  Invocation invocation;
-  CLI::App app(
+/// The whole command line, declared once: for reading it, for help and for completion.
+class CommandTable {
+ public:
+  CommandTable();
+
+  Invocation Read(std::vector<std::string> words);
+
+  CLI::App App{
       "Operates pan-tilt-zoom cameras: lists the drivers, connects to a camera, does every operation "
       "and tells each request that it took.",
-      "ptzctl");
+      "ptzctl"};
+
+ private:
+  Invocation Invocation_;
+  std::optional<OperationParser> Operations_;
+};
+
+CommandTable::CommandTable() {
+  auto& app = App;
+  auto& invocation = Invocation_;
   app.set_version_flag("--version", "ptzctl " PTZD_VERSION);
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option(CameraOption, invocation.Camera,
                  "A camera that cameras.toml tells of (see ptzctl cameras); before the command also as @NAME")
-      ->type_name("NAME")
+      ->type_name("CAMERA")
       ->take_last();
   app.add_option("--cameras", invocation.CameraFile, "That file, instead of the user's and the machine's")
       ->envname("PTZD_CAMERAS")
@@ -357,11 +370,11 @@ Invocation ParseCommandLine(int argc, char** argv) {
       ->take_last();
   app.add_option("--driver", invocation.Driver,
                  "Driver of the camera's make: Axis or QVPTZ.Axis, in any case")
-      ->type_name("NAME")
+      ->type_name("DRIVER")
       ->take_last();
   app.add_option("--address", invocation.Address,
                  "The camera: HOST, HOST:PORT or USER:PASSWORD@HOST:PORT; short for -o Address=...")
-      ->type_name("CAMERA")
+      ->type_name("ADDRESS")
       ->take_last();
   app.add_option("--user", invocation.User,
                  "Who logs in; the password comes from the environment's PTZD_PASSWORD, or is asked for")
@@ -389,12 +402,12 @@ Invocation ParseCommandLine(int argc, char** argv) {
 
   app.add_subcommand("drivers", "The drivers there are")->callback([&] { invocation.Perform = ShowDrivers; });
   auto* options = app.add_subcommand("options", "The connection options of a driver");
-  options->add_option("DRIVER", invocation.Driver, "Axis or QVPTZ.Axis")->type_name("");
+  options->add_option("driver", invocation.Driver, "Axis or QVPTZ.Axis")->type_name("DRIVER");
   options->callback([&] { invocation.Perform = ShowOptions; });
 
   DeclareCameras(app, invocation);
 
-  const OperationParser operations(app);
+  Operations_.emplace(app);
 
   auto* run =
       app.add_subcommand("run", "Several operations on one connection; stops at the first that fails");
@@ -406,14 +419,60 @@ Invocation ParseCommandLine(int argc, char** argv) {
   app.add_subcommand("shell", "Operations from the standard input, one per line; goes on when one fails")
       ->callback([&] { invocation.Perform = RunShell; });
 
+  auto* completion = app.add_subcommand(
+      "completion",
+      "A script for a shell that completes commands, for example: source <(ptzctl completion bash)");
+  completion->add_option("shell", invocation.Word, "Which")
+      ->required()
+      ->type_name("bash|zsh")
+      ->transform(CLI::IsMember({"bash", "zsh"}).description(""));
+  completion->callback([&] { invocation.Perform = PrintCompletionScript; });
+  auto* complete = app.add_subcommand("complete", "")->group("");  // which the script calls
+  complete->add_option("line", invocation.Word)->required();
+  complete->callback([&] { invocation.Perform = PrintCompletion; });
+
   app.footer(Footer);  // from here on, so that it is not the operations' too
-  std::vector<std::string> words(argv + 1, argv + argc);
-  SpellOutCamera(app, words);
-  Parse(app, std::move(words));
-  invocation.Chosen = operations.Chosen();
-  if (!invocation.Perform) invocation.Perform = RunOperation;
-  return invocation;
 }
+
+Invocation CommandTable::Read(std::vector<std::string> words) {
+  if (words.empty()) throw HelpRequest(App.help());
+  SpellOutCamera(App, words);
+  Parse(App, std::move(words));
+  Invocation_.Chosen = Operations_->Chosen();
+  if (!Invocation_.Perform) Invocation_.Perform = RunOperation;
+  return Invocation_;
+}
+
+int PrintCompletionScript(const Invocation& invocation, Report& report) {
+  return ShowText(report, CompletionScript(invocation.Word));
+}
+
+/// A candidate in each line, and behind a tabulator what it is; ":file" where files are wanted.
+int PrintCompletion(const Invocation& invocation, Report& report) {
+  const CommandTable commands;
+  const auto completion = Complete(commands.App, invocation.Word);
+  std::string text = completion.IsFile ? ":file\n" : "";
+  for (const auto& [word, about] : completion.Candidates)
+    text.append(word).append("\t").append(about) += '\n';
+  return ShowText(report, text);
+}
+
+class LineTable {
+ public:
+  CLI::App App{"Operations; help OPERATION tells more about one, quit ends.", ""};
+  const OperationParser Operations{App};
+
+  LineTable() {
+    App.require_subcommand(1);
+    App.fallthrough();
+  }
+};
+
+}  // namespace
+
+Invocation ParseCommandLine(int argc, char** argv) { return CommandTable().Read({argv + 1, argv + argc}); }
+
+Completion CompleteLine(const std::string& line) { return Complete(LineTable().App, line); }
 
 std::optional<Operation> ParseLine(const std::string& line) {
   auto words = SplitWords(line);
@@ -422,12 +481,9 @@ std::optional<Operation> ParseLine(const std::string& line) {
     words.erase(words.begin());
     words.push_back("--help");
   }
-  CLI::App app("Operations; help OPERATION tells more about one.", "");
-  app.require_subcommand(1);
-  app.fallthrough();
-  const OperationParser operations(app);
-  Parse(app, std::move(words));
-  return operations.Chosen();
+  LineTable lines;
+  Parse(lines.App, std::move(words));
+  return lines.Operations.Chosen();
 }
 
 }  // namespace ptzctl

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Camera.h"
+#include "Completion.h"
 #include "Outcome.h"
 #include "Report.h"
 
@@ -37,6 +38,7 @@ struct Invocation {
   Operation Chosen;                ///< for a command that is an operation
   std::vector<std::string> Lines;  ///< of a `run`; empty: those of the standard input
   bool KeepGoing = false;          ///< of a `run`
+  std::string Word;                ///< of a command that takes one
 };
 
 /// Somebody asked for help, or for the version; the text is what to tell.
@@ -49,5 +51,7 @@ class HelpRequest : public std::runtime_error {
 Invocation ParseCommandLine(int argc, char** argv);
 /// One operation of a `run` or `shell`; nothing for a line that is empty or a comment.
 std::optional<Operation> ParseLine(const std::string& line);
+/// What may stand where a line of a `shell` ends.
+Completion CompleteLine(const std::string& line);
 
 }  // namespace ptzctl

@@ -31,6 +31,14 @@ int Interruption::Signal() const {
   return Signal_;
 }
 
+bool Interruption::Forgive(int signal) {
+  const std::lock_guard lock(Mutex_);
+  if (Signal_ != signal) return false;
+  Signal_ = 0;
+  Changed_.notify_all();
+  return true;
+}
+
 bool Interruption::Sleep(std::chrono::milliseconds time) const {
   std::unique_lock lock(Mutex_);
   return !Changed_.wait_for(lock, time, [this] { return Signal_ != 0; });
@@ -48,7 +56,8 @@ void Interruption::Come(int signal) {
     if (Stop_) Stop_();
   }
   std::unique_lock lock(Mutex_);
-  if (!Changed_.wait_for(lock, TimeToEnd, [this] { return Ended_; })) std::_Exit(ExitCodeOf(Signal_));
+  const auto isDealtWith = [this] { return Ended_ || Signal_ == 0; };
+  if (!Changed_.wait_for(lock, TimeToEnd, isDealtWith)) std::_Exit(ExitCodeOf(Signal_));
 }
 
 }  // namespace ptzctl

@@ -23,6 +23,8 @@ class Interruption {
   /// The first that came; 0 while there is none.
   int Signal() const;
   bool Came() const { return Signal() != 0; }
+  /// Forgets this signal, so that the work goes on. False where it was another, or none.
+  bool Forgive(int signal);
   /// Blocks for a time; returns early, and false, when interrupted.
   bool Sleep(std::chrono::milliseconds time) const;
 

@@ -258,11 +258,24 @@ void Report::Warn(const std::string& text) const {
   std::cerr << "ptzctl: warning: " << Printable(ptzd::MaskCredentials(text)) << std::endl;
 }
 
-int ShowList(Report& report, const Outcome& list) {
-  report.Show(list);
+namespace {
+
+int ExitCodeAfter(const Report& report) {
   if (report.Failure().empty()) return 0;
   report.Warn(report.Failure());
   return static_cast<int>(Result::Refused);
+}
+
+}  // namespace
+
+int ShowList(Report& report, const Outcome& list) {
+  report.Show(list);
+  return ExitCodeAfter(report);
+}
+
+int ShowText(Report& report, const std::string& text) {
+  report.Write(text);
+  return ExitCodeAfter(report);
 }
 
 }  // namespace ptzctl

@@ -15,6 +15,8 @@ class Report {
   /// The position of an operation that goes on; on a terminal the next one takes its place.
   void ShowProgress(const Outcome& outcome);
   void Warn(const std::string& text) const;
+  /// Writes the text as it is.
+  void Write(const std::string& text);
 
   /// Why what was shown could not be written; empty where it was.
   const std::string& Failure() const { return Failure_; }
@@ -22,8 +24,6 @@ class Report {
   int Signal() const { return Signal_; }
 
  private:
-  void Write(const std::string& text);
-
   const bool JSON_, OnTerminal_;
   bool InProgress_ = false;  ///< the line on the terminal is not ended
   int Signal_ = 0;
@@ -32,6 +32,8 @@ class Report {
 
 /// Shows what was asked for without a camera; answers the exit code.
 int ShowList(Report& report, const Outcome& list);
+/// Likewise a text, as it is.
+int ShowText(Report& report, const std::string& text);
 
 /// "no_connection", as JSON has it.
 const char* ResultName(Result result);

@@ -1,17 +1,21 @@
 #include "Session.h"
 
+#include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <utility>
 
 #include "Connection.h"
 #include "ExchangeLog.h"
+#include "LineEditor.h"
 #include "LineReader.h"
 #include "Operations.h"
 #include "Words.h"
 #include "cameras/CameraList.h"
 #include "drivers/kit/AddressLogins.h"
+#include "platform/ConfigurationFolders.h"
 #include "platform/Terminal.h"
 
 namespace ptzctl {
@@ -166,7 +170,8 @@ Result Session::Operate(const std::string& line) {
 
 Result Session::Tell(const Outcome& outcome) {
   Report_.Show(outcome);
-  if (ExitCode_ == 0) ExitCode_ = outcome.ExitCode();
+  // An interruption may be forgiven; if not, it is the code anyhow.
+  if (ExitCode_ == 0 && outcome.Result != Result::Interrupted) ExitCode_ = outcome.ExitCode();
   return outcome.Result;
 }
 
@@ -196,10 +201,12 @@ const Operation ConnectFirst{"connect", [](Camera& camera) { return camera.Conne
 
 using NextLine = std::function<std::optional<std::string>()>;
 
+bool IsQuit(const std::string& line) { return line == "quit" || line == "exit"; }
+
 void OperateAll(Session& session, const NextLine& next, bool keepGoing) {
   if (session.Operate(ConnectFirst) != Result::Done) return;
   while (const auto line = next()) {
-    if (*line == "quit" || *line == "exit") break;
+    if (IsQuit(*line)) break;
     const auto result = session.Operate(*line);
     if (session.IsOver() || (result != Result::Done && !keepGoing)) break;
   }
@@ -243,13 +250,49 @@ void OperateArguments(Session& session, const Invocation& invocation) {
   OperateAll(session, next, invocation.KeepGoing);
 }
 
-void OperateInput(Session& session, const Interruption& interruption, bool shell, bool keepGoing) {
+void OperateInput(Session& session, const Interruption& interruption, bool keepGoing) {
+  LineReader reader(interruption);
+  OperateAll(
+      session, [&] { return reader.Next(); }, keepGoing);
+}
+
+constexpr char Prompt[] = "ptzctl> ";
+
+/// Where what was typed is kept for the next time; nowhere for somebody without a folder of their own.
+std::filesystem::path HistoryFile() {
+  const char* state = std::getenv("XDG_STATE_HOME");
+  if (state != nullptr && *state != 0) return std::filesystem::path(state) / "ptzd/history";
+  const auto home = ptzd::HomeFolder();
+  return home.empty() ? home : home / ".local/state/ptzd/history";
+}
+
+/// Somebody types at the terminal: Ctrl-C ends a motion, or the line, and not the shell.
+void OperateTyped(Session& session, const Camera& camera, Interruption& interruption, LineEditor& editor) {
+  const NextLine next = [&]() -> std::optional<std::string> {
+    while (const auto line = editor.Next()) {
+      if (!line->IsGivenUp) return line->Text;
+      if (camera.MayMove()) session.Operate("stop");
+    }
+    return std::nullopt;
+  };
+  if (session.Operate(ConnectFirst) != Result::Done) return;
+  while (const auto line = next()) {
+    if (IsQuit(*line)) break;
+    session.Operate(*line);
+    interruption.Forgive(SIGINT);
+    if (session.IsOver()) break;
+  }
+}
+
+void OperateShell(Session& session, const Camera& camera, Interruption& interruption) {
+  if (const auto editor = LineEditor::Make({Prompt, HistoryFile(), CompleteLine}, interruption))
+    return OperateTyped(session, camera, interruption, *editor);
   LineReader reader(interruption);
   const NextLine next = [&] {
-    if (shell) std::cerr << "ptzctl> " << std::flush;
+    std::cerr << Prompt << std::flush;
     return reader.Next();
   };
-  OperateAll(session, next, shell || keepGoing);
+  OperateAll(session, next, true);
 }
 
 /// Makes the camera, has it operated and answers the exit code.
@@ -270,7 +313,7 @@ int RunSession(const Invocation& invocation, Report& report, Work work) {
 }  // namespace
 
 int RunOperation(const Invocation& invocation, Report& report) {
-  return RunSession(invocation, report, [&](Session& session, Camera& camera, const Interruption&) {
+  return RunSession(invocation, report, [&](Session& session, Camera& camera, Interruption&) {
     OperateOnce(session, camera, invocation.Chosen);
   });
 }
@@ -282,17 +325,14 @@ int RunLines(const Invocation& invocation, Report& report) {
                       for (const auto& line : invocation.Lines)
                         if (const auto operation = ParseLine(line)) camera.CheckPreset(operation->PresetName);
                       if (invocation.Lines.empty())
-                        OperateInput(session, interruption, false, invocation.KeepGoing);
+                        OperateInput(session, interruption, invocation.KeepGoing);
                       else
                         OperateArguments(session, invocation);
                     });
 }
 
 int RunShell(const Invocation& invocation, Report& report) {
-  return RunSession(invocation, report,
-                    [](Session& session, const Camera&, const Interruption& interruption) {
-                      OperateInput(session, interruption, true, true);
-                    });
+  return RunSession(invocation, report, OperateShell);
 }
 
 }  // namespace ptzctl

@@ -75,6 +75,11 @@ ptzd::Focus ReadFocus(std::string_view name, std::string_view word) {
   return MeaningOf(FocusWords, name, word);
 }
 
+std::string DirectionChoices() { return TextOf(DirectionWords, "|"); }
+std::string ZoomChoices() { return TextOf(ZoomWords, "|"); }
+std::string IrisChoices() { return TextOf(IrisWords, "|"); }
+std::string FocusChoices() { return TextOf(FocusWords, "|"); }
+
 std::string DirectionText(Directions direction) {
   for (const auto& word : DirectionWords)
     if (word.Means == direction) return std::string(word.Text);

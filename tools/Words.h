@@ -28,6 +28,12 @@ ptzd::Zooms ReadZoom(std::string_view name, std::string_view word);
 ptzd::Iris ReadIris(std::string_view name, std::string_view word);
 ptzd::Focus ReadFocus(std::string_view name, std::string_view word);
 
+// The words that `ReadDirection` and so on know, as "in|out".
+std::string DirectionChoices();
+std::string ZoomChoices();
+std::string IrisChoices();
+std::string FocusChoices();
+
 /// "up-left"; the number where it has no name.
 std::string DirectionText(ptzd::Directions direction);
 

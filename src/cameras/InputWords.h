@@ -34,15 +34,20 @@ struct Word {
   Value Means;
 };
 
+/// The words of a table, as "in|out" perhaps.
+template <typename Value, std::size_t Count>
+std::string TextOf(const Word<Value> (&words)[Count], std::string_view between) {
+  std::string text;
+  for (const auto& word : words) text.append(text.empty() ? "" : between).append(word.Text);
+  return text;
+}
+
 /// What a word of a table means, in any case of letters. Raises `InputError` for one that is not there.
 template <typename Value, std::size_t Count>
 Value MeaningOf(const Word<Value> (&words)[Count], std::string_view name, std::string_view word) {
-  std::string known;
-  for (const auto& candidate : words) {
+  for (const auto& candidate : words)
     if (EqualsIgnoringCase(candidate.Text, word)) return candidate.Means;
-    known.append(known.empty() ? "" : ", ").append(candidate.Text);
-  }
-  Refuse(name, word, "is none of " + known);
+  Refuse(name, word, "is none of " + TextOf(words, ", "));
 }
 
 }  // namespace ptzd
