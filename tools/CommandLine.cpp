@@ -10,6 +10,7 @@
 #include "Connection.h"
 #include "Operations.h"
 #include "Session.h"
+#include "Tour.h"
 #include "Words.h"
 
 namespace ptzctl {
@@ -329,9 +330,15 @@ void DeclareCameras(CLI::App& app, Invocation& invocation) {
       return AddCamera(parsed, *details, report);
     };
   });
-  named("remove", "Forget the name of a camera")->callback([&invocation] {
-    invocation.Perform = RemoveCamera;
-  });
+  auto* remove = named("remove", "Forget the name of a camera");
+  remove->get_option("NAME")->type_name("CAMERA");
+  remove->callback([&invocation] { invocation.Perform = RemoveCamera; });
+}
+
+std::int32_t ReadRounds(const std::string& word) {
+  const auto rounds = ReadWholeNumber("--rounds", word);
+  if (rounds < 0) ptzd::Refuse("--rounds", word, "is less than 0");
+  return rounds;
 }
 
 int PrintCompletionScript(const Invocation& invocation, Report& report);
@@ -418,6 +425,17 @@ CommandTable::CommandTable() {
   run->callback([&] { invocation.Perform = RunLines; });
   app.add_subcommand("shell", "Operations from the standard input, one per line; goes on when one fails")
       ->callback([&] { invocation.Perform = RunShell; });
+
+  auto* tour = app.add_subcommand(
+      "tour", "Send the camera round the stops of a file, again and again, for example: tour night.toml");
+  tour->add_option("file", invocation.Word, "The tour")->required()->type_name("FILE");
+  tour->add_option_function<std::string>(
+          "--rounds", [&](const std::string& word) { invocation.Rounds = ReadRounds(word); },
+          "How often, instead of what the file says; 0: until Ctrl-C")
+      ->type_name("NUMBER");
+  tour->add_flag("--keep-going", invocation.KeepGoing,
+                 "Go on to the next stop, and connect again, when one fails");
+  tour->callback([&] { invocation.Perform = RunTour; });
 
   auto* completion = app.add_subcommand(
       "completion",

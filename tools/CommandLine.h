@@ -35,10 +35,11 @@ struct Invocation {
   bool JSON = false, Trace = false;
   std::chrono::milliseconds StopTime{10000};  ///< how long it is tried to stop a camera that does not take it
 
-  Operation Chosen;                ///< for a command that is an operation
-  std::vector<std::string> Lines;  ///< of a `run`; empty: those of the standard input
-  bool KeepGoing = false;          ///< of a `run`
-  std::string Word;                ///< of a command that takes one
+  Operation Chosen;                    ///< for a command that is an operation
+  std::vector<std::string> Lines;      ///< of a `run`; empty: those of the standard input
+  bool KeepGoing = false;              ///< of a `run` or `tour`
+  std::optional<std::int32_t> Rounds;  ///< of a `tour`
+  std::string Word;                    ///< of a command that takes one
 };
 
 /// Somebody asked for help, or for the version; the text is what to tell.

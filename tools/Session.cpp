@@ -195,9 +195,9 @@ int Session::End() {
   return ExitCode_;
 }
 
-namespace {
-
 const Operation ConnectFirst{"connect", [](Camera& camera) { return camera.Connect(); }, true};
+
+namespace {
 
 using NextLine = std::function<std::optional<std::string>()>;
 
@@ -295,9 +295,9 @@ void OperateShell(Session& session, const Camera& camera, Interruption& interrup
   OperateAll(session, next, true);
 }
 
-/// Makes the camera, has it operated and answers the exit code.
-template <typename Work>
-int RunSession(const Invocation& invocation, Report& report, Work work) {
+}  // namespace
+
+int RunSession(const Invocation& invocation, Report& report, const Work& work) {
   Interruption interruption;
   std::unique_ptr<Camera> camera;
   try {
@@ -309,8 +309,6 @@ int RunSession(const Invocation& invocation, Report& report, Work work) {
   work(session, *camera, interruption);
   return session.End();
 }
-
-}  // namespace
 
 int RunOperation(const Invocation& invocation, Report& report) {
   return RunSession(invocation, report, [&](Session& session, Camera& camera, Interruption&) {

@@ -52,6 +52,13 @@ class Session {
   bool IsGivenUp_ = false;
 };
 
+/// Which comes before the others.
+extern const Operation ConnectFirst;
+
+/// Makes the camera that a command line names, has it operated, and answers the exit code.
+using Work = std::function<void(Session&, Camera&, Interruption&)>;
+int RunSession(const Invocation& invocation, Report& report, const Work& work);
+
 // Commands. Each answers the exit code.
 int RunOperation(const Invocation& invocation, Report& report);
 /// The lines of the command line, or those of the standard input.

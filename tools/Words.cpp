@@ -52,20 +52,6 @@ constexpr Word<ptzd::Capabilities> CapabilityWords[] = {
 
 }  // namespace
 
-std::chrono::milliseconds ReadDuration(std::string_view name, std::string_view word) {
-  constexpr std::pair<std::string_view, double> units[] = {{"ms", 1}, {"s", 1000}, {"m", 60000}, {"", 1000}};
-  constexpr double day = 86400000;
-  for (const auto& [unit, milliseconds] : units) {
-    if (!word.ends_with(unit)) continue;
-    const auto value = WholeTextNumber(word.substr(0, word.size() - unit.size()));
-    if (!value) continue;
-    const double time = std::round(*value * milliseconds);
-    if (!(time >= 1 && time <= day)) Refuse(name, word, "is not between 1ms and a day");
-    return std::chrono::milliseconds(static_cast<std::int64_t>(time));
-  }
-  Refuse(name, word, "is not a time such as 2s, 500ms or 1.5");
-}
-
 Directions ReadDirection(std::string_view name, std::string_view word) {
   return MeaningOf(DirectionWords, name, word);
 }

@@ -19,10 +19,9 @@ using ptzd::Printable;
 // What a word on the command line means. `name` is what the word stands for; all raise `UsageError`, which
 // names both.
 using ptzd::ReadBoolean;
+using ptzd::ReadDuration;
 using ptzd::ReadNumber;
 using ptzd::ReadWholeNumber;
-/// "2s", "500ms", "1.5" (seconds) or "2m"; more than 0, at most a day.
-std::chrono::milliseconds ReadDuration(std::string_view name, std::string_view word);
 ptzd::Directions ReadDirection(std::string_view name, std::string_view word);
 ptzd::Zooms ReadZoom(std::string_view name, std::string_view word);
 ptzd::Iris ReadIris(std::string_view name, std::string_view word);

@@ -9,11 +9,10 @@
 
 // Exceptions are how it tells of errors; nothing here writes TOML with it.
 #define TOML_ENABLE_FORMATTERS 0
-#include <toml++/toml.h>
-
 #include <ptzd/PropertyBag.h>
 #include "cameras/ConnectionOptions.h"
 #include "cameras/InputWords.h"
+#include "cameras/TOMLReader.h"
 #include "common/Nearest.h"
 #include "common/Numbers.h"
 #include "common/Printable.h"
@@ -30,39 +29,15 @@ constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr bool IsLetter(char c) { return LowerASCII(c) >= 'a' && LowerASCII(c) <= 'z'; }
 
 /// Reads one file.
-class Reader {
+class Reader : private TOMLReader {
  public:
-  Reader(const std::string& file, const std::string& openness) : File_(file), Openness_(openness) {}
+  Reader(const std::string& file, const std::string& openness) : TOMLReader(file), Openness_(openness) {}
 
   std::vector<NamedCamera> Cameras(const toml::table& document) const;
 
  private:
   using Kind = PasswordSource::Kind;
 
-  [[noreturn]] void Fail(const toml::source_region& at, const std::string& problem) const {
-    throw InputError(File_ + ":" + std::to_string(at.begin.line) + ":" + std::to_string(at.begin.column) +
-                     ": " + problem);
-  }
-  [[noreturn]] void FailUnknown(const toml::key& key, const std::string& what,
-                                const std::vector<std::string>& known) const {
-    Fail(key.source(), what + " \"" + Printable(key.str()) + "\" is not known" + DoYouMean(key.str(), known));
-  }
-  [[noreturn]] void FailType(const toml::node& node, const std::string& what, const char* expected) const {
-    Fail(node.source(), what + ": expected " + expected + ", not " + KindOf(node));
-  }
-  static const char* KindOf(const toml::node& node);
-
-  const toml::table& Table(const toml::node& node, const std::string& what) const {
-    if (const auto* table = node.as_table()) return *table;
-    FailType(node, what, "a table");
-  }
-  std::string TextAt(const toml::node& node, const std::string& what) const;
-  bool BooleanAt(const toml::node& node, const std::string& what) const {
-    if (const auto* value = node.as_boolean()) return value->get();
-    FailType(node, what, "true or false");
-  }
-  float NumberAt(const toml::node& node, const std::string& what) const;
-  std::int32_t WholeNumberAt(const toml::node& node, const std::string& what) const;
   CameraLimits LimitsAt(const toml::node& node, const std::string& what) const;
   std::map<std::string, std::int32_t> PresetsAt(const toml::node& node, const std::string& what) const;
   Bytes OptionsAt(const toml::node& node, const DriverClass& driver, const std::string& what) const;
@@ -71,53 +46,8 @@ class Reader {
   std::string PathAt(const toml::node& node, const std::string& what) const;
   NamedCamera CameraAt(const std::string& name, const toml::table& table) const;
 
-  const std::string& File_;
   const std::string& Openness_;
 };
-
-const char* Reader::KindOf(const toml::node& node) {
-  switch (node.type()) {
-    case toml::node_type::string:
-      return "a text";
-    case toml::node_type::integer:
-      return "a whole number";
-    case toml::node_type::floating_point:
-      return "a number with a point";
-    case toml::node_type::boolean:
-      return "true or false";
-    case toml::node_type::array:
-      return "a list";
-    case toml::node_type::table:
-      return "a table";
-    default:
-      return "a date or time";
-  }
-}
-
-std::string Reader::TextAt(const toml::node& node, const std::string& what) const {
-  const auto* text = node.as_string();
-  if (text == nullptr) FailType(node, what, "a text in quotes");
-  if (text->get().empty()) Fail(node.source(), what + ": the text is empty");
-  if (Printable(text->get()) != text->get()) Fail(node.source(), what + ": the text has control characters");
-  return text->get();
-}
-
-float Reader::NumberAt(const toml::node& node, const std::string& what) const {
-  const auto value = node.is_number() ? node.value<double>() : std::nullopt;
-  if (!value) FailType(node, what, "a number");
-  if (!(std::abs(*value) <= std::numeric_limits<float>::max()))
-    Fail(node.source(), what + ": the number is too large");
-  return static_cast<float>(*value);
-}
-
-std::int32_t Reader::WholeNumberAt(const toml::node& node, const std::string& what) const {
-  const auto* value = node.as_integer();
-  if (value == nullptr) FailType(node, what, "a whole number");
-  using Limits = std::numeric_limits<std::int32_t>;
-  if (value->get() < Limits::min() || value->get() > Limits::max())
-    Fail(node.source(), what + ": the number is too large");
-  return static_cast<std::int32_t>(value->get());
-}
 
 CameraLimits Reader::LimitsAt(const toml::node& node, const std::string& what) const {
   const auto* list = node.as_array();
@@ -183,7 +113,7 @@ Bytes Reader::OptionsAt(const toml::node& node, const DriverClass& driver, const
 std::string Reader::PathAt(const toml::node& node, const std::string& what) const {
   const auto text = TextAt(node, what);
   if (text.starts_with("~/")) return TextOf(HomeFolder() / PathOf(text.substr(2)));
-  return TextOf(PathOf(File_).parent_path() / PathOf(text));
+  return TextOf(PathOf(File()).parent_path() / PathOf(text));
 }
 
 PasswordSource Reader::PasswordAt(const std::string& key, const toml::node& node,
@@ -206,7 +136,7 @@ NamedCamera Reader::CameraAt(const std::string& name, const toml::table& table) 
       "password",   "password_env", "password_file", "password_keyring", "password_prompt",
       "invert_pan", "invert_tilt",  "pan_limits",    "tilt_limits",      "zoom_limits",
       "presets"};
-  NamedCamera camera{.Name = name, .File = File_};
+  NamedCamera camera{.Name = name, .File = File()};
   const auto whose = "camera " + name;
   const auto* driverNode = table.get("driver");
   if (driverNode == nullptr) Fail(table.source(), whose + ": expected a driver, such as driver = \"Axis\"");
@@ -215,7 +145,7 @@ NamedCamera Reader::CameraAt(const std::string& name, const toml::table& table) 
     driver = &DriverNamed(TextAt(*driverNode, whose + ", driver"));
   } catch (const InputError& error) {
     const std::string text = error.what();
-    if (text.starts_with(File_ + ":")) throw;
+    if (text.starts_with(File() + ":")) throw;
     Fail(driverNode->source(), whose + ": " + text);
   }
   auto& settings = camera.Settings;
@@ -237,7 +167,7 @@ NamedCamera Reader::CameraAt(const std::string& name, const toml::table& table) 
           camera.Address = CheckedAddress("address", TextAt(node, what));
       } catch (const InputError& error) {
         const std::string text = error.what();
-        if (text.starts_with(File_ + ":")) throw;
+        if (text.starts_with(File() + ":")) throw;
         Fail(node.source(), whose + ", " + text);
       }
       if (camera.Address.find('@') != std::string::npos)
@@ -299,23 +229,6 @@ std::vector<NamedCamera> Reader::Cameras(const toml::table& document) const {
     }
   }
   return cameras;
-}
-
-toml::table Parse(const std::string& text, const std::string& file) {
-  try {
-    return toml::parse(text, file);
-  } catch (const toml::parse_error& error) {
-    const auto at = error.source().begin;
-    auto problem = std::string(error.description());
-    // What the library quotes may be a part of a password.
-    std::size_t begin = 0;
-    for (toml::source_index line = 1; line < at.line && begin < text.size(); ++line)
-      begin = text.find('\n', begin) + 1;
-    const auto line = text.substr(begin, text.find('\n', begin) - begin);
-    if (line.find("password") != std::string::npos) problem = "expected a key, \"=\" and a text in quotes";
-    throw InputError(file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": " +
-                     Printable(problem));
-  }
 }
 
 }  // namespace
@@ -419,7 +332,7 @@ std::string WithoutCamera(const std::string& text, const std::string& file, cons
     return at == std::string::npos ? '\0' : lines[line][at];
   };
   std::vector<std::size_t> headings;
-  const auto document = Parse(text, file);
+  const auto document = ParseTOML(text, file);
   if (const auto* table = document[Top][name].as_table()) CollectHeadings(*table, headings);
   for (const auto heading : headings) {
     const auto first = heading - 1;
@@ -476,7 +389,7 @@ void Write(const std::string& file, const std::string& text) {
 
 std::vector<NamedCamera> ReadCameras(const std::string& text, const std::string& file,
                                      const std::string& openness) {
-  return Reader(file, openness).Cameras(Parse(text, file));
+  return Reader(file, openness).Cameras(ParseTOML(text, file));
 }
 
 std::vector<NamedCamera> ReadCameraFile(const std::string& file, bool mustBeThere) {

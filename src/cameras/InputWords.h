@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -20,6 +21,8 @@ class InputError : public std::runtime_error {
 // What a word means. `name` is what the word stands for; all raise `InputError`, which names both.
 float ReadNumber(std::string_view name, std::string_view word);
 std::int32_t ReadWholeNumber(std::string_view name, std::string_view word);
+/// "2s", "500ms", "1.5" (seconds) or "2m"; more than 0, at most a day.
+std::chrono::milliseconds ReadDuration(std::string_view name, std::string_view word);
 bool ReadBoolean(std::string_view name, std::string_view word);
 
 /// Raises `InputError`: what it stands for, the word, and why it cannot be.

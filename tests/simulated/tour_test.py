@@ -1,0 +1,108 @@
+#!/usr/bin/env python3
+"""ptzctl's tours against ptzsim.
+
+Usage: tour_test.py PTZCTL PTZSIM"""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PTZCTL, PTZSIM = sys.argv.pop(1), sys.argv.pop(1)
+DEADLINE = 60  # seconds; far more than anything here takes
+
+
+class Camera:
+    def __init__(self, make="axis"):
+        self.process = subprocess.Popen([PTZSIM, make, "--until-eof"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        text=True)
+        self.address = self.process.stdout.readline().strip()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.stdin.close()
+        self.process.wait(DEADLINE)
+        self.process.stdout.close()
+
+    def head(self):
+        self.process.stdin.write("state\n")
+        self.process.stdin.flush()
+        told = ""
+        while not told.endswith("\n}\n"):
+            told += self.process.stdout.readline()
+        return json.loads(told)["heads"][0]
+
+
+class Tours(unittest.TestCase):
+    def command(self, camera, tour, *options, driver="Axis", where="--address"):
+        file = tempfile.NamedTemporaryFile("w", suffix=".toml", delete=False)
+        self.addCleanup(os.unlink, file.name)
+        with file:
+            file.write(tour)
+        return [PTZCTL, "--json", "--driver", driver, where, camera, "tour", file.name, *options]
+
+    def run_tour(self, *words, **options):
+        done = subprocess.run(self.command(*words, **options), capture_output=True, text=True, timeout=DEADLINE,
+                              check=False)
+        return done.returncode, [json.loads(line) for line in done.stdout.splitlines()]
+
+    def test_places_a_glide_and_a_stretch(self):
+        tour = ("rounds = 2\npause = 0\n[[stop]]\npan = 10\ntilt = -20\nzoom = 1.5\n"
+                "[[stop]]\npan = -10\ntilt = 5\nspeed = 20\n[[stop]]\npan_speed = 10\nfor = \"300ms\"\n")
+        with Camera() as camera:
+            code, told = self.run_tour(camera.address, tour)
+            self.assertEqual(code, 0)
+            self.assertEqual([row["operation"] for row in told],
+                             ["connect"] + ["move-to", "move-to", "continuous"] * 2)
+            for place, row in (((10, -20), told[4]), ((-10, 5), told[5])):
+                self.assertEqual((row["outcome"], row["position"]["pan"], row["position"]["tilt"]), ("arrived", *place))
+            sent = [exchange["url"] for exchange in told[5]["exchanges"]]
+            self.assertIn("continuouspantiltmove=-", sent[0])
+            self.assertTrue(sent[-2].endswith("pan=-10&tilt=5"), sent)
+            head = camera.head()
+            self.assertFalse(head["moving"])
+            self.assertGreater(head["pan"], -10)  # beyond the last place
+
+    def test_what_cannot_tell_where_it_is_is_given_time(self):
+        with Camera("pelco") as camera:
+            code, told = self.run_tour(camera.address, "rounds = 1\ntravel = \"10ms\"\n[[stop]]\npreset = 3\n",
+                                       driver="Pelco", where="--line")
+            self.assertEqual(code, 0, told)
+            self.assertIn("cannot tell whether it is there", told[1]["text"])
+
+    def test_an_interrupted_tour_leaves_the_camera_at_rest(self):
+        with Camera() as camera:
+            tour = subprocess.Popen(self.command(camera.address, "[[stop]]\npan_speed = 5\nfor = \"60m\"\n"),
+                                    stdout=subprocess.PIPE, text=True)
+            while not camera.head()["moving"]:
+                pass
+            tour.send_signal(signal.SIGINT)
+            tour.communicate(timeout=DEADLINE)
+            self.assertEqual(tour.returncode, 130)
+            self.assertFalse(camera.head()["moving"])
+
+    def test_a_wrong_file_is_told_before_anything_is_sent(self):
+        with Camera() as camera:
+            for text, where, expected in (
+                    ("[[stop]]\npan = 1\n", "1:1", "both pan and tilt"),
+                    ("[[stop]]\npreset = 1\npase = 3\n", "3:1", "do you mean pause?"),
+                    ("[[stop]]\npreset = 1\npan = 2\ntilt = 3\n", "1:1", "one of a preset, a place"),
+                    ("[[stop]]\npan_speed = 1\n", "1:1", "how long the camera is driven"),
+                    ("rounds = \"two\"\n", "1:10", "a whole number"),
+                    ("pause = \"soon\"\n[[stop]]\npreset = 1\n", "1:9", "is not a time"),
+                    ("pause = 1\n", "", "expected stops"),
+                    ("[[stop]\n", "1:8", "expected ']'")):
+                with self.subTest(text=text):
+                    code, told = self.run_tour(camera.address, text)
+                    self.assertEqual((code, len(told)), (2, 1))
+                    self.assertIn(f".toml:{where}", told[0]["text"])
+                    self.assertIn(expected, told[0]["text"])
+
+
+if __name__ == "__main__":
+    unittest.main()

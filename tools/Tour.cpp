@@ -1,0 +1,176 @@
+#include "Tour.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include <ptzd/DriverData.h>
+#include "Session.h"
+#include "Words.h"
+#include "cameras/TourFile.h"
+#include "common/Numbers.h"
+
+namespace ptzctl {
+
+namespace {
+
+using namespace ptzd;
+
+/// How near to its target a head at a speed is sent there, in degrees; the rest of the way it goes by itself.
+constexpr float Near = 1;
+/// Between two tries of a tour that goes on where a stop failed.
+constexpr std::chrono::seconds PauseAfterFailure(1);
+
+/// The operation that sends a camera to a stop, in the words of a `run`.
+std::string LineOf(const TourStop& stop, const Tour& tour) {
+  std::ostringstream line;
+  const auto wait = " --wait " + std::to_string(tour.Arrive.count()) + "ms";
+  const auto& to = stop.To;
+  if (!stop.Preset.empty()) {
+    line << "preset goto " << std::quoted(stop.Preset) << wait;
+  } else if (to.Pan) {
+    line << "move-to " << Text(*to.Pan) << ' ' << Text(*to.Tilt) << (to.Zoom ? ' ' + Text(*to.Zoom) : "")
+         << wait;
+  } else if (to.Zoom) {
+    line << "zoom-to " << Text(*to.Zoom) << wait;
+  } else {
+    const auto& [head, zoom] = *stop.Speeds;
+    if (head)
+      line << "continuous " << Text(head->Pan) << ' ' << Text(head->Tilt)
+           << (zoom ? " --zoom=" + Text(*zoom) : "");
+    else
+      line << "continuous-zoom " << Text(*zoom);
+    line << " --for " << stop.For.count() << "ms";
+  }
+  return line.str();
+}
+
+/// Takes a head to a place by continuous motion, until it is near or past. The speeds of both axes are such
+/// that they get there together.
+class Glide {
+ public:
+  Glide(Camera& camera, float pan, float tilt, float speed, std::chrono::milliseconds longest)
+      : Camera_(camera), Pan_(pan), Tilt_(tilt), Speed_(speed), Until_(Clock::now() + longest) {}
+
+  /// What became of the motion; done where the head is near and rests.
+  Outcome Run() {
+    auto seen = Camera_.ReadPosition();
+    if (seen.Result != Result::Done) return seen;
+    if (seen.Position->Kind != PositionKind::Read) {
+      seen.Result = Result::Refused;
+      seen.Text = "speed: this camera cannot tell where it is, so it cannot be driven to a place";
+      return seen;
+    }
+    Aim(*seen.Position);
+    auto outcome = seen;
+    bool isDriven = false;
+    while (Signs_ != std::pair(0, 0) && outcome.Result == Result::Done && Clock::now() < Until_) {
+      if (IsTurned_) {
+        outcome = Begin();
+        Keep(outcome);
+        isDriven = true;
+        if (outcome.Result != Result::Done) break;
+      }
+      if (!Camera_.Ending().Sleep(std::chrono::milliseconds(std::max(Camera_.Data().PositionPace, 50))))
+        throw Interrupted();
+      outcome = Camera_.ReadPosition();
+      if (outcome.Result == Result::Done) Aim(*outcome.Position);
+    }
+    if (isDriven) {
+      auto stopped = Camera_.Stop();
+      Keep(stopped);
+      if (outcome.Result == Result::Done) outcome = std::move(stopped);
+    }
+    outcome.Exchanges = std::move(Exchanges_);
+    return outcome;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  /// An axis that has passed its target, or is near, rests from then on.
+  static int SignOf(float way) { return std::abs(way) <= Near ? 0 : way > 0 ? 1 : -1; }
+
+  void Aim(const CameraPosition& at) {
+    const auto pan = Pan_ - at.Pan, tilt = Tilt_ - at.Tilt;
+    const std::pair signs{SignOf(pan), SignOf(tilt)};
+    const auto next = IsFirst_ ? signs
+                               : std::pair{signs.first == Signs_.first ? signs.first : 0,
+                                           signs.second == Signs_.second ? signs.second : 0};
+    IsTurned_ = IsFirst_ || next != Signs_;
+    IsFirst_ = false;
+    Signs_ = next;
+    const auto longest = std::max(std::abs(pan), std::abs(tilt));
+    PanSpeed_ = next.first == 0 ? 0 : Speed_ * pan / longest;
+    TiltSpeed_ = next.second == 0 ? 0 : Speed_ * tilt / longest;
+  }
+
+  /// What moved the head is told; that it was asked where it is, again and again, is not.
+  void Keep(const Outcome& outcome) {
+    Exchanges_.insert(Exchanges_.end(), outcome.Exchanges.begin(), outcome.Exchanges.end());
+  }
+
+  Outcome Begin() {
+    return Camera_.Drive({"continuous", "Move at speed " + Text(Speed_), {}, CapabilityContinuousMove},
+                         {DriveSpeeds::Head{PanSpeed_, TiltSpeed_}, {}}, {}, false);
+  }
+
+  Camera& Camera_;
+  const float Pan_, Tilt_, Speed_;
+  const Clock::time_point Until_;
+  std::pair<int, int> Signs_{0, 0};  ///< which way each axis goes; 0: not any more
+  bool IsFirst_ = true, IsTurned_ = false;
+  float PanSpeed_ = 0, TiltSpeed_ = 0;
+  std::vector<Exchange> Exchanges_;
+};
+
+/// A stop of a tour as an operation, with its number told.
+Operation OperationOf(const TourStop& stop, const Tour& tour, const std::string& number) {
+  auto operation = *ParseLine(LineOf(stop, tour));
+  operation.Perform = [stop, number, travel = tour.Travel, arrive = tour.Arrive,
+                       perform = std::move(operation.Perform)](Camera& camera) {
+    Outcome glided;
+    if (stop.Speed) glided = Glide(camera, *stop.To.Pan, *stop.To.Tilt, *stop.Speed, arrive).Run();
+    if (glided.Result != Result::Done) return glided;
+    auto outcome = perform(camera);
+    outcome.Exchanges.insert(outcome.Exchanges.begin(), glided.Exchanges.begin(), glided.Exchanges.end());
+    const bool cannotTell = outcome.Result == Result::NotArrived && outcome.Became == WishResult::Sent;
+    if (cannotTell && camera.Ending().Sleep(travel)) {
+      outcome.Result = Result::Done;
+      outcome.Text = "sent; this camera cannot tell whether it is there, and was given " + Seconds(travel);
+    }
+    outcome.Text = number + " " + outcome.Text;
+    return outcome;
+  };
+  return operation;
+}
+
+}  // namespace
+
+int RunTour(const Invocation& invocation, Report& report) {
+  auto tour = ReadTour(invocation.Word);
+  if (invocation.Rounds) tour.Rounds = *invocation.Rounds;
+  std::vector<Operation> operations;
+  for (const auto& stop : tour.Stops)
+    operations.push_back(OperationOf(
+        stop, tour, std::to_string(operations.size() + 1) + "/" + std::to_string(tour.Stops.size())));
+
+  return RunSession(invocation, report,
+                    [&](Session& session, Camera& camera, const Interruption& interruption) {
+                      const auto connects = [&] {
+                        return camera.State().Connected || session.Operate(ConnectFirst) == Result::Done;
+                      };
+                      for (std::int32_t round = 0; tour.Rounds == 0 || round < tour.Rounds; ++round) {
+                        for (std::size_t i = 0; i < operations.size(); ++i) {
+                          const bool isDone = connects() && session.Operate(operations[i]) == Result::Done;
+                          if (session.IsOver() || (!isDone && !invocation.KeepGoing)) return;
+                          if (!interruption.Sleep(isDone ? tour.Stops[i].Pause : PauseAfterFailure)) return;
+                        }
+                      }
+                    });
+}
+
+}  // namespace ptzctl
