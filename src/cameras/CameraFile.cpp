@@ -379,7 +379,7 @@ void Write(const std::string& file, const std::string& text) {
   const bool hasPassword = std::ranges::any_of(
       cameras, [](const NamedCamera& camera) { return camera.Password.From == PasswordSource::Kind::Here; });
   try {
-    ReplaceFile(PathOf(file), text, hasPassword);
+    WriteWholeFile(PathOf(file), text, hasPassword);
   } catch (const std::system_error& error) {
     throw InputError("the cameras' file " + file + " cannot be written: " + error.what());
   }

@@ -21,6 +21,6 @@ FileContents ReadWholeFile(const std::filesystem::path& path, std::size_t longes
 /// Puts a file in the place of another, whole or not at all, with folders made as needed. `isPrivate`: only
 /// its owner may read it; otherwise whoever may read the one before, or anybody where there was none. Raises
 /// `std::system_error`.
-void ReplaceFile(const std::filesystem::path& path, const std::string& text, bool isPrivate);
+void WriteWholeFile(const std::filesystem::path& path, const std::string& text, bool isPrivate);
 
 }  // namespace ptzd

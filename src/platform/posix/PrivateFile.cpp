@@ -80,7 +80,7 @@ FileContents ReadWholeFile(const std::filesystem::path& path, std::size_t longes
   }
 }
 
-void ReplaceFile(const std::filesystem::path& path, const std::string& text, bool isPrivate) {
+void WriteWholeFile(const std::filesystem::path& path, const std::string& text, bool isPrivate) {
   std::error_code none;
   // What a link leads to is replaced, not the link.
   auto target = std::filesystem::canonical(path, none);

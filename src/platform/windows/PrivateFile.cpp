@@ -115,7 +115,7 @@ FileContents ReadWholeFile(const std::filesystem::path& path, std::size_t longes
   return contents;
 }
 
-void ReplaceFile(const std::filesystem::path& path, const std::string& text, bool isPrivate) {
+void WriteWholeFile(const std::filesystem::path& path, const std::string& text, bool isPrivate) {
   if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
   auto temporary = path;
   temporary += L"." + std::to_wstring(GetCurrentProcessId()) + L".tmp";
