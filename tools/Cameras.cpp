@@ -94,14 +94,16 @@ std::string Demand(Questions& questions, const std::string& given, const char* o
   }
 }
 
+/// The driver of the camera to add, as somebody says it.
+const ptzd::DriverClass& DriverToAdd(const Invocation& invocation, Questions& questions) {
+  return FindDriver(Demand(questions, invocation.Driver, "--driver", "Driver (ptzctl drivers lists them): ",
+                           [](const std::string& word) { FindDriver(word); }));
+}
+
 /// Asks for what is missing; only where something has to be asked, also for what need not be.
 NamedCamera Complete(const Invocation& invocation, Questions& questions) {
   NamedCamera camera{.Name = invocation.Camera};
-  // Where the driver is not told, somebody says it.
-  const auto driverName =
-      Demand(questions, invocation.Driver, "--driver",
-             "Driver (ptzctl drivers lists them): ", [](const std::string& word) { FindDriver(word); });
-  const auto& driver = FindDriver(driverName);
+  const auto& driver = DriverToAdd(invocation, questions);
   camera.Settings.Driver = driver.ProgID;
   const bool onLine = !driver.Data->Reads("Address");
   if (onLine) {

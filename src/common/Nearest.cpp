@@ -37,7 +37,8 @@ std::string Nearest(std::string_view word, const std::vector<std::string>& names
   std::string nearest;
   std::size_t least = std::max<std::size_t>(1, word.size() / 3) + 1;
   for (const auto& name : names) {
-    const auto distance = Distance(word, name);
+    const bool begins = !word.empty() && EqualsIgnoringCase(word, name.substr(0, word.size()));
+    const auto distance = begins ? 1 : Distance(word, name);
     if (distance >= least) continue;
     least = distance;
     nearest = name;

@@ -7,7 +7,7 @@
 namespace ptzd {
 
 /// The name that somebody most likely meant by a word: the one with the fewest letters changed, left out, put
-/// in or swapped, case aside. Empty where none is near.
+/// in or swapped, or a name that begins so, case aside. Empty where none is near.
 std::string Nearest(std::string_view word, const std::vector<std::string>& names);
 
 /// "; do you mean Axis?", or nothing where no name is near.

@@ -119,6 +119,7 @@ TEST(Nearest, IsWhatSomebodyMistyped) {
   const std::vector<std::string> names{"Axis", "Bosch", "Panasonic", "PanasoniciPro"};
   EXPECT_EQ(Nearest("axsi", names), "Axis");
   EXPECT_EQ(Nearest("Panasonicpro", names), "PanasoniciPro");
+  EXPECT_EQ(Nearest("bo", names), "Bosch");
   EXPECT_EQ(Nearest("Vivotek", names), "");
 }
 
