@@ -60,9 +60,19 @@ const std::map<std::string, std::array<double, 2>> Places = {
     {"LeftMost", {-150, 15}}, {"RightMost", {150, 15}}, {"TopMost", {5, 90}}, {"BottomMost", {5, -60}}};
 const std::map<std::string, std::array<double, 2>> SavedBefore = {{"4", {-72.5, 18.75}}};
 
-HTTPReply CGIResult(int result) {
-  return HTTPReply::Text("<CGI_Result>\n    <result>" + std::to_string(result) +
-                         "</result>\n</CGI_Result>\n");
+// What the older camera tells everybody.
+constexpr char Status[] =
+    "var id='000DC5D0A1B2';\nvar sys_ver='11.37.2.54';\nvar app_ver='2.4.10.3';\nvar alias='Yard';\n"
+    "var now=1411036412;\nvar tz=-3600;\nvar alarm_status=0;\nvar ddns_status=0;\nvar upnp_status=0;\n";
+
+// What an HD camera tells its users.
+constexpr char Information[] =
+    "    <productName>FI9826W</productName>\n    <devName>Yard</devName>\n"
+    "    <firmwareVer>2.11.1.5</firmwareVer>\n";
+
+HTTPReply CGIResult(int result, const std::string& told = "") {
+  return HTTPReply::Text("<CGI_Result>\n    <result>" + std::to_string(result) + "</result>\n" + told +
+                         "</CGI_Result>\n");
 }
 
 }  // namespace
@@ -80,6 +90,7 @@ Foscam::Foscam(const Options& options)
 HTTPReply Foscam::Answer(const Request& request) {
   const Query query(request.Target, true);
   const bool hd = Kind_ == Kind::HD;
+  if (!hd && request.Target == "/get_status.cgi") return HTTPReply::Text(Status);
   if (query.Path != (hd ? "/cgi-bin/CGIProxy.fcgi" : "/decoder_control.cgi"))
     return {.Status = 404, .Violation = "no such page: " + request.Target};
   std::string wrong;
@@ -88,7 +99,8 @@ HTTPReply Foscam::Answer(const Request& request) {
     wrong = ObeyNumbered(query);
     reply = HTTPReply::Text(wrong.empty() ? "ok.\n" : "error: illegal params.\n");
   } else {
-    reply = CGIResult(ObeyNamed(query, wrong));
+    const int result = ObeyNamed(query, wrong);
+    reply = CGIResult(result, result == Done && query.Find("cmd") == "getDevInfo" ? Information : "");
   }
   if (!wrong.empty()) reply.Violation = wrong + ": " + query.Text;
   return reply;
@@ -163,6 +175,7 @@ int Foscam::ObeyNamed(const Query& query, std::string& wrong) {
     if (Presets_.contains(*name) || Presets_.size() == Places.size() + Slots) return Failed;
     return Save(*name), Done;
   }
+  if (command == "getDevInfo" && parameters.empty()) return Done;
   const bool resets = command == "ptzReset";
   const auto way =
       std::find_if(std::begin(Way::All), std::end(Way::All), [&](const Way& w) { return command == w.Name; });
@@ -208,11 +221,13 @@ nlohmann::json Foscam::State() const {
 const Make Foscam::AtShell = {"foscam", "Foscam camera with numbered commands (HTTP)", Plainly<Foscam>};
 
 const Make Foscam::HDAtShell = {
-    "foscamhd", "Foscam HD camera (HTTP)", [](Shell& shell) {
+    "foscamhd", "Foscam HD camera (HTTP)",
+    [](Shell& shell) {
       const auto options = std::make_shared<Options>(Options{.Generation = Kind::HD});
       shell.Text("--usr", options->User, "Demand this user in the query, as usr=... and pwd=...");
       shell.Text("--pwd", options->Password, "Password of that user");
       return From<Foscam>(options);
-    }};
+    },
+    Line::HTTP, "Foscam"};
 
 }  // namespace ptzsim

@@ -155,11 +155,13 @@ nlohmann::json MeritLilin::State() const {
   return {{"cameras", std::move(cameras)}};
 }
 
-const Make MeritLilin::AtShell = {"meritlilin", "Merit Lilin dome or video server (HTTP)", [](Shell& shell) {
+const Make MeritLilin::AtShell = {"meritlilin", "Merit Lilin dome or video server (HTTP)",
+                                  [](Shell& shell) {
                                     const auto options = std::make_shared<Options>();
                                     shell.Number("--cameras", options->Cameras, 1, MostCameras,
                                                  "How many cameras it serves");
                                     return From<MeritLilin>(options);
-                                  }};
+                                  },
+                                  Line::HTTP, "Merit Lilin"};
 
 }  // namespace ptzsim

@@ -169,11 +169,13 @@ nlohmann::json PanasoniciPro::State() const {
   return {{"model", Model_.Name}, {"channels", channels}};
 }
 
-const Make PanasoniciPro::AtShell = {
-    "panasonicipro", "Panasonic i-Pro camera or encoder (HTTP)", [](Shell& shell) {
-      const auto options = WithModel<PanasoniciPro>(shell);
-      shell.Number("--channels", options->Channels, 1, MostChannels, "How many channels with a head it has");
-      return From<PanasoniciPro>(options);
-    }};
+const Make PanasoniciPro::AtShell = {"panasonicipro", "Panasonic i-Pro camera or encoder (HTTP)",
+                                     [](Shell& shell) {
+                                       const auto options = WithModel<PanasoniciPro>(shell);
+                                       shell.Number("--channels", options->Channels, 1, MostChannels,
+                                                    "How many channels with a head it has");
+                                       return From<PanasoniciPro>(options);
+                                     },
+                                     Line::HTTP, "Panasonic"};
 
 }  // namespace ptzsim

@@ -1,6 +1,7 @@
 // ptzsim: simulated cameras on loopback sockets and pseudo-terminals, for whoever has no camera at hand.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
@@ -15,11 +16,13 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "simulators/Makes.h"
+#include "simulators/engine/Announcer.h"
 #include "simulators/engine/Message.h"
 
 namespace {
@@ -146,6 +149,12 @@ class CommandShell final : public Shell {
   CLI::App& Command_;
 };
 
+Announcer::Identity IdentityOf(const std::string& name, const Simulator& simulator) {
+  const auto make =
+      std::find_if(Makes().begin(), Makes().end(), [&](const Make* m) { return m->Name == name; });
+  return {(*make)->Maker, simulator.State().value("model", "camera"), simulator.Addresses().front()};
+}
+
 int Run(int argc, char** argv) {
   CLI::App app(
       "Simulated cameras on loopback sockets and pseudo-terminals. Prints each address on a line of its own "
@@ -158,6 +167,8 @@ int Run(int argc, char** argv) {
   std::string user, password, logFile;
   std::string scheme = "digest";
   bool state = false, untilEof = false;
+  Announcer::Options announced{.Interface = ""};
+  std::vector<std::uint16_t> announcedPorts;
   std::map<std::string, Builder> builders;
   for (const Make* one : Makes()) {
     const Make& make = *one;
@@ -176,6 +187,13 @@ int Run(int argc, char** argv) {
       command
           ->add_option("--auth", scheme, "How the credentials are demanded: digest (when not given) or basic")
           ->check(CLI::IsMember({"basic", "digest"}));
+      auto* announce = command->add_option("--announce", announced.Interface,
+                                           "Announce the camera, by WS-Discovery and UPnP, on the network "
+                                           "interface with this address, 127.0.0.1 for example");
+      command->add_option("--announce-ports", announcedPorts, "The ports of both; 3702,1900 when not given")
+          ->delimiter(',')
+          ->expected(2)
+          ->needs(announce);
     }
     command->add_flag("--state", state, "Print the state of the camera as JSON at the end");
     command->add_option(
@@ -190,15 +208,21 @@ int Run(int argc, char** argv) {
   }
 
   std::unique_ptr<Simulator> simulator;
+  std::optional<Announcer> announcer;
   try {
-    simulator = builders.at(app.get_subcommands().front()->get_name())(port);
+    const auto name = app.get_subcommands().front()->get_name();
+    simulator = builders.at(name)(port);
     if (!user.empty()) simulator->Faults().Set(scheme + "=" + user + ":" + password);
     for (const auto& fault : faults) simulator->Faults().Set(fault);
+    if (announcedPorts.size() == 2)
+      announced.DiscoveryPort = announcedPorts[0], announced.SearchPort = announcedPorts[1];
+    if (!announced.Interface.empty()) announcer.emplace(IdentityOf(name, *simulator), announced);
   } catch (const std::exception& error) {
     std::cerr << "ptzsim: " << error.what() << std::endl;
     return 2;
   }
   Serve(*simulator, untilEof);
+  announcer.reset();
 
   if (state) std::cout << Print(simulator->State()) << std::endl;
   if (logFile == "-") {

@@ -52,6 +52,7 @@ struct Make {
   /// Adds the make's own options and answers what builds a camera once they have been read.
   Builder (*Declare)(Shell&);
   Line On = Line::HTTP;
+  const char* Maker = Name;  ///< as cameras of it announce themselves
 };
 
 /// What builds a camera from options that a command fills in.
