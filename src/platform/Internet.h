@@ -32,6 +32,7 @@ inline constexpr std::uint32_t InternetFlagAsync = 0x10000000;
 inline constexpr std::uint32_t InternetFlagReload = 0x80000000;
 inline constexpr std::uint32_t InternetFlagNoCacheWrite = 0x04000000;
 inline constexpr std::uint32_t InternetFlagNoAuth = 0x00040000;
+inline constexpr std::uint32_t InternetFlagNoRedirect = 0x00200000;
 inline constexpr std::uint32_t InternetOptionConnectTimeout = 2;
 inline constexpr std::uint32_t InternetOptionReceiveTimeout = 6;
 inline constexpr std::uint32_t InternetOptionMaxConnectionsPerServer = 73;

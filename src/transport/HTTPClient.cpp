@@ -97,6 +97,10 @@ void HTTPClient::Timeout(std::int32_t newTimeout) {
   Internet_.SetOption(SyncSession_, InternetOptionReceiveTimeout, static_cast<std::uint32_t>(newTimeout));
 }
 
+void HTTPClient::ConnectTimeout(std::int32_t newTimeout) {
+  Internet_.SetOption(SyncSession_, InternetOptionConnectTimeout, static_cast<std::uint32_t>(newTimeout));
+}
+
 void HTTPClient::SetMaxConnections(std::int32_t count) {
   Internet_.SetOption(0, InternetOptionMaxConnectionsPer10Server, static_cast<std::uint32_t>(count));
   Internet_.SetOption(0, InternetOptionMaxConnectionsPerServer, static_cast<std::uint32_t>(count));
@@ -124,9 +128,11 @@ void HTTPClient::Open(Handles& handles, InternetHandle session, const Target& ta
   if (asyncFlag != 0) Internet_.SetStatusCallback(handles.Connection, HttpStatusCallback);
 
   if (target.Clean)
-    handles.Request = Internet_.OpenRequest(
-        handles.Connection, postData.empty() ? "GET" : "POST", url.UrlPath + url.ExtraInfo,
-        target.AuthFlag | InternetFlagReload | InternetFlagNoCacheWrite | asyncFlag, context);
+    handles.Request = Internet_.OpenRequest(handles.Connection, postData.empty() ? "GET" : "POST",
+                                            url.UrlPath + url.ExtraInfo,
+                                            target.AuthFlag | InternetFlagReload | InternetFlagNoCacheWrite |
+                                                asyncFlag | (FollowsRedirects_ ? 0 : InternetFlagNoRedirect),
+                                            context);
   if (handles.Request == 0) Fail(HTTPErrorNoRequest, "Failed to initialise the HTTP request");
   LogStep("Got request handle: " + std::to_string(handles.Request));
 }

@@ -74,6 +74,11 @@ class HTTPClient {
   /// Receive time-out of later blocking requests, in milliseconds.
   void Timeout(std::int32_t newTimeout);
 
+  /// The same for the connection.
+  void ConnectTimeout(std::int32_t newTimeout);
+  /// Whether later requests go where a reply of 3xx sends them; otherwise that reply is the reply.
+  void FollowRedirects(bool follow) { FollowsRedirects_ = follow; }
+
   /// True while a request is being made by this instance.
   bool Working() const { return WorkingCount_ >= 1; }
 
@@ -115,6 +120,7 @@ class HTTPClient {
   std::string AgentText_;
   std::string LastHeaders_;
   std::int16_t WorkingCount_ = 0;
+  bool FollowsRedirects_ = true;
 };
 
 /// Appends the bytes of `second` to those of `first`. Raises 13 (type mismatch) unless both hold bytes.

@@ -285,6 +285,7 @@ class CurlInternet final : public Internet {
     if (verb != "GET" && verb != "POST") return None(ErrorInvalidParameter);
     Message message;
     message.Posts = verb == "POST";
+    message.FollowsRedirects = (flags & InternetFlagNoRedirect) == 0;
     message.Object = RequestTarget(object);
     const auto handle =
         Handles_.Add(std::make_shared<Request>(node, std::move(message), flags, context), connection);

@@ -202,6 +202,7 @@ void Transfer::Aim(const Origin& origin) {
   OwnTarget_ = false;
   Posts_ = false;
   Timeouts_ = {};
+  FollowsRedirects_ = true;
   HeaderList_.reset();
 
   Set(CURLOPT_PRIVATE, this);
@@ -241,6 +242,9 @@ std::uint32_t Transfer::Prepare(const Message& message, const Timeouts& timeouts
   if (timeouts.Connect != Timeouts_.Connect)
     Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::max<std::uint32_t>(timeouts.Connect, 1)));
   Timeouts_ = timeouts;
+  if (message.FollowsRedirects != FollowsRedirects_)
+    Set(CURLOPT_FOLLOWLOCATION, message.FollowsRedirects ? 1L : 0L);
+  FollowsRedirects_ = message.FollowsRedirects;
   if (message.Posts) {
     Set(CURLOPT_POST, 1L);
     Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(message.Body.size()));
@@ -408,7 +412,7 @@ bool Transfer::AnotherReplyMayFollow() const {
   if (status < 200) return true;
   if (status == 401) return Origin_.Authenticates;
   if (status == 407) return true;
-  return status >= 300 && status < 400 && FindHeader(Headers_, "Location");
+  return FollowsRedirects_ && status >= 300 && status < 400 && FindHeader(Headers_, "Location");
 }
 
 bool Transfer::TakeHeader(std::string_view line) {

@@ -40,6 +40,7 @@ struct Origin {
 /// One request. Bytes of the ANSI code page.
 struct Message {
   bool Posts = false;
+  bool FollowsRedirects = true;
   std::string Object;                  ///< path and query, spaces escaped
   std::string Headers;                 ///< further header lines, separated by CR LF
   std::span<const std::uint8_t> Body;  ///< not copied
@@ -166,6 +167,7 @@ class Transfer {
   bool Posts_ = false;
   bool LoginKnown_ = false;
   Timeouts Timeouts_{};
+  bool FollowsRedirects_ = true;
 
   // Of the exchange under way.
   std::string Headers_;
