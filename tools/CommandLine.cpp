@@ -9,6 +9,7 @@
 #include "Cameras.h"
 #include "Connection.h"
 #include "Operations.h"
+#include "Probe.h"
 #include "Session.h"
 #include "Tour.h"
 #include "Words.h"
@@ -413,6 +414,17 @@ CommandTable::CommandTable() {
   options->callback([&] { invocation.Perform = ShowOptions; });
 
   DeclareCameras(app, invocation);
+
+  auto* probe = app.add_subcommand(
+      "probe", "Which make answers at an address; moves and changes nothing, and connects no driver");
+  probe->add_option("ADDRESS", invocation.Address, "HOST, HOST:PORT or USER:PASSWORD@HOST:PORT")
+      ->type_name("");
+  probe
+      ->add_option_function<std::string>(
+          "--time", [&](const std::string& word) { invocation.Time = ReadDuration("--time", word); },
+          "For all of it; 10s when not given")
+      ->type_name("TIME");
+  probe->callback([&] { invocation.Perform = RunProbe; });
 
   Operations_.emplace(app);
 

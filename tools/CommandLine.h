@@ -35,6 +35,8 @@ struct Invocation {
   bool JSON = false, Trace = false;
   std::chrono::milliseconds StopTime{10000};  ///< how long it is tried to stop a camera that does not take it
 
+  std::chrono::milliseconds Time{10000};  ///< that a `probe` or `discover` takes at most
+
   Operation Chosen;                    ///< for a command that is an operation
   std::vector<std::string> Lines;      ///< of a `run`; empty: those of the standard input
   bool KeepGoing = false;              ///< of a `run` or `tour`

@@ -125,7 +125,9 @@ std::string KindText(const Json& option) {
 }
 
 /// What people need not see: another column says it in words.
-bool ForPrograms(const std::string& column) { return column == "type" || column == "values"; }
+bool ForPrograms(const std::string& column) {
+  return column == "type" || column == "values" || column == "evidence";
+}
 
 void PrintTable(std::ostream& out, const Json& rows) {
   std::vector<std::vector<std::string>> lines(1);

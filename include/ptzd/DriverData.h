@@ -75,6 +75,30 @@ struct ValueRange {
   bool DependsOnModel = false;  ///< the range is that of the widest model; the camera's own may be narrower
 };
 
+/// What a camera of this make answers to a question that moves and changes nothing. What any web server may
+/// answer is no evidence: a status of 200, a login that is demanded, a page of HTML.
+struct Evidence {
+  enum class Places {
+    Body,     ///< of the reply to a GET of `Request`, a path
+    Headers,  ///< of any reply, the login's realm among them
+    Sockets,  ///< a TCP connection is taken at the address, whose port is `Request` unless it names one
+    Line,     ///< a serial line
+  };
+  enum class Strengths {
+    Allows = 1,  ///< speaks for it, but much else does the same
+    Suggests,    ///< says what it is, in words that anybody can say
+    Proves,      ///< answers in the make's own protocol
+  };
+
+  Places Place = Places::Body;
+  std::string_view Request;
+  /// Text that must be there, in any case of letters: "#" is a digit, "?" any one byte, "*" any bytes; "^" in
+  /// front is the beginning and "$" behind the end. Without one nothing is looked at: a request that the next
+  /// one needs.
+  std::string_view Pattern;
+  Strengths Strength = Strengths::Proves;
+};
+
 /// What is the same for every camera of a driver, and cannot be told from its capabilities: makes differ in
 /// which members need a connection and in what they answer, partly on purpose. The drivers' base carries out
 /// what stands here; hosts and tools may read it.
@@ -135,6 +159,11 @@ struct DriverData {
 
   /// All that the driver reads of its options, those that `PTZOptions` describes in their order.
   std::span<const DriverOption* const> Options;
+
+  /// By what the make's cameras are known, asked for in this order on one connection.
+  std::span<const ptzd::Evidence> Evidence;
+  /// What its cameras call their make, where they announce themselves.
+  std::span<const std::string_view> MakeNames;
 
   constexpr PositionSource Source() const {
     if (MisreadsBelowHorizon) return PositionSource::AboveHorizon;

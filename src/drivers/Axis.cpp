@@ -74,6 +74,13 @@ constexpr TypedOption<float> ZoomStepOption{{.Name = "ZoomStep",
 constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int32_t>, &ResetOption,
                                            &ZoomStepOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = "/axis-cgi/view/param.cgi?action=list&group=root.PTZ.Support.S1",
+     .Pattern = "^root.PTZ.Support.S1.*="},
+    {Evidence::Places::Headers, "", "realm=\"AXIS_????????????", Evidence::Strengths::Suggests},
+};
+constexpr std::string_view MakeNames[] = {"Axis"};
+
 }  // namespace
 
 const DriverData Axis::Data = {
@@ -99,6 +106,8 @@ const DriverData Axis::Data = {
     .MovesToConnect = ConnectMovement::OnSomeModels,  // to the reference position of a relative head
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 /// What a camera's parameter list says of its head.

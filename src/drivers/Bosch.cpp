@@ -71,6 +71,14 @@ char SpeedDigit(float speed) {
 
 constexpr const DriverOption* Options[] = {&AddressOption};
 
+constexpr Evidence Signs[] = {
+    {.Request =
+         "/rcp.xml?command=0x09A5&type=P_OCTET&direction=WRITE&num=1&payload=0x810006011201",  // reads the
+                                                                                               // pan
+     .Pattern = "<rcp>*<hex>0x09a5</hex>"},
+};
+constexpr std::string_view MakeNames[] = {"Bosch"};
+
 }  // namespace
 
 const DriverData Bosch::Data = {
@@ -94,6 +102,8 @@ const DriverData Bosch::Data = {
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Bosch::Bosch(const Platform& platform) : WithZoom(Data, platform, SendingStyle), ContinuousDriver(Data) {}

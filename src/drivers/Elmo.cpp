@@ -52,6 +52,12 @@ HeadPosition StepsAt(double pan, double tilt) {
   return Near(PanScale * (pan - LeftEnd), TiltScale * (tilt - UpperEnd));
 }
 
+constexpr Evidence Signs[] = {
+    // So little that it proves nothing.
+    {.Request = ControlPath, .Pattern = "^NG$", .Strength = Evidence::Strengths::Suggests},
+};
+constexpr std::string_view MakeNames[] = {"Elmo"};
+
 }  // namespace
 
 const DriverData Elmo::Data = {
@@ -71,6 +77,8 @@ const DriverData Elmo::Data = {
     .PanRange = ValueRange{LeftEnd, LastPan / PanScale + LeftEnd, "degrees", Beyond::Limited},
     .TiltRange = ValueRange{LastTilt / TiltScale + UpperEnd, UpperEnd, "degrees", Beyond::Limited},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Elmo::Elmo(const Platform& platform) : HTTPDriver(Data, platform, Style) {}

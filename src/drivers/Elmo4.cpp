@@ -18,6 +18,11 @@ constexpr std::string_view ZoomKey = "c_zoom";
 constexpr double ZoomScale = 432;  // to one unit of the interface
 constexpr double WidestZoom = 64;
 
+constexpr Evidence Signs[] = {
+    {.Request = "/cgi-bin/list?group=pos", .Pattern = "group:pos*c_span:#"},
+};
+constexpr std::string_view MakeNames[] = {"Elmo"};
+
 }  // namespace
 
 const DriverData Elmo4::Data = {
@@ -37,6 +42,8 @@ const DriverData Elmo4::Data = {
     .TiltRange = TiltDegrees,
     .ZoomRange = ZoomLevels,
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Elmo4::Elmo4(const Platform& platform)

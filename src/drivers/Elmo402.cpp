@@ -30,6 +30,11 @@ std::optional<double> NumberAt(const XmlNode& position, XmlQuery name) {
   return RemarkedNumber(node->Text());
 }
 
+constexpr Evidence Signs[] = {
+    {.Request = "/cgi-bin/pget?g_pos", .Pattern = "<pget>*<s_pospan>"},
+};
+constexpr std::string_view MakeNames[] = {"Elmo"};
+
 }  // namespace
 
 const DriverData Elmo402::Data = {
@@ -46,6 +51,8 @@ const DriverData Elmo402::Data = {
     .TiltRange = TiltDegrees,
     .ZoomRange = ZoomLevels,
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Elmo402::Elmo402(const Platform& platform)

@@ -19,6 +19,13 @@ constexpr const DriverOption* Options[] = {&AddressOption, &InvertPanOption};
 
 constexpr bool IsDiagonal(std::int32_t direction) { return (direction & (direction - 1)) != 0; }
 
+constexpr Evidence Signs[] = {
+    {.Request = "/get_status.cgi", .Pattern = "var sys_ver=*var alarm_status="},  // told without a login
+    {Evidence::Places::Headers, "", "Server: Netwave IP Camera", Evidence::Strengths::Suggests},
+    {Evidence::Places::Headers, "", "realm=\"ipcamera_", Evidence::Strengths::Suggests},
+};
+constexpr std::string_view MakeNames[] = {"Foscam"};
+
 }  // namespace
 
 const DriverData Foscam::Data = {
@@ -40,6 +47,8 @@ const DriverData Foscam::Data = {
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No device address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 constinit const FoscamDriver::CommandSet Foscam::Commands = {

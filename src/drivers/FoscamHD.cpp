@@ -34,6 +34,12 @@ constexpr std::int32_t SlowestSpeed = 4;
 constexpr std::int32_t MoveSpeed = 1;  // of moves by a number of degrees
 constexpr double AmountPerSpeed = 5;   // of continuous motion
 
+constexpr Evidence Signs[] = {
+    // Without a login the result is an error, in the same form.
+    {.Request = "/cgi-bin/CGIProxy.fcgi?cmd=getDevInfo", .Pattern = "<CGI_Result>*<result>*</result>"},
+};
+constexpr std::string_view MakeNames[] = {"Foscam"};
+
 }  // namespace
 
 const DriverData FoscamHD::Data = {
@@ -56,6 +62,8 @@ const DriverData FoscamHD::Data = {
     .ConnectsUnheard = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 constinit const FoscamDriver::CommandSet FoscamHD::Commands = {

@@ -36,6 +36,11 @@ constexpr double ZoomUnits = 3446.5;    // camera zoom units; its zoom begins at
 
 constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int32_t>};
 
+constexpr Evidence Signs[] = {
+    {.Request = "/getparam.cgi?vcamapan0&vcamatilt0&vcamazoom0", .Pattern = "vcamapan0=*vcamatilt0="},
+};
+constexpr std::string_view MakeNames[] = {"Grandeye"};
+
 }  // namespace
 
 const DriverData Grandeye::Data = {
@@ -52,6 +57,8 @@ const DriverData Grandeye::Data = {
     .TiltRange = ValueRange{-MaxTilt, MaxTilt, "degrees", Beyond::Limited},
     .ConnectsUnheard = true,
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Grandeye::Grandeye(const Platform& platform) : HTTPDriver(Data, platform) {}

@@ -42,6 +42,11 @@ constexpr CommandRow<Focus> FocusCommands[] = {
 
 constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int16_t>};
 
+constexpr Evidence Signs[] = {
+    {.Request = "/control?cmd=getallposdegree", .Pattern = "panposdegree=*tiltposdegree="},
+};
+constexpr std::string_view MakeNames[] = {"Merit Lilin", "Lilin"};
+
 }  // namespace
 
 const DriverData MeritLilin::Data = {
@@ -72,6 +77,8 @@ const DriverData MeritLilin::Data = {
     .ZoomSpeed = ValueRange{-16, 16, "sixteenths of the fastest"},
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 MeritLilin::MeritLilin(const Platform& platform)

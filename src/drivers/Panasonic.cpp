@@ -102,6 +102,11 @@ constexpr CommandRow<Focus> FocusCommands[] = {{FocusNear, "/Set?Func=Focus&Kind
 
 constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = ModelPath, .Pattern = "ModelName:*CgiVersion:"},
+};
+constexpr std::string_view MakeNames[] = {"Panasonic"};
+
 }  // namespace
 
 struct Panasonic::Model {
@@ -156,6 +161,8 @@ const DriverData Panasonic::Data = {
     .TiltRange = ValueRange{DeskBottom, CeilingTop, "degrees", Beyond::Limited, true},
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Panasonic::Panasonic(const Platform& platform) : HTTPDriver(Data, platform, Style) {}

@@ -36,6 +36,11 @@ std::string UnitsText(float value) { return Text(ToSingle(value * Units)); }
 
 constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int32_t>, &ResetOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = "/cgi-bin/getinfo?FILE=1", .Pattern = "^MAC=*SERIAL=*VERSION="},
+};
+constexpr std::string_view MakeNames[] = {"Panasonic", "i-PRO"};
+
 }  // namespace
 
 struct PanasoniciPro::Model {
@@ -100,6 +105,8 @@ const DriverData PanasoniciPro::Data = {
     .ZoomRange = ValueRange{.Least = 0, .Unit = "magnifications beyond the first"},
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No camera address specified."},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 PanasoniciPro::PanasoniciPro(const Platform& platform) : WithZoom(Data, platform, Style) {}

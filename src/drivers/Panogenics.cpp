@@ -46,6 +46,11 @@ constexpr TypedOption<bool> LinkViewsOption{{.Name = "LinkViews",
                                              .Default = true}};
 constexpr const DriverOption* Options[] = {&AddressOption, &PortOption<std::int16_t>, &LinkViewsOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = "/ptz/listptz.cgi?view=1", .Pattern = "view=1 apan:*atilt:*azoom:#"},
+};
+constexpr std::string_view MakeNames[] = {"Panogenics"};
+
 }  // namespace
 
 const DriverData Panogenics::Data = {
@@ -68,6 +73,8 @@ const DriverData Panogenics::Data = {
     .ZoomRange = ValueRange{0, MaxZoom, "zoom levels", Beyond::Limited},
     .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Panogenics::Panogenics(const Platform& platform)

@@ -95,6 +95,11 @@ constexpr const DriverOption* Options[] = {&LineAddressOption, &ResetOption,    
                                            &BaudOption,        &ProtocolOption,    &MoveIntervalOption,
                                            &MoveSpeedOption,   &ZoomIntervalOption};
 
+constexpr Evidence Signs[] = {
+    {.Place = Evidence::Places::Line, .Strength = Evidence::Strengths::Allows},  // never answers
+};
+constexpr std::string_view MakeNames[] = {"Pelco"};
+
 }  // namespace
 
 struct Pelco::Command {
@@ -158,6 +163,8 @@ const DriverData Pelco::Data = {
     .AsksToConnect = false,
     .NeedsLine = true,
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Pelco::Pelco(const Platform& platform)

@@ -31,6 +31,11 @@ constexpr TypedOption<std::string> FeedOption{
     {.Name = "Feed", .Description = "Feed name", .Default = std::string_view()}};
 constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption, &FeedOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = FeedListPath, .Pattern = "<feeds>*<feed *name="},
+};
+constexpr std::string_view MakeNames[] = {"Quorvane"};
+
 }  // namespace
 
 const DriverData Quorvane::Data = {
@@ -52,6 +57,8 @@ const DriverData Quorvane::Data = {
     .NeedsOptions = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Quorvane::Quorvane(const Platform& platform)

@@ -74,6 +74,13 @@ float HundredthsAt(const Bytes& reply, std::size_t at) {
 
 constexpr const DriverOption* Options[] = {&AddressOption};
 
+constexpr Evidence Signs[] = {
+    // Opens the session that the status is told in: 22 bytes, then a picture.
+    {.Request = IndexPath},
+    {.Request = StatusPath, .Pattern = "^??????????????????????\xFF\xD8\xFF"},
+};
+constexpr std::string_view MakeNames[] = {"Sanyo"};
+
 }  // namespace
 
 const DriverData Sanyo::Data = {
@@ -98,6 +105,8 @@ const DriverData Sanyo::Data = {
     .ZoomSpeed = ValueRange{.Ends = Beyond::SignOnly},
     .NoAddress = DriverData::Failure{PTZErrorConnectionFailed, "No device address specified."},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Sanyo::Sanyo(const Platform& platform)

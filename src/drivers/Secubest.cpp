@@ -80,6 +80,11 @@ constexpr TypedOption<std::int32_t> MoveSpeedOption{{.Name = "MoveSpeed",
                                                      .Greatest = 2000}};
 constexpr const DriverOption* Options[] = {&AddressOption, &MoveIntervalOption, &MoveSpeedOption};
 
+constexpr Evidence Signs[] = {
+    {Evidence::Places::Sockets, "7777", "", Evidence::Strengths::Allows},  // never answers
+};
+constexpr std::string_view MakeNames[] = {"Secubest"};
+
 }  // namespace
 
 const DriverData Secubest::Data = {
@@ -98,6 +103,8 @@ const DriverData Secubest::Data = {
     .ZoomSpeed = ValueRange{-32767, 32767, "camera speeds", Beyond::Overflows},
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Secubest::Secubest(const Platform& platform)

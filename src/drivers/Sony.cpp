@@ -75,6 +75,11 @@ std::int32_t ZoomPosition(float zoom) {
 
 constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = SystemPath, .Pattern = "ModelName=*CGIVersion=#"},
+};
+constexpr std::string_view MakeNames[] = {"Sony"};
+
 }  // namespace
 
 /// How a model's camera units lie to degrees. Without units the camera tells its limits.
@@ -143,6 +148,8 @@ const DriverData Sony::Data = {
     .StopsBySpeedZero = false,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 /// Takes over the rows that it knows; the others are the camera's own business.

@@ -55,6 +55,11 @@ HeadPosition Reported(std::string_view reply) {
   return {0.0 + (point >> 8 & 0xFF) + FirstPoint, 0.0 + (point & 0xFF) + FirstPoint};
 }
 
+constexpr Evidence Signs[] = {
+    {.Request = PositionPath, .Pattern = "PTPOINT #"},
+};
+constexpr std::string_view MakeNames[] = {"Toshiba"};
+
 }  // namespace
 
 const DriverData Toshiba::Data = {
@@ -70,6 +75,8 @@ const DriverData Toshiba::Data = {
     .TiltRange = ValueRange{TiltAt(LastTilt), TiltAt(FirstPoint), "degrees", Beyond::Limited},
     .ConnectsUnheard = true,
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Toshiba::Toshiba(const Platform& platform) : HTTPDriver(Data, platform, Style) {}

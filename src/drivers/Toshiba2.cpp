@@ -35,6 +35,11 @@ constexpr CommandRow<Zooms> ZoomCommands[] = {{ZoomIn, "Tele"}, {ZoomOut, "Wide"
 
 constexpr const DriverOption* Options[] = {&AddressOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = PositionPath, .Pattern = "^20 OK*PAN (#"},
+};
+constexpr std::string_view MakeNames[] = {"Toshiba"};
+
 }  // namespace
 
 const DriverData Toshiba2::Data = {
@@ -50,6 +55,8 @@ const DriverData Toshiba2::Data = {
     .PanRange = ValueRange{},
     .TiltRange = ValueRange{},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Toshiba2::Toshiba2(const Platform& platform) : HTTPDriver(Data, platform, Style) {}

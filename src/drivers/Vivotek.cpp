@@ -65,6 +65,11 @@ constexpr RequestStyle Style{
 
 constexpr const DriverOption* Options[] = {&AddressOption, &CameraOption};
 
+constexpr Evidence Signs[] = {
+    {.Request = InformationPath, .Pattern = "Model=*ptzenabled="},
+};
+constexpr std::string_view MakeNames[] = {"Vivotek", "D-Link"};
+
 }  // namespace
 
 /// A camera's model, known by the first five characters of its name.
@@ -115,6 +120,8 @@ const DriverData Vivotek::Data = {
     .MovesToConnect = ConnectMovement::OnEveryModel,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
+    .Evidence = Signs,
+    .MakeNames = MakeNames,
 };
 
 Vivotek::Vivotek(const Platform& platform) : HTTPDriver(Data, platform, Style), ContinuousDriver(Data) {}
