@@ -159,7 +159,7 @@ int ShowCameras(const Invocation& invocation, Report& report) {
   const ptzd::CameraList cameras(invocation.CameraFile);
   for (const auto& camera : cameras.All()) rows.push_back(RowOf(camera));
   const bool none = rows.empty();
-  return ShowList(
+  return ShowOnce(
       report, Listed("cameras", none ? "There is none yet; ptzctl add NAME makes one" : "", std::move(rows)));
 }
 
@@ -189,7 +189,7 @@ int AddCamera(const Invocation& invocation, const CameraToAdd& add, Report& repo
       kept.Password.Where.clear();
     }
     ptzd::StoreCamera(file, kept);
-    return ShowList(report,
+    return ShowOnce(report,
                     Listed("add", "Added " + camera.Name + " to " + file, Json::array({RowOf(kept)})));
   } catch (const Interrupted&) {
     return questions.ExitCode();
@@ -206,7 +206,7 @@ int RemoveCamera(const Invocation& invocation, Report& report) {
     } catch (const std::runtime_error& error) {
       outcome.Notes.emplace_back("its password may still be in the keyring: " + std::string(error.what()));
     }
-  return ShowList(report, outcome);
+  return ShowOnce(report, outcome);
 }
 
 }  // namespace ptzctl

@@ -8,6 +8,7 @@
 
 #include "Cameras.h"
 #include "Connection.h"
+#include "Discover.h"
 #include "Operations.h"
 #include "Probe.h"
 #include "Session.h"
@@ -290,10 +291,10 @@ void Parse(CLI::App& app, std::vector<std::string> words) {
   }
 }
 
-int ShowDrivers(const Invocation&, Report& report) { return ShowList(report, ListDrivers()); }
+int ShowDrivers(const Invocation&, Report& report) { return ShowOnce(report, ListDrivers()); }
 
 int ShowOptions(const Invocation& invocation, Report& report) {
-  return ShowList(report, ListOptions(DriverOf(invocation)));
+  return ShowOnce(report, ListOptions(DriverOf(invocation)));
 }
 
 /// The commands for cameras by name, which may also stand there as "@gate".
@@ -419,12 +420,23 @@ CommandTable::CommandTable() {
       "probe", "Which make answers at an address; moves and changes nothing, and connects no driver");
   probe->add_option("ADDRESS", invocation.Address, "HOST, HOST:PORT or USER:PASSWORD@HOST:PORT")
       ->type_name("");
-  probe
-      ->add_option_function<std::string>(
-          "--time", [&](const std::string& word) { invocation.Time = ReadDuration("--time", word); },
-          "For all of it; 10s when not given")
-      ->type_name("TIME");
   probe->callback([&] { invocation.Perform = RunProbe; });
+
+  auto* discover = app.add_subcommand(
+      "discover",
+      "What announces itself on the network by WS-Discovery and UPnP, and which drivers it names");
+  discover
+      ->add_option("--interface", invocation.Interface,
+                   "Name or address of the network interface; all that are up when not given")
+      ->type_name("NAME");
+  discover->add_option("--ports", invocation.DiscoveryPorts, "The ports of both; 3702 1900 when not given");
+  discover->callback([&] { invocation.Perform = RunDiscover; });
+  for (auto* command : {probe, discover})
+    command
+        ->add_option_function<std::string>(
+            "--time", [&](const std::string& word) { invocation.Time = ReadDuration("--time", word); },
+            command == probe ? "For all of it; 10s when not given" : "For all of it; 5s when not given")
+        ->type_name("TIME");
 
   Operations_.emplace(app);
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Camera.h"
@@ -35,7 +36,9 @@ struct Invocation {
   bool JSON = false, Trace = false;
   std::chrono::milliseconds StopTime{10000};  ///< how long it is tried to stop a camera that does not take it
 
-  std::chrono::milliseconds Time{10000};  ///< that a `probe` or `discover` takes at most
+  std::optional<std::chrono::milliseconds> Time;  ///< that a `probe` or `discover` takes at most
+  std::string Interface;                          ///< of a `discover`
+  std::pair<std::uint16_t, std::uint16_t> DiscoveryPorts{3702, 1900};
 
   Operation Chosen;                    ///< for a command that is an operation
   std::vector<std::string> Lines;      ///< of a `run`; empty: those of the standard input

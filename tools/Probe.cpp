@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <span>
-#include <thread>
 #include <utility>
 
 #include <ptzd/Error.h>
 #include <ptzd/SerialPort.h>
+#include "Aside.h"
 #include "Connection.h"
 #include "ExchangeLog.h"
 #include "Makes.h"
@@ -36,6 +36,7 @@ using Milliseconds = std::chrono::milliseconds;
 using Json = nlohmann::ordered_json;
 
 constexpr unsigned AtOnce = 3;  // cameras are small
+constexpr Milliseconds DefaultTime = 10000ms;
 constexpr Milliseconds RequestTime = 3000ms;
 constexpr Milliseconds Grace = 250ms;  // for a request to end by itself when the time is over
 constexpr std::int32_t MaxBody = 256 * 1024;
@@ -103,19 +104,14 @@ struct Probing {
   Reply Baseline;
   bool Speaks = false;  ///< there is a web server
 
-  std::mutex Mutex;
-  std::condition_variable Changed;
+  std::mutex Mutex;  ///< of what the replies fill in
   std::vector<Questions> All;
-  std::size_t Next = 0;
-  unsigned Threads = 0;
 
   bool HasLogin() const { return Bare.size() != Address.size(); }
   Milliseconds Left() const {
     return std::chrono::ceil<Milliseconds>(std::max(End - SteadyClock::now(), SteadyClock::duration{}));
   }
 };
-
-std::atomic<int> ThreadsUnderWay = 0;
 
 /// One client's requests, which have their cookies in common.
 class Asker {
@@ -171,54 +167,6 @@ std::vector<Reply> AskAll(Probing& probing, const DriverClass& driver) {
   for (const auto& row : driver.Data->Evidence)
     replies.push_back(row.Place == Evidence::Places::Body ? asker.Get(row.Request) : Reply{});
   return replies;
-}
-
-/// The body of a thread.
-void Work(const std::shared_ptr<Probing>& probing) {
-  std::unique_lock lock(probing->Mutex);
-  while (probing->Next < probing->All.size()) {
-    const auto mine = probing->Next++;
-    const auto* driver = probing->All[mine].Driver;
-    lock.unlock();
-    auto replies = AskAll(*probing, *driver);
-    lock.lock();
-    probing->All[mine].Replies = std::move(replies);
-  }
-  --probing->Threads;
-  probing->Changed.notify_all();
-}
-
-/// `work` on a thread of its own, which is not waited for.
-void Start(const std::shared_ptr<Probing>& probing, void (*work)(const std::shared_ptr<Probing>&)) {
-  ++ThreadsUnderWay;
-  {
-    const std::lock_guard lock(probing->Mutex);
-    ++probing->Threads;
-  }
-  std::thread([probing, work] {
-    try {
-      work(probing);
-    } catch (const std::exception&) {
-      const std::lock_guard lock(probing->Mutex);  // what it did not ask has no reply
-      --probing->Threads;
-      probing->Changed.notify_all();
-    }
-    --ThreadsUnderWay;
-  }).detach();
-}
-
-void AskBaseline(const std::shared_ptr<Probing>& probing) {
-  auto reply = Asker(*probing).Get(NobodysPage);
-  const std::lock_guard lock(probing->Mutex);
-  probing->Baseline = std::move(reply);
-  --probing->Threads;
-  probing->Changed.notify_all();
-}
-
-/// Until all threads have ended, or the time is over. False then, for what did not end.
-bool Await(Probing& probing) {
-  std::unique_lock lock(probing.Mutex);
-  return probing.Changed.wait_until(lock, probing.End + Grace, [&] { return probing.Threads == 0; });
 }
 
 std::string Shown(std::string_view bytes) {
@@ -382,8 +330,12 @@ std::pair<std::string, std::string> RealmAndServer(std::string_view headers) {
 
 /// False where it is of no use to ask more.
 bool AskWebServer(const std::shared_ptr<Probing>& probing, ProbeResult& result) {
-  Start(probing, AskBaseline);
-  const bool ended = Await(*probing);
+  const auto ask = [probing] {
+    auto reply = Asker(*probing).Get(NobodysPage);
+    const std::lock_guard lock(probing->Mutex);
+    probing->Baseline = std::move(reply);
+  };
+  const bool ended = RunAside({ask}, 1, probing->End + Grace);
   const std::lock_guard lock(probing->Mutex);
   const auto& baseline = probing->Baseline;
   probing->Speaks = ended && baseline.Status != 0;
@@ -393,6 +345,17 @@ bool AskWebServer(const std::shared_ptr<Probing>& probing, ProbeResult& result) 
   result.ErrorNumber = baseline.ErrorNumber;
   result.ErrorText = ended ? baseline.ErrorText : "no reply in time";
   return probing->Speaks || (ended && baseline.HadConnection && !baseline.WasSlow);
+}
+
+void AskMakes(const std::shared_ptr<Probing>& probing) {
+  std::vector<std::function<void()>> tasks;
+  for (std::size_t i = 0; i < probing->All.size(); ++i)
+    tasks.push_back([probing, i] {
+      auto replies = AskAll(*probing, *probing->All[i].Driver);
+      const std::lock_guard lock(probing->Mutex);
+      probing->All[i].Replies = std::move(replies);
+    });
+  RunAside(std::move(tasks), AtOnce, probing->End + Grace);
 }
 
 Json JsonOf(const MakeVerdict& verdict) {
@@ -459,8 +422,6 @@ const MakeVerdict* ProbeResult::Best() const {
   return alone ? &Makes.front() : nullptr;
 }
 
-bool IsProbing() { return ThreadsUnderWay != 0; }
-
 ProbeResult ProbeCamera(const ProbeSettings& settings) {
   const auto probing = std::make_shared<Probing>();
   probing->Address = CheckedAddress(settings.Address);
@@ -480,10 +441,7 @@ ProbeResult ProbeCamera(const ProbeSettings& settings) {
   }
   if (onNetwork) {
     result.Tried = "HTTP";
-    if (AskWebServer(probing, result)) {
-      for (unsigned i = 0; i < AtOnce; ++i) Start(probing, Work);
-      Await(*probing);
-    }
+    if (AskWebServer(probing, result)) AskMakes(probing);
   }
 
   const std::lock_guard lock(probing->Mutex);
@@ -510,7 +468,7 @@ int RunProbe(const Invocation& invocation, Report& report) {
       ProbeCamera({.Address = invocation.Address,
                    .Line = invocation.Line,
                    .Only = invocation.Driver.empty() ? nullptr : &FindDriver(invocation.Driver),
-                   .Time = invocation.Time,
+                   .Time = invocation.Time.value_or(DefaultTime),
                    .Exchanges = log});
   const auto& address = invocation.Address;
   auto outcome =
@@ -520,10 +478,7 @@ int RunProbe(const Invocation& invocation, Report& report) {
     outcome.Text += ", for " + Seconds(std::chrono::duration_cast<Milliseconds>(*outcome.Took)) + "; " +
                     std::to_string(result.ErrorNumber) + " " + result.ErrorText;
   outcome.Exchanges = log->Take();
-  report.Show(outcome);
-  if (report.Failure().empty()) return outcome.ExitCode();
-  report.Warn(report.Failure());
-  return static_cast<int>(Result::Refused);
+  return ShowOnce(report, outcome);
 }
 
 }  // namespace ptzctl

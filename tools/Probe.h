@@ -66,10 +66,6 @@ struct ProbeResult {
 /// address that is none.
 ProbeResult ProbeCamera(const ProbeSettings& settings);
 
-/// Whether a request of a probe is still waiting for its end, on a thread of its own, so that the process
-/// cannot end in the ordinary way.
-bool IsProbing();
-
 /// The command. Answers the exit code.
 int RunProbe(const Invocation& invocation, Report& report);
 

@@ -262,22 +262,22 @@ void Report::Warn(const std::string& text) const {
 
 namespace {
 
-int ExitCodeAfter(const Report& report) {
-  if (report.Failure().empty()) return 0;
+int ExitCodeAfter(const Report& report, int code) {
+  if (report.Failure().empty()) return code;
   report.Warn(report.Failure());
   return static_cast<int>(Result::Refused);
 }
 
 }  // namespace
 
-int ShowList(Report& report, const Outcome& list) {
-  report.Show(list);
-  return ExitCodeAfter(report);
+int ShowOnce(Report& report, const Outcome& outcome) {
+  report.Show(outcome);
+  return ExitCodeAfter(report, outcome.ExitCode());
 }
 
 int ShowText(Report& report, const std::string& text) {
   report.Write(text);
-  return ExitCodeAfter(report);
+  return ExitCodeAfter(report, 0);
 }
 
 }  // namespace ptzctl

@@ -30,8 +30,8 @@ class Report {
   std::string Failure_;
 };
 
-/// Shows what was asked for without a camera; answers the exit code.
-int ShowList(Report& report, const Outcome& list);
+/// Shows the only outcome of a command. Answers the exit code.
+int ShowOnce(Report& report, const Outcome& outcome);
 /// Likewise a text, as it is.
 int ShowText(Report& report, const std::string& text);
 

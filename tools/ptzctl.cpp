@@ -7,9 +7,9 @@
 #include <span>
 #include <string_view>
 
+#include "Aside.h"
 #include "CommandLine.h"
 #include "LineReader.h"
-#include "Probe.h"
 #include "Report.h"
 #include "Words.h"
 #include "common/Credentials.h"
@@ -59,7 +59,7 @@ int Main(int argc, char** argv) {
 int main(int argc, char** argv) {
   const int code = Main(argc, argv);
 #ifndef _WIN32
-  if (!LineReader::IsWaiting() && !IsProbing()) return code;
+  if (!LineReader::IsWaiting() && !MayBeBusyAside()) return code;
 #endif
   // Every camera is let go of by now. On Windows the internet layer has threads of its own, which may be in
   // the way of its unloading.

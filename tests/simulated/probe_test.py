@@ -7,10 +7,10 @@ import http.server
 import json
 import socket
 import socketserver
+import sys
 import threading
 import unittest
 
-import ptzctl_test
 from ptzctl_test import Camera, ON_HTTP, WINDOWS, ptzctl
 
 # A request that moves or changes something is known by these words, which no question has.
@@ -156,5 +156,137 @@ class Probe(unittest.TestCase):
         self.assertEqual((code, outcome["result"]), (3, "no_connection"))
 
 
+class Announcer:
+    """A member of the group at two ports that nobody else has, which answers whatever is asked there."""
+
+    group = "239.255.255.250"
+
+    def __init__(self, *answers, aloud=()):
+        """`answers` go to who asks, `aloud` to all."""
+        self.answers, self.aloud = answers, aloud
+        self.sockets = [socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(2)]
+        member = socket.inet_aton(self.group) + socket.inet_aton(HOME)
+        for one in self.sockets:
+            one.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            one.bind((self.group, 0))
+            one.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, member)
+            one.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton(HOME))
+        self.ports = [str(one.getsockname()[1]) for one in self.sockets]
+
+    def __enter__(self):
+        self.threads = [threading.Thread(target=self.answer, args=[one]) for one in self.sockets]
+        for thread in self.threads:
+            thread.start()
+        return self
+
+    def __exit__(self, *_):
+        for one, thread, port in zip(self.sockets, self.threads, self.ports):
+            one.sendto(b"end", (self.group, int(port)))
+            thread.join()
+            one.close()
+
+    def answer(self, one):
+        while (message := one.recvfrom(65536)) and message[0] != b"end":
+            if b"Probe>" not in message[0] and b"M-SEARCH" not in message[0]:
+                continue  # said by itself
+            for answer in self.answers:
+                one.sendto(answer.encode("latin-1"), message[1])
+            for answer in self.aloud:
+                one.sendto(answer.encode("latin-1"), (self.group, one.getsockname()[1]))
+
+    def hear(self, *options):
+        """Waits for somebody's answer, of whom there is one, to what a person would ask."""
+        return ask("discover", "--interface", HOME, "--ports", *self.ports, "--time", "2s", *options)
+
+
+def match(name, identifier="urn:uuid:1", kind="ProbeMatch", addresses="", before=""):
+    return (f'{before}<e:Envelope xmlns:e="http://www.w3.org/2003/05/soap-envelope" xmlns="http://schemas.xmlsoap.org/'
+            f'ws/2005/04/discovery"><e:Body><{kind}><EndpointReference><Address>{identifier}</Address>'
+            f"</EndpointReference><Scopes>onvif://www.onvif.org/name/{name}</Scopes><XAddrs>{addresses}</XAddrs></{kind}>"
+            "</e:Body></e:Envelope>")
+
+
+def found(location, usn="uuid:2::upnp:rootdevice", server="Linux"):
+    return f"HTTP/1.1 200 OK\r\nST: upnp:rootdevice\r\nUSN: {usn}\r\nSERVER: {server}\r\nLOCATION: {location}\r\n\r\n"
+
+
+@unittest.skipIf(WINDOWS, "tried on Linux only")
+class Discover(unittest.TestCase):
+    address_of = Probe.address_of
+
+    def devices(self, announcer, *options):
+        code, outcome = announcer.hear(*options)
+        return code, outcome["values"]["devices"], outcome
+
+    def test_what_announces_itself_is_listed_once_with_the_drivers_that_it_names(self):
+        with Announcer() as ground:
+            announced = ("--announce", HOME, "--announce-ports", ",".join(ground.ports))
+            with Camera(*announced, make="vivotek") as first, Camera(*announced, make="panasonic") as second:
+                code, devices, _ = self.devices(ground)
+            self.assertEqual(code, 0)
+            told = {device["address"]: (sorted(device["found_by"]), device["name"], device["manufacturer"],
+                                        device["drivers"]) for device in devices}
+            both = ["ssdp", "ws-discovery"]
+            self.assertEqual(told, {
+                first.address: (both, "vivotek PZ7132", "vivotek", ["Vivotek"]),
+                second.address: (both, "panasonic BB-HCM581A", "panasonic", ["Panasonic", "PanasoniciPro"])})
+
+    def test_what_is_said_aloud_is_heard(self):
+        with Announcer(aloud=[match("AXIS%20P5512", kind="Hello", addresses=f"http://{HOME}:81/onvif"),
+                              "NOTIFY * HTTP/1.1\r\nNTS: ssdp:alive\r\nUSN: uuid:7\r\n\r\n",
+                              "NOTIFY * HTTP/1.1\r\nNTS: ssdp:byebye\r\nUSN: uuid:8\r\n\r\n"]) as announcer:
+            code, devices, _ = self.devices(announcer)
+        self.assertEqual((code, sorted((d["address"], *d["found_by"], d["name"]) for d in devices)),
+                         (0, [(HOME, "notify", ""), (f"{HOME}:81", "hello", "AXIS P5512")]))
+
+    def test_nothing_found_and_what_cannot_be_asked_is_told(self):
+        with Announcer() as announcer:
+            code, devices, outcome = self.devices(announcer)
+            self.assertEqual((code, devices), (3, []))
+            self.assertIn(HOME, outcome["text"])
+        code, _, err = ptzctl("discover", "--interface", "nowhere0")
+        self.assertEqual(code, 2)
+        self.assertIn('"nowhere0"', err)
+
+    def test_hostile_packets_do_no_harm(self):
+        class Tempting(Page):
+            asked = []
+
+            def answer(self):
+                Tempting.asked.append(self.path)
+                return b"<root><device><friendlyName>Elsewhere</friendlyName></device></root>"
+
+        elsewhere = http.server.ThreadingHTTPServer(("127.0.0.2", 0), Tempting)
+        threading.Thread(target=elsewhere.serve_forever, daemon=True).start()
+        there = self.address_of(elsewhere).replace(HOME, "127.0.0.2")
+        large = self.address_of(web_server(body=b"<root>" + b"<friendlyName>Big</friendlyName>" * 99999))
+        sent_on = self.address_of(web_server(status=302, fields={"Location": f"http://{there}/sent-on"}))
+        entity = '<!DOCTYPE a [<!ENTITY b "bbbb"><!ENTITY c SYSTEM "http://' + there + '/entity">]>'
+        with Announcer(match("Bomb", before=entity), match("&c;"), "<a>" * 9999, "\x00" * 60000, "", "HTTP/1.1 200 OK",
+                       match("x" * 50000, "urn:uuid:3"), match("Sony%1B%5B2J%0D%0A", "urn:uuid:4"), match("\x9b", "urn:uuid:10"),
+                       found(f"http://{there}/description"), found(f"http://{large}/", "uuid:5"),
+                       found(f"http://{sent_on}/", "uuid:6"), found("file:///etc/passwd", "uuid:9", "a\x1b[2Jb")) as hostile:
+            code, devices, outcome = self.devices(hostile)
+            _, text, err = ptzctl("discover", "--interface", HOME, "--ports", *hostile.ports, "--time", "1s")
+        self.assertEqual((code, outcome["result"]), (0, "done"))
+        self.assertEqual(Tempting.asked, [])
+        names = {device["evidence"]["identifier"]: device["name"] for device in devices}
+        self.assertEqual(set(names), {"urn:uuid:3", "urn:uuid:4", "uuid:2::upnp:rootdevice", "uuid:5", "uuid:6", "uuid:9"})
+        self.assertLessEqual(max(map(len, names.values())), 256)
+        self.assertNotIn("Elsewhere", json.dumps(outcome))
+        self.assertRegex(text, r"\A[\n -~]*\Z")
+        self.assertNotIn("\x1b", err)
+
+    def test_a_flood_ends_in_time_and_is_told(self):
+        flood = [match("AXIS", f"urn:uuid:{number}") for number in range(3000)]
+        with Announcer(*flood) as announcer:
+            code, devices, outcome = self.devices(announcer)
+        self.assertEqual(code, 0)
+        self.assertLessEqual(len(devices), 256)
+        self.assertIn("more was sent than is listened to", "".join(outcome["notes"]))
+
+
 if __name__ == "__main__":
+    if WINDOWS and (code := ptzctl("drivers")[0]):
+        sys.exit(code)
     unittest.main()
