@@ -791,6 +791,7 @@ TEST_P(EveryDriver, DeclaresWhatItDoes) {
                                                 {"reads anew", PlaceRule::AsksAnewIfConnected},
                                                 {"reads anew always", PlaceRule::AsksAnew}};
   EXPECT_EQ(data.SetPanTilt, places.at(Cameras.back()->Fact("is told")));
+  EXPECT_FALSE(data.Evidence.empty() || data.MakeNames.empty()) << "nobody finds such a camera";
   EXPECT_EQ(data.AsksToConnect, !answers.Fact("asks").empty() && answers.Fact("asks") != "nothing");
   const auto moving =
       std::ranges::count_if(Cameras, [](const auto* camera) { return camera->Fact("moves") != "nothing"; });

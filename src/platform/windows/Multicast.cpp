@@ -71,7 +71,7 @@ class WindowsMulticast final : public Multicast {
     FD_ZERO(&readable);
     for (const auto& socket : Sockets_) FD_SET(socket.Handle, &readable);
     const auto count = static_cast<long>(timeout.count());
-    const timeval wait{count / 1000, count % 1000 * 1000};
+    timeval wait{count / 1000, count % 1000 * 1000};
     if (select(0, &readable, nullptr, nullptr, &wait) <= 0) return std::nullopt;
     // From the next one on, so that a socket that is flooded leaves the others a turn.
     for (std::size_t i = 0; i < Sockets_.size(); ++i) {
