@@ -38,6 +38,7 @@ constinit const Sony::Model Sony::Model::All[] = {
     {"SNC-RZ50P", "3.05", Visca | Zooms, 1, {-2448, 2448}, {-828, 828}, 24},
     {"SNC-RZ30N", "2.10", Visca | Zooms, -1, {-2448, 2448}, {-828, 828}, 18},
     {"SNC-RX550N", "3.10", Visca | Zooms | Endless | TellsRange, 1, {-3744, 3744}, {-1024, 256}, 23},
+    {"SNC-RS46N", "3.10", Visca | Zooms | Endless | TellsRange, 1, {-3744, 3744}, {-1008, 168}, 24},
     {"SNC-P5", "2.00", 0, 1, {-564, 564}, {-226, 339}, 20},
     {"SNC-EP521", "6.00", Zooms | TellsRange, 1, {-2380, 2380}, {-1008, 168}, 22},
 };

@@ -33,8 +33,9 @@ class Sony : public Simulator {
     bool Moving;
   };
 
-  /// SNC-RZ50P; SNC-RZ30N, whose units run against degrees; SNC-RX550N, which turns without end; these three
-  /// take VISCA. SNC-P5 has no VISCA and zooms by steps only; SNC-EP521 has no VISCA and CGI version 6.
+  /// SNC-RZ50P; SNC-RZ30N, whose units run against degrees; SNC-RX550N and SNC-RS46N, which turn without end;
+  /// these four take VISCA. SNC-P5 has no VISCA and zooms by steps only; SNC-EP521 has no VISCA and CGI
+  /// version 6.
   static std::vector<std::string> Models();
 
   /// Throws std::invalid_argument for an unknown model.

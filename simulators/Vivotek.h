@@ -35,7 +35,7 @@ class Vivotek : public Simulator {
     std::vector<std::string> Presets;  ///< their names in the order of their slots
   };
 
-  /// PT7135, PT31x and PZ61x are of the older generation, PZ7132 and SD8362 of the newer.
+  /// PT7135, PT31x and PZ61x are of the older generation, the others of the newer.
   static std::vector<std::string> Models();
 
   /// Throws std::invalid_argument for an unknown model.

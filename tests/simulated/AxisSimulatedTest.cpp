@@ -38,9 +38,10 @@ TEST_F(AxisSimulated, ATypicalRequestByteForByte) {
 }
 
 TEST_F(AxisSimulated, AnAbsoluteHeadIsSent) {
-  Connect({AxisHead::Mechanical});
-  Driver->Move(DirectionUpLeft, 5);  // from -37.25, 12.5
+  Connect({AxisHead::Mechanical}, {{"Reset", true}});
+  Driver->Move(DirectionUpLeft, 5);
   Driver->MoveTo(-180, 0);
+  Driver->MoveTo(180, -200);
   Driver->MoveTo(190, -5);
   Driver->MoveTo(9.4F, -5);
   // A zoom of 1 is 9999 / (623 / 22) / 1.1 of the camera's units, which count from 1.
@@ -57,34 +58,23 @@ TEST_F(AxisSimulated, AnAbsoluteHeadIsSent) {
   Continuous().ContinuousZoom(-2);
   Continuous().StopContinuous();
   Driver->Tilt();
-  EXPECT_EQ(test::Script(Camera->Log()),
-            "GET /axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L1,root.PTZ.Support.S1\n"
-            "GET /axis-cgi/com/ptz.cgi?query=position\n"
-            "GET /axis-cgi/com/ptz.cgi?pan=-42&tilt=17\n"
-            "GET /axis-cgi/com/ptz.cgi?pan=-180&tilt=0\n"
-            "GET /axis-cgi/com/ptz.cgi?pan=-170&tilt=-5\n"
-            "GET /axis-cgi/com/ptz.cgi?pan=9\n"
-            "GET /axis-cgi/com/ptz.cgi?tilt=0&zoom=321\n"
-            "GET /axis-cgi/com/ptz.cgi?zoom=241\n"
-            "GET /axis-cgi/com/ptz.cgi?zoom=402\n"
-            "GET /axis-cgi/com/ptz.cgi?zoom=1\n"
-            "GET /axis-cgi/com/ptz.cgi?pan=-11&tilt=7\n"
-            "GET /axis-cgi/com/ptz.cgi?autoiris=off&riris=1000\n"
-            "GET /axis-cgi/com/ptz.cgi?autoiris=off&riris=-1000\n"
-            "GET /axis-cgi/com/ptz.cgi?autoiris=on\n"
-            "GET /axis-cgi/com/ptz.cgi?autofocus=off&rfocus=-1000\n"
-            "GET /axis-cgi/com/ptz.cgi?autofocus=off&rfocus=1000\n"
-            "GET /axis-cgi/com/ptz.cgi?autofocus=on\n"
-            "GET /axis-cgi/com/ptz.cgi?continuouspantiltmove=25,-7\n"
-            "GET /axis-cgi/com/ptz.cgi?continuouszoommove=9\n"
-            "GET /axis-cgi/com/ptz.cgi?continuouszoommove=-4\n"
-            "GET /axis-cgi/com/ptz.cgi?continuouspantiltmove=0,0\n"
-            "GET /axis-cgi/com/ptz.cgi?continuouszoommove=0\n"
-            "GET /axis-cgi/com/ptz.cgi?query=position\n");
+  Continuous().ContinuousZoom(10);
+  Camera->Time().Advance(std::chrono::minutes(1));
+  Driver->Zoom(ZoomOut);  // from 31.25, where the lens ends
+  ExpectSent(
+      "/axis-cgi/com/ptz.cgi?",
+      "/axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L1,root.PTZ.Support.S1 query=position "
+      "pan=0&tilt=0&zoom=1 pan=-5&tilt=5 pan=-180&tilt=0 pan=180&tilt=-180 pan=-170&tilt=-5 pan=9 "
+      "tilt=0&zoom=321 zoom=241 zoom=402 zoom=1 pan=-11&tilt=7 "
+      "autoiris=off&riris=1000 autoiris=off&riris=-1000 autoiris=on "
+      "autofocus=off&rfocus=-1000 autofocus=off&rfocus=1000 autofocus=on "
+      "continuouspantiltmove=25,-7 continuouszoommove=9 continuouszoommove=-4 "
+      "continuouspantiltmove=0,0 continuouszoommove=0 query=position "
+      "continuouszoommove=100 query=position zoom=9951");
 }
 
 TEST_F(AxisSimulated, ARelativeHeadIsSent) {
-  Connect({AxisHead::None, AxisHead::Relative}, {{"Port", 2}});
+  Connect({AxisHead::None, AxisHead::Relative}, {{"Port", 2}, {"ZoomStep", 300}});
   Device2().MoveTo(10, -5, 0.5F);
   Driver->Zoom(ZoomOut);
   Driver->MoveBoth(3, 4);
@@ -98,8 +88,8 @@ TEST_F(AxisSimulated, ARelativeHeadIsSent) {
                     preset = "presetname=Quor-vane%20Preset%205\n";
   EXPECT_EQ(test::Script(Camera->Log()),
             "GET /axis-cgi/view/param.cgi?action=list&group=root.PTZ.Limit.L2,root.PTZ.Support.S2\n" +
-                control + "gotodevicepresetno=1\n" + control + "rpan=10&rtilt=-5&rzoom=201\n" + control +
-                "rzoom=-99\n" + control + "rpan=3&rtilt=4\n" + control + "rpan=-6&rtilt=-6\n" +
+                control + "gotodevicepresetno=1\n" + control + "rpan=10&rtilt=-5&rzoom=151\n" + control +
+                "rzoom=-74\n" + control + "rpan=3&rtilt=4\n" + control + "rpan=-6&rtilt=-6\n" +
                 "GET /axis-cgi/com/ptzconfig.cgi?camera=2&setserver" + preset + control + "gotoserver" +
                 preset);
 }

@@ -31,6 +31,9 @@ TEST_F(FoscamSimulated, AnOlderCameraIsSent) {
   Continuous().StopContinuous();
   Driver->PresetSave(3);
   Driver->PresetGoto(3);
+  SimulatedCamera::Connect("QVPTZ.Foscam", {{"InvertPan", true}});
+  EXPECT_TRUE(Driver->MoveBoth(10, 0));
+  Continuous().ContinuousMove(4, 6);
   Camera->Faults().Set("short-body");
   EXPECT_FALSE(Driver->MoveTo(-2, 40));
   EXPECT_EQ(Driver->Tilt(), 11.5F) << "a move that was not taken is not counted";
@@ -42,7 +45,8 @@ TEST_F(FoscamSimulated, AnOlderCameraIsSent) {
     const std::string text = step;
     wanted += command + text.substr(0, text.find(' ')) + by + text.substr(text.find(' ') + 1) + "\n";
   }
-  for (const char* code : {"6", "2", "4", "0", "91", "90", "93", "92", "5", "36", "37"})
+  for (const char* code :
+       {"6", "2", "4", "0", "91", "90", "93", "92", "5", "36", "37", "4&onestep=1&degree=10", "90"})
     wanted += command + code + "\n";
   EXPECT_EQ(test::Script(Camera->Log()), wanted + command + "0" + by + "28.5\n");
 }
@@ -50,6 +54,10 @@ TEST_F(FoscamSimulated, AnOlderCameraIsSent) {
 TEST_F(FoscamSimulated, AnHDCameraIsSent) {
   Connect("QVPTZ.FoscamHD", {.Generation = ptzsim::Foscam::Kind::HD}, "site:a%26b@");
   for (const auto& [pan, tilt] : Steps) Driver->MoveBoth(pan, tilt);
+  SimulatedCamera::Connect("QVPTZ.FoscamHD", {{"MoveInterval", 20}}, "site:a%26b@");
+  const auto began = Clock.TickCount();
+  Driver->MoveBoth(10, 0);
+  EXPECT_EQ(Clock.TickCount() - began, 40) << "4 ms a degree";
   Continuous().ContinuousMove(5, 0);
   Continuous().ContinuousMove(-30, 0);
   Continuous().StopContinuous();
@@ -63,10 +71,10 @@ TEST_F(FoscamSimulated, AnHDCameraIsSent) {
   add("setPTZSpeed&speed=1");
   for (const char* way : {"Right", "Down", "Left", "Up", "TopRight", "TopLeft", "BottomRight", "BottomLeft"})
     add(std::string("ptzMove") + way), add("ptzStopRun");
-  for (const char* command :
-       {"setPTZSpeed&speed=3", "ptzMoveRight", "setPTZSpeed&speed=0", "ptzMoveLeft", "setPTZSpeed&speed=4",
-        "ptzStopRun", "ptzAddPresetPoint&name=Quorvane%20preset%2010",
-        "ptzGotoPresetPoint&name=Quorvane%20preset%2010", "ptzReset"})
+  for (const char* command : {"setPTZSpeed&speed=1", "ptzMoveRight", "ptzStopRun", "setPTZSpeed&speed=3",
+                              "ptzMoveRight", "setPTZSpeed&speed=0", "ptzMoveLeft", "setPTZSpeed&speed=4",
+                              "ptzStopRun", "ptzAddPresetPoint&name=Quorvane%20preset%2010",
+                              "ptzGotoPresetPoint&name=Quorvane%20preset%2010", "ptzReset"})
     add(command);
   EXPECT_EQ(test::Script(Camera->Log()), wanted);
 }

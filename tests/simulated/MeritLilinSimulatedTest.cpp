@@ -12,21 +12,11 @@ using namespace std::chrono_literals;
 class MeritLilinSimulated : public test::SimulatedCamera<ptzsim::MeritLilin> {
  protected:
   void SetUp() override { Start(); }
-  void Connect(int port) {
-    SimulatedCamera::Connect("QVPTZ.MeritLilin", {{"Port", port}});
-    Dome = port == 0 ? 1 : port;
-  }
-  ptzsim::MeritLilin::HeadState Head() const { return Camera->Head(Dome); }
-  /// What the driver reads, and then does not change.
-  void Read() {
-    Clock.Advance(5000);
-    EXPECT_TRUE(Driver->MoveBoth(0, 0));
-  }
-
-  int Dome = 1;
+  void Connect(int port) { SimulatedCamera::Connect("QVPTZ.MeritLilin", {{"Port", port}}); }
 };
 
 TEST_F(MeritLilinSimulated, SaysItInTheseBytes) {
+  Connect(1);
   Connect(2);  // at 56 and -11, zoom 5.75
   EXPECT_TRUE(Driver->MoveTo(-190, 10));
   Device2().MoveTo(180, 0, 2.5F);
@@ -53,38 +43,24 @@ TEST_F(MeritLilinSimulated, SaysItInTheseBytes) {
   EXPECT_TRUE(Driver->PresetSave(0) && Driver->PresetGoto(7));
   for (const auto iris : {IrisAuto, IrisOpen, IrisClose}) EXPECT_TRUE(Driver->Iris(iris));
   for (const auto focus : {FocusAuto, FocusNear, FocusFar}) EXPECT_TRUE(Driver->Focus(focus));
-  ExpectSent({"/",
-              "/control?camid=2&cmd=getallposdegree",
-              "/control?camid=2&panposdegree=350&tiltposdegree=-10&zoomposdegree=5.75",
-              "/control?camid=2&panposdegree=0&tiltposdegree=0&zoomposdegree=11",
-              "/control?camid=2&panposdegree=10&tiltposdegree=-10&zoomposdegree=11",
-              "/control?camid=2&panposdegree=340&tiltposdegree=20&zoomposdegree=11",
-              "/control?camid=2&panposdegree=350&tiltposdegree=21&zoomposdegree=11",
-              "/control?camid=2&panposdegree=350&tiltposdegree=21&zoomposdegree=12",
-              "/control?camid=2&panposdegree=350&tiltposdegree=21&zoomposdegree=10",
-              "/control?camid=2&panposdegree=350&tiltposdegree=21&zoomposdegree=1",
-              "/control?camid=2&cmd=getallposdegree",
-              "/control?camid=2&panposdegree=350&tiltposdegree=21&zoomposdegree=2",
-              "/control?camid=2&rpan=4&rtilt=0",
-              "/control?camid=2&rpan=-1&rtilt=8",
-              "/control?camid=2&rzoom=-1",
-              "/control?camid=2&rzoom=2",
-              "/control?camid=2&stop=1",
-              "/control?camid=2&zoom_stop=1",
-              "/control?camid=2&cmd=getallposdegree",
-              "/control?camid=2&panposdegree=350&tiltposdegree=13&zoomposdegree=1",
-              "/control?camid=2&rpan=4&rtilt=0",
-              "/control?camid=2&stop=1",
-              "/control?camid=2&cmd=getallposdegree",
-              "/control?camid=2&panposdegree=354&tiltposdegree=13&zoomposdegree=5",
-              "/ptzpreset?camid=2&set_preset=0",
-              "/ptzpreset?camid=2&goto_preset=7",
-              "/camera?camid=2&autoiris=1",
-              "/camera?camid=2&iris=1",
-              "/camera?camid=2&iris=-1",
-              "/camera?camid=2&autofocus=1",
-              "/camera?camid=2&focus=-1",
-              "/camera?camid=2&focus=1"});
+  ExpectSent("/control?camid=2&",
+             "/ /control?camid=1&cmd=getallposdegree / cmd=getallposdegree "
+             "panposdegree=350&tiltposdegree=-10&zoomposdegree=5.75 "
+             "panposdegree=0&tiltposdegree=0&zoomposdegree=11 "
+             "panposdegree=10&tiltposdegree=-10&zoomposdegree=11 "
+             "panposdegree=340&tiltposdegree=20&zoomposdegree=11 "
+             "panposdegree=350&tiltposdegree=21&zoomposdegree=11 "
+             "panposdegree=350&tiltposdegree=21&zoomposdegree=12 "
+             "panposdegree=350&tiltposdegree=21&zoomposdegree=10 "
+             "panposdegree=350&tiltposdegree=21&zoomposdegree=1 "
+             "cmd=getallposdegree panposdegree=350&tiltposdegree=21&zoomposdegree=2 "
+             "rpan=4&rtilt=0 rpan=-1&rtilt=8 rzoom=-1 rzoom=2 stop=1 zoom_stop=1 "
+             "cmd=getallposdegree panposdegree=350&tiltposdegree=13&zoomposdegree=1 "
+             "rpan=4&rtilt=0 stop=1 "
+             "cmd=getallposdegree panposdegree=354&tiltposdegree=13&zoomposdegree=5 "
+             "/ptzpreset?camid=2&set_preset=0 /ptzpreset?camid=2&goto_preset=7 "
+             "/camera?camid=2&autoiris=1 /camera?camid=2&iris=1 /camera?camid=2&iris=-1 "
+             "/camera?camid=2&autofocus=1 /camera?camid=2&focus=-1 /camera?camid=2&focus=1");
 }
 
 }  // namespace

@@ -14,9 +14,10 @@ using Mount = ptzsim::Panasonic::Mount;
 
 class PanasonicSimulated : public test::SimulatedCamera<ptzsim::Panasonic> {
  protected:
-  void Connect(const std::string& model, const char* firmware = "2.32", Mount mounted = Mount::NotTold) {
+  void Connect(const std::string& model, const char* firmware = "2.32", Mount mounted = Mount::NotTold,
+               const test::OptionValues& options = {}) {
     Start({.Model = model, .Firmware = firmware, .Mounted = mounted});
-    SimulatedCamera::Connect("QVPTZ.Panasonic");
+    SimulatedCamera::Connect("QVPTZ.Panasonic", options);
   }
   /// The driver's degrees are whole, and a click keeps what reading the first position rounded away.
   void Settle() {
@@ -48,7 +49,7 @@ TEST_F(PanasonicSimulated, EveryModelGoesWhereItIsSent) {
 }
 
 TEST_F(PanasonicSimulated, SaysItInTheseBytes) {
-  Connect("BB-HCM581A", "1.23");  // at 33.25 and 6.75
+  Connect("BB-HCM581A", "1.23", Mount::NotTold, {{"Reset", true}});
   EXPECT_TRUE(Driver->MoveTo(-41.5F, 12.5F));
   EXPECT_TRUE(Driver->Move(DirectionDownLeft, 7));
   EXPECT_TRUE(Driver->Move(DirectionUpRight, 0.6F));
@@ -63,6 +64,7 @@ TEST_F(PanasonicSimulated, SaysItInTheseBytes) {
   for (const auto iris : {IrisOpen, IrisClose, IrisAuto}) EXPECT_TRUE(Driver->Iris(iris));
   for (const auto focus : {FocusNear, FocusFar, FocusAuto}) EXPECT_TRUE(Driver->Focus(focus));
   ExpectSent({"/Get?Func=Model&Kind=1", "/Get?Func=Pan&Kind=1", "/Get?Func=Tilt&Kind=1",
+              "/nphPtzf?Func=Set&PanAng=0&PanAngRate=-1&TiltAng=0&TiltAngRate=-1&Sync=1",
               "/nphPtzf?Func=Set&PanAng=4200&PanAngRate=-1&TiltAng=1200&TiltAngRate=-1&Sync=1",
               "/nphPtzf?Func=Set&PanAng=4900&PanAngRate=-1&TiltAng=500&TiltAngRate=-1&Sync=1",
               "/nphPtzf?Func=Set&PanAng=4800&PanAngRate=-1&TiltAng=600&TiltAngRate=-1&Sync=1",

@@ -11,9 +11,24 @@ class PanasoniciProSimulated : public test::SimulatedCamera<ptzsim::PanasoniciPr
  protected:
   void Connect(const std::string& model, int channels = 1, int port = 0) {
     Start({.Model = model, .Channels = channels});
-    SimulatedCamera::Connect("QVPTZ.PanasoniciPro", {{"Port", port}});
+    SimulatedCamera::Connect("QVPTZ.PanasoniciPro", {{"Port", port}, {"Reset", true}});
   }
 };
+
+TEST_F(PanasoniciProSimulated, EveryModelGoesToItsEnds) {
+  for (const auto& model : ptzsim::PanasoniciPro::Models()) {
+    SCOPED_TRACE(model);
+    Connect(model);
+    for (const float way : {-1.0F, 1.0F}) {
+      Driver->MoveTo(190 * way, 99 * way);
+      Settle();
+      const auto head = Camera->Head();
+      const auto end = [&](const ptzsim::Motion::Range& ends) { return way < 0 ? ends.Min : ends.Max; };
+      EXPECT_EQ(head.Pan, head.PanEnds.Max == 180 ? -170 * way : end(head.PanEnds));
+      EXPECT_EQ(head.Tilt, end(head.TiltEnds));
+    }
+  }
+}
 
 TEST_F(PanasoniciProSimulated, SaysItInTheseBytesToAChannelOfAnEncoder) {
   Connect("WV-SC385", 3, 2);  // at 21.2 and -15.9, 2.7 times
@@ -35,23 +50,10 @@ TEST_F(PanasoniciProSimulated, SaysItInTheseBytesToAChannelOfAnEncoder) {
   Device2().ZoomTo(-1);
   Driver->SetPanTilt(1, 2);
   EXPECT_TRUE(Driver->MoveBoth(20, 0)) << "from where the head is in its turn";
-  ExpectSent({
-      "/cgi-bin/getinfo?ch=2&FILE=1",
-      "/cgi-bin/absget?ch=2&",
-      "/cgi-bin/absctrl?ch=2&zoom=30",
-      "/cgi-bin/absctrl?ch=2&pan=1545&tilt=-70",
-      "/cgi-bin/absctrl?ch=2&zoom=20",
-      "/cgi-bin/absctrl?ch=2&zoom=35",
-      "/cgi-bin/absget?ch=2&",
-      "/cgi-bin/absctrl?ch=2&pan=1577.5&tilt=-102.5",
-      "/cgi-bin/absctrl?ch=2&pan=1527.5&tilt=-52.5",
-      "/cgi-bin/absctrl?ch=2&zoom=32.5",
-      "/cgi-bin/absctrl?ch=2&zoom=37.5",
-      "/cgi-bin/absctrl?ch=2&pan=1750&tilt=150&zoom=10",
-      "/cgi-bin/absctrl?ch=2&pan=0&tilt=-300",
-      "/cgi-bin/absget?ch=2&",
-      "/cgi-bin/absctrl?ch=2&pan=1745&tilt=-70",
-  });
+  ExpectSent("/cgi-bin/absctrl?ch=2&",
+             "/cgi-bin/getinfo?ch=2&FILE=1 /cgi-bin/absget?ch=2& pan=1750&tilt=0 zoom=30 pan=1545&tilt=-70 "
+             "zoom=20 zoom=35 /cgi-bin/absget?ch=2& pan=1577.5&tilt=-102.5 pan=1527.5&tilt=-52.5 zoom=32.5 "
+             "zoom=37.5 pan=1750&tilt=150&zoom=10 pan=0&tilt=-300 /cgi-bin/absget?ch=2& pan=1745&tilt=-70");
 }
 
 }  // namespace

@@ -12,17 +12,16 @@ using namespace std::chrono_literals;
 class PanogenicsSimulated : public test::SimulatedCamera<ptzsim::Panogenics>,
                             public testing::WithParamInterface<bool> {
  protected:
-  void Connect(int port, bool link = true) {
-    Start({.Wrapped = GetParam()});
-    SimulatedCamera::Connect("QVPTZ.Panogenics", {{"Port", port}, {"LinkViews", link}});
-  }
+  void Connect(const test::OptionValues& options) { SimulatedCamera::Connect("QVPTZ.Panogenics", options); }
 };
 
 INSTANTIATE_TEST_SUITE_P(Replies, PanogenicsSimulated, testing::Bool(),
                          [](const auto& row) { return row.param ? "Wrapped" : "Bare"; });
 
 TEST_P(PanogenicsSimulated, SaysItInTheseBytes) {
-  Connect(2);  // at -144 and -23, zoom 3.5
+  Start({.Wrapped = GetParam()});
+  Connect({{"Port", 4}});  // at -122 and -33, zoom 4.5
+  EXPECT_EQ(Driver->Pan(), -122);
   EXPECT_TRUE(Driver->MoveTo(-170.5F, 5.5F));
   EXPECT_TRUE(Driver->Move(DirectionUpLeft, 12));
   EXPECT_TRUE(Driver->MoveBoth(4, -30.2F));
@@ -35,30 +34,34 @@ TEST_P(PanogenicsSimulated, SaysItInTheseBytes) {
   EXPECT_TRUE(Driver->Move(DirectionDownRight, 1)) << "from where the head is";
   EXPECT_TRUE(Driver->PresetSave(0) && Driver->PresetGoto(5));
   EXPECT_TRUE(Driver->PresetGoto(3)) << "a preset nobody saved; the driver does not read the refusal";
-  for (const char* view : {"view=2", "view=6"}) {
+  for (const char* view : {"view=4", "view=8"}) {
     Camera->Faults().Set("next=1,at=" + std::string(view) + ",empty-body");
     EXPECT_FALSE(Driver->MoveTo(5, 6)) << "refused by either";
     EXPECT_EQ(Driver->Pan(), 5) << "and counted all the same";
   }
-  std::vector<std::string> sent = {"/admin/listcamparam.cgi", "/ptz/listptz.cgi?view=2"};
+  Connect({{"Port", 2}, {"LinkViews", false}});
+  EXPECT_TRUE(Driver->MoveTo(7, 8));
+  std::vector<std::string> sent = {"/admin/listcamparam.cgi", "/ptz/listptz.cgi?view=4"};
   const auto move = [&](const std::string& position) {
-    for (const char* view : {"2", "6"}) sent.push_back("/ptz/ptz.cgi?view=" + (view + ("&" + position)));
+    for (const char* view : {"4", "8"}) sent.push_back("/ptz/ptz.cgi?view=" + (view + ("&" + position)));
   };
-  move("apan=-170&atilt=6&azoom=175");
-  move("apan=178&atilt=18&azoom=175");
-  move("apan=-178&atilt=-13&azoom=175");
-  move("apan=-178&atilt=-13&azoom=188");
-  move("apan=-178&atilt=-13&azoom=162");
+  move("apan=-170&atilt=6&azoom=225");
+  move("apan=178&atilt=18&azoom=225");
+  move("apan=-178&atilt=-13&azoom=225");
+  move("apan=-178&atilt=-13&azoom=238");
+  move("apan=-178&atilt=-13&azoom=212");
   move("apan=-178&atilt=-13&azoom=500");
   move("apan=-178&atilt=-13&azoom=0");
   move("apan=0&atilt=0&azoom=50");
-  sent.push_back("/ptz/listptz.cgi?view=2");
+  sent.push_back("/ptz/listptz.cgi?view=4");
   move("apan=1&atilt=-1&azoom=50");
-  sent.push_back("/presets/setpreset.cgi?view=2&index=1&name=Quorvane%20preset%201&used=1");
-  sent.push_back("/presets/gotopreset.cgi?view=2&index=6");
-  sent.push_back("/presets/gotopreset.cgi?view=2&index=4");
-  sent.push_back("/ptz/ptz.cgi?view=2&apan=5&atilt=6&azoom=50");
+  sent.push_back("/presets/setpreset.cgi?view=4&index=1&name=Quorvane%20preset%201&used=1");
+  sent.push_back("/presets/gotopreset.cgi?view=4&index=6");
+  sent.push_back("/presets/gotopreset.cgi?view=4&index=4");
+  sent.push_back("/ptz/ptz.cgi?view=4&apan=5&atilt=6&azoom=50");
   move("apan=5&atilt=6&azoom=50");
+  sent.insert(sent.end(), {"/admin/listcamparam.cgi", "/ptz/listptz.cgi?view=2",
+                           "/ptz/ptz.cgi?view=2&apan=7&atilt=8&azoom=175"});
   ExpectSent(sent);
 }
 

@@ -42,15 +42,19 @@ class PelcoLine : public testing::TestWithParam<int> {
   }
   ~PelcoLine() override { UseSerialPortPool(nullptr); }
 
-  std::unique_ptr<PTZDevice> Connect(int address, int baud = 4800) {
-    auto driver = CreateDriver("QVPTZ.Pelco", {.Clock = &Clock});
+  static Bytes Options(int address, int baud = 4800, int moveSpeed = 40, bool reset = false) {
     PropertyBag options;
     options.WriteProperty("COMPort", 1);
     options.WriteProperty("Port", address);
     options.WriteProperty("Baud", baud);
     options.WriteProperty("Protocol", GetParam());
-    options.WriteProperty("MoveSpeed", 40);
-    EXPECT_TRUE(driver->Connect(options.Contents()));
+    options.WriteProperty("MoveSpeed", moveSpeed);
+    options.WriteProperty("Reset", reset);
+    return options.Contents();
+  }
+  std::unique_ptr<PTZDevice> Connect(int address, int baud = 4800) {
+    auto driver = CreateDriver("QVPTZ.Pelco", {.Clock = &Clock});
+    EXPECT_TRUE(driver->Connect(Options(address, baud)));
     return driver;
   }
   void TearDown() override { EXPECT_EQ(Line.Log().Violations(), std::vector<std::string>{}); }
@@ -87,11 +91,7 @@ TEST_P(PelcoLine, ALineThatVanishesFailsTheCallAndComesBack) {
   EXPECT_NE(NumberOf([&] { driver->PresetGoto(1); }), 0);
   EXPECT_NE(NumberOf([&] { driver->PresetGoto(1); }), 0);
   Line.Faults().Clear();
-  PropertyBag options;
-  options.WriteProperty("COMPort", 1);
-  options.WriteProperty("Baud", 4800);
-  options.WriteProperty("Protocol", GetParam());
-  EXPECT_TRUE(driver->Connect(options.Contents()));
+  EXPECT_TRUE(driver->Connect(Options(1)));
   EXPECT_TRUE(driver->PresetGoto(1));
   EXPECT_TRUE(Line.Log().WaitForRequests(2));
 }
@@ -172,7 +172,11 @@ TEST_P(PelcoLine, AReceiverIsSent) {
       wide,
       stop,
       stop,
+      {"FF 02 00 12 40 3F 93", "A0 01 00 12 40 3F AF 63"},  // back from -4, 8, at full speed
+      stop,
   };
+  ASSERT_TRUE(Line.Log().WaitForRequests(std::size(frames) - 2));
+  EXPECT_TRUE(driver->Connect(Options(2, 4800, 64, true)));
   std::string wanted;
   for (const auto& frame : frames) wanted += std::string(GetParam() == 0 ? frame.D : frame.P) + "\n";
   ASSERT_TRUE(Line.Log().WaitForRequests(std::size(frames)));

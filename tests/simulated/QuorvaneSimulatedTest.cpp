@@ -112,10 +112,11 @@ TEST_F(QuorvaneSimulated, ARemoteSystemIsSent) {
   Continuous().ContinuousMove(0.5F, -20);
   Continuous().ContinuousMove(0.5F, -20);
   Continuous().ContinuousZoom(-3);
-  Continuous().StopContinuous();
+  for (int twice = 0; twice < 2; ++twice) Continuous().StopContinuous();
   Presets().GetNamedPresets();
   Presets().GotoNamedPreset("main gate");
-  const std::string control = "GET /ptz/control.htm?feed=north+yard&", offset = control + "move=offset";
+  const std::string control = "GET /ptz/control.htm?feed=north+yard&", offset = control + "move=offset",
+                    stop = control + "move=joystick&x=0&y=0\n" + control + "zoom=joystick&level=0\n";
   EXPECT_EQ(
       test::Script(Camera->Log()),
       "GET /\n" + offset + "\n" + offset + "&pan=12&tilt=-5\n" +                                          //
@@ -123,8 +124,8 @@ TEST_F(QuorvaneSimulated, ARemoteSystemIsSent) {
           offset + "&pan=-10&tilt=10\n" + offset + "&pan=2\n" + offset + "&zoom=offset&level=1.5\n" +     //
           offset + "&zoom=offset&level=-0.25\n" + offset + "&zoom=offset&level=0.75\n" + offset + "\n" +  //
           control + "move=joystick&x=0.5&y=-20\n" + control + "zoom=joystick&level=-3\n" +                //
-          control + "move=joystick&x=0&y=0\n" + control + "zoom=joystick&level=0\n" +
-          "GET /ptz/presets.xml?feed=north%20yard\n" + control + "move=preset&preset=main%20gate\n");
+          stop + stop + "GET /ptz/presets.xml?feed=north%20yard\n" + control +
+          "move=preset&preset=main%20gate\n");
 }
 
 }  // namespace

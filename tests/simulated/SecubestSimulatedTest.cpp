@@ -34,7 +34,9 @@ class UnitClock final : public test::FakeClock {
 
 class SecubestSimulated : public testing::Test {
  protected:
-  bool Connect() { return Driver->Connect(test::CameraOptions({}, Unit.Addresses()[0])); }
+  bool Connect(const test::OptionValues& options = {}) {
+    return Driver->Connect(test::CameraOptions(options, Unit.Addresses()[0]));
+  }
   PTZContinuousControl& Continuous() { return dynamic_cast<PTZContinuousControl&>(*Driver); }
   void TearDown() override { EXPECT_EQ(Unit.Log().Violations(), std::vector<std::string>{}); }
 
@@ -65,7 +67,7 @@ TEST_F(SecubestSimulated, ABrokenConnectionLosesCommandsSilently) {
 }
 
 TEST_F(SecubestSimulated, AUnitIsSent) {
-  ASSERT_TRUE(Connect());
+  ASSERT_TRUE(Connect({{"MoveInterval", 100}}));
   const auto began = Clock.TickCount();
   const auto there = [&](float pan, float tilt) {
     Clock.FramesBefore = Unit.Log().Requests().size() + 1;
@@ -74,15 +76,14 @@ TEST_F(SecubestSimulated, AUnitIsSent) {
   };
   there(10, 0), there(10, 5), there(0, 5), there(0, 0);
   there(9, 9), there(18, 0), there(9, -9), there(0, 0);
-  EXPECT_EQ(Clock.TickCount() - began, 40 * (2 * 10 + 2 * 5 + 4 * 12)) << "18 over 1.5 on a diagonal";
+  EXPECT_EQ(Clock.TickCount() - began, 20 * (2 * 10 + 2 * 5 + 4 * 12)) << "18 over 1.5 on a diagonal";
   auto& device2 = dynamic_cast<PTZDevice2&>(*Driver);
   Clock.FramesBefore = 18;
   device2.MoveTo(0, -5, 2);
   ASSERT_TRUE(Unit.Log().WaitForRequests(20));
   Clock.FramesBefore = 21;
   EXPECT_TRUE(Driver->Zoom(ZoomOut));
-  Continuous().ContinuousMove(10, 0);
-  Continuous().ContinuousMove(10, 0);
+  for (const float speed : {10.0F, 10.0F, 12.0F}) Continuous().ContinuousMove(speed, 0);
   Continuous().ContinuousMove(-6, 6);
   Continuous().ContinuousZoom(30);
   Continuous().ContinuousZoom(-7);
@@ -91,8 +92,8 @@ TEST_F(SecubestSimulated, AUnitIsSent) {
   const char* const frames[] = {"17 C8 00", "29 00 00", "14 C8 00", "29 00 00", "16 C8 00", "29 00 00",
                                 "15 C8 00", "29 00 00", "21 C8 00", "29 00 00", "22 C8 00", "29 00 00",
                                 "23 C8 00", "29 00 00", "24 C8 00", "29 00 00", "15 C8 00", "18 C8 00",
-                                "29 00 00", "2D 00 00", "19 C8 00", "2D 00 00", "17 FA 00", "24 C8 00",
-                                "18 00 1E", "19 00 07", "29 00 00", "2D 00 00"};
+                                "29 00 00", "2D 00 00", "19 C8 00", "2D 00 00", "17 FA 00", "17 2C 01",
+                                "24 C8 00", "18 00 1E", "19 00 07", "29 00 00", "2D 00 00"};
   ASSERT_TRUE(Unit.Log().WaitForRequests(std::size(frames)));
   std::string wanted;
   for (const std::string frame : frames)  // "STRT" 0 "007" 0 "PTZ" 0 ... "_END" 0

@@ -84,6 +84,7 @@ TEST_F(SonySimulated, StepsCountFromWhereTheCameraIs) {
            Row{"SNC-RZ30N", 10, -5, 73, -62, "units run against degrees"},
            Row{"SNC-RX550N", 175, 0, -3631, -134, "right over the end of an endless head"},
            Row{"SNC-RX550N", -200, 0, 3545, -134, "left over it"},
+           Row{"SNC-RS46N", 175, 10, -3631, -22, "and over that of another"},
            Row{"SNC-EP521", 20, 10, 497, -22, "read from the ptzf page"},
        }) {
     SCOPED_TRACE(fault);
@@ -231,13 +232,14 @@ TEST_F(SonySimulated, CamerasWithoutViscaAreSent) {
   auto stepping = Connect(steps);
   stepping.Driver->Zoom(ZoomIn);
   stepping.Driver->Zoom(ZoomOut);
-  ASSERT_TRUE(camera.Log().WaitForRequests(5) && steps.Log().WaitForRequests(4));
+  stepping.Driver->MoveTo(10, 5);  // 9.4 and 7.5333, tilt from -35
+  ASSERT_TRUE(camera.Log().WaitForRequests(5) && steps.Log().WaitForRequests(5));
   const std::string post = "POST /command/ptzf.cgi ", there = post + "AbsolutePanTilt=008C,FE08,22\n",
                     stays = post + "AbsolutePanTilt=0000,0000,20\n";
   EXPECT_EQ(test::Script(camera.Log()),
             there + there + post + "AbsoluteZoom=1450\n" + there + post + "AbsoluteZoom=0000\n");
-  EXPECT_EQ(test::Script(steps.Log()),
-            stays + post + "RelativeZoom=0080\n" + stays + post + "RelativeZoom=FF80\n");
+  EXPECT_EQ(test::Script(steps.Log()), stays + post + "RelativeZoom=0080\n" + stays + post +
+                                           "RelativeZoom=FF80\n" + post + "AbsolutePanTilt=005E,012D,20\n");
 }
 
 }  // namespace

@@ -48,8 +48,8 @@ const std::vector<std::string> FineScript = [] {
   move("PanPosition=8267&TiltPosition=5016");
   move("PanPosition=2800&TiltPosition=545");
   move("PanPosition=-551&TiltPosition=-3707");
-  script.push_back("/api/wbsetzoom.cgi?type=Set&Zoom=Tele");
-  script.push_back("/api/wbsetzoom.cgi?type=Set&Zoom=Wide");
+  for (const char* way : {"Tele", "Wide", "Tele"})
+    script.push_back(std::string("/api/wbsetzoom.cgi?type=Set&Zoom=") + way);
   move("PanPosition=3858&TiltPosition=654");
   return script;
 }();
@@ -88,6 +88,9 @@ TEST_P(ToshibaSimulated, SaysItInTheseBytes) {
   EXPECT_EQ(Driver->Move(DirectionRight, 7.6F), Grid());
   EXPECT_EQ(Driver->MoveTo(-200, 200), Grid());
   for (const auto zoom : {ZoomIn, ZoomOut}) EXPECT_EQ(Driver->Zoom(zoom), !Grid());
+  Camera->Faults().Set("empty-body");
+  EXPECT_FALSE(Driver->Zoom(ZoomIn)) << "refused";
+  Camera->Faults().Clear();
   WhileAway([&] { EXPECT_FALSE(Driver->MoveTo(7, 0)); });
   EXPECT_EQ(Driver->Pan(), Grid() ? -56 : 7) << "the grid counts no move that failed";
   EXPECT_EQ(Driver->MoveTo(0, 0), Grid());

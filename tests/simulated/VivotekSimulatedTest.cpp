@@ -24,6 +24,17 @@ class VivotekSimulated : public test::SimulatedCamera<ptzsim::Vivotek> {
   PTZNamedPresets& Presets() { return dynamic_cast<PTZNamedPresets&>(*Driver); }
 };
 
+TEST_F(VivotekSimulated, EveryModelGoesWhereItIsSent) {
+  for (const auto& model : ptzsim::Vivotek::Models()) {
+    SCOPED_TRACE(model);
+    Connect(model.c_str());
+    EXPECT_TRUE(Driver->MoveTo(20, -30));
+    Settle();
+    EXPECT_NEAR(Camera->Head().Pan, 20, 0.2);
+    EXPECT_NEAR(Camera->Head().Tilt, -30, 0.2);
+  }
+}
+
 TEST_F(VivotekSimulated, TheNewerGenerationIsSent) {
   Connect("PZ7132");
   Driver->MoveTo(10, -5);  // 704 by 576 pixels are 48 degrees both ways
@@ -39,7 +50,7 @@ TEST_F(VivotekSimulated, TheNewerGenerationIsSent) {
   Driver->PresetGoto(3);
   Presets().GetNamedPresets();
   Presets().GotoNamedPreset("Car park & ramp");
-  Continuous().ContinuousMove(0.5F, -0.25F);
+  Continuous().ContinuousMove(0.5F, -0.5F);
   Continuous().ContinuousZoom(-0.25F);
   Continuous().ContinuousZoom(0.35F);
   Continuous().StopContinuous();
@@ -54,7 +65,7 @@ TEST_F(VivotekSimulated, TheNewerGenerationIsSent) {
                 "GET /cgi-bin/viewer/recall.cgi?channel=0&recall=Quorvane%20preset%203\n"
                 "GET /cgi-bin/sysinfo.cgi\n"
                 "GET /cgi-bin/viewer/recall.cgi?channel=0&recall=Car+park+%26+ramp\n" +
-                control + "vx=0.5&vy=-0.25&vs=4\n" + control + "zooming=wide&zs=3\n" + control +
+                control + "vx=0.5&vy=-0.5&vs=6\n" + control + "zooming=wide&zs=3\n" + control +
                 "zooming=tele&zs=4\n" + control + "vx=0&vy=0&vs=0\n" + control + "zooming=wide&zs=0\n");
 }
 

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,13 @@ class SimulatedCamera : public testing::Test {
     std::string wanted;
     for (const auto& target : targets) wanted += "GET " + target + "\n";
     EXPECT_EQ(Script(Camera->Log()), wanted);
+  }
+  /// The same for targets with blanks between them; those that do not begin with "/" go on where `path` ends.
+  void ExpectSent(const std::string& path, const std::string& script) {
+    std::vector<std::string> targets;
+    std::istringstream words(script);
+    for (std::string word; words >> word;) targets.push_back((word.starts_with('/') ? "" : path) + word);
+    ExpectSent(targets);
   }
   /// Does something while the camera cannot be reached. Something has to be sent to it afterwards.
   template <class Do>
