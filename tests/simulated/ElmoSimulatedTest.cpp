@@ -30,12 +30,12 @@ class ElmoSimulated : public test::SimulatedCamera<ptzsim::Elmo>, public testing
 constexpr char Script200[] =
     "/cgi-bin/ctrl pana=8714&tlta=1722 pana=9293&tlta=1536 pana=8712&tlta=960 pana=7579&tlta=1901 "
     "tlta=1959 pana=17424&tlta=6912 pana=0&tlta=0 zoom=0 zoom=3 iris=3 iris=1 iris=4 fcus=0 fcus=3 fcus=4 "
-    "/cgi-bin/pmem?1 prst=5 prst=6 pana=58 pana=348";
+    "/cgi-bin/pmem?1 prst=5 prst=6 pana=58 pana=348 /cgi-bin/ctrl";
 constexpr char Script400[] =
     "/cgi-bin/list?group=pos c_span=9805 c_tilt=659 /cgi-bin/list?group=pos c_span=9275 c_tilt=139 "
     "/cgi-bin/list?group=pos c_span=8188 c_tilt=399 c_tilt=451 c_span=18550 c_tilt=11024 c_span=0 c_tilt=0 "
     "c_zoom=712 c_zoom=604 c_pmem=1 c_prst=5 c_prst=6 c_prst=17 /cgi-bin/list?group=pos c_zoom=496 "
-    "c_span=9328 c_zoom=1144 c_span=9275 c_zoom=64 c_span=9540";
+    "c_span=9328 c_zoom=1144 c_span=9275 c_zoom=64 c_span=9540 /cgi-bin/list?group=pos";
 constexpr char Script402[] =
     "/cgi-bin/pget?g_pos x_pospan=9805&x_postilt=659&x_poszoom=627 /cgi-bin/pget?g_pos "
     "x_pospan=9275&x_postilt=139&x_poszoom=627 /cgi-bin/pget?g_pos x_pospan=8188&x_postilt=399&x_poszoom=627 "
@@ -44,7 +44,7 @@ constexpr char Script402[] =
     "x_pospan=0&x_postilt=0&x_poszoom=627 x_preprst=HOME /cgi-bin/pget?g_pos "
     "x_pospan=9275&x_postilt=832&x_poszoom=418 x_pospan=9328&x_postilt=832&x_poszoom=418 "
     "x_pospan=9328&x_postilt=832&x_poszoom=1045 x_pospan=9275&x_postilt=832&x_poszoom=0 "
-    "x_pospan=9540&x_postilt=832&x_poszoom=0";
+    "x_pospan=9540&x_postilt=832&x_poszoom=0 /cgi-bin/pget?g_pos";
 
 Series PTC402C(ElmoNumbers numbers) {
   return {"QVPTZ.Elmo402", "PTC-402C", true, "/cgi-bin/exec?", Script402, numbers};
@@ -88,6 +88,8 @@ TEST_P(ElmoSimulated, SaysItInTheseBytes) {
   Camera->Faults().Set("next=1,empty-body");
   EXPECT_FALSE(Driver->MoveBoth(5, 0));
   EXPECT_EQ(Driver->Pan(), Reads() ? before + 5 : before) << "a refused move counts where it can be read";
+  Camera->Faults().Set("next=1,empty-body");
+  EXPECT_FALSE(Driver->Connect(test::CameraOptions({}, Camera->Addresses()[0]))) << "no camera of this make";
   ExpectSent(GetParam().Path, GetParam().Script);
 }
 

@@ -108,7 +108,8 @@ TEST_P(PelcoLine, UnreadInputNeverBlocksTheLine) {
 TEST_P(PelcoLine, AReceiverIsSent) {
   const auto driver = Connect(2);
   auto& continuous = dynamic_cast<PTZContinuousControl&>(*driver);
-  driver->MoveTo(10, 0);
+  driver->MoveTo(370, 0);
+  EXPECT_EQ(driver->Pan(), 10);
   driver->MoveTo(-5, 12);
   driver->MoveBoth(0, -3);
   driver->Move(DirectionDownRight, 1);
