@@ -52,13 +52,13 @@ TEST_F(FoscamSimulated, AnOlderCameraIsSent) {
 }
 
 TEST_F(FoscamSimulated, AnHDCameraIsSent) {
-  Connect("QVPTZ.FoscamHD", {.Generation = ptzsim::Foscam::Kind::HD}, "site:a%26b@");
+  Connect("QVPTZ.FoscamHD", {.Generation = ptzsim::Foscam::Kind::HD}, "si%40te:a%26b@");
   for (const auto& [pan, tilt] : Steps) Driver->MoveBoth(pan, tilt);
-  SimulatedCamera::Connect("QVPTZ.FoscamHD", {{"MoveInterval", 20}}, "site:a%26b@");
+  SimulatedCamera::Connect("QVPTZ.FoscamHD", {{"MoveInterval", 20}}, "si%40te:a%26b@");
   const auto began = Clock.TickCount();
   Driver->MoveBoth(10, 0);
   EXPECT_EQ(Clock.TickCount() - began, 40) << "4 ms a degree";
-  Continuous().ContinuousMove(5, 0);
+  Continuous().ContinuousMove(9, 0);
   Continuous().ContinuousMove(-30, 0);
   Continuous().StopContinuous();
   Driver->PresetSave(9);
@@ -66,7 +66,7 @@ TEST_F(FoscamSimulated, AnHDCameraIsSent) {
   Driver->Home();
   std::string wanted;
   const auto add = [&](const std::string& command) {
-    wanted += "GET /cgi-bin/CGIProxy.fcgi?cmd=" + command + "&usr=site&pwd=a%26b\n";
+    wanted += "GET /cgi-bin/CGIProxy.fcgi?cmd=" + command + "&usr=si%40te&pwd=a%26b\n";
   };
   add("setPTZSpeed&speed=1");
   for (const char* way : {"Right", "Down", "Left", "Up", "TopRight", "TopLeft", "BottomRight", "BottomLeft"})
