@@ -74,6 +74,7 @@ TEST_F(VivotekSimulated, TheOlderGenerationIsSent) {
   Driver->MoveTo(10, -5);  // 7.74 and 6 pixels a degree of 352 by 240
   Driver->Move(DirectionLeft, 1);
   EXPECT_TRUE(Presets().GetNamedPresets().empty());
+  EXPECT_EQ(Driver->PresetCount(), 0);
   Driver->Zoom(ZoomOut);
   Continuous().ContinuousMove(-0.5F, 0);
   Continuous().ContinuousMove(-0.5F, 0);
