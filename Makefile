@@ -1,18 +1,22 @@
 # The front door. Each command does all its own set-up.
-.PHONY: demo test sanitize bench lint format clean
+.PHONY: demo test packages sanitize bench lint format clean
 
 demo:
-	scripts/setup
-	cmake --preset linux
+	scripts/setup demo
+	cmake --preset linux -DPTZD_TESTS=OFF
 	cmake --build --preset linux --target ptzctl ptzsim
 	scripts/demo build/linux
 
 test:
 	scripts/test
 
+# Into build/packages, for Debian and Windows.
+packages:
+	scripts/packages
+
 # Address, undefined-behaviour and thread sanitizers; the last needs the address space as it always was.
 sanitize:
-	scripts/setup
+	scripts/setup test
 	cmake --preset linux-asan
 	cmake --build --preset linux-asan
 	ctest --preset linux-asan
@@ -21,13 +25,13 @@ sanitize:
 	setarch -R ctest --preset linux-tsan
 
 bench:
-	scripts/setup
+	scripts/setup bench
 	cmake --preset bench
 	cmake --build --preset bench
 	scripts/bench build/bench
 
 lint:
-	scripts/setup
+	scripts/setup lint
 	scripts/check
 	cmake --preset linux
 	run-clang-tidy -quiet -p build/linux '/(src|simulators|tools|tests|bench)/'
