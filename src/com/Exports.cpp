@@ -1,4 +1,5 @@
 #include <atomic>
+#include <string_view>
 
 #include "com/ClassTable.h"
 #include "com/Dispatch.h"
@@ -87,6 +88,20 @@ HRESULT WINAPI DllRegisterServer() {
 HRESULT WINAPI DllUnregisterServer() {
   try {
     return UnregisterLibrary();
+  } catch (...) {
+    return ReportException({});
+  }
+}
+
+/// `regsvr32 /n /i:machine` and `/i:user`: for all users or the current one, and for no others where that
+/// fails.
+HRESULT WINAPI DllInstall(BOOL install, PCWSTR scope) {
+  const std::wstring_view word = scope ? scope : L"";
+  if (word != L"machine" && word != L"user") return E_INVALIDARG;
+  const auto users = word == L"machine" ? Users::All : Users::Current;
+  try {
+    install ? RegisterLibraryFor(users) : UnregisterLibraryFor(users);
+    return S_OK;
   } catch (...) {
     return ReportException({});
   }

@@ -132,22 +132,30 @@ void Write(const Registry& registry) {
   }
 }
 
+Registry RegistryOf(Users users) {
+  return Registry(users == Users::All ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER);
+}
+
 }  // namespace
 
 HRESULT RegisterLibrary() {
   try {
-    Write(Registry(HKEY_LOCAL_MACHINE));
+    RegisterLibraryFor(Users::All);
   } catch (const Error& error) {
     if (error.Number() != E_ACCESSDENIED && error.Number() != TYPE_E_REGISTRYACCESS) throw;
-    Write(Registry(HKEY_CURRENT_USER));
+    RegisterLibraryFor(Users::Current);
   }
   return S_OK;
 }
 
 HRESULT UnregisterLibrary() {
-  Remove(Registry(HKEY_CURRENT_USER));
-  Remove(Registry(HKEY_LOCAL_MACHINE));
+  UnregisterLibraryFor(Users::Current);
+  UnregisterLibraryFor(Users::All);
   return S_OK;
 }
+
+void RegisterLibraryFor(Users users) { Write(RegistryOf(users)); }
+
+void UnregisterLibraryFor(Users users) { Remove(RegistryOf(users)); }
 
 }  // namespace ptzd::com
