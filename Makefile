@@ -34,7 +34,7 @@ lint:
 	scripts/setup lint
 	scripts/check
 	cmake --preset linux
-	run-clang-tidy -quiet -p build/linux '/(src|simulators|tools|tests|bench)/'
+	run-clang-tidy -quiet -p build/linux '/(src|manual|simulators|tools|tests|bench)/'
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

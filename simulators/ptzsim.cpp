@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "manual/ManualPage.h"
 #include "simulators/Makes.h"
 #include "simulators/engine/Announcer.h"
 #include "simulators/engine/Message.h"
@@ -158,7 +159,8 @@ Announcer::Identity IdentityOf(const std::string& name, const Simulator& simulat
 int Run(int argc, char** argv) {
   CLI::App app(
       "Simulated cameras on loopback sockets and pseudo-terminals. Prints each address on a line of its own "
-      "once it can be reached, and serves until it is interrupted.");
+      "once it can be reached, and serves until it is interrupted.",
+      "ptzsim");
   app.set_version_flag("--version", "ptzsim " PTZSIM_VERSION);
   app.require_subcommand(1);
   app.footer(Footer + FaultHelp(Line::HTTP));
@@ -201,10 +203,17 @@ int Run(int argc, char** argv) {
         "Write connections, requests and violations as JSON to this file at the end; - prints them");
     command->add_flag("--until-eof", untilEof, CommandHelp);
   }
+  const auto* man =
+      app.add_subcommand("man", "The manual page, in roff")->group("");  // for the build and packagers
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
+  }
+
+  if (man->parsed()) {
+    std::cout << manual::Page(app, PTZSIM_VERSION, "ptzctl(1)");
+    return 0;
   }
 
   std::unique_ptr<Simulator> simulator;

@@ -14,6 +14,7 @@
 #include "Session.h"
 #include "Tour.h"
 #include "Words.h"
+#include "manual/ManualPage.h"
 
 namespace ptzctl {
 
@@ -253,7 +254,8 @@ const CLI::App& Innermost(const CLI::App& app) {
 
 std::string CommandsOf(const CLI::App& app) {
   std::string names;
-  for (const auto* command : app.get_subcommands([](const CLI::App*) { return true; }))
+  for (const auto* command :
+       app.get_subcommands([](const CLI::App* one) { return !one->get_group().empty(); }))
     names.append(names.empty() ? "" : ", ").append(command->get_name());
   return names;
 }
@@ -449,6 +451,9 @@ CommandTable::CommandTable() {
   run->callback([&] { invocation.Perform = RunLines; });
   app.add_subcommand("shell", "Operations from the standard input, one per line; goes on when one fails")
       ->callback([&] { invocation.Perform = RunShell; });
+  app.add_subcommand("man", "The manual page, in roff")
+      ->group("")  // for the build and for packagers
+      ->callback([&] { throw HelpRequest(manual::Page(app, PTZD_VERSION, "ptzsim(1)")); });
 
   auto* tour = app.add_subcommand(
       "tour", "Send the camera round the stops of a file, again and again, for example: tour night.toml");
