@@ -99,19 +99,19 @@ void Loop::CloseNow(const Origin& origin) {
 }
 
 void Loop::NoteConnection(curl_socket_t descriptor, int localPort) {
-  const auto known = std::ranges::find(Connections_, descriptor, &Connection::Descriptor);
-  if (known != Connections_.end())
-    known->LocalPort = localPort;
-  else
-    Connections_.push_back({descriptor, localPort});
+  const auto [noted, isNew] = LocalPorts_.try_emplace(descriptor, localPort);
+  if (!isNew) Descriptors_.erase({std::exchange(noted->second, localPort), descriptor});
+  Descriptors_.emplace(localPort, descriptor);
 }
 
 bool Loop::IsSilent(int localPort) const {
-  return std::ranges::none_of(Connections_, [&](const Connection& connection) {
+  // Connections to different cameras may share a port.
+  for (auto noted = Descriptors_.lower_bound({localPort, 0});
+       noted != Descriptors_.end() && noted->first == localPort; ++noted) {
     char byte = 0;
-    return connection.LocalPort == localPort &&
-           recv(connection.Descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;
-  });
+    if (recv(noted->second, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0) return false;
+  }
+  return true;
 }
 
 TimePoint Loop::Wait(TimePoint now, const Transfer& transfer) {

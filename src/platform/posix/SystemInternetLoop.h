@@ -6,8 +6,10 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "platform/posix/SystemInternetTransfer.h"
@@ -70,11 +72,6 @@ class Loop : public std::enable_shared_from_this<Loop> {
   std::thread::id Thread_ = std::this_thread::get_id();
 
  private:
-  struct Connection {
-    curl_socket_t Descriptor;
-    int LocalPort;
-  };
-
   static int OnSocket(CURL* easy, curl_socket_t descriptor, int what, void* loop, void*);
   static int OnTimer(CURLM*, long timeout, void* loop);
 
@@ -88,7 +85,8 @@ class Loop : public std::enable_shared_from_this<Loop> {
   long MaxConnections_ = 0;
   std::unordered_map<curl_socket_t, Socket> Sockets_;
   std::vector<pollfd> Polled_;
-  std::vector<Connection> Connections_;  ///< one a descriptor, also after it was closed
+  std::unordered_map<curl_socket_t, int> LocalPorts_;    ///< of a descriptor, also after it was closed
+  std::set<std::pair<int, curl_socket_t>> Descriptors_;  ///< the same by local port
 
   std::mutex Mutex_;
   std::vector<Origin> Unwanted_;  ///< told by other threads

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <string>
 
 #include <ptzd/Logging.h>
@@ -28,6 +29,8 @@ constexpr std::chrono::milliseconds Patience{100};
 constexpr std::chrono::seconds WriteWait{5};
 /// Requests that one session has on the wire.
 constexpr std::size_t MaxOnWire = 4;
+/// Sessions that one turn of the thread looks at because they have something new, or are due.
+constexpr std::size_t SessionsPerTurn = 8;
 
 /// Keeps this thread, when it is woken, from taking the processor away from who handed a request over, who
 /// would then wait for it as for a blocking request. It runs where a processor is free, else once the sender
@@ -72,18 +75,20 @@ AsyncWorker::AsyncWorker() : Thread_([this] { Run(); }) {}
 
 bool AsyncWorker::Send(RequestPointer request) {
   request->HandedOverAt = std::chrono::steady_clock::now();
-  return Post([request = std::move(request)](AsyncWorker& worker) {
-    const auto session = request->Session;
-    session->Waiting.push_back(request);
-    worker.Serve(session);
-    if (session->Ready) worker.Ready_.splice(worker.Ready_.begin(), worker.Ready_, *session->Ready);
-  });
+  const std::lock_guard lock(Mutex_);
+  if (Stopping_) return false;
+  WakeUnlessBusy();
+  Callers_.push_back(request->Session);
+  auto& handedOver = request->Session->HandedOver;
+  handedOver.push_back(std::move(request));
+  return true;
 }
 
 void AsyncWorker::Abandon(RequestPointer request) {
   Post([request = std::move(request)](AsyncWorker& worker) {
     const auto session = request->Session;
     if (!session) return;
+    worker.Receive(session);
     worker.End(request);
     worker.Serve(session);
   });
@@ -92,18 +97,23 @@ void AsyncWorker::Abandon(RequestPointer request) {
 void AsyncWorker::Close(SessionPointer session) {
   // Taken along to the thread, so that what the session has there is freed there.
   Post([session = std::move(session)](AsyncWorker& worker) {
+    worker.Receive(session);
     session->Closed = true;
     worker.Serve(session);
   });
 }
 
 bool AsyncWorker::Post(Job job) {
-  // Woken under the lock: once the process is ending, the thread takes the loop along.
   const std::lock_guard lock(Mutex_);
   if (Stopping_) return false;
-  Inbox_.push_back(std::move(job));
-  if (Inbox_.size() == 1) Loop_->Wake();
+  WakeUnlessBusy();
+  Jobs_.push_back(std::move(job));
   return true;
+}
+
+/// Under the lock because once the process is ending, the thread takes the loop along.
+void AsyncWorker::WakeUnlessBusy() {
+  if (Jobs_.empty() && Callers_.empty()) Loop_->Wake();
 }
 
 void AsyncWorker::Stop() {
@@ -121,7 +131,8 @@ void AsyncWorker::Run() {
   while (TakeJobs()) {
     StartSome();
     const auto due = Schedule_.empty() ? TimePoint::max() : Schedule_.begin()->first;
-    for (const auto* transfer : Loop_->Step(Ready_.empty() ? std::min(due, GiveUpAt_) : TimePoint::min()))
+    const bool mayWait = Ready_.empty() && !MoreCallers_;
+    for (const auto* transfer : Loop_->Step(mayWait ? std::min(due, GiveUpAt_) : TimePoint::min()))
       if (const auto found = OnWire_.find(transfer); found != OnWire_.end())
         Serve(SessionPointer(found->second));
     ServeDue();
@@ -136,12 +147,22 @@ void AsyncWorker::Run() {
 
 bool AsyncWorker::TakeJobs() {
   std::vector<Job> jobs;
+  std::vector<SessionPointer> callers;
   bool stopping = false;
   {
     const std::lock_guard lock(Mutex_);
-    jobs.swap(Inbox_);
+    jobs.swap(Jobs_);
     stopping = Stopping_;
+    const auto most = stopping ? Callers_.size() : std::min(Callers_.size(), SessionsPerTurn);
+    while (callers.size() < most) {
+      const bool newest = callers.size() % 2 == 0;
+      callers.push_back(std::move(newest ? Callers_.back() : Callers_.front()));
+      newest ? Callers_.pop_back() : Callers_.pop_front();
+    }
+    MoreCallers_ = !Callers_.empty();
   }
+  // The newest last, so that it starts first.
+  for (auto caller = callers.rbegin(); caller != callers.rend(); ++caller) Receive(*caller);
   for (const auto& job : jobs) job(*this);
   if (!stopping) return true;
 
@@ -149,6 +170,19 @@ bool AsyncWorker::TakeJobs() {
   if (GiveUpAt_ == TimePoint::max()) GiveUpAt_ = now + ExitGrace;
   return now < GiveUpAt_ &&
          std::ranges::any_of(Schedule_, [](const auto& entry) { return entry.second->Unwritten(); });
+}
+
+/// Takes over all that was handed over for a session, which may be nothing any more.
+void AsyncWorker::Receive(const SessionPointer& session) {
+  std::vector<RequestPointer> requests;
+  {
+    const std::lock_guard lock(Mutex_);
+    requests.swap(session->HandedOver);
+  }
+  if (requests.empty()) return;
+  std::ranges::move(requests, std::back_inserter(session->Waiting));
+  Serve(session);
+  if (session->Ready) Ready_.splice(Ready_.begin(), Ready_, *session->Ready);
 }
 
 /// Few requests at a time, so that one which is handed over meanwhile need not wait for all the others: in
@@ -161,7 +195,8 @@ void AsyncWorker::StartSome() {
 void AsyncWorker::ServeDue() {
   const auto end = Schedule_.upper_bound(std::chrono::steady_clock::now());
   std::vector<SessionPointer> due;
-  for (auto entry = Schedule_.begin(); entry != end; ++entry) due.push_back(entry->second);
+  for (auto entry = Schedule_.begin(); entry != end && due.size() < SessionsPerTurn; ++entry)
+    due.push_back(entry->second);
   for (const auto& session : due) Serve(session);
 }
 

@@ -40,7 +40,7 @@ struct AsyncRequest {
   std::optional<TimePoint> WrittenAt{};
 };
 
-/// An asynchronous session as the worker sees it; touched by no other thread.
+/// An asynchronous session as the worker sees it; but for `HandedOver` touched by no other thread.
 struct AsyncSession {
   explicit AsyncSession(std::string agentText) : Agent(std::move(agentText)) {}
 
@@ -52,6 +52,8 @@ struct AsyncSession {
   TimePoint NextStart() const;
   /// When there is something to do for it even if nothing happens.
   TimePoint Due() const;
+
+  std::vector<std::shared_ptr<AsyncRequest>> HandedOver;  ///< oldest first; the worker's mutex guards it
 
   std::string Agent;
   std::shared_ptr<internet::Channel> Channel;         ///< from the first request on
@@ -72,7 +74,8 @@ struct AsyncSession {
 /// before its motion. No camera holds a stop up so: answers are waited for 100 ms, less where requests come
 /// faster than answers, and hardly at all of a camera that is silent; then each request gets a connection of
 /// its own, and the oldest of too many is given up. What cannot be written is not piled up, so that no
-/// motions are replayed to a camera that comes back. Sessions do not wait for one another.
+/// motions are replayed to a camera that comes back. Sessions do not wait for one another: between any two
+/// of its short turns the thread takes up what was handed over last, however much waits before it.
 class AsyncWorker {
  public:
   /// Starts the thread when called for the first time. Throws where the system has none to give, or no
@@ -94,11 +97,14 @@ class AsyncWorker {
   AsyncWorker();
   ~AsyncWorker() = default;
   bool Post(Job job);
+  /// Under the lock, before something is added that the thread has to take up.
+  void WakeUnlessBusy();
   void Stop();
 
   void Run();
   /// False when the thread is to end.
   bool TakeJobs();
+  void Receive(const SessionPointer& session);
   void StartSome();
   void ServeDue();
   /// Does all there is to do for a session but starting its next request.
@@ -112,11 +118,13 @@ class AsyncWorker {
   void EndAll(AsyncSession& session);
 
   std::mutex Mutex_;
-  std::vector<Job> Inbox_;
+  std::vector<Job> Jobs_;
+  std::deque<SessionPointer> Callers_;  ///< one a request handed over, oldest first
   bool Stopping_ = false;
   std::shared_ptr<WorkerLoop> Loop_ = std::make_shared<WorkerLoop>();
 
   // The thread's own.
+  bool MoreCallers_ = false;
   std::unordered_map<const Transfer*, SessionPointer> OnWire_;
   AsyncSession::List Ready_;  ///< those that were handed a request last come first
   AsyncSession::Schedule Schedule_;

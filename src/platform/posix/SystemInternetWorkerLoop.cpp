@@ -13,7 +13,7 @@ namespace ptzd::internet {
 
 namespace {
 
-constexpr int SocketsPerStep = 16;
+constexpr int SocketsPerStep = 4;
 
 static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT && EPOLLERR == POLLERR && EPOLLHUP == POLLHUP);
 
