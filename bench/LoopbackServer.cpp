@@ -15,6 +15,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
@@ -24,6 +25,8 @@ constexpr const char* Parameters =
     "root.PTZ.Support.S1.AbsolutePan=true\nroot.PTZ.Support.S1.AbsoluteTilt=true\n"
     "root.PTZ.Support.S1.AbsoluteZoom=true\n";
 constexpr const char* Position = "pan=0\r\ntilt=0\r\nzoom=1\r\n";
+constexpr const char* SonySystem = "CGIVersion=3.05&PanTiltFunc=1&ZoomFunc=1&ContinuousPanTiltZoomFunc=1\r\n";
+constexpr const char* SonyModel = "PanTiltMaxVelocity=24&ModelName=SNC-RZ50P\r\n";
 
 void Check(bool ok, const char* what) {
   if (!ok) throw std::system_error(errno, std::generic_category(), what);
@@ -39,12 +42,31 @@ sockaddr_in Loopback(std::uint16_t port) {
 
 std::chrono::steady_clock::rep Now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
 
+/// With the body that it announces.
+bool IsWhole(const std::string& request) {
+  constexpr std::string_view length = "\r\nContent-Length: ";
+  const auto end = request.find("\r\n\r\n");
+  if (end == std::string::npos) return false;
+  const auto announced = request.find(length);
+  const auto body = announced < end ? std::stoul(request.substr(announced + length.size())) : 0;
+  return request.size() == end + 4 + body;
+}
+
+bool IsStop(const std::string& request) {
+  return request.find("continuouspantiltmove=0,0") != std::string::npos ||
+         request.find("ContinuousPanTiltZoom=0,0,0") != std::string::npos;
+}
+
 std::string ReplyTo(const std::string& request) {
   std::string body;
   if (request.find("/param.cgi?") != std::string::npos)
     body = Parameters;
   else if (request.find("query=position") != std::string::npos)
     body = Position;
+  else if (request.find("inq=system ") != std::string::npos)
+    body = SonySystem;
+  else if (request.find("inq=sysinfo ") != std::string::npos)
+    body = SonyModel;
   return "HTTP/1.1 200 OK\r\nServer: loopback\r\nContent-Type: text/plain\r\nContent-Length: " +
          std::to_string(body.size()) + "\r\n\r\n" + body;
 }
@@ -83,9 +105,9 @@ void LoopbackServer::Serve(const std::vector<int>& listeners, Manner manner) {
     }
     auto& request = found->second;
     request.append(buffer, static_cast<std::size_t>(count));
-    if (!request.ends_with("\r\n\r\n")) continue;
+    if (!IsWhole(request)) continue;
     const auto reply = ReplyTo(request);
-    if (request.find("continuouspantiltmove=0,0") != std::string::npos) Seen_->stop = Now();
+    if (IsStop(request)) Seen_->stop = Now();
     const bool isSlow = manner == Manner::FocusesSlowly && request.find("focus=") != std::string::npos;
     request.clear();
     ++Seen_->requests;

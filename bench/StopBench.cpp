@@ -1,5 +1,6 @@
 // From the call of `CameraControl::Stop` until the camera has read the stop, beside a bare exchange with the
-// same camera in the same run. Prints JSON: microseconds, by situation; scripts/bench makes lines of it.
+// same camera in the same run. An asynchronous stop is two requests, and the second counts. Prints JSON:
+// microseconds, by situation; scripts/bench makes lines of it.
 
 #include <algorithm>
 #include <chrono>
@@ -7,12 +8,15 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <ptzd/CameraControl.h>
 #include <ptzd/PropertyBag.h>
 #include "BareCurl.h"
 #include "LoopbackServer.h"
+#include "transport/HTTPClient.h"
+#include "transport/HTTPClientHelper.h"
 
 namespace {
 
@@ -37,11 +41,16 @@ void Print(const char* name, std::vector<double> times) {
   std::fflush(stdout);
 }
 
-std::unique_ptr<ptzd::CameraControl> Control(const LoopbackServer& server, int port = 0) {
+std::string AddressOf(const LoopbackServer& server, int port = 0) {
+  return "127.0.0.1:" + std::to_string(server.Port(port));
+}
+
+std::unique_ptr<ptzd::CameraControl> Control(const LoopbackServer& server, int port = 0,
+                                             const char* driver = "QVPTZ.Axis") {
   ptzd::PropertyBag options;
-  options.WriteProperty("Address", "127.0.0.1:" + std::to_string(server.Port(port)));
+  options.WriteProperty("Address", AddressOf(server, port));
   ptzd::CameraSettings settings;
-  settings.Driver = "QVPTZ.Axis";
+  settings.Driver = driver;
   settings.Options = options.Contents();
   settings.WatchesMoves = false;
   settings.Lease = std::chrono::milliseconds(0);
@@ -60,6 +69,44 @@ double StopOnce(ptzd::CameraControl& control, const LoopbackServer& server,
   control.Stop().Done.wait();
   drive.Leave();
   return Microseconds(server.StopSeen() - called);
+}
+
+/// Clients that each have a camera of their own to send to, and nobody reads what those answer.
+class Senders {
+ public:
+  Senders(const LoopbackServer& cameras, int count) {
+    for (int i = 0; i < count; ++i) {
+      Clients_.push_back(std::make_unique<ptzd::HTTPClient>());
+      URLs_.push_back("http://" + AddressOf(cameras, i) + "/axis-cgi/com/ptz.cgi?pan=5");
+    }
+  }
+
+  void Send(int requests) {
+    for (int i = 0; i < requests; ++i) {
+      const auto sender = static_cast<std::size_t>(i) % Clients_.size();
+      Clients_[sender]->GetResourceAsync(URLs_[sender], "", "");
+    }
+  }
+
+  static void WaitUntilSent() {
+    while (ptzd::AsyncHandles().Count() > 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+
+ private:
+  std::vector<std::unique_ptr<ptzd::HTTPClient>> Clients_;
+  std::vector<std::string> URLs_;
+};
+
+/// A blocking command, on a thread that has done nothing before it.
+double CommandOnce(const std::string& url) {
+  double time = 0;
+  std::thread([&] {
+    ptzd::HTTPClient client;
+    const auto called = steady_clock::now();
+    client.GetResource(url, "", "");
+    time = Microseconds(steady_clock::now() - called);
+  }).join();
+  return time;
 }
 
 template <typename Measure>
@@ -93,6 +140,32 @@ int main() {
     for (int i = 0; i < 8; ++i) others.push_back(Control(silent, i));
     for (const auto& other : others) other->Connect();
     Print("8 cameras silent", Repeat([&] { return StopOnce(*control, camera); }));
+  }
+  const auto asynchronous = Control(camera, 0, "QVPTZ.Sony");
+  Print("asynchronous", Repeat([&] { return StopOnce(*asynchronous, camera); }));
+  {
+    Senders others(site, Site);
+    const auto behind = [&](const auto& stop) {
+      return Repeat(
+          [&] {
+            const double time = stop([&] { others.Send(Queued); });
+            Senders::WaitUntilSent();
+            return time;
+          },
+          50);
+    };
+    Print("behind 1000 sends", behind([&](const auto& send) { return StopOnce(*control, camera, send); }));
+    Print("asynchronous, behind 1000 sends",
+          behind([&](const auto& send) { return StopOnce(*asynchronous, camera, send); }));
+    Print("a command behind 1000 sends", behind([&](const auto& send) {
+            send();
+            return CommandOnce(url);
+          }));
+  }
+  {
+    Senders others(silent, 8);
+    Print("asynchronous, behind 1000 to silent",
+          Repeat([&] { return StopOnce(*asynchronous, camera, [&] { others.Send(Queued); }); }, 20));
   }
   const auto waits = Control(slow);
   Print("beyond a request under way", Repeat(
