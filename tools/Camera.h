@@ -78,6 +78,9 @@ class Camera {
   /// The address without user and password; empty where there is none.
   const std::string& Address() const { return Address_; }
   const Interruption& Ending() const { return Interruption_; }
+  /// For what does not wait for each operation. What it sets in motion is not told to `MayMove`.
+  ptzd::CameraControl& Control() { return Control_; }
+  ExchangeLog& Log() { return *Log_; }
 
   /// Tells something before an operation is over. False where it cannot be told.
   std::function<bool(const Outcome&)> Tell;

@@ -9,6 +9,7 @@
 #include "Cameras.h"
 #include "Connection.h"
 #include "Discover.h"
+#include "DriveCommand.h"
 #include "Operations.h"
 #include "Probe.h"
 #include "Session.h"
@@ -31,6 +32,7 @@ constexpr char Footer[] =
     "  ptzctl --driver Axis --address 192.168.0.90 continuous 10 0 --for 2s\n"
     "  ptzctl --driver Axis --address 192.168.0.90 run \"preset goto 3\" \"wait 2s\" \"zoom in\"\n"
     "  ptzctl --driver Axis --address 192.168.0.90 shell\n"
+    "  ptzctl --driver Axis --address 192.168.0.90 drive\n"
     "  ptzctl --driver Pelco --line /dev/ttyUSB0 -o Port=2 move left 10\n"
     "\n"
     "Every call connects anew. What a driver only estimates (the position of a head that cannot tell it) is\n"
@@ -477,6 +479,13 @@ CommandTable::CommandTable() {
   auto* complete = app.add_subcommand("complete", "")->group("");  // which the script calls
   complete->add_option("line", invocation.Word)->required();
   complete->callback([&] { invocation.Perform = PrintCompletion; });
+
+  auto* drive = app.add_subcommand("drive", "Drive the camera by keys and gamepad, on the whole screen");
+  drive
+      ->add_option("--gamepad", invocation.Gamepad,
+                   "Its device, such as /dev/input/event5, or none; the first that is found when not given")
+      ->type_name("DEVICE");
+  drive->callback([&] { invocation.Perform = RunDrive; });
 
   app.footer(Footer);  // from here on, so that it is not the operations' too
 }

@@ -45,6 +45,7 @@ struct Invocation {
   bool KeepGoing = false;              ///< of a `run` or `tour`
   std::optional<std::int32_t> Rounds;  ///< of a `tour`
   std::string Word;                    ///< of a command that takes one
+  std::string Gamepad;  ///< of a `drive`: its device; "none" for none, empty for the first found
 };
 
 /// Somebody asked for help, or for the version; the text is what to tell.

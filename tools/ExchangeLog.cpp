@@ -41,6 +41,11 @@ void ExchangeLog::Ended(const Exchange& exchange) {
   if (exchange.Awaited || UnderWay_.erase(exchange.Number) != 0) Ended_.push_back(exchange);
 }
 
+std::vector<Exchange> ExchangeLog::TakeEnded() {
+  const std::lock_guard lock(Mutex_);
+  return std::exchange(Ended_, {});
+}
+
 std::vector<Exchange> ExchangeLog::Take() {
   const std::lock_guard lock(Mutex_);
   auto all = std::exchange(Ended_, {});

@@ -23,6 +23,8 @@ class ExchangeLog final : public ptzd::ExchangeSink {
 
   /// Those since the last call. One that was not over yet is told as far as it came, and not again.
   std::vector<ptzd::Exchange> Take();
+  /// Those that ended since the last call.
+  std::vector<ptzd::Exchange> TakeEnded();
 
  private:
   const bool Trace_;

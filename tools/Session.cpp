@@ -111,8 +111,9 @@ ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& repo
 }
 
 std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,
-                                   const Interruption& interruption) try {
+                                   const Interruption& interruption, bool isAttended) try {
   auto settings = SettingsOf(invocation, report, &interruption);
+  settings.WatchesMoves = settings.Reconnects = isAttended;
   ptzd::PropertyBag options;
   options.Contents(settings.Options);
   const auto address = options.Text("Address");

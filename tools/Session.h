@@ -19,10 +19,11 @@ const ptzd::DriverClass& DriverOf(const Invocation& invocation);
 /// until there is an interruption. Raises `UsageError`.
 ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& report,
                                 const Interruption* interruption = nullptr);
-/// The camera that a command line names, not connected yet. Raises `UsageError`, and `Interrupted` while a
-/// password is asked for.
+/// The camera that a command line names, not connected yet. One that is attended is watched while it moves
+/// and connected again when its link was lost. Raises `UsageError`, and `Interrupted` while a password is
+/// asked for.
 std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,
-                                   const Interruption& interruption);
+                                   const Interruption& interruption, bool isAttended = false);
 
 /// Operations on one camera, each told as soon as it is over.
 class Session {

@@ -4,9 +4,17 @@
 
 namespace ptzd {
 
-bool OutputIsTerminal() {
+namespace {
+
+bool IsTerminal(DWORD stream) {
   DWORD mode = 0;
-  return GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &mode) != FALSE;
+  return GetConsoleMode(GetStdHandle(stream), &mode) != FALSE;
 }
+
+}  // namespace
+
+bool OutputIsTerminal() { return IsTerminal(STD_OUTPUT_HANDLE); }
+bool ErrorsAreTerminal() { return IsTerminal(STD_ERROR_HANDLE); }
+bool InputIsTerminal() { return IsTerminal(STD_INPUT_HANDLE); }
 
 }  // namespace ptzd
