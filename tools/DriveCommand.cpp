@@ -141,7 +141,8 @@ class Driving {
     View_.Message = "Connecting";
     auto connecting = std::async(std::launch::async, [this] { return Camera_.Connect(); });
     while (connecting.wait_for(0s) != std::future_status::ready) {
-      Show();
+      Pilot_.Look(Pilot::Time::clock::now());
+      Draw();  // what goes over the wire is told with the connection
       if (const auto event = Terminal_.Read(Look); event && event->What == Kind::Press)
         if (const int signal = event->Code == 'q' || event->Code == KeyEscape ? SIGINT : SignalOf(*event))
           Interruption_.Note(signal);
@@ -293,6 +294,10 @@ class Driving {
 
   void Show() {
     for (const auto& exchange : Camera_.Log().TakeEnded()) Exchanges_.Add(exchange);
+    Draw();
+  }
+
+  void Draw() {
     View_.Keyboard = Terminal_.TellsReleases() ? "keyboard tells releases" : "keyboard tells no releases";
     View_.Gamepad = !Gamepad_                     ? "gamepad: not used"
                     : Gamepad_->IsThere()         ? "gamepad: " + Gamepad_->Name()

@@ -180,7 +180,7 @@ std::string KindText(const CameraPosition& position) {
     case PositionKind::Target:
       return "where it was sent";
     default:
-      return "unknown; this is the last that was known";
+      return "unknown; the last that was known";
   }
 }
 
@@ -267,10 +267,10 @@ void DriveScreen::DrawPosition(int row, int column, int width) const {
     Put(line, column + 7, 9, value ? Fixed(*value) : "        -", look);
     Gauge(line, column + 18, width - 20, range, isKnown ? value : std::nullopt);
   };
-  const bool wasNever = at.When == std::chrono::steady_clock::time_point();
+  const bool wasNever = !Pilot_.HasKnownPlace();
   axis(row + 1, "pan", wasNever ? std::nullopt : std::optional(at.Pan), Data_.PanRange);
   axis(row + 2, "tilt", wasNever ? std::nullopt : std::optional(at.Tilt), Data_.TiltRange);
-  axis(row + 3, "zoom", at.Zoom, Data_.ZoomRange);
+  axis(row + 3, "zoom", wasNever ? std::nullopt : at.Zoom, Data_.ZoomRange);
   Put(row + 5, column + 2, width - 4, wasNever ? "unknown" : KindText(at),
       isKnown ? PaintOf(Faint) : PaintOf(Warning));
 }

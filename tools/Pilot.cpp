@@ -195,6 +195,7 @@ void Pilot::Look(Time now) {
   MayMove_ = HasMoved_ && (Drive_ || isUnderWay || State_.Motion != CameraMotion::AtRest);
 
   const auto& at = State_.Position;
+  HasKnownPlace_ = HasKnownPlace_ || at.Kind != PositionKind::Unknown;
   if (!Seen_ || Seen_->When != at.When) {
     const bool isAlike = Seen_ && Seen_->Pan == at.Pan && Seen_->Tilt == at.Tilt && Seen_->Zoom == at.Zoom &&
                          at.Kind == PositionKind::Read && State_.Motion == CameraMotion::Driven;
@@ -224,7 +225,7 @@ bool Pilot::HoldsStill() const { return SeenAlike_ >= ManyAlike; }
 Telling Pilot::Motion() const {
   if (State_.StopTries > 1 || (IsStopping() && State_.Link == LinkHealth::Lost))
     return {Mood::Bad, "STOP NOT TAKEN",
-            "tried " + std::to_string(State_.StopTries) + " times; it may still be moving"};
+            "tried " + std::to_string(State_.StopTries) + " times; it may still move"};
   if (IsStopping()) return {Mood::Busy, "STOPPING", "waiting for the camera to take it"};
   if (const auto stopped = Stopped(); stopped && !IsDone(stopped->Result) &&
                                       stopped->Result != WishResult::Unsupported &&
@@ -243,7 +244,7 @@ Telling Pilot::Motion() const {
       if (State_.Link == LinkHealth::Lost)
         return {HasMoved_ ? Mood::Bad : Mood::Doubtful, "UNKNOWN", "the link is lost"};
       return {HasMoved_ ? Mood::Doubtful : Mood::Calm, HasMoved_ ? "UNKNOWN" : "NOT MOVED FROM HERE",
-              HasMoved_ ? "this camera does not tell whether it rests" : ""};
+              HasMoved_ ? "it cannot tell whether it rests" : ""};
   }
 }
 
@@ -281,7 +282,7 @@ std::string Pilot::SpeedText() const {
 }
 
 std::string Pilot::SpeedUnit() const {
-  if (TurnsInSteps()) return "no continuous motion: a step for each key press";
+  if (TurnsInSteps()) return "no continuous motion, steps only";
   return HasOneSpeed(*Data_.PanSpeed) ? "" : "in " + std::string(Data_.PanSpeed->Unit);
 }
 

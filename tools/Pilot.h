@@ -72,6 +72,8 @@ class Pilot {
   /// What the speed is in the driver's scale, or how large a step is; and what that scale is.
   std::string SpeedText() const;
   std::string SpeedUnit() const;
+  /// Whether it was ever known where the camera is.
+  bool HasKnownPlace() const { return HasKnownPlace_; }
   const ptzd::CameraState& State() const { return State_; }
 
  private:
@@ -103,7 +105,7 @@ class Pilot {
   Time SteppedAt_, ReadAt_;
   std::optional<ptzd::CameraPosition> Seen_;
   int SeenAlike_ = 0;
-  bool HasMoved_ = false;
+  bool HasMoved_ = false, HasKnownPlace_ = false;
   std::atomic<bool> MayMove_ = false;
 };
 

@@ -99,6 +99,10 @@ class Window:
     def wait_for_text(self, *texts, holding=b""):
         self.wait_for(lambda: all(text in self.text() for text in texts), texts, holding)
 
+    def wait_for_ready(self):
+        """What is typed while it connects is not heeded."""
+        self.wait_for(lambda: "Connecting" not in self.text(), "the connection")
+
     def wait_for_end(self):
         self.wait_for(lambda: self.process.poll() is not None, "the end")
         self.read()
@@ -110,7 +114,8 @@ def driving(*arguments, make="axis", camera=(), **options):
     with Camera(*camera, make=make) as simulated:
         with Window(*simulated.options(), *arguments, "drive", **options) as window:
             window.wait_for_text("Exchanges", "tells releases" if options.get("tells") else "keyboard")
-            window.wait_for_text("link up" if make not in ("foscam", "pelco") else "link untried")
+            window.wait_for_text("link up" if make != "foscam" else "link untried")
+            window.wait_for_ready()
             yield simulated, window
 
 
@@ -331,6 +336,7 @@ class Gamepad(DriveTest):
     def padded(self, pipe):
         with Camera() as camera, Window(*camera.options(), "drive", "--gamepad", pipe) as window:
             window.wait_for_text("link up")
+            window.wait_for_ready()
             yield camera, window
 
 
