@@ -170,7 +170,9 @@ class Keys(DriveTest):
                 with self.subTest(arrives=arrives):
                     before = len(camera.requests())
                     window.type(*typed)
-                    window.wait_for(lambda: any(arrives in r for r in camera.requests()[before:]), arrives)
+                    # Repeats, which are for none of the keys, keep the keyboard from seeming dead.
+                    window.wait_for(lambda: any(arrives in r for r in camera.requests()[before:]), arrives,
+                                    holding=told(120, 2, 1, "120"))
             window.wait_for_text("6 of 10", "pan 30, tilt 30, zoom 6")
             self.quit(window)
 
@@ -274,6 +276,7 @@ class Faults(DriveTest):
         with driving(tells=True) as (camera, window):
             self.drive(window, camera)
             camera.say("fault at=continuous,status=503 Busy")
+            camera.ask("state")  # so the fault is there
             window.type(arrow("A", 3))
             window.wait_for_text("STOP NOT TAKEN", "503 Busy")
             camera.say("clear")
