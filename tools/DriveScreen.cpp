@@ -282,6 +282,8 @@ void DriveScreen::DrawMotion(int row, int column, int width) const {
   Put(row + 1, column + 2, width - 4, motion.Text,
       PaintOf(paint) | A_BOLD | (motion.Mood == Mood::Bad ? A_REVERSE : A_NORMAL));
   Put(row + 2, column + 2, width - 4, motion.Detail, PaintOf(motion.Mood == Mood::Bad ? Bad : Plain));
+  if (const auto& state = Pilot_.State(); !state.Connected && state.Capabilities == 0)
+    return;  // what it can do is not known yet
   const int count = Pilot_.LevelCount(), level = Pilot_.Level();
   Put(row + 3, column + 2, 5, Pilot_.TurnsInSteps() ? "step" : "speed");
   for (int i = 0; i < count; ++i) {
