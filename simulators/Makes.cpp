@@ -13,6 +13,7 @@
 #include "simulators/Panogenics.h"
 #include "simulators/Pelco.h"
 #include "simulators/Quorvane.h"
+#include "simulators/Replay.h"
 #include "simulators/Sanyo.h"
 #include "simulators/Secubest.h"
 #include "simulators/Sony.h"
@@ -30,7 +31,7 @@ const std::vector<const Make*>& Makes() {
       &Pelco::AtShell,
 #endif
       &Quorvane::AtShell,      &Sanyo::AtShell,      &Secubest::AtShell,   &Sony::AtShell,
-      &Toshiba::AtShell,       &Vivotek::AtShell,
+      &Toshiba::AtShell,       &Vivotek::AtShell,    &Replay::AtShell,
   };
   return makes;
 }

@@ -81,6 +81,8 @@ class Camera {
   /// For what does not wait for each operation. What it sets in motion is not told to `MayMove`.
   ptzd::CameraControl& Control() { return Control_; }
   ExchangeLog& Log() { return *Log_; }
+  /// False where something could not be recorded that was to be, which was told.
+  bool IsRecorded() const { return Log_->IsRecorded(); }
 
   /// Tells something before an operation is over. False where it cannot be told.
   std::function<bool(const Outcome&)> Tell;

@@ -33,6 +33,7 @@ constexpr char Footer[] =
     "  ptzctl --driver Axis --address 192.168.0.90 run \"preset goto 3\" \"wait 2s\" \"zoom in\"\n"
     "  ptzctl --driver Axis --address 192.168.0.90 shell\n"
     "  ptzctl --driver Axis --address 192.168.0.90 drive\n"
+    "  ptzctl --driver Axis --address 192.168.0.90 --record axis.jsonl run \"move up 5\" \"zoom in\"\n"
     "  ptzctl --driver Pelco --line /dev/ttyUSB0 -o Port=2 move left 10\n"
     "\n"
     "Every call connects anew. What a driver only estimates (the position of a head that cannot tell it) is\n"
@@ -406,7 +407,11 @@ CommandTable::CommandTable() {
   app.add_flag("--trace", invocation.Trace,
                "Print every exchange with the camera, and the library's log, on the standard error stream, "
                "passwords masked");
-
+  app.add_option("--record", invocation.Record,
+                 "Record every exchange with the camera into this new file, passwords masked; ptzsim replay "
+                 "plays it as a camera")
+      ->type_name("FILE")
+      ->take_last();
   app.add_option_function<std::string>(
          "--stop-time",
          [&](const std::string& word) { invocation.StopTime = ReadDuration("--stop-time", word); },

@@ -34,6 +34,7 @@ struct Invocation {
   bool AskPassword = false;
   std::vector<std::string> Options;  ///< "Key=Value"
   bool JSON = false, Trace = false;
+  std::string Record;                         ///< the file to record into; empty for none
   std::chrono::milliseconds StopTime{10000};  ///< how long it is tried to stop a camera that does not take it
 
   std::optional<std::chrono::milliseconds> Time;  ///< that a `probe` or `discover` takes at most

@@ -23,7 +23,8 @@ std::string Shortened(const std::string& text) {
 
 }  // namespace
 
-ExchangeLog::ExchangeLog(bool trace) : Trace_(trace) {
+ExchangeLog::ExchangeLog(bool trace, std::unique_ptr<Recording> recording)
+    : Trace_(trace), Recording_(std::move(recording)) {
   if (!trace) return;
   ptzd::SetLogSink([](std::string_view line) { Trace(Printable(line)); });
 }
@@ -32,12 +33,14 @@ ExchangeLog::~ExchangeLog() { ptzd::SetLogSink({}); }
 
 void ExchangeLog::Begun(const Exchange& exchange) {
   const std::lock_guard lock(Mutex_);
+  if (Recording_) Recording_->AddRequest(exchange);
   UnderWay_[exchange.Number] = exchange;
 }
 
 void ExchangeLog::Ended(const Exchange& exchange) {
   if (Trace_) Trace(std::string(exchange.DriverClass) + " " + ExchangeText(exchange));
   const std::lock_guard lock(Mutex_);
+  if (Recording_) exchange.Awaited ? Recording_->Add(exchange) : Recording_->AddReply(exchange);
   if (exchange.Awaited || UnderWay_.erase(exchange.Number) != 0) Ended_.push_back(exchange);
 }
 
@@ -51,6 +54,11 @@ std::vector<Exchange> ExchangeLog::Take() {
   auto all = std::exchange(Ended_, {});
   for (auto& [number, exchange] : std::exchange(UnderWay_, {})) all.push_back(std::move(exchange));
   return all;
+}
+
+bool ExchangeLog::IsRecorded() const {
+  const std::lock_guard lock(Mutex_);
+  return !Recording_ || Recording_->IsComplete();
 }
 
 std::string ExchangeText(const Exchange& exchange) {

@@ -3,9 +3,12 @@
 #include <ptzd/Exchange.h>
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "Recording.h"
 
 namespace ptzctl {
 
@@ -13,22 +16,27 @@ namespace ptzctl {
 class ExchangeLog final : public ptzd::ExchangeSink {
  public:
   /// `trace` prints each exchange, and each line of the library's log, on the standard error stream.
-  explicit ExchangeLog(bool trace);
+  /// `recording`, null for none, gets each exchange too.
+  ExchangeLog(bool trace, std::unique_ptr<Recording> recording);
   ~ExchangeLog() override;
   ExchangeLog(const ExchangeLog&) = delete;
   ExchangeLog& operator=(const ExchangeLog&) = delete;
 
   void Begun(const ptzd::Exchange& exchange) override;
   void Ended(const ptzd::Exchange& exchange) override;
+  std::size_t WantsOfReply() const override { return Recording_ ? Recording::MostOfReply : 0; }
 
   /// Those since the last call. One that was not over yet is told as far as it came, and not again.
   std::vector<ptzd::Exchange> Take();
   /// Those that ended since the last call.
   std::vector<ptzd::Exchange> TakeEnded();
+  /// False where something could not be recorded, which was told.
+  bool IsRecorded() const;
 
  private:
   const bool Trace_;
-  std::mutex Mutex_;
+  mutable std::mutex Mutex_;
+  const std::unique_ptr<Recording> Recording_;
   std::vector<ptzd::Exchange> Ended_;
   std::map<std::uint64_t, ptzd::Exchange> UnderWay_;
 };

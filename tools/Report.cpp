@@ -38,18 +38,6 @@ Json JsonOf(const ptzd::CameraPosition& position) {
   return json;
 }
 
-const char* LinkName(ptzd::ExchangeLink link) {
-  switch (link) {
-    case ptzd::ExchangeLink::HTTP:
-      return "http";
-    case ptzd::ExchangeLink::Serial:
-      return "serial";
-    case ptzd::ExchangeLink::TCP:
-      return "tcp";
-  }
-  return "";
-}
-
 Json JsonError(std::int32_t number, const std::string& text) { return {{"number", number}, {"text", text}}; }
 
 Json JsonOf(const ptzd::Exchange& exchange) {
@@ -196,6 +184,18 @@ void Print(std::ostream& out, const Outcome& outcome) {
 }
 
 }  // namespace
+
+const char* LinkName(ptzd::ExchangeLink link) {
+  switch (link) {
+    case ptzd::ExchangeLink::HTTP:
+      return "http";
+    case ptzd::ExchangeLink::Serial:
+      return "serial";
+    case ptzd::ExchangeLink::TCP:
+      return "tcp";
+  }
+  return "";
+}
 
 const char* ResultName(Result result) {
   switch (result) {

@@ -37,5 +37,7 @@ int ShowText(Report& report, const std::string& text);
 
 /// "no_connection", as JSON has it.
 const char* ResultName(Result result);
+/// "http", likewise.
+const char* LinkName(ptzd::ExchangeLink link);
 
 }  // namespace ptzctl

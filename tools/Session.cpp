@@ -117,8 +117,11 @@ std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& r
   ptzd::PropertyBag options;
   options.Contents(settings.Options);
   const auto address = options.Text("Address");
+  auto recording = invocation.Record.empty() ? nullptr
+                                             : std::make_unique<Recording>(invocation.Record, settings.Driver,
+                                                                           invocation.Options, report);
   return std::make_unique<Camera>(std::move(settings), address.substr(address.rfind('@') + 1), interruption,
-                                  std::make_shared<ExchangeLog>(invocation.Trace));
+                                  std::make_shared<ExchangeLog>(invocation.Trace, std::move(recording)));
 } catch (const UsageError&) {
   if (interruption.Came()) throw Interrupted();
   throw;
@@ -191,6 +194,7 @@ int Session::End() {
     ExitCode_ = ExitCodeOf(Interruption_.Signal());
   else if (!Report_.Failure().empty())
     ExitCode_ = static_cast<int>(Result::Refused);
+  if (ExitCode_ == 0 && !Camera_.IsRecorded()) ExitCode_ = static_cast<int>(Result::Refused);
   // What the camera's thread waits for is not needed any more, and may take long.
   if (IsGivenUp_) std::_Exit(ExitCode_);
   return ExitCode_;

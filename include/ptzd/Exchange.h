@@ -12,6 +12,15 @@ namespace ptzd {
 
 enum class ExchangeLink { HTTP, Serial, TCP };
 
+/// How the way to the camera failed an exchange.
+enum class LinkFailure {
+  Nothing,       ///< it did not fail
+  NotConnected,  ///< no connection could be made, or no line opened
+  Silent,        ///< nothing came in time
+  Closed,        ///< the connection ended before there was a reply
+  Reset,         ///< the same, with a reset
+};
+
 /// One exchange with a camera, as the place tells it where it happens. Texts are UTF-8, with the logins that
 /// drivers know masked.
 struct Exchange {
@@ -31,10 +40,13 @@ struct Exchange {
   std::string Reason;           ///< behind the status: "Unauthorized"
   std::uint64_t ReplySize = 0;
   std::string ReplyBeginning;  ///< at most `MaxBeginning` bytes, read as code page 1252
+  std::string ReplyHeaders;    ///< of HTTP: the lines behind the status line, each ended by CR LF
+  Bytes Reply;                 ///< the body, as much of it as the sink wants (`ExchangeSink::WantsOfReply`)
 
   std::int32_t ErrorNumber = 0;  ///< why it failed; 0 where it did not, whatever the status says
   std::string ErrorText;
   bool HadConnection = true;  ///< else nothing of it can have arrived
+  LinkFailure Failure = LinkFailure::Nothing;
 
   std::chrono::system_clock::time_point When;
   std::chrono::nanoseconds Took{};  ///< until its end was known; 0 at its beginning
@@ -53,6 +65,8 @@ class PTZD_API ExchangeSink {
   /// False as long as nobody wants to know: what begins meanwhile is not told. Asked at each beginning, on
   /// any thread.
   virtual bool Listens() const { return true; }
+  /// How many bytes of a reply's body are kept for `Exchange::Reply`; asked at each beginning, on any thread.
+  virtual std::size_t WantsOfReply() const { return 0; }
 };
 
 /// An exchange in a line, as people read it: "GET http://192.168.0.90/ -> 401 Unauthorized, 12 bytes, 3.1

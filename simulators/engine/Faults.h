@@ -80,6 +80,7 @@ class FaultSet {
  public:
   explicit FaultSet(std::vector<Fault> faults = {}) : Faults_(std::move(faults)) {}
 
+  void Add(const std::vector<Fault>& faults) { Faults_.insert(Faults_.end(), faults.begin(), faults.end()); }
   const Fault* Find(FaultKind kind) const;
   bool Has(FaultKind kind) const { return Find(kind) != nullptr; }
   /// The number of that fault; nothing when it is not in the set or leaves the number to the kind's default.

@@ -247,8 +247,9 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
     for (const auto& field : message) request.Headers.emplace_back(field.name_string(), field.value());
     const bool keep = message.keep_alive();
 
-    const FaultSet faults = Server_.Faults_.TakeForRequest(request.Target);
+    FaultSet faults = Server_.Faults_.TakeForRequest(request.Target);
     HTTPReply reply = Server_.Answer(request, faults);
+    faults.Add(reply.Faults);
     Alter(reply, faults);
     Serialised serialised = Serialise(reply, Server_.Options_.Version, request, keep, faults);
     request.Status = reply.Status;

@@ -21,8 +21,9 @@ struct HTTPReply {
   std::string Reason{};  ///< empty: the usual one of the status
   std::vector<std::pair<std::string, std::string>> Headers{};
   std::string Body{};
-  std::string Violation{};  ///< why the request should never have been sent; empty when it was in order
-  std::string Raw{};        ///< when not empty: all the bytes to send, in place of everything above
+  std::string Violation{};      ///< why the request should never have been sent; empty when it was in order
+  std::string Raw{};            ///< when not empty: all the bytes to send, in place of everything above
+  std::vector<Fault> Faults{};  ///< of this reply, besides those that are switched on
 
   static HTTPReply Text(std::string body, std::string type = "text/plain");
   static HTTPReply Nothing() { return {.Status = 204}; }

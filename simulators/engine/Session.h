@@ -108,7 +108,8 @@ class Session : public std::enable_shared_from_this<Session<Stream>> {
 
   void Decode() {
     while (auto message = Pending_.empty() ? std::nullopt : Handler_(Pending_)) {
-      const FaultSet faults = Faults_.TakeForRequest(message->Meaning);
+      FaultSet faults = Faults_.TakeForRequest(message->Meaning);
+      faults.Add(message->Faults);
       Request request{.Connection = Number_, .Raw = std::move(message->Raw)};
       request.Target = std::move(message->Meaning);
       request.Violation = std::move(message->Violation);

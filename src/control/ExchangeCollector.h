@@ -19,6 +19,7 @@ class ExchangeCollector final : public ExchangeSink {
 
   void Begun(const Exchange& exchange) override;
   void Ended(const Exchange& exchange) override;
+  std::size_t WantsOfReply() const override { return Next_ ? Next_->WantsOfReply() : 0; }
 
   /// Forgets what was exchanged, and no longer waits for what is under way.
   void Clear();

@@ -28,7 +28,7 @@ void TellFailure(const Error& error, OpenExchange* told, std::uint32_t systemErr
   LogMessage("Request error " + Text(error.Number()) + ", " + error.Description(), LogLevel::Error);
   if (told == nullptr) return;
   told->Fail(error.Number(), error.Description() + ReasonOf(systemError));
-  told->Told().HadConnection = HasConnection(systemError);
+  told->TakeFailure(FailureOf(systemError));
   told->TellEnded();
 }
 

@@ -22,7 +22,7 @@ void TellOutcome(Internet& internet, InternetHandle request, OpenExchange& told)
     told.Fail(HTTPErrorCancelled, "The request was given up before it was answered.");
   else
     told.Fail(HTTPErrorNoServer, "The HTTP server did not answer." + ReasonOf(error));
-  told.Told().HadConnection = HasConnection(error);
+  told.TakeFailure(FailureOf(error));
   told.TellEnded();
 }
 
@@ -120,8 +120,21 @@ std::string ReasonOf(std::uint32_t systemError) {
   }
 }
 
-bool HasConnection(std::uint32_t systemError) {
-  return systemError != SystemErrorNameNotResolved && systemError != SystemErrorCannotConnect;
+LinkFailure FailureOf(std::uint32_t systemError) {
+  switch (systemError) {
+    case SystemErrorNone:
+      return LinkFailure::Nothing;
+    case SystemErrorNameNotResolved:
+    case SystemErrorCannotConnect:
+      return LinkFailure::NotConnected;
+    case SystemErrorTimeout:
+    case SystemErrorCancelled:
+      return LinkFailure::Silent;
+    case SystemErrorConnectionReset:
+      return LinkFailure::Reset;
+    default:
+      return LinkFailure::Closed;
+  }
 }
 
 std::string CurrentThreadText() {

@@ -66,8 +66,8 @@ std::string HeaderBlock(Internet& internet, InternetHandle request);
 
 /// Why no reply came, as a sentence behind a blank; empty for no error.
 std::string ReasonOf(std::uint32_t systemError);
-/// Whether a request that failed so had a connection to leave by.
-bool HasConnection(std::uint32_t systemError);
+/// Which way the link of a request failed that failed so.
+LinkFailure FailureOf(std::uint32_t systemError);
 
 /// The calling thread's identifier as log texts show it.
 std::string CurrentThreadText();

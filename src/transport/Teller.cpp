@@ -13,8 +13,9 @@ namespace ptzd {
 
 namespace {
 
-/// Bytes kept of a body. More than are told, so that a login across the end of those is found as a whole.
-constexpr std::size_t KeptBeginning = 2 * Exchange::MaxBeginning;
+/// Bytes kept of a body beyond those that are told, so that a login across the end of those is found as a
+/// whole.
+constexpr std::size_t KeptBeyond = Exchange::MaxBeginning;
 
 std::string TextOf(std::span<const std::uint8_t> bytes) { return DecodeBytes(bytes, CodePage1252); }
 
@@ -38,17 +39,27 @@ void Mask(std::string& text) {
 }  // namespace
 
 OpenExchange::OpenExchange(std::shared_ptr<ExchangeSink> sink, Exchange exchange)
-    : Sink_(std::move(sink)), Told_(std::move(exchange)), Began_(std::chrono::steady_clock::now()) {}
+    : Sink_(std::move(sink)),
+      Told_(std::move(exchange)),
+      Began_(std::chrono::steady_clock::now()),
+      Wanted_(Sink_->WantsOfReply()) {}
 
 void OpenExchange::Fail(std::int32_t number, std::string_view text) {
   Told_.ErrorNumber = number;
   Told_.ErrorText = text;
 }
 
+void OpenExchange::TakeFailure(LinkFailure failure) {
+  Told_.Failure = failure;
+  Told_.HadConnection = failure != LinkFailure::NotConnected;
+}
+
 void OpenExchange::TakeHeaders(std::string_view block) {
   const auto line = block.substr(0, block.find_first_of("\r\n"));
   const auto blank = std::min(line.find(' '), line.size());
   const auto behind = line.substr(std::min(blank + 1, line.size()));
+  if (const auto lineEnd = block.find('\n'); Wanted_ > 0 && lineEnd != std::string_view::npos)
+    Told_.ReplyHeaders = TextOf(block.substr(lineEnd + 1));
   const auto* end = behind.data() + behind.size();
   const auto [rest, error] = std::from_chars(behind.data(), end, Told_.StatusCode);
   if (error != std::errc{}) return;
@@ -58,7 +69,8 @@ void OpenExchange::TakeHeaders(std::string_view block) {
 
 void OpenExchange::TakeBody(std::span<const std::uint8_t> piece) {
   Told_.ReplySize += piece.size();
-  const auto kept = piece.first(std::min(piece.size(), KeptBeginning - Beginning_.size()));
+  const auto most = std::max(Exchange::MaxBeginning, Wanted_) + KeptBeyond;
+  const auto kept = piece.first(std::min(piece.size(), most - Beginning_.size()));
   Beginning_.insert(Beginning_.end(), kept.begin(), kept.end());
 }
 
@@ -67,10 +79,21 @@ void OpenExchange::TellBegun() {
   Sink_->Begun(Told_);
 }
 
+/// The bytes as they came, unless they show a login.
+void OpenExchange::KeepReply() {
+  const auto text = TextOf(Beginning_);
+  const auto masked = MaskCredentials(text);
+  Told_.Reply = masked == text ? Beginning_ : EncodeText(masked, CodePage1252);
+  if (Told_.Reply.size() > Wanted_) Told_.Reply.resize(Wanted_);
+}
+
 void OpenExchange::TellEnded() {
   Told_.Took = std::chrono::steady_clock::now() - Began_;
-  Told_.ReplyBeginning = TextOf(Beginning_);
-  for (auto* text : {&Told_.URL, &Told_.Reason, &Told_.ReplyBeginning, &Told_.ErrorText}) Mask(*text);
+  Told_.ReplyBeginning =
+      TextOf(std::span(Beginning_).first(std::min(Beginning_.size(), Exchange::MaxBeginning + KeptBeyond)));
+  for (auto* text : {&Told_.URL, &Told_.Reason, &Told_.ReplyHeaders, &Told_.ReplyBeginning, &Told_.ErrorText})
+    Mask(*text);
+  if (Wanted_ > 0 && !Beginning_.empty()) KeepReply();
   Shorten(Told_.ReplyBeginning, Exchange::MaxBeginning);
   Sink_->Ended(Told_);
 }

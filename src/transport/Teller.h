@@ -18,7 +18,8 @@ class OpenExchange {
 
   Exchange& Told() { return Told_; }
   void Fail(std::int32_t number, std::string_view text);
-  /// A reply's header block, of which the status line counts; bytes of code page 1252.
+  void TakeFailure(LinkFailure failure);
+  /// A reply's header block; bytes of code page 1252.
   void TakeHeaders(std::string_view block);
   /// The next piece of the reply's body.
   void TakeBody(std::span<const std::uint8_t> piece);
@@ -28,10 +29,13 @@ class OpenExchange {
   void TellEnded();
 
  private:
+  void KeepReply();
+
   std::shared_ptr<ExchangeSink> Sink_;
   Exchange Told_;
   std::chrono::steady_clock::time_point Began_;
-  Bytes Beginning_;  ///< of the body, longer than what is told of it
+  std::size_t Wanted_;  ///< of the body
+  Bytes Beginning_;     ///< of the body, longer than what is told of it
 };
 
 /// Tells the exchanges of one driver to the sink of its platform. Without a sink nothing is made and no clock

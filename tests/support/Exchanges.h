@@ -22,6 +22,9 @@ class Exchanges final : public ExchangeSink {
     Ended_.push_back(exchange);
     Changed_.notify_all();
   }
+  std::size_t WantsOfReply() const override { return Wanted; }
+
+  std::size_t Wanted = 0;  ///< bytes of each reply
 
   std::vector<Exchange> Beginnings() const {
     const std::lock_guard lock(Mutex_);

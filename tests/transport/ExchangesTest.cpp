@@ -41,6 +41,7 @@ struct Row {
   const char* Fault;
   const char* Blocking;
   const char* Async;  ///< null where nobody reads on and so sees no difference
+  LinkFailure Failure = LinkFailure::Nothing;
 };
 
 TEST_F(ExchangesTest, TellWhatCameOfARequest) {
@@ -52,13 +53,15 @@ TEST_F(ExchangesTest, TellWhatCameOfARequest) {
       {"short-body", "200 OK, 2000, 13106 Disconnected while recieving data", nullptr},
       {"close-before-reply",
        "0 , 0, 13104 Failed to connect to the HTTP server. The connection ended without a reply in HTTP.",
-       "0 , 0, 13104 The HTTP server did not answer. The connection ended without a reply in HTTP."},
+       "0 , 0, 13104 The HTTP server did not answer. The connection ended without a reply in HTTP.",
+       LinkFailure::Closed},
       {"refuse",
        "0 , 0, 13104 Failed to connect to the HTTP server. The connection was refused or could not be made.",
-       "0 , 0, 13104 The HTTP server did not answer. The connection was refused or could not be made."},
+       "0 , 0, 13104 The HTTP server did not answer. The connection was refused or could not be made.",
+       LinkFailure::NotConnected},
   };
   std::size_t count = 0;
-  for (const auto& [fault, blocking, async] : rows) {
+  for (const auto& [fault, blocking, async, failure] : rows) {
     SCOPED_TRACE(fault);
     if (*fault != '\0') Camera_.Faults().Set(fault);
     auto client = NewClient();
@@ -72,6 +75,7 @@ TEST_F(ExchangesTest, TellWhatCameOfARequest) {
     EXPECT_EQ(told.DriverObject, 7U);
     EXPECT_TRUE(told.Awaited);
     EXPECT_EQ(told.HadConnection, std::string(fault) != "refuse");
+    EXPECT_EQ(told.Failure, failure);
     if (told.ReplySize >= Camera::Body.size()) {
       EXPECT_EQ(told.ReplyBeginning, Camera::Body.substr(0, Exchange::MaxBeginning));
     }
@@ -82,6 +86,7 @@ TEST_F(ExchangesTest, TellWhatCameOfARequest) {
       const auto end = Told_->Ends().back();
       EXPECT_EQ(Outcome(end), async);
       EXPECT_EQ(end.HadConnection, std::string(fault) != "refuse");
+      EXPECT_EQ(end.Failure, failure);
       EXPECT_FALSE(end.Awaited);
       EXPECT_EQ(end.Number, Told_->Beginnings().back().Number);
       EXPECT_GT(end.Number, told.Number);
@@ -100,9 +105,22 @@ TEST_F(ExchangesTest, TellBodiesAndWhatIsNeverSent) {
   EXPECT_TRUE(Told_->Beginnings().empty());
 }
 
+TEST_F(ExchangesTest, TellTheWholeReplyToWhoWantsIt) {
+  Camera_.AnswerWith("HTTP/1.1 200 OK\r\nContent-Type: x/y\r\nContent-Length: 4\r\n\r\na\r\n\xE9");
+  auto client = NewClient();
+  for (const std::size_t wanted : {0, 3, 100}) {
+    Told_->Wanted = wanted;
+    client.GetResource(Camera_.URL(), "", "");
+    const auto told = Told_->Ends().back();
+    EXPECT_EQ(std::string(told.Reply.begin(), told.Reply.end()), std::string("a\r\n\xE9").substr(0, wanted));
+    EXPECT_EQ(told.ReplyHeaders.starts_with("Content-Type: x/y\r\n"), wanted > 0) << told.ReplyHeaders;
+  }
+}
+
 TEST_F(ExchangesTest, TellNoLogin) {
   MaskedLogins held;
   held.Set({{"operator1", "s3cretword"}});
+  Told_->Wanted = 1000;
   // Where the part that is told ends, the password in the reply would be cut.
   const std::string before(Exchange::MaxBeginning - 4, 'b');
   Camera_.AnswerWith("HTTP/1.1 403 Not for s3cretword\r\nContent-Length: 518\r\n\r\n" + before +
@@ -118,6 +136,8 @@ TEST_F(ExchangesTest, TellNoLogin) {
     EXPECT_EQ(told.Reason, "Not for ***");
   }
   EXPECT_EQ(Told_->Ends()[0].ReplyBeginning, before + "***");
+  const auto reply = Told_->Ends()[0].Reply;
+  EXPECT_EQ(std::string(reply.begin(), reply.end()), before + "***");
   EXPECT_EQ(Told_->Beginnings().at(0).URL, Told_->Ends()[1].URL);
 }
 

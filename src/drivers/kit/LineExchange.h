@@ -23,7 +23,7 @@ std::int32_t TellLine(const Teller& teller, ExchangeLink link, const std::string
   told->Told().Sent.assign(bytes.begin(), bytes.end());
   const auto fail = [&](std::int32_t number, const std::string& text) {
     told->Fail(number, text);
-    told->Told().HadConnection = !bytes.empty();
+    told->TakeFailure(bytes.empty() ? LinkFailure::NotConnected : LinkFailure::Closed);
   };
   try {
     const std::int32_t error = act();
