@@ -35,9 +35,9 @@ class Multicast {
 
   /// Makes a socket that asks, and hears what is sent to it, at a free port of the interface with this
   /// address.
-  virtual std::int32_t OpenToAsk(const std::string& interface) = 0;
-  /// Makes one that hears what is said to the group on the interface; other programs may do the same.
-  virtual std::int32_t Join(const std::string& interface, const std::string& group, std::uint16_t port) = 0;
+  virtual std::int32_t OpenToAsk(const std::string& address) = 0;
+  /// Makes one that hears what is said to the group on that interface; other programs may do the same.
+  virtual std::int32_t Join(const std::string& address, const std::string& group, std::uint16_t port) = 0;
   /// Sends to a group, by all sockets that ask. It goes no farther than the next router. The last error.
   virtual std::int32_t Ask(const std::string& group, std::uint16_t port, std::string_view bytes) = 0;
   /// The next datagram that comes to any socket; nothing where none comes in that time.

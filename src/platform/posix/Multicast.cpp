@@ -40,20 +40,20 @@ class BSDMulticast final : public Multicast {
   BSDMulticast(const BSDMulticast&) = delete;
   BSDMulticast& operator=(const BSDMulticast&) = delete;
 
-  std::int32_t OpenToAsk(const std::string& interface) override {
-    return Open(interface, true, [&](int handle) {
-      const auto own = EndpointOf(interface, 0);
+  std::int32_t OpenToAsk(const std::string& address) override {
+    return Open(address, true, [&](int handle) {
+      const auto own = EndpointOf(address, 0);
       return bind(handle, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0 &&
              setsockopt(handle, IPPROTO_IP, IP_MULTICAST_IF, &own.sin_addr, sizeof own.sin_addr) == 0;
     });
   }
 
-  std::int32_t Join(const std::string& interface, const std::string& group, std::uint16_t port) override {
-    return Open(interface, false, [&](int handle) {
+  std::int32_t Join(const std::string& address, const std::string& group, std::uint16_t port) override {
+    return Open(address, false, [&](int handle) {
       const int on = 1;
       // To the group alone: what is sent to the port itself is for the program whose port it is.
       const auto own = EndpointOf(group, port);
-      const ip_mreq membership{own.sin_addr, EndpointOf(interface, 0).sin_addr};
+      const ip_mreq membership{own.sin_addr, EndpointOf(address, 0).sin_addr};
 #ifdef IP_MULTICAST_ALL
       const int off = 0;  // only what comes by this interface
       setsockopt(handle, IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof off);
@@ -97,7 +97,7 @@ class BSDMulticast final : public Multicast {
   };
 
   template <typename Prepare>
-  std::int32_t Open(const std::string& interface, bool asks, const Prepare& prepare) {
+  std::int32_t Open(const std::string& address, bool asks, const Prepare& prepare) {
     const int handle = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (handle < 0) return errno;
     if (!prepare(handle)) {
@@ -105,7 +105,7 @@ class BSDMulticast final : public Multicast {
       close(handle);
       return error;
     }
-    Sockets_.push_back({handle, asks, interface});
+    Sockets_.push_back({handle, asks, address});
     return 0;
   }
 

@@ -38,17 +38,17 @@ class WindowsMulticast final : public Multicast {
   WindowsMulticast(const WindowsMulticast&) = delete;
   WindowsMulticast& operator=(const WindowsMulticast&) = delete;
 
-  std::int32_t OpenToAsk(const std::string& interface) override {
-    return Open(interface, true, [&](SOCKET handle) {
-      const auto own = EndpointOf(interface, 0);
+  std::int32_t OpenToAsk(const std::string& address) override {
+    return Open(address, true, [&](SOCKET handle) {
+      const auto own = EndpointOf(address, 0);
       return bind(handle, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0 &&
              Set(handle, IPPROTO_IP, IP_MULTICAST_IF, own.sin_addr);
     });
   }
 
-  std::int32_t Join(const std::string& interface, const std::string& group, std::uint16_t port) override {
-    return Open(interface, false, [&](SOCKET handle) {
-      const auto own = EndpointOf(interface, port);  // a group is no address that can be bound here
+  std::int32_t Join(const std::string& address, const std::string& group, std::uint16_t port) override {
+    return Open(address, false, [&](SOCKET handle) {
+      const auto own = EndpointOf(address, port);  // a group is no address that can be bound here
       const ip_mreq membership{EndpointOf(group, 0).sin_addr, own.sin_addr};
       return Set(handle, SOL_SOCKET, SO_REUSEADDR, BOOL{TRUE}) &&
              bind(handle, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0 &&
@@ -91,7 +91,7 @@ class WindowsMulticast final : public Multicast {
   };
 
   template <typename Prepare>
-  std::int32_t Open(const std::string& interface, bool asks, const Prepare& prepare) {
+  std::int32_t Open(const std::string& address, bool asks, const Prepare& prepare) {
     if (Sockets_.size() == FD_SETSIZE) return WSAEMFILE;
     const auto handle = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     if (handle == INVALID_SOCKET) return WSAGetLastError();
@@ -101,7 +101,7 @@ class WindowsMulticast final : public Multicast {
       closesocket(handle);
       return error;
     }
-    Sockets_.push_back({handle, asks, interface});
+    Sockets_.push_back({handle, asks, address});
     return 0;
   }
 
