@@ -122,12 +122,15 @@ class Probe(unittest.TestCase):
         code, outcome, verdicts = probe(self.address_of(web_server(status=401, fields=realm)))
         self.assertEqual((code, verdicts[0], outcome["values"]["realm"]), (0, ("Axis", "likely"), "AXIS_00408C123456"))
         self.assertEqual({verdict for _, verdict in verdicts[1:-2]}, {"possible"})
-        with Camera("--user", "root", "--password", "secret") as camera:
+        scheme = "basic" if WINDOWS else "digest"  # which Wine does not know
+        with Camera("--user", "root", "--password", "secret", "--auth", scheme) as camera:
             def logins():
                 return sum("authorization" in json.dumps(r).lower() for r in camera.ask("log")["requests"])
+            # Cameras lock users out. On Windows the system itself goes on with a login that it knows.
+            often = 20 if WINDOWS else 1
             for login, told, first, tries in (("", "demanded", "possible", (0, 0)),
-                                              ("root:wrong@", "refused", "possible", (1, 1)),  # cameras lock users out
-                                              ("root:secret@", "not demanded", "proven", (2, 99))):
+                                              ("root:wrong@", "refused", "possible", (1, often)),
+                                              ("root:secret@", "not demanded", "proven", (2, 999))):
                 with self.subTest(login):
                     _, outcome, verdicts = probe(login + camera.address)
                     self.assertEqual((outcome["values"]["login"], verdicts[0]), (told, ("Axis", first)))
