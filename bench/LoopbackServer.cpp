@@ -75,6 +75,7 @@ std::string ReplyTo(const std::string& request) {
 
 void LoopbackServer::Serve(const std::vector<int>& listeners, Manner manner) {
   const int poll = epoll_create1(0);
+  bool wasStop = false;
   std::map<int, std::string> requests;  // what has come so far, by connection
   for (const int listener : listeners) {
     epoll_event event{.events = EPOLLIN, .data = {.fd = listener}};
@@ -107,7 +108,9 @@ void LoopbackServer::Serve(const std::vector<int>& listeners, Manner manner) {
     request.append(buffer, static_cast<std::size_t>(count));
     if (!IsWhole(request)) continue;
     const auto reply = ReplyTo(request);
-    if (IsStop(request)) Seen_->stop = Now();
+    const bool isStop = IsStop(request);
+    if (isStop && !wasStop) Seen_->stop = Now();
+    wasStop = isStop;
     const bool isSlow = manner == Manner::FocusesSlowly && request.find("focus=") != std::string::npos;
     request.clear();
     ++Seen_->requests;

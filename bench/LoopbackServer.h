@@ -29,7 +29,8 @@ class LoopbackServer {
   int Connections() const { return Seen_->connections; }
   /// Requests that it has read so far.
   int Requests() const { return Seen_->requests; }
-  /// When it had read the last stop of a head, and when it had sent the last slow reply.
+  /// When it had read the last stop of a head, the first of several in a row, and when it had sent the last
+  /// slow reply.
   std::chrono::steady_clock::time_point StopSeen() const { return At(Seen_->stop); }
   std::chrono::steady_clock::time_point SlowReplySent() const { return At(Seen_->slowReply); }
 
