@@ -17,7 +17,7 @@ class ExchangeLog final : public ptzd::ExchangeSink {
  public:
   /// `trace` prints each exchange, and each line of the library's log, on the standard error stream.
   /// `recording`, null for none, gets each exchange too.
-  ExchangeLog(bool trace, std::unique_ptr<Recording> recording);
+  explicit ExchangeLog(bool trace, std::unique_ptr<Recording> recording = nullptr);
   ~ExchangeLog() override;
   ExchangeLog(const ExchangeLog&) = delete;
   ExchangeLog& operator=(const ExchangeLog&) = delete;
