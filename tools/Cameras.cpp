@@ -7,11 +7,14 @@
 #include <utility>
 
 #include "Connection.h"
+#include "ExchangeLog.h"
 #include "Interruption.h"
+#include "Probe.h"
 #include "Words.h"
 #include "cameras/CameraFile.h"
 #include "cameras/CameraList.h"
 #include "common/ASCII.h"
+#include "drivers/kit/AddressLogins.h"
 #include "platform/ConfigurationFolders.h"
 #include "platform/Keyring.h"
 #include "platform/Terminal.h"
@@ -62,9 +65,10 @@ class Questions {
   std::optional<std::string> Ask(const std::string& question, bool echo = true) {
     auto answer = ptzd::AskAtTerminal(question, echo, [this] { return Interruption_.Came(); });
     if (Interruption_.Came()) throw Interrupted();
-    Asked_ = Asked_ || answer;
+    Asked_ = Asked_ || (echo && answer);
     return answer;
   }
+  /// Whether more than a password was.
   bool WereAsked() const { return Asked_; }
   int ExitCode() const { return ExitCodeOf(Interruption_.Signal()); }
 
@@ -94,43 +98,36 @@ std::string Demand(Questions& questions, const std::string& given, const char* o
   }
 }
 
-/// The driver of the camera to add, as somebody says it.
-const ptzd::DriverClass& DriverToAdd(const Invocation& invocation, Questions& questions) {
-  return FindDriver(Demand(questions, invocation.Driver, "--driver", "Driver (ptzctl drivers lists them): ",
+/// As somebody says it.
+const ptzd::DriverClass& AskForDriver(Questions& questions) {
+  return FindDriver(Demand(questions, {}, "--driver", "Driver (ptzctl drivers lists them): ",
                            [](const std::string& word) { FindDriver(word); }));
 }
 
-/// Asks for what is missing; only where something has to be asked, also for what need not be.
-NamedCamera Complete(const Invocation& invocation, Questions& questions) {
-  NamedCamera camera{.Name = invocation.Camera};
-  const auto& driver = DriverToAdd(invocation, questions);
-  camera.Settings.Driver = driver.ProgID;
-  const bool onLine = !driver.Data->Reads("Address");
-  if (onLine) {
-    if (!invocation.Address.empty())
-      throw UsageError("--address: the driver " + std::string(driver.ProgID) + " reads no address");
-    camera.Line = Demand(questions, invocation.Line, "--line",
-                         "Line, a device or a port number: ", [](const std::string&) {});
-  } else {
-    if (!invocation.Line.empty())
-      throw UsageError("--line: the driver " + std::string(driver.ProgID) + " uses no serial line");
-    camera.Address =
-        Demand(questions, invocation.Address, "--address", "Address, HOST or HOST:PORT: ", CheckHost);
+/// The login of a camera, as far as it is known without asking anybody.
+std::optional<ptzd::Login> KnownLogin(const NamedCamera& camera) {
+  const auto& [from, where] = camera.Password;
+  if (camera.User.empty()) return std::nullopt;
+  if (from == Kind::Keyring) return ptzd::Login{camera.User, where};
+  try {
+    return ptzd::LoginOf(camera.Name, camera.User, camera.Password, {});
+  } catch (const UsageError&) {
+    return std::nullopt;
   }
-  camera.User = invocation.User;
-  if (!onLine && camera.User.empty() && questions.WereAsked())
-    camera.User = questions.Ask("User (none where empty): ").value_or("");
-  auto options = invocation.Options;
-  if (options.empty() && questions.WereAsked())
-    options = SplitWords(questions.Ask("Options as Key=Value (none where empty): ").value_or(""));
-  ptzd::PropertyBag bag;
-  for (const auto& option : options) {
-    std::string warning;
-    StoreOption(bag, driver, option, warning);
-    if (!warning.empty()) throw UsageError(warning);
-  }
-  camera.Settings.Options = bag.Contents();
-  return camera;
+}
+
+/// The driver of what answers at the camera's address; somebody says it where that does not tell.
+const ptzd::DriverClass& FindOutDriver(const NamedCamera& camera, bool trace, Questions& questions) {
+  const auto login = KnownLogin(camera);
+  const auto address = login ? ptzd::AddressFor(camera.Address, *login) : camera.Address;
+  ptzd::MaskedLogins masked;
+  masked.Set(ptzd::LoginsOf(address));
+  const auto result = ProbeCamera({.Address = address, .Exchanges = std::make_shared<ExchangeLog>(trace)});
+  if (const auto* best = result.Best()) return *best->Driver;
+  const auto summary = Summary(result, camera.Address);
+  if (!ptzd::HasTerminal()) throw UsageError("--driver is missing, and could not be found out: " + summary);
+  std::cerr << "ptzctl: " << Printable(summary) << std::endl;
+  return AskForDriver(questions);
 }
 
 /// Where the password is to come from; a password itself where it is to be kept.
@@ -150,6 +147,64 @@ ptzd::PasswordSource SourceOf(const Invocation& invocation, const CameraToAdd& a
     throw UsageError("--keyring: there is no password to keep, or no terminal to ask at");
   if (password.value_or("").empty()) return {};
   return {add.InKeyring ? Kind::Keyring : Kind::Here, *password};
+}
+
+ptzd::Bytes OptionsToAdd(std::vector<std::string> options, const ptzd::DriverClass& driver,
+                         Questions& questions) {
+  if (options.empty() && questions.WereAsked())
+    options = SplitWords(questions.Ask("Options as Key=Value (none where empty): ").value_or(""));
+  ptzd::PropertyBag bag;
+  for (const auto& option : options) {
+    std::string warning;
+    StoreOption(bag, driver, option, warning);
+    if (!warning.empty()) throw UsageError(warning);
+  }
+  return bag.Contents();
+}
+
+/// Asks for what is missing; only where something has to be asked, also for what need not be.
+NamedCamera Complete(const Invocation& invocation, const CameraToAdd& add, Questions& questions) {
+  NamedCamera camera{.Name = invocation.Camera};
+  const ptzd::DriverClass* driver = nullptr;
+  if (!invocation.Driver.empty())
+    driver = &FindDriver(invocation.Driver);
+  else if (invocation.Address.empty())
+    driver = &AskForDriver(questions);
+  const bool onLine = driver != nullptr && !driver->Data->Reads("Address");
+  if (onLine) {
+    if (!invocation.Address.empty())
+      throw UsageError("--address: the driver " + std::string(driver->ProgID) + " reads no address");
+    camera.Line = Demand(questions, invocation.Line, "--line",
+                         "Line, a device or a port number: ", [](const std::string&) {});
+  } else {
+    if (!invocation.Line.empty()) throw UsageError("--line: a camera with an address is on no serial line");
+    camera.Address =
+        Demand(questions, invocation.Address, "--address", "Address, HOST or HOST:PORT: ", CheckHost);
+  }
+  camera.User = invocation.User;
+  if (!onLine && camera.User.empty() && questions.WereAsked())
+    camera.User = questions.Ask("User (none where empty): ").value_or("");
+  const bool hasSource =
+      !add.PasswordFile.empty() || !add.PasswordVariable.empty() || add.InKeyring || invocation.AskPassword;
+  if (hasSource && camera.User.empty()) throw UsageError("--user is missing: whose password is it?");
+  if (!camera.User.empty()) camera.Password = SourceOf(invocation, add, camera.User, questions);
+  if (driver == nullptr) driver = &FindOutDriver(camera, invocation.Trace, questions);
+  camera.Settings.Driver = driver->ProgID;
+  camera.Settings.Options = OptionsToAdd(invocation.Options, *driver, questions);
+  return camera;
+}
+
+/// Keeps the camera, and its password where that goes to the keyring; both or none.
+void Keep(const std::string& file, NamedCamera camera) {
+  const auto inKeyring = camera.Password.From == Kind::Keyring;
+  if (inKeyring) KeepInKeyring(camera);
+  try {
+    camera.Password.Where = inKeyring ? "" : camera.Password.Where;
+    ptzd::StoreCamera(file, camera);
+  } catch (const UsageError&) {
+    if (inKeyring) ptzd::RemoveFromKeyring(camera.Name, camera.User);
+    throw;
+  }
 }
 
 }  // namespace
@@ -177,20 +232,11 @@ int AddCamera(const Invocation& invocation, const CameraToAdd& add, Report& repo
 
   Questions questions;
   try {
-    auto camera = Complete(invocation, questions);
+    auto camera = Complete(invocation, add, questions);
     camera.File = file;
-    const bool hasSource =
-        !add.PasswordFile.empty() || !add.PasswordVariable.empty() || add.InKeyring || invocation.AskPassword;
-    if (hasSource && camera.User.empty()) throw UsageError("--user is missing: whose password is it?");
-    if (!camera.User.empty()) camera.Password = SourceOf(invocation, add, camera.User, questions);
-    auto kept = camera;
-    if (add.InKeyring) {
-      KeepInKeyring(camera);
-      kept.Password.Where.clear();
-    }
-    ptzd::StoreCamera(file, kept);
+    Keep(file, camera);
     return ShowOnce(report,
-                    Listed("add", "Added " + camera.Name + " to " + file, Json::array({RowOf(kept)})));
+                    Listed("add", "Added " + camera.Name + " to " + file, Json::array({RowOf(camera)})));
   } catch (const Interrupted&) {
     return questions.ExitCode();
   }

@@ -368,6 +368,8 @@ Json JsonOf(const MakeVerdict& verdict) {
           {"evidence", std::move(evidence)}};
 }
 
+}  // namespace
+
 std::string Summary(const ProbeResult& result, const std::string& where) {
   if (!result.Answered) return "nothing answers at " + where + "; tried " + result.Tried;
   const auto& first = result.Makes.front();
@@ -385,6 +387,8 @@ std::string Summary(const ProbeResult& result, const std::string& where) {
                       ? " is possibly one of ours, but nothing says so"
                       : " answers, but as none of the makes that are known here");
 }
+
+namespace {
 
 Outcome OutcomeOf(const ProbeResult& result, const std::string& where) {
   Outcome outcome;

@@ -66,6 +66,9 @@ struct ProbeResult {
 /// address that is none.
 ProbeResult ProbeCamera(const ProbeSettings& settings);
 
+/// What it comes to, for people; `where` is the address as it may be shown.
+std::string Summary(const ProbeResult& result, const std::string& where);
+
 /// The command. Answers the exit code.
 int RunProbe(const Invocation& invocation, Report& report);
 

@@ -217,7 +217,9 @@ class Passwords(Named):
 
     @unittest.skipUnless(shutil.which("gnome-keyring-daemon") and shutil.which("dbus-run-session"), "no keyring here")
     def test_are_kept_in_the_keyring(self):
-        script = (f'echo -n unlock | gnome-keyring-daemon --unlock --components=secrets >/dev/null; set -e; '
+        script = ('echo -n unlock | gnome-keyring-daemon --unlock --components=secrets >/dev/null; set -e; '
+                  "until dbus-send --session --print-reply --dest=org.freedesktop.DBus / "
+                  "org.freedesktop.DBus.NameHasOwner string:org.freedesktop.secrets | grep -q true; do :; done; "
                   f'"$@" cameras; python3 -c "$ASK" "$@" add gate --driver Axis --address {self.camera.address} '
                   '--user operator --keyring; "$@" @gate position; "$@" remove gate; "$@" cameras')
         ask = ("import os, pty, sys\npid, terminal = pty.fork()\n"
@@ -261,14 +263,26 @@ class Adding(Named):
             person.answer("do you mean Axis?", "Axis\n")
             person.answer("Address", camera.address + "\n")
             person.answer("User", "operator\n")
-            person.answer("Options", "Port=2 ZoomStep=500\n")
             person.answer("Password of operator", PASSWORD + "\n")
+            person.answer("Options", "Port=2 ZoomStep=500\n")
             code, seen = person.end()
             self.assertEqual(code, 0, seen)
             self.assertNotIn(PASSWORD, seen)
             self.assertEqual(self.file.stat().st_mode & 0o777, 0o600)
             self.assertEqual(ptzctl("@gate", "-o", "Port=1", "position")[0], 0)
             self.assertNotIn("p@ss", str(ptzctl("cameras")) + str(ptzctl("--json", "cameras")))
+
+    def test_finds_out_the_make(self):
+        with Camera("--user", "operator", "--password", PASSWORD) as camera:
+            who = ["add", "gate", "--address", camera.address, "--user", "operator"]
+            self.assertEqual(ptzctl(*who, "--password-file", str(self.secret()))[0], 0)
+            self.assertIn('driver = "Axis"', self.file.read_text())
+            text = self.file.read_text()
+            process = subprocess.run([*PTZCTL, *who, "--replace"], stdin=subprocess.DEVNULL, capture_output=True,
+                                     text=True, start_new_session=True, timeout=DEADLINE)
+            self.assertEqual(process.returncode, 2)
+            self.assertIn("--driver is missing, and could not be found out: ", process.stderr)
+            self.assertEqual(self.file.read_text(), text)
 
     def test_of_what_cannot_be_changes_nothing(self):
         self.write("", 0o644)
@@ -293,7 +307,7 @@ class Adding(Named):
 
 class Document(Named):
     def test_example_works(self):
-        text = DOCUMENT.read_text()
+        text = DOCUMENT.read_text().split("\n## Cameras by name\n")[1].split("\n## ")[0]
         example = re.search(r"\n    (\[camera\.gate\]\n.*?)\n\n\S", text, re.S)[1].replace("\n    ", "\n")
         commands = re.findall(r"^    ptzctl (@gate .*?)(?: +#.*)?$", text, re.M)
         self.assertGreater(len(commands), 2)
