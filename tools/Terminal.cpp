@@ -12,6 +12,7 @@
 #undef lines
 #undef columns
 
+#include "platform/StandardInput.h"
 #include "platform/StandardOutput.h"
 
 namespace ptzctl {

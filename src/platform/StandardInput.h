@@ -4,7 +4,7 @@
 
 namespace ptzd {
 
-/// Whether a person types what is read from the standard input.
+/// Whether a person types what is read from the standard input. No more once that terminal is gone.
 bool InputIsTerminal();
 
 /// Blocks until there is something to read, or its end, at most so long. False where there is not.

@@ -6,7 +6,5 @@ namespace ptzd {
 bool OutputIsTerminal();
 /// Likewise of the standard error stream.
 bool ErrorsAreTerminal();
-/// Whether a person types what is read from the standard input. No more once that terminal is gone.
-bool InputIsTerminal();
 
 }  // namespace ptzd

@@ -6,6 +6,5 @@ namespace ptzd {
 
 bool OutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
 bool ErrorsAreTerminal() { return isatty(STDERR_FILENO) != 0; }
-bool InputIsTerminal() { return isatty(STDIN_FILENO) != 0; }
 
 }  // namespace ptzd

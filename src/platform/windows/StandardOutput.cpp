@@ -15,6 +15,5 @@ bool IsTerminal(DWORD stream) {
 
 bool OutputIsTerminal() { return IsTerminal(STD_OUTPUT_HANDLE); }
 bool ErrorsAreTerminal() { return IsTerminal(STD_ERROR_HANDLE); }
-bool InputIsTerminal() { return IsTerminal(STD_INPUT_HANDLE); }
 
 }  // namespace ptzd
