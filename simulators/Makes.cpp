@@ -30,8 +30,8 @@ const std::vector<const Make*>& Makes() {
 #ifndef _WIN32  // has no pseudo-terminals
       &Pelco::AtShell,
 #endif
-      &Quorvane::AtShell,      &Sanyo::AtShell,      &Secubest::AtShell,   &Sony::AtShell,
-      &Toshiba::AtShell,       &Vivotek::AtShell,    &Replay::AtShell,
+      &Quorvane::AtShell,      &Replay::AtShell,     &Sanyo::AtShell,      &Secubest::AtShell,
+      &Sony::AtShell,          &Toshiba::AtShell,    &Vivotek::AtShell,
   };
   return makes;
 }
