@@ -7,6 +7,7 @@
 #include <ptzd/Version.h>
 
 #include "Cameras.h"
+#include "Check.h"
 #include "Connection.h"
 #include "Discover.h"
 #include "DriveCommand.h"
@@ -342,6 +343,29 @@ void DeclareCameras(CLI::App& app, Invocation& invocation) {
   remove->callback([&invocation] { invocation.Perform = RemoveCamera; });
 }
 
+void DeclareCheck(CLI::App& app, Invocation& invocation) {
+  auto* check = app.add_subcommand(
+      "check",
+      "Examine a camera and its driver, moving it a little and putting it back where that is allowed");
+  check->add_flag("--move", invocation.Moves, "Move the camera; a terminal is asked when not given");
+  check
+      ->add_option_function<std::string>(
+          "--preset",
+          [&](const std::string& word) {
+            invocation.Preset = ReadWholeNumber("--preset", word);
+            if (*invocation.Preset < 0) throw UsageError("--preset: they are counted from 0");
+          },
+          "Overwrite this preset, to find it again and to put the camera back by it")
+      ->type_name("NUMBER");
+  check->add_option("--html", invocation.Page, "Write the report to this file, as a page of its own")
+      ->type_name("FILE");
+#ifdef _WIN32
+  check->add_flag("--com", invocation.ByCOM,
+                  "Have the driver from COM, by its ProgID, also where ptzctl has it itself");
+#endif
+  check->callback([&] { invocation.Perform = RunCheck; });
+}
+
 std::int32_t ReadRounds(const std::string& word) {
   const auto rounds = ReadWholeNumber("--rounds", word);
   if (rounds < 0) ptzd::Refuse("--rounds", word, "is less than 0");
@@ -484,6 +508,7 @@ CommandTable::CommandTable() {
   auto* complete = app.add_subcommand("complete", "")->group("");  // which the script calls
   complete->add_option("line", invocation.Word)->required();
   complete->callback([&] { invocation.Perform = PrintCompletion; });
+  DeclareCheck(app, invocation);
 
   auto* drive = app.add_subcommand("drive", "Drive the camera by keys and gamepad, on the whole screen");
   drive

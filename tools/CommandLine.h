@@ -47,6 +47,12 @@ struct Invocation {
   std::optional<std::int32_t> Rounds;  ///< of a `tour`
   std::string Word;                    ///< of a command that takes one
   std::string Gamepad;  ///< of a `drive`: its device; "none" for none, empty for the first found
+
+  // Of a `check`.
+  bool Moves = false;
+  bool ByCOM = false;                  ///< the driver is a COM class, also where ptzctl has it itself
+  std::optional<std::int32_t> Preset;  ///< that may be overwritten
+  std::string Page;                    ///< the file of its HTML report; empty for none
 };
 
 /// Somebody asked for help, or for the version; the text is what to tell.

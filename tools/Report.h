@@ -17,6 +17,7 @@ class Report {
   void Warn(const std::string& text) const;
   /// Writes the text as it is.
   void Write(const std::string& text);
+  bool IsJSON() const { return JSON_; }
 
   /// Why what was shown could not be written; empty where it was.
   const std::string& Failure() const { return Failure_; }

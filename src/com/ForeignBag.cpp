@@ -34,13 +34,29 @@ class RunTimeContents final : public ForeignContents {
   ComPtr<IDispatch> Bag_;
 };
 
+/// Null where the class is not installed.
+ComPtr<IDispatch> NewBag() {
+  ComPtr<IDispatch> bag;
+  CoCreateInstance(RunTimePropertyBag, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, &bag);
+  return bag;
+}
+
 }  // namespace
 
+std::optional<Bytes> MakeForeignContents(std::span<const std::pair<std::string, Variant>> values) {
+  const auto bag = NewBag();
+  if (!bag) return std::nullopt;
+  for (const auto& [name, value] : values) {
+    const auto nameText = ToVariant(name), itsValue = ToVariant(value);
+    VARIANT arguments[] = {*itsValue, *nameText};
+    CallByName(bag.Get(), L"WriteProperty", DISPATCH_METHOD, arguments);
+  }
+  return ByteArray(*CallByName(bag.Get(), L"Contents", DISPATCH_PROPERTYGET), "the options");
+}
+
 std::unique_ptr<const ForeignContents> OpenForeignContents(std::span<const std::uint8_t> bytes) {
-  ComPtr<IDispatch> bag;
-  const auto created =
-      CoCreateInstance(RunTimePropertyBag, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, &bag);
-  if (FAILED(created)) return nullptr;
+  auto bag = NewBag();
+  if (!bag) return nullptr;
   const auto contents = ToVariant(Bytes(bytes.begin(), bytes.end()));
   VARIANT arguments[] = {*contents};
   CallByName(bag.Get(), L"Contents", DISPATCH_PROPERTYPUT, arguments);
