@@ -18,7 +18,6 @@ using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
 /// How long a reply is waited for that the driver does not wait for itself.
-constexpr auto AnswerTime = 5s;
 constexpr auto FirstPause = 250ms, UsualPace = 250ms;
 
 /// Of a driver that shows no exchanges. Some answer False on purpose, also for what was done; all tell by
@@ -72,17 +71,7 @@ WishOutcome CheckBench::Call(const Member& member, std::optional<MemberRule> rul
   Collector_->Clear();
   Clock_.Restore();
   Check();  // what comes later cuts this short
-  MemberCall call;
-  try {
-    call.Answer = member();
-  } catch (const Error& error) {
-    call.Raised = error;
-  } catch (const std::exception& error) {
-    call.Raised = Error(ErrorInvalidCall, error.what());
-  }
-  call.Unanswered = !Collector_->Wait(steady_clock::now() + AnswerTime);
-  call.Exchanges = Collector_->Take();
-  call.Interrupted = call.Unanswered && Collector_->WasInterrupted();
+  auto call = CallMember(member, *Collector_);
   if (Driver_.Data == nullptr) return JudgeAnswer(std::move(call), connects);
   return connects ? JudgeConnect(std::move(call)) : JudgeCall(std::move(call), rule);
 }

@@ -19,7 +19,6 @@ using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
 /// How long a reply is waited for that the driver does not wait for itself.
-constexpr auto AnswerTime = 5s;
 /// A head that was told to move may take so long before it is seen moving.
 constexpr auto Reluctance = 2s;
 /// How often a head must be seen at one place to be at rest there.
@@ -1013,17 +1012,7 @@ MemberCall CameraControl::Worker::Call(const Work& work, Lock& lock, Cutting cut
   Clock_.Restore();
   Calling_ = cutting == Cutting::Allowed;
   lock.unlock();
-  MemberCall call;
-  try {
-    call.Answer = work(*Device_);
-  } catch (const Error& error) {
-    call.Raised = error;
-  } catch (const std::exception& error) {
-    call.Raised = Error(ErrorInvalidCall, error.what());
-  }
-  call.Unanswered = !Collector_->Wait(steady_clock::now() + AnswerTime);
-  call.Exchanges = Collector_->Take();
-  call.Interrupted = call.Unanswered && Collector_->WasInterrupted();
+  auto call = CallMember([&] { return work(*Device_); }, *Collector_);
   lock.lock();
   Calling_ = false;
   if (call.Unanswered && !call.Interrupted) {

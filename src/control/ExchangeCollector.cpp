@@ -52,4 +52,20 @@ bool ExchangeCollector::WasInterrupted() const {
   return Interrupted_;
 }
 
+MemberCall CallMember(const std::function<std::optional<bool>()>& member, ExchangeCollector& collector) {
+  constexpr std::chrono::seconds answerTime(5);
+  MemberCall call;
+  try {
+    call.Answer = member();
+  } catch (const Error& error) {
+    call.Raised = error;
+  } catch (const std::exception& error) {
+    call.Raised = Error(ErrorInvalidCall, error.what());
+  }
+  call.Unanswered = !collector.Wait(std::chrono::steady_clock::now() + answerTime);
+  call.Exchanges = collector.Take();
+  call.Interrupted = call.Unanswered && collector.WasInterrupted();
+  return call;
+}
+
 }  // namespace ptzd

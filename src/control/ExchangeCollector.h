@@ -4,10 +4,14 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <vector>
+
+#include "control/Verdict.h"
 
 namespace ptzd {
 
@@ -40,5 +44,8 @@ class ExchangeCollector final : public ExchangeSink {
   std::set<std::uint64_t> UnderWay_;
   bool Interrupted_ = false;
 };
+
+/// Calls a member of a driver and waits, for some seconds at most, for the answers to what it has sent.
+MemberCall CallMember(const std::function<std::optional<bool>()>& member, ExchangeCollector& collector);
 
 }  // namespace ptzd

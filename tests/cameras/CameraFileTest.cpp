@@ -5,6 +5,7 @@
 #include <ptzd/PropertyBag.h>
 #include "cameras/InputWords.h"
 #include "common/Nearest.h"
+#include "platform/ConfigurationFolders.h"
 
 namespace ptzd {
 namespace {
@@ -39,7 +40,7 @@ TEST(CameraFile, IsReadWhole) {
   const auto& gate = cameras[1];
   EXPECT_EQ(gate.Address, "10.0.0.5:80");
   EXPECT_EQ(gate.User, "operator");
-  EXPECT_EQ(gate.Password.Text(), "file /etc/site/secrets/gate");
+  EXPECT_EQ(gate.Password.Text(), "file " + TextOf(PathOf("/etc/site") / PathOf("secrets/gate")));
   EXPECT_FALSE(gate.Settings.InvertPan);
   EXPECT_TRUE(gate.Settings.InvertTilt);
   EXPECT_EQ(gate.Settings.PanLimits->Least, -90);

@@ -3,43 +3,17 @@
 
 Usage: shell_test.py PTZCTL PTZSIM"""
 
-import json
 import os
 import shutil
 import signal
-import subprocess
-import sys
 import tempfile
 import unittest
 
 import pexpect
 
-PTZCTL, PTZSIM = sys.argv.pop(1), sys.argv.pop(1)
-DEADLINE = 60  # seconds; far more than anything here takes
+from ptzctl_test import DEADLINE, PTZCTL, Camera
+
 PROMPT = "ptzctl> "
-
-
-class Camera:
-    """An Axis camera, and what it has been told and how it stands."""
-
-    def __enter__(self):
-        self.process = subprocess.Popen([PTZSIM, "axis", "--until-eof"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        text=True)
-        self.address = self.process.stdout.readline().strip()
-        return self
-
-    def __exit__(self, *_):
-        self.process.stdin.close()
-        self.process.wait(DEADLINE)
-        self.process.stdout.close()
-
-    def is_moving(self):
-        self.process.stdin.write("state\n")
-        self.process.stdin.flush()
-        told = ""
-        while not told.endswith("\n}\n"):
-            told += self.process.stdout.readline()
-        return json.loads(told)["heads"][0]["moving"]
 
 
 class AtTerminal(unittest.TestCase):
@@ -59,7 +33,7 @@ class AtTerminal(unittest.TestCase):
 
 class Shell(AtTerminal):
     def shell(self, camera):
-        terminal = self.spawn(PTZCTL, "--driver", "Axis", "--address", camera.address, "shell")
+        terminal = self.spawn(*PTZCTL, "--driver", "Axis", "--address", camera.address, "shell")
         terminal.expect("Connected to Axis")
         terminal.expect(PROMPT)
         return terminal
@@ -108,8 +82,7 @@ class Shell(AtTerminal):
 
             terminal.send("continuous 10 0 --for 60m\r")
             terminal.expect("continuous")
-            while not camera.is_moving():
-                pass
+            camera.wait_for(camera.is_moving, "moved")
             terminal.send("\x03")
             terminal.expect("interrupted; the camera was stopped")
             terminal.expect(PROMPT)
@@ -165,7 +138,7 @@ class Completion(AtTerminal):
 
     def test_bash(self):
         terminal = self.spawn("bash", "--norc", "--noprofile")
-        terminal.sendline(f"PS1='$ '; PATH={os.path.dirname(PTZCTL)}:$PATH; bind 'set enable-bracketed-paste off'; "
+        terminal.sendline(f"PS1='$ '; PATH={os.path.dirname(PTZCTL[0])}:$PATH; bind 'set enable-bracketed-paste off'; "
                           "source <(ptzctl completion bash); echo rea''dy")
         terminal.expect("ready")
         self.try_all(terminal)
@@ -173,7 +146,7 @@ class Completion(AtTerminal):
     @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
     def test_zsh(self):
         terminal = self.spawn("zsh", "-f")
-        terminal.sendline(f"PS1='$ '; path=({os.path.dirname(PTZCTL)} $path); autoload -Uz compinit; compinit -u -D; "
+        terminal.sendline(f"PS1='$ '; path=({os.path.dirname(PTZCTL[0])} $path); autoload -Uz compinit; compinit -u -D; "
                           "source <(ptzctl completion zsh); echo rea''dy")
         terminal.expect("ready")
         self.try_all(terminal)

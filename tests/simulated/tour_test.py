@@ -7,35 +7,10 @@ import json
 import os
 import signal
 import subprocess
-import sys
 import tempfile
 import unittest
 
-PTZCTL, PTZSIM = sys.argv.pop(1), sys.argv.pop(1)
-DEADLINE = 60  # seconds; far more than anything here takes
-
-
-class Camera:
-    def __init__(self, make="axis"):
-        self.process = subprocess.Popen([PTZSIM, make, "--until-eof"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        text=True)
-        self.address = self.process.stdout.readline().strip()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.process.stdin.close()
-        self.process.wait(DEADLINE)
-        self.process.stdout.close()
-
-    def head(self):
-        self.process.stdin.write("state\n")
-        self.process.stdin.flush()
-        told = ""
-        while not told.endswith("\n}\n"):
-            told += self.process.stdout.readline()
-        return json.loads(told)["heads"][0]
+from ptzctl_test import DEADLINE, PTZCTL, Camera
 
 
 class Tours(unittest.TestCase):
@@ -44,7 +19,7 @@ class Tours(unittest.TestCase):
         self.addCleanup(os.unlink, file.name)
         with file:
             file.write(tour)
-        return [PTZCTL, "--json", "--driver", driver, where, camera, "tour", file.name, *options]
+        return [*PTZCTL, "--json", "--driver", driver, where, camera, "tour", file.name, *options]
 
     def run_tour(self, *words, **options):
         done = subprocess.run(self.command(*words, **options), capture_output=True, text=True, timeout=DEADLINE,
@@ -64,12 +39,11 @@ class Tours(unittest.TestCase):
             sent = [exchange["url"] for exchange in told[5]["exchanges"]]
             self.assertIn("continuouspantiltmove=-", sent[0])
             self.assertTrue(sent[-2].endswith("pan=-10&tilt=5"), sent)
-            head = camera.head()
-            self.assertFalse(head["moving"])
-            self.assertGreater(head["pan"], -10)  # beyond the last place
+            self.assertFalse(camera.is_moving())
+            self.assertGreater(camera.ask("state")["heads"][0]["pan"], -10)  # beyond the last place
 
     def test_what_cannot_tell_where_it_is_is_given_time(self):
-        with Camera("pelco") as camera:
+        with Camera(make="pelco") as camera:
             code, told = self.run_tour(camera.address, "rounds = 1\ntravel = \"10ms\"\n[[stop]]\npreset = 3\n",
                                        driver="Pelco", where="--line")
             self.assertEqual(code, 0, told)
@@ -79,12 +53,11 @@ class Tours(unittest.TestCase):
         with Camera() as camera:
             tour = subprocess.Popen(self.command(camera.address, "[[stop]]\npan_speed = 5\nfor = \"60m\"\n"),
                                     stdout=subprocess.PIPE, text=True)
-            while not camera.head()["moving"]:
-                pass
+            camera.wait_for(camera.is_moving, "moved")
             tour.send_signal(signal.SIGINT)
             tour.communicate(timeout=DEADLINE)
             self.assertEqual(tour.returncode, 130)
-            self.assertFalse(camera.head()["moving"])
+            self.assertFalse(camera.is_moving())
 
     def test_a_wrong_file_is_told_before_anything_is_sent(self):
         with Camera() as camera:
