@@ -116,15 +116,13 @@ std::optional<ptzd::Login> KnownLogin(const NamedCamera& camera) {
   }
 }
 
-/// The driver of what answers at the camera's address; somebody says it where that does not tell.
-const ptzd::DriverClass& FindOutDriver(const NamedCamera& camera, bool trace, Questions& questions) {
-  const auto login = KnownLogin(camera);
-  const auto address = login ? ptzd::AddressFor(camera.Address, *login) : camera.Address;
+/// The driver of what answers at an address; somebody says it where that does not tell.
+const ptzd::DriverClass& FindOutDriver(const std::string& address, bool trace, Questions& questions) {
   ptzd::MaskedLogins masked;
   masked.Set(ptzd::LoginsOf(address));
   const auto result = ProbeCamera({.Address = address, .Exchanges = std::make_shared<ExchangeLog>(trace)});
   if (const auto* best = result.Best()) return *best->Driver;
-  const auto summary = Summary(result, camera.Address);
+  const auto summary = Summary(result, address.substr(address.rfind('@') + 1));
   if (!ptzd::HasTerminal()) throw UsageError("--driver is missing, and could not be found out: " + summary);
   std::cerr << "ptzctl: " << Printable(summary) << std::endl;
   return AskForDriver(questions);
@@ -188,7 +186,10 @@ NamedCamera Complete(const Invocation& invocation, const CameraToAdd& add, Quest
       !add.PasswordFile.empty() || !add.PasswordVariable.empty() || add.InKeyring || invocation.AskPassword;
   if (hasSource && camera.User.empty()) throw UsageError("--user is missing: whose password is it?");
   if (!camera.User.empty()) camera.Password = SourceOf(invocation, add, camera.User, questions);
-  if (driver == nullptr) driver = &FindOutDriver(camera, invocation.Trace, questions);
+  const auto login = KnownLogin(camera);
+  // Also where nobody is asked: it says which logins cannot be sent.
+  const auto address = login ? ptzd::AddressFor(camera.Address, *login) : camera.Address;
+  if (driver == nullptr) driver = &FindOutDriver(address, invocation.Trace, questions);
   camera.Settings.Driver = driver->ProgID;
   camera.Settings.Options = OptionsToAdd(invocation.Options, *driver, questions);
   return camera;

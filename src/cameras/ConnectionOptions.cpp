@@ -1,6 +1,8 @@
 #include "cameras/ConnectionOptions.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdint>
 #include <iterator>
 
 #include <ptzd/PTZDrivers.h>
@@ -20,6 +22,14 @@ std::string Join(const std::vector<Variant>& values) {
   std::string text;
   for (const auto& value : values) text.append(text.empty() ? "" : ", ").append(ToText(value));
   return text;
+}
+
+/// Also where it is left out, as systems take that.
+bool IsPort(std::string_view text) {
+  std::uint16_t port = 1;
+  const auto* end = text.data() + text.size();
+  return text.empty() ||
+         (std::from_chars(text.data(), end, port) == std::from_chars_result{end, {}} && port > 0);
 }
 
 Variant ReadChoice(const PTZOption& option, const std::string& word) {
@@ -101,10 +111,17 @@ std::string RangeWarning(const PTZOption& option, const Variant& value) {
 }
 
 const std::string& CheckedAddress(const std::string& name, const std::string& address) {
-  const auto host = std::min(address.rfind('@') + 1, address.size());
-  if (address.find("://") != std::string::npos || address.find_first_of("/?#", host) != std::string::npos)
-    throw InputError(name +
-                     ": HOST, HOST:PORT or USER:PASSWORD@HOST:PORT is wanted, without a scheme or a path");
+  const auto host = address.substr(std::min(address.rfind('@') + 1, address.size()));
+  if (address.find("://") != std::string::npos || host.find_first_of("/?#") != std::string::npos)
+    throw InputError(name + ": HOST or HOST:PORT is wanted, without a scheme or a path");
+  if (std::ranges::any_of(host, [](unsigned char c) { return c <= ' ' || c == 0x7F; }))
+    throw InputError(name + ": \"" + Printable(host) + "\" has blanks or control characters");
+  // The colons of an IPv6 address in brackets are no port's.
+  const auto bracket = host.rfind(']');
+  const auto colon = host.find(':', bracket == std::string::npos ? 0 : bracket);
+  if (colon != std::string::npos && !IsPort(std::string_view(host).substr(colon + 1)))
+    throw InputError(name + ": \"" + Printable(host) +
+                     "\": behind the colon a port from 1 to 65535 is wanted");
   return address;
 }
 

@@ -28,7 +28,7 @@ Variant ReadOption(const PTZOption& option, const std::string& word);
 std::string RangeWarning(const PTZOption& option, const Variant& value);
 
 /// The address, which stands behind "http://" as it is. Raises `InputError`, which begins with `name`, for
-/// one with a scheme or a path.
+/// one with a scheme, a path, blanks or a port that is none.
 const std::string& CheckedAddress(const std::string& name, const std::string& address);
 
 /// Has the driver use a serial line: a port number, or any device, which stands for a number in the pool that

@@ -32,7 +32,8 @@ bool StaysInAddress(char c) {
 }
 
 std::string Encoded(const std::string& text, const char* what) {
-  if (TextFromCodePage(TextToCodePage(text, AnsiCodePage()), AnsiCodePage()) != text)
+  if (text.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos ||
+      TextFromCodePage(TextToCodePage(text, AnsiCodePage()), AnsiCodePage()) != text)
     throw InputError(std::string(what) + " has characters that cannot be sent to a camera");
   std::string encoded;
   for (const char c : text) {
@@ -41,6 +42,11 @@ std::string Encoded(const std::string& text, const char* what) {
     else
       encoded.append("%").append(Hex2(static_cast<unsigned char>(c)));
   }
+  // Windows takes no longer ones from an address.
+  constexpr std::size_t longest = 127;
+  if (TextToCodePage(encoded, AnsiCodePage()).size() > longest)
+    throw InputError(std::string(what) + " is too long to be sent to a camera: " + std::to_string(longest) +
+                     " characters at most, of which signs such as % and @ count three each");
   return encoded;
 }
 

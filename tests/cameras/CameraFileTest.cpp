@@ -94,6 +94,8 @@ TEST(CameraFile, TellsWhereItIsWrong) {
       {Gate("line = \"COM1\""), "c.toml:4:1: camera gate, line: the driver QVPTZ.Axis uses no serial line"},
       {"[camera.gate]\ndriver = \"Axis\"\naddress = \"http://10.0.0.5\"\n",
        "c.toml:3:11: camera gate, address: HOST"},
+      {"[camera.gate]\ndriver = \"Axis\"\naddress = \"10.0.0.5:80:x\"\n",
+       "c.toml:3:11: camera gate, address: \"10.0.0.5:80:x\": behind the colon a port"},
       {"[camera.gate]\ndriver = \"Axis\"\naddress = \"a:hunter2@10.0.0.5\"\n",
        "c.toml:3:11: camera gate, address: expected HOST or HOST:PORT; a user"},
       {Gate("password_env = \"X\""), "c.toml:4:1: camera gate: expected a user beside password_env"},
@@ -113,7 +115,10 @@ TEST(CameraFile, TellsWhereItIsWrong) {
 TEST(Address, HoldsAnyLogin) {
   EXPECT_EQ(AddressFor("10.0.0.5:80", {"a@b", "p:/?#%&+ \"é"}),
             "a%40b:p%3A%2F%3F%23%25%26%2B%20%22é@10.0.0.5:80");
-  EXPECT_THROW(AddressFor("10.0.0.5", {"a", "日本"}), InputError);
+  EXPECT_NO_THROW(AddressFor("10.0.0.5", {"a", std::string(127, 'p')}));
+  for (const auto& password : {std::string("日本"), std::string("a\0b", 3), std::string("a\nb"),
+                               std::string(128, 'p'), std::string(43, '%')})
+    EXPECT_THROW(AddressFor("10.0.0.5", {"a", password}), InputError) << password;
 }
 
 TEST(Nearest, IsWhatSomebodyMistyped) {

@@ -286,11 +286,14 @@ class Adding(Named):
 
     def test_of_what_cannot_be_changes_nothing(self):
         self.write("", 0o644)
+        os.environ["LONG"] = "p" * 128
         for arguments, told in ((["gate", "--driver", "axs", "--address", "x"], "do you mean Axis?"),
                                 (["../etc", "--driver", "axis", "--address", "x"], "no name for a camera"),
                                 (["a]\n[camera.b", "--driver", "axis", "--address", "x"], "no name for a camera"),
                                 (["gate", "--driver", "axis", "--address", "u:p@x"], "--user tells who logs in"),
                                 (["gate", "--driver", "axis", "--address", 'x"\nuser="y'], "control characters"),
+                                (["gate", "--driver", "axis", "--address", "x", "--user", "a", "--password-env",
+                                  "LONG"], "the password is too long"),
                                 (["gate", "--driver", "axis", "--address", "x", "-o", "ZoomStep=10001"], "10000"),
                                 (["gate", "--driver", "axis", "--address", "x", "-o", "Prt=1"], "do you mean Port?"),
                                 (["gate", "--driver", "axis", "--address", "x", "--password-env", "A"], "--user is"),
