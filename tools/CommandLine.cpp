@@ -16,6 +16,7 @@
 #include "Session.h"
 #include "Tour.h"
 #include "Words.h"
+#include "common/Nearest.h"
 #include "manual/ManualPage.h"
 
 namespace ptzctl {
@@ -256,11 +257,11 @@ const CLI::App& Innermost(const CLI::App& app) {
   return chosen.empty() ? app : Innermost(*chosen.front());
 }
 
-std::string CommandsOf(const CLI::App& app) {
-  std::string names;
+std::vector<std::string> CommandsOf(const CLI::App& app) {
+  std::vector<std::string> names;
   for (const auto* command :
        app.get_subcommands([](const CLI::App* one) { return !one->get_group().empty(); }))
-    names.append(names.empty() ? "" : ", ").append(command->get_name());
+    names.push_back(command->get_name());
   return names;
 }
 
@@ -274,8 +275,9 @@ std::string CommandsOf(const CLI::App& app) {
 [[noreturn]] void ExplainMissingCommand(const CLI::App& app) {
   const auto commands = CommandsOf(Innermost(app));
   const auto rest = app.remaining(true);
-  Explain(app, rest.empty() ? "a command is missing; one of " + commands
-                            : "\"" + Printable(rest.front()) + "\" is none of " + commands);
+  if (rest.empty()) Explain(app, "a command is missing; one of " + CLI::detail::join(commands, ", "));
+  Explain(app, "\"" + Printable(rest.front()) + "\" is none of " + CLI::detail::join(commands, ", ") +
+                   ptzd::DoYouMean(rest.front(), commands));
 }
 
 void Parse(CLI::App& app, std::vector<std::string> words) {

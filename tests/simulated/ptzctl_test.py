@@ -126,7 +126,7 @@ class ExitCodes(unittest.TestCase):
     def test_wrong_command_lines_are_told_before_anything_is_sent(self):
         with Camera() as camera:
             for arguments, told in (
-                    ("mvoe up", '"mvoe"'),
+                    ("mvoe up", "do you mean move?"),
                     ("", "a command is missing"),
                     ("preset", "preset: a command is missing"),
                     ("move", "direction"),
@@ -149,6 +149,7 @@ class ExitCodes(unittest.TestCase):
                     ("-o Port=two info", "Port"),
                     ("-o ZoomStep=0.5 info", "ZoomStep"),
                     ("-o Reset=maybe info", "Reset"),
+                    ("--address 10.0.0.5:99999 info", "a port from 1 to 65535"),
                     ("--driver nobody info", '"nobody"'),
                     ("--driver qvptzsimple.simple info", "not in this build"),  # another library's
             ):
