@@ -90,6 +90,11 @@ class PageFile {
  public:
   explicit PageFile(const std::string& path) : Path_(path), Draft_(path + ".part") {
     if (path.empty()) return;
+    // The page would take the place of a device or a link to one, and of a folder in vain.
+    std::error_code none;
+    if (const auto there = std::filesystem::status(path, none);
+        std::filesystem::exists(there) && !std::filesystem::is_regular_file(there))
+      throw UsageError("--html: " + path + " cannot be written: it is no plain file");
     File_.open(Draft_, std::ios::binary);
     if (!File_) throw UsageError("--html: " + path + " cannot be written: " + Reason());
   }

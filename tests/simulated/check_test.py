@@ -115,7 +115,8 @@ class Asking(unittest.TestCase):
     def test_wrong_words_are_told_before_anything_moves(self):
         with Camera(make="meritlilin") as camera:
             for words, told in ((["--preset", "128"], "128 presets, counted from 0"), (["--preset", "-1"], "--preset"),
-                                (["--html", "/nowhere/at/all.html"], "/nowhere/at/all.html cannot be written")):
+                                (["--html", "/nowhere/at/all.html"], "/nowhere/at/all.html cannot be written"),
+                                (["--html", "/dev/null"], "no plain file")):
                 with self.subTest(words):
                     before = camera.ask("state")
                     code, _, err = ptzctl(*camera.options(), "check", "--move", *words)
