@@ -6,9 +6,11 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <fstream>
 #include <functional>
@@ -208,6 +210,13 @@ int Run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    // The parser says only that a make is missing.
+    const auto rest = app.remaining(true);
+    if (error.get_exit_code() != 0 && app.get_subcommands().empty() && !rest.empty()) {
+      std::cerr << "ptzsim: there is no make \"" << Printable(rest.front()) << "\"; ptzsim --help lists them"
+                << std::endl;
+      return 2;
+    }
     return app.exit(error) == 0 ? 0 : 2;
   }
 
@@ -218,6 +227,13 @@ int Run(int argc, char** argv) {
 
   std::unique_ptr<Simulator> simulator;
   std::optional<Announcer> announcer;
+  std::ofstream log;
+  const auto failsToLog = [&](const std::ofstream& file) {
+    if (!file)
+      std::cerr << "ptzsim: --log: " << logFile << " cannot be written: " << std::strerror(errno)
+                << std::endl;
+    return !file;
+  };
   try {
     const auto name = app.get_subcommands().front()->get_name();
     simulator = builders.at(name)(port);
@@ -230,6 +246,10 @@ int Run(int argc, char** argv) {
     std::cerr << "ptzsim: " << error.what() << std::endl;
     return 2;
   }
+  if (!logFile.empty() && logFile != "-") {
+    log.open(logFile);
+    if (failsToLog(log)) return 2;
+  }
   Serve(*simulator, untilEof);
   announcer.reset();
 
@@ -237,12 +257,8 @@ int Run(int argc, char** argv) {
   if (logFile == "-") {
     std::cout << Print(Report(*simulator)) << std::endl;
   } else if (!logFile.empty()) {
-    std::ofstream file(logFile);
-    file << Print(Report(*simulator)) << '\n';
-    if (!file.flush()) {
-      std::cerr << "ptzsim: " << logFile << " cannot be written" << std::endl;
-      return 2;
-    }
+    log << Print(Report(*simulator)) << std::endl;
+    if (failsToLog(log)) return 2;
   }
   const auto violations = simulator->Log().Violations();
   for (const auto& violation : violations)

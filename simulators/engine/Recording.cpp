@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "simulators/engine/Message.h"
 
@@ -213,8 +215,16 @@ class Reader {
 }  // namespace
 
 Recording ReadRecording(const std::string& file) {
+  const auto cannot = [&](const std::string& why) {
+    return std::runtime_error(file + ": the file cannot be read: " + why);
+  };
+  std::error_code none;
+  // A folder has no lines, a device or a pipe perhaps no end.
+  if (const auto status = std::filesystem::status(file, none);
+      std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+    throw cannot("it is no plain file");
   std::ifstream input(file, std::ios::binary);
-  if (!input) throw std::runtime_error(file + ": the file cannot be read: " + std::strerror(errno));
+  if (!input) throw cannot(std::strerror(errno));
   Reader reader;
   std::size_t at = 0;
   try {

@@ -197,6 +197,11 @@ class Failures(Folder):
                 self.assertEqual((done.returncode, done.stdout), (2, ""))
                 self.assertIn(f"{path}: line {line}: ", done.stderr)
                 self.assertIn(told, done.stderr)
+        for words, told in ((["replay", "/dev/zero"], "no plain file"), (["rplay", path], 'no make "rplay"'),
+                            (["axis", "--log", "/no/folder"], "--log: /no/folder cannot be written")):
+            done = subprocess.run([*PTZSIM, *words], capture_output=True, text=True, timeout=DEADLINE)
+            self.assertEqual((done.returncode, done.stdout), (2, ""))
+            self.assertIn(told, done.stderr)
 
 
 if __name__ == "__main__":
