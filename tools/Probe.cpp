@@ -15,6 +15,7 @@
 #include "Connection.h"
 #include "ExchangeLog.h"
 #include "Makes.h"
+#include "Session.h"
 #include "Words.h"
 #include "common/ASCII.h"
 #include "common/Credentials.h"
@@ -464,19 +465,16 @@ ProbeResult ProbeCamera(const ProbeSettings& settings) {
 }
 
 int RunProbe(const Invocation& invocation, Report& report) {
-  if (invocation.Address.empty() == invocation.Line.empty())
-    throw UsageError("probe: an address or, with --line, a serial line is wanted");
+  const auto [address, line] = PlaceOf(invocation);
   const auto log = std::make_shared<ExchangeLog>(invocation.Trace);
   const auto begin = SteadyClock::now();
   const auto result =
-      ProbeCamera({.Address = invocation.Address,
-                   .Line = invocation.Line,
+      ProbeCamera({.Address = address,
+                   .Line = line,
                    .Only = invocation.Driver.empty() ? nullptr : &FindDriver(invocation.Driver),
                    .Time = invocation.Time.value_or(DefaultTime),
                    .Exchanges = log});
-  const auto& address = invocation.Address;
-  auto outcome =
-      OutcomeOf(result, address.empty() ? invocation.Line : address.substr(address.rfind('@') + 1));
+  auto outcome = OutcomeOf(result, address.empty() ? line : address.substr(address.rfind('@') + 1));
   outcome.Took = SteadyClock::now() - begin;
   if (outcome.Result == Result::NoConnection)
     outcome.Text += ", for " + Seconds(std::chrono::duration_cast<Milliseconds>(*outcome.Took)) + "; " +

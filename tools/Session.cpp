@@ -68,6 +68,13 @@ void TakeLogin(ptzd::NamedCamera& camera, const Invocation& invocation) {
     throw UsageError("--user: there is no address to log in at");
 }
 
+ptzd::AskPassword AskingUntil(const Interruption* interruption) {
+  return [interruption](const std::string& question) {
+    return ptzd::AskAtTerminal(question, false,
+                               [=] { return interruption != nullptr && interruption->Came(); });
+  };
+}
+
 }  // namespace
 
 const ptzd::DriverClass& DriverOf(const Invocation& invocation) {
@@ -97,10 +104,7 @@ ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& repo
   }
   TakeLogin(camera, invocation);
   camera.Settings.Options = options.Contents();
-  auto settings = ptzd::SettingsOf(camera, [&](const std::string& question) {
-    return ptzd::AskAtTerminal(question, false,
-                               [&] { return interruption != nullptr && interruption->Came(); });
-  });
+  auto settings = ptzd::SettingsOf(camera, AskingUntil(interruption));
   options.Contents(settings.Options);
   KeepMasked(options.Text("Address"));
   // What is sent is what was asked for: nothing is looked at again and again, and nobody else reconnects.
@@ -108,6 +112,21 @@ ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& repo
   settings.Reconnects = false;
   settings.StopTime = invocation.StopTime;
   return settings;
+}
+
+CameraPlace PlaceOf(const Invocation& invocation) {
+  auto camera =
+      invocation.Camera.empty() ? ptzd::NamedCamera{.Name = invocation.Address} : FindCamera(invocation);
+  if (!invocation.Address.empty()) camera.Address = CheckedAddress(invocation.Address);
+  if (!invocation.Line.empty()) camera.Line = invocation.Line;
+  if (camera.Address.empty() == camera.Line.empty())
+    throw UsageError("an address or, with --line, a serial line is wanted");
+  TakeLogin(camera, invocation);
+  if (!camera.User.empty())
+    camera.Address =
+        AddressFor(camera.Address, LoginOf(camera.Name, camera.User, camera.Password, AskingUntil(nullptr)));
+  KeepMasked(camera.Address);
+  return {camera.Address, camera.Line};
 }
 
 std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,

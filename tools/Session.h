@@ -19,6 +19,13 @@ const ptzd::DriverClass& DriverOf(const Invocation& invocation);
 /// until there is an interruption. Raises `UsageError`.
 ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& report,
                                 const Interruption* interruption = nullptr);
+struct CameraPlace {
+  std::string Address;  ///< with its login; or
+  std::string Line;
+};
+/// Where the camera is that a command line names, whatever its driver. May ask for a password. Raises
+/// `UsageError`.
+CameraPlace PlaceOf(const Invocation& invocation);
 /// The camera that a command line names, not connected yet. One that is attended is watched while it moves
 /// and connected again when its link was lost. Raises `UsageError`, and `Interrupted` while a password is
 /// asked for.

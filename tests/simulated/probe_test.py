@@ -5,11 +5,13 @@ Usage: probe_test.py PTZCTL PTZSIM [RUNNER]"""
 
 import http.server
 import json
+import os
 import socket
 import socketserver
 import sys
 import threading
 import unittest
+from unittest import mock
 
 from ptzctl_test import Camera, ON_HTTP, WINDOWS, ptzctl
 
@@ -136,6 +138,8 @@ class Probe(unittest.TestCase):
                     self.assertEqual((outcome["values"]["login"], verdicts[0]), (told, ("Axis", first)))
                     self.assertNotIn("secret", json.dumps(outcome))
                     self.assertTrue(tries[0] <= logins() <= tries[1], logins())
+            with mock.patch.dict(os.environ, {"PTZD_PASSWORD": "secret"}):  # which need not stand on a command line
+                self.assertEqual(probe("--user", "root", camera.address)[2][0], ("Axis", "proven"))
 
     def test_a_make_that_is_said_but_whose_page_is_not_there_is_only_possible(self):
         server = web_server(status=404, fields={"Server": "Panasonic AVC Server/1.02"})
