@@ -77,10 +77,11 @@ class Questions {
   bool Asked_ = false;
 };
 
-/// What was given, or what somebody answers; asked again until it is something that `check` takes.
+/// What was given, or what somebody answers; asked again until it is something that `check` takes,
+/// or, where it may be, empty.
 template <typename Check>
 std::string Demand(Questions& questions, const std::string& given, const char* option,
-                   const std::string& question, Check check) {
+                   const std::string& question, Check check, bool mayBeEmpty = false) {
   if (!given.empty()) {
     check(given);
     return given;
@@ -89,6 +90,7 @@ std::string Demand(Questions& questions, const std::string& given, const char* o
     const auto answer = questions.Ask(question);
     if (!answer) throw UsageError(std::string(option) + " is missing, and there is no terminal to ask at");
     try {
+      if (answer->empty() && mayBeEmpty) return {};
       if (answer->empty()) continue;
       check(*answer);
       return *answer;
@@ -98,10 +100,13 @@ std::string Demand(Questions& questions, const std::string& given, const char* o
   }
 }
 
-/// As somebody says it.
-const ptzd::DriverClass& AskForDriver(Questions& questions) {
-  return FindDriver(Demand(questions, {}, "--driver", "Driver (ptzctl drivers lists them): ",
-                           [](const std::string& word) { FindDriver(word); }));
+/// As somebody says it; null where it is left open.
+const ptzd::DriverClass* AskForDriver(Questions& questions, bool mayBeOpen) {
+  const auto word = Demand(
+      questions, {}, "--driver",
+      mayBeOpen ? "Driver (found out where empty): " : "Driver (ptzctl drivers lists them): ",
+      [](const std::string& answer) { FindDriver(answer); }, mayBeOpen);
+  return word.empty() ? nullptr : &FindDriver(word);
 }
 
 /// The login of a camera, as far as it is known without asking anybody.
@@ -125,7 +130,7 @@ const ptzd::DriverClass& FindOutDriver(const std::string& address, bool trace, Q
   const auto summary = Summary(result, address.substr(address.rfind('@') + 1));
   if (!ptzd::HasTerminal()) throw UsageError("--driver is missing, and could not be found out: " + summary);
   std::cerr << "ptzctl: " << Printable(summary) << std::endl;
-  return AskForDriver(questions);
+  return *AskForDriver(questions, false);
 }
 
 /// Where the password is to come from; a password itself where it is to be kept.
@@ -167,7 +172,7 @@ NamedCamera Complete(const Invocation& invocation, const CameraToAdd& add, Quest
   if (!invocation.Driver.empty())
     driver = &FindDriver(invocation.Driver);
   else if (invocation.Address.empty())
-    driver = &AskForDriver(questions);
+    driver = AskForDriver(questions, invocation.Line.empty());
   const bool onLine = driver != nullptr && !driver->Data->Reads("Address");
   if (onLine) {
     if (!invocation.Address.empty())

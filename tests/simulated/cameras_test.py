@@ -283,6 +283,13 @@ class Adding(Named):
             self.assertEqual(process.returncode, 2)
             self.assertIn("--driver is missing, and could not be found out: ", process.stderr)
             self.assertEqual(self.file.read_text(), text)
+            person = Person("add", "yard")
+            for question, answer in (("Driver", ""), ("Address", camera.address), ("User", "operator"),
+                                     ("Password", PASSWORD), ("Options", "")):
+                person.answer(question, answer + "\n")
+            code, seen = person.end()
+            self.assertEqual(code, 0, seen)
+            self.assertEqual(ptzctl("@yard", "position")[0], 0)
 
     def test_of_what_cannot_be_changes_nothing(self):
         self.write("", 0o644)
