@@ -85,24 +85,23 @@ Subject SubjectOf(const Invocation& invocation, const Report& report, const Inte
   return subject;
 }
 
-/// A file that takes its name when it is whole.
+/// A file that takes its name when it is whole. What is no file, as a device, is written to and stays what
+/// it is.
 class PageFile {
  public:
-  explicit PageFile(const std::string& path) : Path_(path), Draft_(path + ".part") {
+  explicit PageFile(const std::string& path) : Path_(path) {
     if (path.empty()) return;
-    // The page would take the place of a device or a link to one, and of a folder in vain.
-    std::error_code none;
-    if (const auto there = std::filesystem::status(path, none);
-        std::filesystem::exists(there) && !std::filesystem::is_regular_file(there))
-      throw UsageError("--html: " + path + " cannot be written: it is no plain file");
-    File_.open(Draft_, std::ios::binary);
+    std::error_code isAbsent;
+    const auto status = std::filesystem::status(path, isAbsent);
+    if (std::filesystem::is_directory(status)) throw UsageError("--html: " + path + " is a folder");
+    if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) Draft_ = path + ".part";
+    File_.open(Draft_.empty() ? path : Draft_, std::ios::binary);
     if (!File_) throw UsageError("--html: " + path + " cannot be written: " + Reason());
   }
   ~PageFile() {
-    if (!File_.is_open()) return;
     File_.close();
     std::error_code ignored;  // the draft is nobody's
-    std::filesystem::remove(Draft_, ignored);
+    if (!Draft_.empty()) std::filesystem::remove(Draft_, ignored);
   }
   PageFile(const PageFile&) = delete;
   PageFile& operator=(const PageFile&) = delete;
@@ -113,15 +112,19 @@ class PageFile {
     File_ << page;
     if (!File_.flush()) return Path_ + " cannot be written: " + Reason();
     File_.close();
+    if (Draft_.empty()) return {};
     std::error_code problem;
     std::filesystem::rename(Draft_, Path_, problem);
-    return problem ? Path_ + " cannot be written: " + problem.message() : "";
+    if (problem) return Path_ + " cannot be written: " + problem.message();
+    Draft_.clear();
+    return {};
   }
 
  private:
   static std::string Reason() { return std::generic_category().message(errno); }
 
-  const std::string Path_, Draft_;
+  const std::string Path_;
+  std::string Draft_;  ///< empty where there is none
   std::ofstream File_;
 };
 
@@ -266,6 +269,7 @@ int RunCheck(const Invocation& invocation, Report& report) {
     return ExitCodeOf(interruption.Signal());
   }
   const auto scope = ScopeOf(subject, invocation, report, interruption);
+  if (interruption.Came()) return ExitCodeOf(interruption.Signal());  // at the question
   const auto log = std::make_shared<ExchangeLog>(
       invocation.Trace,
       invocation.Record.empty()
