@@ -232,6 +232,8 @@ void Checks::NeedsMoving() const {
   NeedsConnection();
   if (!Scope_.Moves) Skip(Scope_.WhyStill);
   if (!WhyStill_.empty()) Skip(WhyStill_);
+  if (Interruption_.Came()) throw Interrupted();
+  if (!Start_) Skip("where it is could not be read");
 }
 
 // Without moving.

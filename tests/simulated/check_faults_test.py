@@ -59,6 +59,7 @@ class Faults(unittest.TestCase):
             (lambda: Camera("--fault", "silent"), None, "F----------", "tried for 5"),
             (lambda: Camera("--user", "a", "--password", "b"), None, "pF---------", "401 Unauthorized"),
             (lambda: Camera("--head", "none"), None, "ppF--------", "does not support PTZ"),
+            (Camera, "next=99,at=query=position,status=503 Busy", "ppFF-------", None),
             (lambda: FaultyCamera(told("tilt=.*", "tilt=900")), None, "pppF", "tilt 900 is not between"),
             (lambda: FaultyCamera(told("pan=.*", lambda _: f"pan={next(seen) % 90}")), None, "pppF-------", "not at rest"),
             (lambda: FaultyCamera(told("pan=(.*)", "pan=20")), None, "ppppFp", "did not move"),
