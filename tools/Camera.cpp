@@ -282,7 +282,10 @@ Outcome Camera::ReadPosition() {
   Telling telling(*this, "position");
   auto& told = telling.Told;
   if (!telling.NeedsConnection()) return telling.Done();
-  telling.Judge(Await(Control_.ReadPosition().Done));
+  const auto reading = Control_.ReadPosition().Done;
+  while (reading.wait_for(Look) != std::future_status::ready)
+    if (Interruption_.Came()) throw Interrupted();  // it comes behind the stop, and nobody wants it any more
+  telling.Judge(reading.get());
   if (told.Result != Result::Done) return telling.Done();
   told.Position = Position();
   if (told.Position->Kind == PositionKind::Unknown)
@@ -361,6 +364,7 @@ Wish Camera::Begin(bool moves, const std::function<Wish()>& wish) {
   const std::lock_guard lock(Mutex_);
   if (Interruption_.Came()) throw Interrupted();
   MayMove_ = MayMove_ || moves;
+  if (moves) Stopping_.reset();  // what was stopped before is not what begins
   return wish();
 }
 

@@ -303,6 +303,7 @@ void OperateTyped(Session& session, const Camera& camera, Interruption& interrup
   while (const auto line = next()) {
     if (IsQuit(*line)) break;
     session.Operate(*line);
+    if (interruption.Came() && camera.MayMove()) session.Operate("stop");  // and what became of it is told
     interruption.Forgive(SIGINT);
     if (session.IsOver()) break;
   }

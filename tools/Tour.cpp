@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <iterator>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -82,7 +83,12 @@ class Glide {
     if (isDriven) {
       auto stopped = Camera_.Stop();
       Keep(stopped);
-      if (outcome.Result == Result::Done) outcome = std::move(stopped);
+      if (outcome.Result == Result::Done) {
+        outcome = std::move(stopped);
+      } else {
+        outcome.Stop = stopped.Stop;
+        std::ranges::move(stopped.Notes, std::back_inserter(outcome.Notes));
+      }
     }
     outcome.Exchanges = std::move(Exchanges_);
     return outcome;
@@ -134,7 +140,11 @@ Operation OperationOf(const TourStop& stop, const Tour& tour, const std::string&
                        perform = std::move(operation.Perform)](Camera& camera) {
     Outcome glided;
     if (stop.Speed) glided = Glide(camera, *stop.To.Pan, *stop.To.Tilt, *stop.Speed, arrive).Run();
-    if (glided.Result != Result::Done) return glided;
+    if (glided.Result != Result::Done) {
+      glided.Operation = "move-to";
+      glided.Text = number + " " + glided.Text;
+      return glided;
+    }
     auto outcome = perform(camera);
     outcome.Exchanges.insert(outcome.Exchanges.begin(), glided.Exchanges.begin(), glided.Exchanges.end());
     const bool cannotTell = outcome.Result == Result::NotArrived && outcome.Became == WishResult::Sent;

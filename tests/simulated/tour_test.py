@@ -59,6 +59,17 @@ class Tours(unittest.TestCase):
             self.assertEqual(tour.returncode, 130)
             self.assertFalse(camera.is_moving())
 
+    def test_a_stop_that_is_not_taken_on_the_way_is_told(self):
+        with Camera() as camera:
+            tour = subprocess.Popen([*self.command(camera.address, "[[stop]]\npan = 100\ntilt = 0\nspeed = 1\n"),
+                                     "--stop-time", "1s"], stdout=subprocess.PIPE, text=True)
+            while not camera.head()["moving"]:
+                pass
+            camera.process.kill()
+            last = json.loads(tour.communicate(timeout=DEADLINE)[0].splitlines()[-1])
+            self.assertEqual((last["operation"], last["exit"]), ("move-to", 1))
+            self.assertIn("the camera may still be moving", last["notes"])
+
     def test_a_wrong_file_is_told_before_anything_is_sent(self):
         with Camera() as camera:
             for text, where, expected in (
