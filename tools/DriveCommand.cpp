@@ -360,7 +360,8 @@ int RunDrive(const Invocation& invocation, Report& report) {
     throw UsageError(problem.what());
   }
   if (outcome.Result != Result::Done || outcome.Stop) report.Show(outcome);
-  return outcome.ExitCode();
+  const int code = outcome.ExitCode();
+  return code == 0 && !camera->IsRecorded() ? static_cast<int>(Result::Refused) : code;
 }
 
 }  // namespace ptzctl

@@ -263,7 +263,8 @@ Telling Pilot::LastWish() const {
   const bool isMissing = outcome.Result == WishResult::Unsupported;
   const auto meaning = Meaning(outcome);
   auto detail = outcome.Text == meaning ? "" : outcome.Text;
-  if (outcome.Result == WishResult::NotSent && detail.empty()) detail = "this camera has no such thing";
+  if (outcome.Result == WishResult::NotSent && detail.empty())
+    detail = "it is there already, or this camera has no such thing";
   return {IsDone(outcome.Result) || isStopped ? Mood::Calm
           : isMissing                         ? Mood::Doubtful
                                               : Mood::Bad,
