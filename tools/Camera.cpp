@@ -259,6 +259,7 @@ Outcome Camera::Stop() {
 
 void Camera::BringToRest(Outcome& outcome) {
   const auto stopped = AwaitStop();
+  IsUnstopped_ = false;
   outcome.Stop = stopped;
   Drive_.reset();
   MayMove_ = false;
@@ -275,7 +276,9 @@ void Camera::BringToRest(Outcome& outcome) {
     outcome.Result = ResultOf(stopped);
     outcome.Text = stopped.Text;
   }
-  if (stopped.Result != WishResult::Unsupported) outcome.Notes.emplace_back(MayStillMove);
+  if (stopped.Result == WishResult::Unsupported) return;
+  IsUnstopped_ = true;
+  outcome.Notes.emplace_back(MayStillMove);
 }
 
 Outcome Camera::ReadPosition() {
@@ -364,6 +367,7 @@ Wish Camera::Begin(bool moves, const std::function<Wish()>& wish) {
   const std::lock_guard lock(Mutex_);
   if (Interruption_.Came()) throw Interrupted();
   MayMove_ = MayMove_ || moves;
+  if (moves) IsUnstopped_ = false;
   if (moves) Stopping_.reset();  // what was stopped before is not what begins
   return wish();
 }

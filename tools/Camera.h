@@ -46,6 +46,8 @@ class Camera {
 
   /// A drive goes on.
   bool IsDriven() const { return Drive_.has_value(); }
+  /// The last stop was not taken, and nothing has been begun since.
+  bool IsUnstopped() const { return IsUnstopped_; }
   /// Something that was begun here may be moving.
   bool MayMove() const { return MayMove_; }
   /// Blocks until ptzctl is interrupted, or the drive is over by itself, which is told.
@@ -108,6 +110,7 @@ class Camera {
 
   std::mutex Mutex_;  ///< of a wish beginning and a signal coming
   std::atomic<bool> MayMove_ = false;
+  bool IsUnstopped_ = false;
   std::optional<std::shared_future<ptzd::WishOutcome>> Stopping_;
 };
 

@@ -295,7 +295,7 @@ void OperateTyped(Session& session, const Camera& camera, Interruption& interrup
   const NextLine next = [&]() -> std::optional<std::string> {
     while (const auto line = editor.Next()) {
       if (!line->IsGivenUp) return line->Text;
-      if (camera.MayMove()) session.Operate("stop");
+      if (camera.MayMove() || camera.IsUnstopped()) session.Operate("stop");
     }
     return std::nullopt;
   };
@@ -307,6 +307,8 @@ void OperateTyped(Session& session, const Camera& camera, Interruption& interrup
     interruption.Forgive(SIGINT);
     if (session.IsOver()) break;
   }
+  // Somebody typed since then, and the camera may be there again.
+  if (camera.IsUnstopped() && !session.IsOver()) session.Operate("stop");
 }
 
 void OperateShell(Session& session, const Camera& camera, Interruption& interruption) {

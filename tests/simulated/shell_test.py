@@ -68,6 +68,23 @@ class Shell(AtTerminal):
             again.send("\x04")
             again.expect(pexpect.EOF)
 
+    def test_a_stop_that_was_not_taken_is_tried_again_at_the_end(self):
+        with Camera() as camera:
+            terminal = self.spawn(PTZCTL, "--driver", "Axis", "--address", camera.address, "--stop-time", "1s", "shell")
+            terminal.expect(PROMPT)
+            terminal.send("continuous 1 0\r")
+            terminal.expect("GET.*continuouspantiltmove")
+            camera.process.stdin.write("fault refuse\n")
+            self.assertTrue(camera.is_moving())
+            terminal.send("\x03")
+            terminal.expect("may still be moving")
+            camera.process.stdin.write("clear\n")
+            self.assertTrue(camera.is_moving())
+            terminal.send("quit\r")
+            terminal.expect("Stopped")
+            terminal.expect(pexpect.EOF)
+            self.assertFalse(camera.is_moving())
+
     def test_ctrl_c_ends_the_motion_and_not_the_shell(self):
         with Camera() as camera:
             terminal = self.shell(camera)
