@@ -100,8 +100,8 @@ const DriverData Axis::Data = {
     .PanRange = ValueRange{-MaxAngle, MaxAngle, "degrees", Beyond::GoesAround},
     .TiltRange = ValueRange{-MaxAngle, MaxAngle, "degrees", Beyond::Limited},
     .ZoomRange = ValueRange{.Least = 0, .Unit = "zoom steps"},
-    .PanSpeed = ValueRange{-50, 50, "2 % of the fastest"},
-    .TiltSpeed = ValueRange{-50, 50, "2 % of the fastest"},
+    .PanSpeed = ValueRange{-50, 50, "fiftieths of the fastest"},
+    .TiltSpeed = ValueRange{-50, 50, "fiftieths of the fastest"},
     .ZoomSpeed = ValueRange{-10, 10, "squared % of the fastest"},
     .MovesToConnect = ConnectMovement::OnSomeModels,  // to the reference position of a relative head
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},

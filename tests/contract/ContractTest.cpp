@@ -255,7 +255,7 @@ std::vector<Member> MembersOf(const test::Subject& held) {
 /// What a fact of the table says of the camera; behind it stands what the driver declares.
 std::string Behaviour(const std::string& fact) { return fact.substr(0, fact.find(" | ")); }
 
-/// A declared range as the table writes it: "-50..50 2 % of the fastest, passed on". A sign has no unit.
+/// A declared range as the table writes it: "-50..50 fiftieths of the fastest, passed on". A sign has none.
 std::string Text(const std::optional<ValueRange>& declared) {
   if (!declared) return "";
   static const std::map<Beyond, const char*> behind{{Beyond::SignOnly, "sign only"},

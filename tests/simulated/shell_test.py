@@ -70,15 +70,15 @@ class Shell(AtTerminal):
 
     def test_a_stop_that_was_not_taken_is_tried_again_at_the_end(self):
         with Camera() as camera:
-            terminal = self.spawn(PTZCTL, "--driver", "Axis", "--address", camera.address, "--stop-time", "1s", "shell")
+            terminal = self.spawn(*PTZCTL, *camera.options(), "--stop-time", "1s", "shell")
             terminal.expect(PROMPT)
             terminal.send("continuous 1 0\r")
             terminal.expect("GET.*continuouspantiltmove")
-            camera.process.stdin.write("fault refuse\n")
+            camera.say("fault refuse")
             self.assertTrue(camera.is_moving())
             terminal.send("\x03")
             terminal.expect("may still be moving")
-            camera.process.stdin.write("clear\n")
+            camera.say("clear")
             self.assertTrue(camera.is_moving())
             terminal.send("quit\r")
             terminal.expect("Stopped")

@@ -63,8 +63,7 @@ class Tours(unittest.TestCase):
         with Camera() as camera:
             tour = subprocess.Popen([*self.command(camera.address, "[[stop]]\npan = 100\ntilt = 0\nspeed = 1\n"),
                                      "--stop-time", "1s"], stdout=subprocess.PIPE, text=True)
-            while not camera.head()["moving"]:
-                pass
+            camera.wait_for(camera.is_moving, "moved")
             camera.process.kill()
             last = json.loads(tour.communicate(timeout=DEADLINE)[0].splitlines()[-1])
             self.assertEqual((last["operation"], last["exit"]), ("move-to", 1))
