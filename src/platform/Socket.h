@@ -21,8 +21,9 @@ class Socket {
   /// Blocks for at most so many milliseconds.
   virtual std::int32_t Connect(const std::string& address, std::uint16_t port, std::int32_t timeout) = 0;
   /// Sends a whole message, blocking for at most so many milliseconds when the other side takes nothing. What
-  /// the other side sends is thrown away. A message that could not be sent as a whole ends the connection, so
-  /// that no later one follows half a message, and every later one fails at once.
+  /// the other side sends is thrown away, and a connection that it has closed takes no message. A message
+  /// that could not be sent as a whole ends the connection, so that no later one follows half a message, and
+  /// every later one fails at once.
   virtual std::int32_t Send(std::span<const std::uint8_t> message, std::int32_t timeout) = 0;
 };
 

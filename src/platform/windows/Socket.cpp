@@ -74,7 +74,10 @@ class TCPSocket final : public Socket {
 
   std::int32_t Send(std::span<const std::uint8_t> message, std::int32_t timeout) override {
     if (Socket_ == INVALID_SOCKET) return WSAENOTCONN;
-    DropInput();
+    if (!DropInput()) {
+      Close();
+      return WSAECONNRESET;
+    }
     const auto deadline = DeadlineIn(timeout);
     while (!message.empty()) {
       const int sent =
@@ -96,12 +99,15 @@ class TCPSocket final : public Socket {
 
  private:
   /// Unread input would in the end block the other side, and turn our close into a reset that may overtake
-  /// the last message.
-  void DropInput() const {
+  /// the last message. False where the other side has closed: the system would still take a message, which
+  /// nobody reads.
+  bool DropInput() const {
     std::array<char, 1024> piece;
-    for (int pieces = 0; pieces < 64 && recv(Socket_, piece.data(), static_cast<int>(piece.size()), 0) > 0;
-         ++pieces) {
+    for (int pieces = 0; pieces < 64; ++pieces) {
+      const int size = recv(Socket_, piece.data(), static_cast<int>(piece.size()), 0);
+      if (size <= 0) return size != 0;
     }
+    return true;
   }
 
   void Close() {
