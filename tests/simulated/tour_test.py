@@ -69,6 +69,12 @@ class Tours(unittest.TestCase):
             self.assertEqual((last["operation"], last["exit"]), ("move-to", 1))
             self.assertIn("the camera may still be moving", last["notes"])
 
+    def test_the_tour_of_the_document_is_one(self):
+        with open(os.path.join(os.path.dirname(__file__), "../../docs/ptzctl.md"), encoding="utf-8") as document:
+            tour = document.read().split("## Tours")[1].split("```toml\n")[1].split("```")[0]
+        code, told = self.run_tour("127.0.0.1:1", tour)  # where nobody is: it comes as far as connecting
+        self.assertEqual((code, told[0]["operation"]), (3, "connect"))
+
     def test_a_wrong_file_is_told_before_anything_is_sent(self):
         with Camera() as camera:
             for text, where, expected in (
