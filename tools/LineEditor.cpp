@@ -52,10 +52,10 @@ class Editor final : public LineEditor {
     el_source(Line_, nullptr);  // the user's own keys
     // Ctrl-C is a key here, so that it ends a line and a motion but not the shell.
     el_set(Line_, EL_SETTY, "-d", "-isig", nullptr);
-    Bind("ptzctl-complete", "Complete a word", &CompleteWord, "^I");
-    Bind("ptzctl-give-up", "Give up the line", &GiveUp, "^C");
-    Bind("ptzctl-suspend", "Suspend", &Suspend, "^Z");
-    Bind("ptzctl-quit", "Quit at once", &QuitAtOnce, "^\\");
+    Bind(L"ptzctl-complete", L"Complete a word", &CompleteWord, L"^I");
+    Bind(L"ptzctl-give-up", L"Give up the line", &GiveUp, L"^C");
+    Bind(L"ptzctl-suspend", L"Suspend", &Suspend, L"^Z");
+    Bind(L"ptzctl-quit", L"Quit at once", &QuitAtOnce, L"^\\");
   }
 
   ~Editor() override {
@@ -86,9 +86,11 @@ class Editor final : public LineEditor {
     return *static_cast<Editor*>(editor);
   }
 
-  void Bind(const char* name, const char* help, unsigned char (*function)(EditLine*, int), const char* key) {
-    el_set(Line_, EL_ADDFN, name, help, function);
-    el_set(Line_, EL_BIND, key, name, nullptr);
+  /// Wide, since the library never frees its copies of other names.
+  void Bind(const wchar_t* name, const wchar_t* help, unsigned char (*function)(EditLine*, int),
+            const wchar_t* key) {
+    el_wset(Line_, EL_ADDFN, name, help, function);
+    el_wset(Line_, EL_BIND, key, name, nullptr);
   }
 
   static const char* Prompt(EditLine* line) { return Of(line).Settings_.Prompt.c_str(); }
