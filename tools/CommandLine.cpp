@@ -305,101 +305,7 @@ int ShowOptions(const Invocation& invocation, Report& report) {
   return ShowOnce(report, ListOptions(DriverOf(invocation)));
 }
 
-/// The commands for cameras by name, which may also stand there as "@gate".
-void DeclareCameras(CLI::App& app, Invocation& invocation) {
-  app.add_subcommand("cameras", "The cameras that there are by name")->callback([&invocation] {
-    invocation.Perform = ShowCameras;
-  });
-  const auto named = [&](const char* name, const char* help) {
-    auto* command = app.add_subcommand(name, help);
-    command
-        ->add_option_function<std::string>(
-            "NAME",
-            [&invocation](const std::string& word) {
-              invocation.Camera = word.substr(word.starts_with('@') ? 1 : 0);
-            },
-            "The camera's name")
-        ->required()
-        ->type_name("");
-    return command;
-  };
-  auto* add =
-      named("add", "Give a camera a name: add gate --driver Axis --address 192.168.0.90 --user operator");
-  const auto details = std::make_shared<CameraToAdd>();
-  auto* file =
-      add->add_option("--password-file", details->PasswordFile, "A file that only its owner may read");
-  auto* variable =
-      add->add_option("--password-env", details->PasswordVariable, "A variable of the environment");
-  auto* keyring =
-      add->add_flag("--keyring", details->InKeyring, "Ask for the password and keep it in the keyring");
-  file->type_name("FILE")->excludes(variable)->excludes(keyring);
-  variable->type_name("NAME")->excludes(keyring);
-  add->add_flag("--replace", details->Replaces, "Take the place of a camera of that name");
-  add->callback([&invocation, details] {
-    invocation.Perform = [details](const Invocation& parsed, Report& report) {
-      return AddCamera(parsed, *details, report);
-    };
-  });
-  auto* remove = named("remove", "Forget the name of a camera");
-  remove->get_option("NAME")->type_name("CAMERA");
-  remove->callback([&invocation] { invocation.Perform = RemoveCamera; });
-}
-
-void DeclareCheck(CLI::App& app, Invocation& invocation) {
-  auto* check = app.add_subcommand(
-      "check",
-      "Examine a camera and its driver, moving it a little and putting it back where that is allowed");
-  check->add_flag("--move", invocation.Moves, "Move the camera; a terminal is asked when not given");
-  check
-      ->add_option_function<std::string>(
-          "--preset",
-          [&](const std::string& word) {
-            invocation.Preset = ReadWholeNumber("--preset", word);
-            if (*invocation.Preset < 0) throw UsageError("--preset: they are counted from 0");
-          },
-          "Overwrite this preset, to find it again and to put the camera back by it")
-      ->type_name("NUMBER");
-  check->add_option("--html", invocation.Page, "Write the report to this file, as a page of its own")
-      ->type_name("FILE");
-#ifdef _WIN32
-  check->add_flag("--com", invocation.ByCOM,
-                  "Have the driver from COM, by its ProgID, also where ptzctl has it itself");
-#endif
-  check->callback([&] { invocation.Perform = RunCheck; });
-}
-
-std::int32_t ReadRounds(const std::string& word) {
-  const auto rounds = ReadWholeNumber("--rounds", word);
-  if (rounds < 0) ptzd::Refuse("--rounds", word, "is less than 0");
-  return rounds;
-}
-
-int PrintCompletionScript(const Invocation& invocation, Report& report);
-int PrintCompletion(const Invocation& invocation, Report& report);
-
-/// The whole command line, declared once: for reading it, for help and for completion.
-class CommandTable {
- public:
-  CommandTable();
-
-  Invocation Read(std::vector<std::string> words);
-
-  CLI::App App{
-      "Operates pan-tilt-zoom cameras: lists the drivers, connects to a camera, does every operation "
-      "and tells each request that it took.",
-      "ptzctl"};
-
- private:
-  Invocation Invocation_;
-  std::optional<OperationParser> Operations_;
-};
-
-CommandTable::CommandTable() {
-  auto& app = App;
-  auto& invocation = Invocation_;
-  app.set_version_flag("--version", "ptzctl " PTZD_VERSION);
-  app.require_subcommand(1);
-  app.fallthrough();
+void DeclareCommonOptions(CLI::App& app, Invocation& invocation) {
   app.add_option(CameraOption, invocation.Camera,
                  "A camera that cameras.toml tells of (see ptzctl cameras); before the command also as @NAME")
       ->type_name("CAMERA")
@@ -443,14 +349,57 @@ CommandTable::CommandTable() {
          [&](const std::string& word) { invocation.StopTime = ReadDuration("--stop-time", word); },
          "How long it is tried to stop a camera that does not take it; 10s when not given")
       ->type_name("TIME");
+}
 
+void DeclareLists(CLI::App& app, Invocation& invocation) {
   app.add_subcommand("drivers", "The drivers there are")->callback([&] { invocation.Perform = ShowDrivers; });
   auto* options = app.add_subcommand("options", "The connection options of a driver");
   options->add_option("driver", invocation.Driver, "Axis or QVPTZ.Axis")->type_name("DRIVER");
   options->callback([&] { invocation.Perform = ShowOptions; });
+}
 
-  DeclareCameras(app, invocation);
+/// The commands for cameras by name, which may also stand there as "@gate".
+void DeclareCameras(CLI::App& app, Invocation& invocation) {
+  app.add_subcommand("cameras", "The cameras that there are by name")->callback([&invocation] {
+    invocation.Perform = ShowCameras;
+  });
+  const auto named = [&](const char* name, const char* help) {
+    auto* command = app.add_subcommand(name, help);
+    command
+        ->add_option_function<std::string>(
+            "NAME",
+            [&invocation](const std::string& word) {
+              invocation.Camera = word.substr(word.starts_with('@') ? 1 : 0);
+            },
+            "The camera's name")
+        ->required()
+        ->type_name("");
+    return command;
+  };
+  auto* add =
+      named("add", "Give a camera a name: add gate --driver Axis --address 192.168.0.90 --user operator");
+  const auto details = std::make_shared<CameraToAdd>();
+  auto* file =
+      add->add_option("--password-file", details->PasswordFile, "A file that only its owner may read");
+  auto* variable =
+      add->add_option("--password-env", details->PasswordVariable, "A variable of the environment");
+  auto* keyring =
+      add->add_flag("--keyring", details->InKeyring, "Ask for the password and keep it in the keyring");
+  file->type_name("FILE")->excludes(variable)->excludes(keyring);
+  variable->type_name("NAME")->excludes(keyring);
+  add->add_flag("--replace", details->Replaces, "Take the place of a camera of that name");
+  add->callback([&invocation, details] {
+    invocation.Perform = [details](const Invocation& parsed, Report& report) {
+      return AddCamera(parsed, *details, report);
+    };
+  });
+  auto* remove = named("remove", "Forget the name of a camera");
+  remove->get_option("NAME")->type_name("CAMERA");
+  remove->callback([&invocation] { invocation.Perform = RemoveCamera; });
+}
 
+/// The commands that find out which camera is where.
+void DeclareSearch(CLI::App& app, Invocation& invocation) {
   auto* probe = app.add_subcommand(
       "probe", "Which make answers at an address; moves and changes nothing, and connects no driver");
   probe->add_option("ADDRESS", invocation.Address, "HOST, HOST:PORT or USER:PASSWORD@HOST:PORT")
@@ -472,9 +421,42 @@ CommandTable::CommandTable() {
             "--time", [&](const std::string& word) { invocation.Time = ReadDuration("--time", word); },
             command == probe ? "For all of it; 10s when not given" : "For all of it; 5s when not given")
         ->type_name("TIME");
+}
 
-  Operations_.emplace(app);
+void DeclareCheck(CLI::App& app, Invocation& invocation) {
+  auto* check = app.add_subcommand(
+      "check",
+      "Examine a camera and its driver, moving it a little and putting it back where that is allowed");
+  check->add_flag("--move", invocation.Moves, "Move the camera; a terminal is asked when not given");
+  check
+      ->add_option_function<std::string>(
+          "--preset",
+          [&](const std::string& word) {
+            invocation.Preset = ReadWholeNumber("--preset", word);
+            if (*invocation.Preset < 0) throw UsageError("--preset: they are counted from 0");
+          },
+          "Overwrite this preset, to find it again and to put the camera back by it")
+      ->type_name("NUMBER");
+  check->add_option("--html", invocation.Page, "Write the report to this file, as a page of its own")
+      ->type_name("FILE");
+#ifdef _WIN32
+  check->add_flag("--com", invocation.ByCOM,
+                  "Have the driver from COM, by its ProgID, also where ptzctl has it itself");
+#endif
+  check->callback([&] { invocation.Perform = RunCheck; });
+}
 
+std::int32_t ReadRounds(const std::string& word) {
+  const auto rounds = ReadWholeNumber("--rounds", word);
+  if (rounds < 0) ptzd::Refuse("--rounds", word, "is less than 0");
+  return rounds;
+}
+
+int PrintCompletionScript(const Invocation& invocation, Report& report);
+int PrintCompletion(const Invocation& invocation, Report& report);
+
+/// The commands that do more than one operation.
+void DeclareRuns(CLI::App& app, Invocation& invocation) {
   auto* run =
       app.add_subcommand("run", "Several operations on one connection; stops at the first that fails");
   run->add_option("operations", invocation.Lines,
@@ -484,9 +466,6 @@ CommandTable::CommandTable() {
   run->callback([&] { invocation.Perform = RunLines; });
   app.add_subcommand("shell", "Operations from the standard input, one per line; goes on when one fails")
       ->callback([&] { invocation.Perform = RunShell; });
-  app.add_subcommand("man", "The manual page, in roff")
-      ->group("")  // for the build and for packagers
-      ->callback([&] { throw HelpRequest(manual::Page(app, PTZD_VERSION, "ptzsim(1)")); });
 
   auto* tour = app.add_subcommand(
       "tour", "Send the camera round the stops of a file, again and again, for example: tour night.toml");
@@ -499,6 +478,16 @@ CommandTable::CommandTable() {
                  "Go on to the next stop, and connect again, when one fails");
   tour->callback([&] { invocation.Perform = RunTour; });
 
+  auto* drive = app.add_subcommand("drive", "Drive the camera by keys and gamepad, on the whole screen");
+  drive
+      ->add_option("--gamepad", invocation.Gamepad,
+                   "Its device, such as /dev/input/event5, or none; the first that is found when not given")
+      ->type_name("DEVICE");
+  drive->callback([&] { invocation.Perform = RunDrive; });
+}
+
+/// The commands for the shell, the build and packagers.
+void DeclareTexts(CLI::App& app, Invocation& invocation) {
   auto* completion = app.add_subcommand(
       "completion",
       "A script for a shell that completes commands, for example: source <(ptzctl completion bash)");
@@ -510,15 +499,54 @@ CommandTable::CommandTable() {
   auto* complete = app.add_subcommand("complete", "")->group("");  // which the script calls
   complete->add_option("line", invocation.Word)->required();
   complete->callback([&] { invocation.Perform = PrintCompletion; });
-  DeclareCheck(app, invocation);
+  app.add_subcommand("man", "The manual page, in roff")
+      ->group("")  // for the build and for packagers
+      ->callback([&] { throw HelpRequest(manual::Page(app, PTZD_VERSION, "ptzsim(1)")); });
+}
 
-  auto* drive = app.add_subcommand("drive", "Drive the camera by keys and gamepad, on the whole screen");
-  drive
-      ->add_option("--gamepad", invocation.Gamepad,
-                   "Its device, such as /dev/input/event5, or none; the first that is found when not given")
-      ->type_name("DEVICE");
-  drive->callback([&] { invocation.Perform = RunDrive; });
+/// The whole command line, declared once: for reading it, for help and for completion.
+class CommandTable {
+ public:
+  CommandTable();
 
+  Invocation Read(std::vector<std::string> words);
+
+  CLI::App App{
+      "Operates pan-tilt-zoom cameras: finds them, gives them names, does every operation and tells each "
+      "request that it took.",
+      "ptzctl"};
+
+ private:
+  Invocation Invocation_;
+  std::optional<OperationParser> Operations_;
+};
+
+CommandTable::CommandTable() {
+  auto& app = App;
+  auto& invocation = Invocation_;
+  app.set_version_flag("--version", "ptzctl " PTZD_VERSION);
+  app.require_subcommand(1);
+  app.fallthrough();
+  DeclareCommonOptions(app, invocation);
+  const auto declare = [&](const char* group, const auto& commands) {
+    const auto all = [](const CLI::App*) { return true; };
+    const auto before = app.get_subcommands(all).size();
+    commands();
+    const auto after = app.get_subcommands(all);
+    for (auto i = before; i < after.size(); ++i)
+      if (!after[i]->get_group().empty()) after[i]->group(group);
+  };
+  declare("Which camera", [&] {
+    DeclareLists(app, invocation);
+    DeclareCameras(app, invocation);
+    DeclareSearch(app, invocation);
+  });
+  declare("Operations", [&] { Operations_.emplace(app); });
+  declare("More than one operation", [&] {
+    DeclareRuns(app, invocation);
+    DeclareCheck(app, invocation);
+  });
+  declare("For the shell", [&] { DeclareTexts(app, invocation); });
   app.footer(Footer);  // from here on, so that it is not the operations' too
 }
 

@@ -18,7 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
-/// How long a reply is waited for that the driver does not wait for itself.
 /// A head that was told to move may take so long before it is seen moving.
 constexpr auto Reluctance = 2s;
 /// How often a head must be seen at one place to be at rest there.

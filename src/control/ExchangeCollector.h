@@ -45,7 +45,8 @@ class ExchangeCollector final : public ExchangeSink {
   bool Interrupted_ = false;
 };
 
-/// Calls a member of a driver and waits, for some seconds at most, for the answers to what it has sent.
+/// Calls a member of a driver, and waits for replies that the member does not wait for itself, for five
+/// seconds at most.
 MemberCall CallMember(const std::function<std::optional<bool>()>& member, ExchangeCollector& collector);
 
 }  // namespace ptzd
