@@ -8,6 +8,7 @@
 #include <ptzd/DriverData.h>
 #include "Words.h"
 #include "common/Numbers.h"
+#include "control/Verdict.h"
 
 namespace ptzctl {
 
@@ -69,12 +70,6 @@ bool HadAnswer(const Exchange& exchange) {
          exchange.ReplySize != 0;
 }
 
-bool IsRefusal(const Exchange& exchange) { return exchange.StatusCode >= 400; }
-
-bool IsLoginRefusal(const Exchange& exchange) {
-  return exchange.StatusCode == 401 || exchange.StatusCode == 403;
-}
-
 enum class HeadAxis { Pan, Tilt };
 
 class Checks {
@@ -126,11 +121,11 @@ class Checks {
   bool IsNear(const Sighting& at, const Sighting& to) const;
 
   double PositionStep() const { return Data() ? Data()->PositionStep : 1; }
-  /// Whether the head goes back by steps, each of which is rounded anew.
   /// A step of that size that stays within the axis and the site's limits, to the right or upwards where it
   /// can. Raises where there is none.
   double Fitting(HeadAxis axis, double at, double angle) const;
   bool Fits(HeadAxis axis, double target) const;
+  /// Whether the head goes back by steps, each of which is rounded anew.
   bool GoesBackBySteps() const {
     return Bench_.Claims(CapabilityRelativeControl) || Bench_.Claims(CapabilitySimpleControl) ||
            (Data() && Data()->MisreadsBelowHorizon) || DoesNothing(&DriverData::MoveTo);
@@ -779,55 +774,35 @@ void Checks::Refusals() {
   if (!Data()) Skip("a driver of another maker promises no refusals");
   std::vector<std::string> kept;
   const auto& data = *Data();
-  const auto sendsNothing = [&](const std::string& what, const CheckBench::Member& member, bool raises) {
-    const auto became = Bench_.Do(member);
+  const auto sendsNothing = [&](const std::string& what, const CheckBench::Member& member) {
+    auto became = Bench_.Do(member);
     if (!became.Exchanges.empty()) {
       HasMoved_ = true;
       Bench_.Stop();
       Fail(what + " was sent, and is to be refused");
     }
-    if (raises && became.ErrorNumber != 6)
-      Fail(what + " is to raise 6 (overflow), and raised " + std::to_string(became.ErrorNumber));
     kept.push_back(what);
+    return became;
   };
-  const auto beyond = [](const std::optional<ValueRange>& range) {
-    return range && range->Ends == Beyond::Overflows && std::isfinite(range->Greatest)
-               ? std::optional(static_cast<float>(2 * range->Greatest + 1))
-               : std::nullopt;
+  const auto overflows = [&](const std::string& name, const std::optional<ValueRange>& range,
+                             const std::function<void(float)>& member) {
+    if (!range || range->Ends != Beyond::Overflows || !std::isfinite(range->Greatest)) return;
+    const auto value = static_cast<float>(2 * range->Greatest + 1);
+    const auto what = name + " " + Text(value);
+    const auto became = sendsNothing(what, [&]() -> std::optional<bool> {
+      member(value);
+      return std::nullopt;
+    });
+    constexpr int overflow = 6;
+    if (became.ErrorNumber != overflow)
+      Fail(what + " is to raise 6 (overflow), and raised " + std::to_string(became.ErrorNumber));
   };
-  if (const auto value = beyond(data.ZoomRange); value && Bench_.Driver().Device2)
-    sendsNothing(
-        "ZoomTo " + Text(*value),
-        [&]() -> std::optional<bool> {
-          Bench_.Driver().Device2->ZoomTo(*value);
-          return std::nullopt;
-        },
-        true);
-  if (Bench_.Driver().Continuous) {
-    if (const auto value = beyond(data.PanSpeed))
-      sendsNothing(
-          "ContinuousMove " + Text(*value) + " 0",
-          [&]() -> std::optional<bool> {
-            Bench_.Driver().Continuous->ContinuousMove(*value, 0);
-            return std::nullopt;
-          },
-          true);
-    if (const auto value = beyond(data.TiltSpeed))
-      sendsNothing(
-          "ContinuousMove 0 " + Text(*value),
-          [&]() -> std::optional<bool> {
-            Bench_.Driver().Continuous->ContinuousMove(0, *value);
-            return std::nullopt;
-          },
-          true);
-    if (const auto value = beyond(data.ZoomSpeed))
-      sendsNothing(
-          "ContinuousZoom " + Text(*value),
-          [&]() -> std::optional<bool> {
-            Bench_.Driver().Continuous->ContinuousZoom(*value);
-            return std::nullopt;
-          },
-          true);
+  if (const auto& device = Bench_.Driver().Device2)
+    overflows("ZoomTo", data.ZoomRange, [&](float zoom) { device->ZoomTo(zoom); });
+  if (const auto& device = Bench_.Driver().Continuous) {
+    overflows("ContinuousMove pan", data.PanSpeed, [&](float speed) { device->ContinuousMove(speed, 0); });
+    overflows("ContinuousMove tilt", data.TiltSpeed, [&](float speed) { device->ContinuousMove(0, speed); });
+    overflows("ContinuousZoom", data.ZoomSpeed, [&](float speed) { device->ContinuousZoom(speed); });
   }
   const struct {
     const char* Name;
@@ -845,10 +820,8 @@ void Checks::Refusals() {
   };
   for (const auto& [name, rule, member] : members) {
     if (data.*rule != MemberRule::Nothing) continue;
-    bool answer = false;
-    sendsNothing(
-        name, [&] { return std::optional(answer = member(Device())); }, false);
-    if (answer) Fail(std::string(name) + " answers True, and does nothing");
+    const auto became = sendsNothing(name, [&] { return std::optional(member(Device())); });
+    if (became.Answer == true) Fail(std::string(name) + " answers True, and does nothing");
   }
   if (kept.empty()) Skip("this driver's data promise no refusals");
   std::string text;

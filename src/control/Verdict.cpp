@@ -13,12 +13,6 @@ namespace {
 
 constexpr std::int32_t StatusRefused = 400, StatusUnauthorized = 401, StatusForbidden = 403;
 
-bool IsLoginRefusal(const Exchange& exchange) {
-  return exchange.StatusCode == StatusUnauthorized || exchange.StatusCode == StatusForbidden;
-}
-
-bool IsRefusal(const Exchange& exchange) { return exchange.StatusCode >= StatusRefused; }
-
 std::string StatusText(const Exchange& exchange) {
   return std::to_string(exchange.StatusCode) + (exchange.Reason.empty() ? "" : " " + exchange.Reason);
 }
@@ -60,6 +54,12 @@ bool PassesOn(std::optional<MemberRule> rule) {
 }
 
 }  // namespace
+
+bool IsRefusal(const Exchange& exchange) { return exchange.StatusCode >= StatusRefused; }
+
+bool IsLoginRefusal(const Exchange& exchange) {
+  return exchange.StatusCode == StatusUnauthorized || exchange.StatusCode == StatusForbidden;
+}
 
 bool IsLinkFailure(const Exchange& exchange) {
   return exchange.ErrorNumber != 0 &&

@@ -26,6 +26,10 @@ WishOutcome JudgeCall(MemberCall call, std::optional<MemberRule> rule);
 /// camera did not refuse or miss all of them.
 WishOutcome JudgeConnect(MemberCall call);
 
+/// Whether the camera answered that it does not take it, for whatever reason.
+bool IsRefusal(const Exchange& exchange);
+/// Whether that was for want of a login, or of another one.
+bool IsLoginRefusal(const Exchange& exchange);
 /// Whether nothing answers at the other end.
 bool IsLinkFailure(const Exchange& exchange);
 /// Whether the camera may have taken any of it. What it refused, it did not.
