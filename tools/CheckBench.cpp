@@ -8,6 +8,7 @@
 #include "control/Verdict.h"
 #include "drivers/kit/Driver.h"
 #include "drivers/kit/Options.h"
+#include "transport/HTTPClient.h"
 
 namespace ptzctl {
 
@@ -81,6 +82,18 @@ WishOutcome CheckBench::Connect(const Bytes& options) {
   auto outcome = Call([&] { return std::optional(Driver_.Device->Connect(options)); }, {}, true);
   Exchanges_ = outcome.Exchanges;
   return outcome;
+}
+
+WishOutcome CheckBench::AskForPage() {
+  PropertyBag options;
+  options.Contents(Options_);
+  const auto address = options.Text(AddressOption.Name);
+  return Do([&]() -> std::optional<bool> {
+    HTTPClient client(SystemInternet(), Clock_, Teller(Collector_, {}, 0));
+    client.FollowRedirects(false);  // who is asked is this address, and nobody else
+    client.GetResource("http://" + address.substr(address.rfind('@') + 1) + "/", "", "");
+    return std::nullopt;
+  });
 }
 
 WishOutcome CheckBench::Do(const Member& member, std::optional<MemberRule> rule) {

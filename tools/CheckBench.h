@@ -66,6 +66,9 @@ class CheckBench {
   bool Claims(ptzd::Capabilities flag);
 
   ptzd::WishOutcome Connect(const ptzd::Bytes& options);
+  /// Asks the web server at the address that it connected to for its page, without a login, which moves and
+  /// changes nothing.
+  ptzd::WishOutcome AskForPage();
   /// Calls a member. A rule is that of the driver's data.
   ptzd::WishOutcome Do(const Member& member, std::optional<ptzd::MemberRule> rule = {});
   /// The same for one that moves the camera, which counts as moving until `Rested` or `Stop`.

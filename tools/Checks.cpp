@@ -255,20 +255,22 @@ void Checks::Reached() {
   }
   if (!answered && Data()->AsksToConnect)
     Fail("nothing answered" + std::string(Heard_.empty() ? "" : " the driver's requests"));
-  if (!answered && Scope_.Moves && Bench_.Driver().Continuous && Data()->Reads("Address")) {
-    const auto stopped = Bench_.Do([this]() -> std::optional<bool> {
+  if (!answered && Data()->Reads("Address")) {
+    const bool stops = Scope_.Moves && Bench_.Driver().Continuous;
+    const auto stop = [this]() -> std::optional<bool> {
       Bench_.Driver().Continuous->ContinuousMove(0, 0);
       return std::nullopt;
-    });
-    Heard_ = stopped.Exchanges;
-    if (std::ranges::none_of(Heard_, HadAnswer)) {
+    };
+    const auto asked = stops ? Bench_.Do(stop) : Bench_.AskForPage();
+    if (stops) Heard_ = asked.Exchanges;
+    const std::string what = stops ? "a stop" : "a request for its page";
+    if (std::ranges::none_of(asked.Exchanges, HadAnswer)) {
       IsConnected_ = false;
-      Fail("connecting asks nothing, and a stop was not answered: " + stopped.Text);
+      WhyNot_ = "the camera was not reached";
+      Fail("connecting asks nothing, and " + what + " was not answered: " + asked.Text);
     }
-    Pass("connecting asks nothing; a stop was answered");
+    Pass("connecting asks nothing; " + what + " was answered");
   }
-  if (!answered && Data()->Reads("Address"))
-    Doubt("connecting asks nothing, and nothing but a move or a stop would be answered");
   if (!answered)
     Doubt("the line is open; such a line does not answer, so nothing tells whether a camera is there");
   const auto first = std::ranges::find_if(Heard_, HadAnswer);

@@ -79,12 +79,15 @@ class EveryMake(unittest.TestCase):
 
 class Asking(unittest.TestCase):
     def test_nothing_moves_unless_it_may(self):
-        for make, verdicts in (("axis", "pppp-------"), ("vivotek", "-----------"), ("foscam", "????-------")):
-            with self.subTest(make), Camera(make=make) as camera:
+        for make, options, verdicts, pan in (
+                ("axis", (), "pppp-------", "--move"), ("vivotek", (), "-----------", "--move"),
+                ("foscam", (), "p???-------", "--move"),
+                ("foscamhd", ("--fault", "refuse"), "F----------", "the camera was not reached")):
+            with self.subTest(make), Camera(*options, make=make) as camera:
                 before = camera.ask("state")
                 code, told, texts, _ = check(camera, "--preset", "1")
-                self.assertEqual((code, told), (0, verdicts), texts)
-                self.assertIn("--move", texts["pan"])
+                self.assertEqual((code, told), ("F" in verdicts, verdicts), texts)
+                self.assertIn(pan, texts["pan"])
                 self.assertEqual(camera.ask("state"), before)
 
     def test_limits_of_the_site_hold(self):
