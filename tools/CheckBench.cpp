@@ -74,7 +74,10 @@ WishOutcome CheckBench::Call(const Member& member, std::optional<MemberRule> rul
   Check();  // what comes later cuts this short
   auto call = CallMember(member, *Collector_);
   if (Driver_.Data == nullptr) return JudgeAnswer(std::move(call), connects);
-  return connects ? JudgeConnect(std::move(call)) : JudgeCall(std::move(call), rule);
+  auto outcome = connects ? JudgeConnect(std::move(call)) : JudgeCall(std::move(call), rule);
+  const bool isLost = outcome.Result == WishResult::NotReached;
+  if (isLost || !outcome.Exchanges.empty()) IsSilent_ = isLost;
+  return outcome;
 }
 
 WishOutcome CheckBench::Connect(const Bytes& options) {
@@ -108,6 +111,7 @@ WishOutcome CheckBench::Move(std::string what, const Member& member, std::option
   const auto now = steady_clock::now();
   Rested();
   MayMove_ = true;
+  IsUnstoppable_ = false;
   Motions_.push_back({now, now, std::move(what)});
   return Do(member, rule);
 }
@@ -190,7 +194,8 @@ WishOutcome CheckBench::Stop() {
     });
     if (IsDone(outcome.Result) && Claims(CapabilityContinuousZoom) && zoom.Result != WishResult::NotSent)
       outcome = zoom;
-    if (IsDone(outcome.Result) || steady_clock::now() + pause > ends) return outcome;
+    IsUnstoppable_ = !IsDone(outcome.Result);
+    if (!IsUnstoppable_ || steady_clock::now() + pause > ends) return outcome;
     Sleep(pause);
     pause *= 2;
   }

@@ -83,6 +83,10 @@ class CheckBench {
   void Rested();
 
   bool MayMove() const { return MayMove_; }
+  /// Whether a stop was tried in vain since the last move.
+  bool IsUnstoppable() const { return IsUnstoppable_; }
+  /// Whether nothing answered the last time that the camera was asked or told anything.
+  bool IsSilent() const { return IsSilent_; }
   /// Whether a wait of the driver within a motion was cut short.
   bool WasCut() const { return Clock_.WasCut(); }
 
@@ -112,7 +116,7 @@ class CheckBench {
   const std::shared_ptr<ptzd::ExchangeCollector> Collector_;
   const DriverUnderTest Driver_;
   ptzd::Bytes Options_;
-  bool IsClosing_ = false, MayMove_ = false;
+  bool IsClosing_ = false, MayMove_ = false, IsSilent_ = false, IsUnstoppable_ = false;
   std::vector<ptzd::Exchange> Exchanges_;
   int Looks_ = 0;
   std::vector<Sighting> Track_;

@@ -204,7 +204,7 @@ void Checks::Run(const char* name, const char* finds, const std::function<void()
     Current_.Text = "interrupted";
     if (Bench_.MayMove()) IsLost_ = true;
   }
-  if (!Interruption_.Came() && Bench_.MayMove()) {
+  if (!Interruption_.Came() && Bench_.MayMove() && !Bench_.IsUnstoppable()) {
     try {
       StopHead();
     } catch (const Interrupted&) {
@@ -212,6 +212,11 @@ void Checks::Run(const char* name, const char* finds, const std::function<void()
     } catch (const CheckBench::CannotLook&) {
       // That is what the check failed by.
     }
+  }
+  // Anything else would only be waited for in vain. To stop it and to put it back is tried all the same.
+  if (IsConnected_ && Current_.Verdict == Verdict::Failed && Bench_.IsSilent()) {
+    IsConnected_ = false;
+    WhyNot_ = "the camera does not answer any more";
   }
   Current_.Took = std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - began);
   Current_.Looks = Bench_.TakeLooks();

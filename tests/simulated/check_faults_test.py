@@ -22,6 +22,8 @@ class Tampering(http.server.BaseHTTPRequestHandler):
         except urllib.error.HTTPError as error:
             reply = error
         status, body = self.server.tamper(self.path, reply.status, reply.read().decode("latin-1"))
+        if status is None:
+            return
         self.send_response(status)
         self.send_header("Content-Length", str(len(body)))
         self.end_headers()
@@ -50,6 +52,16 @@ def told(pattern, text):
     return lambda path, status, body: (status, re.sub(pattern, text, body) if "query=position" in path else body)
 
 
+def silent_from(request):
+    """Nothing is answered any more once that was asked."""
+    asked = []
+
+    def tamper(path, status, body):
+        asked.append(path)
+        return (None if any(request in one for one in asked) else status), body
+    return tamper
+
+
 class Faults(unittest.TestCase):
     def test_each_fails_the_check_that_is_there_for_it(self):
         unstopped = "at=continuouspantiltmove=0,redirect=http://{}" + PTZ + "query=position"
@@ -66,6 +78,7 @@ class Faults(unittest.TestCase):
             (lambda: FaultyCamera(told("pan=(.*)", lambda m: "pan=%g" % (-74.5 - float(m[1])))), None, "ppppF",
              "the axis is turned around"),
             (lambda: FaultyCamera(told("zoom=.*", "zoom=2000")), None, "ppppppF-p", "neither in nor out"),
+            (lambda: FaultyCamera(silent_from("?pan=")), None, "ppppF-----F", "13104"),
             (lambda: Camera("--fault", "at=tilt=,status=503 Busy"), None, "ppppp", None),
             (lambda: Camera(make="meritlilin"), "at=goto_preset,redirect=http://{}/control?cmd=getallposdegree",
              "pppppppFppp", "leads to"),
