@@ -192,7 +192,7 @@ void Show(Report& report, const CheckResult& result) {
     figures += (figures.empty() ? "" : ", ") + figure.Name + " " + FigureText(figure);
   if (!figures.empty()) text += std::string(nameWidth, ' ') + figures + '\n';
   if (result.Verdict == Verdict::Failed)
-    for (const auto& exchange : result.Exchanges) text += "  " + ExchangeText(exchange) + '\n';
+    for (const auto& line : WireTexts(result.Exchanges)) text += "  " + line + '\n';
   report.Write(text);
 }
 

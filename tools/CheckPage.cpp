@@ -251,7 +251,7 @@ void WriteResult(std::ostream& out, const CheckResult& result, int number) {
   }
   if (!result.Exchanges.empty() || result.Looks > 1) {
     out << "<ul class=\"wire\">";
-    for (const auto& exchange : result.Exchanges) out << "<li>" << Escaped(ExchangeText(exchange)) << "</li>";
+    for (const auto& text : WireTexts(result.Exchanges)) out << "<li>" << Escaped(text) << "</li>";
     if (result.Looks > 1) out << "<li>\u2026 and the position read " << result.Looks << " times</li>";
     out << "</ul>";
   }
@@ -284,6 +284,30 @@ std::string DateText(std::chrono::system_clock::time_point when) {
 
 std::string FigureText(const Figure& figure) {
   return Short(figure.Value) + (figure.Unit.empty() ? "" : " " + figure.Unit);
+}
+
+std::vector<std::string> WireTexts(const std::vector<Exchange>& exchanges) {
+  constexpr std::ptrdiff_t ofOneTry = 4;  // lines, at most
+  struct Line {
+    std::string Untimed, Text;
+    int Times = 1;
+  };
+  std::vector<Line> lines;
+  for (auto exchange : exchanges) {
+    auto text = ExchangeText(exchange);
+    exchange.Took = std::chrono::nanoseconds(1);
+    const auto untimed = ExchangeText(exchange);
+    const auto recent = lines.end() - std::min(std::ssize(lines), ofOneTry);
+    const auto same = std::find_if(recent, lines.end(), [&](const Line& l) { return l.Untimed == untimed; });
+    if (same != lines.end())
+      ++same->Times;
+    else
+      lines.push_back({untimed, std::move(text)});
+  }
+  std::vector<std::string> texts;
+  for (auto& line : lines)
+    texts.push_back(line.Text + (line.Times > 1 ? " x" + std::to_string(line.Times) : ""));
+  return texts;
 }
 
 std::string CheckPage(const CheckProtocol& protocol) {

@@ -28,6 +28,9 @@ struct CheckProtocol {
 std::string DateText(std::chrono::system_clock::time_point when);
 /// "4.21 s"
 std::string FigureText(const Figure& figure);
+/// What was exchanged, for people: a line each, those of a stop that was tried again and again only once,
+/// with how often.
+std::vector<std::string> WireTexts(const std::vector<ptzd::Exchange>& exchanges);
 
 /// The protocol as a page of its own, which needs nothing else: for a browser, light and dark, and for paper.
 std::string CheckPage(const CheckProtocol& protocol);
