@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -367,16 +368,19 @@ int RunDiscover(const Invocation& invocation, Report& report) {
 
   // What is asked twice is not lost with one packet. The last part of the time is for descriptions.
   Ear ear;
+  std::set<std::string> problems;
   const auto listens = time - std::min<Milliseconds>(time / 3, 2000ms);
   const auto end = begin + listens;
   const std::string camera = "<d:Types>dn:NetworkVideoTransmitter</d:Types>";
   for (int round = 0; asks && round < 2; ++round) {
     // Some cameras answer only who asks for cameras, others only who asks for everything.
-    std::int32_t error = multicast->Ask(Group, discoveryPort, Probe(camera));
-    if (error == 0) error = multicast->Ask(Group, discoveryPort, Probe(""));
-    if (error == 0) error = multicast->Ask(Group, searchPort, Search(searchPort));
-    if (error != 0)
-      outcome.Notes.push_back("asking: " + std::to_string(error) + " " + SocketErrorText(error));
+    // What one interface does not take may leave by the others.
+    for (const auto& [port, question] :
+         {std::pair(discoveryPort, Probe(camera)), std::pair(discoveryPort, Probe("")),
+          std::pair(searchPort, Search(searchPort))})
+      if (const auto error = multicast->Ask(Group, port, question); error != 0)
+        problems.insert("asking at port " + std::to_string(port) + ": " + std::to_string(error) + " " +
+                        SocketErrorText(error));
     const auto until = round == 0 ? begin + listens / 3 : end;
     while (!ear.IsFull()) {
       const auto left = std::chrono::ceil<Milliseconds>(until - SteadyClock::now());
@@ -384,6 +388,7 @@ int RunDiscover(const Invocation& invocation, Report& report) {
       if (const auto datagram = multicast->Receive(left)) ear.Take(*datagram);
     }
   }
+  outcome.Notes.insert(outcome.Notes.end(), problems.begin(), problems.end());
   const auto log = std::make_shared<ExchangeLog>(invocation.Trace);
   Describe(ear.Devices(), log, deadline);
 
@@ -398,7 +403,7 @@ int RunDiscover(const Invocation& invocation, Report& report) {
   if (devices.empty()) {
     outcome.Result = Result::NoConnection;
     outcome.Text = "nothing announced itself on " + NamesOf(interfaces) +
-                   "; asked by WS-Discovery and SSDP, for " +
+                   (asks ? "; asked by WS-Discovery and SSDP, for " : "; nobody could be asked, after ") +
                    Seconds(std::chrono::duration_cast<Milliseconds>(*outcome.Took));
   }
   outcome.Values = std::make_shared<const Json>(Json{{"devices", std::move(devices)}});

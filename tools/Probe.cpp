@@ -19,6 +19,7 @@
 #include "Words.h"
 #include "common/ASCII.h"
 #include "common/Credentials.h"
+#include "control/ExchangeCollector.h"
 #include "drivers/kit/LineExchange.h"
 #include "platform/CodePages.h"
 #include "platform/Socket.h"
@@ -45,22 +46,6 @@ constexpr std::size_t LongestMatch = 100;
 
 /// What a server answers to this it answers to anything.
 constexpr std::string_view NobodysPage = "/ptzctl-asks-for-a-page-that-nobody-has";
-
-/// Tells a sink what is told, and keeps the last of it.
-class Keeper final : public ExchangeSink {
- public:
-  explicit Keeper(std::shared_ptr<ExchangeSink> next) : Next_(std::move(next)) {}
-  void Begun(const Exchange& exchange) override { Next_->Begun(exchange); }
-  void Ended(const Exchange& exchange) override {
-    Last = exchange;
-    Next_->Ended(exchange);
-  }
-
-  Exchange Last;
-
- private:
-  const std::shared_ptr<ExchangeSink> Next_;
-};
 
 struct Reply {
   std::int32_t Status = 0;  ///< 0: there is none
@@ -119,7 +104,7 @@ class Asker {
  public:
   explicit Asker(Probing& probing, std::string_view driver = {})
       : Probing_(probing),
-        Kept_(std::make_shared<Keeper>(probing.Exchanges)),
+        Kept_(std::make_shared<ExchangeCollector>(probing.Exchanges)),
         Client_(SystemInternet(), SystemClock(), Teller(Kept_, driver, 0)) {
     Client_.FollowRedirects(false);  // who is asked is this address, and nobody else
     Client_.Progress = [this](std::int32_t received, std::int32_t, bool& cancel) {
@@ -143,7 +128,8 @@ class Asker {
     } catch (const Error&) {
       // The exchange says why.
     }
-    const auto& told = Kept_->Last;
+    auto all = Kept_->Take();
+    const auto told = all.empty() ? Exchange{} : std::move(all.back());
     if (!body) body = EncodeText(told.ReplyBeginning, CodePage1252);  // too long, or broken off
     reply.Status = told.StatusCode;
     reply.Reason = told.Reason;
@@ -158,7 +144,7 @@ class Asker {
 
  private:
   Probing& Probing_;
-  const std::shared_ptr<Keeper> Kept_;
+  const std::shared_ptr<ExchangeCollector> Kept_;
   HTTPClient Client_;
 };
 
