@@ -233,6 +233,7 @@ void Checks::NeedsMoving() const {
   if (!Scope_.Moves) Skip(Scope_.WhyStill);
   if (!WhyStill_.empty()) Skip(WhyStill_);
   if (Interruption_.Came()) throw Interrupted();
+  if (Bench_.MayMove() && Bench_.IsUnstoppable()) Skip("the camera did not take the stop before");
   if (!Start_) Skip("where it is could not be read");
 }
 
