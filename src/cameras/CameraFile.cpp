@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <string_view>
 #include <system_error>
 
@@ -385,6 +386,15 @@ void Write(const std::string& file, const std::string& text) {
   }
 }
 
+/// While it lives, nobody else changes the file.
+std::shared_ptr<void> Hold(const std::string& file) {
+  try {
+    return HoldFile(PathOf(file));
+  } catch (const std::system_error& error) {
+    throw InputError("the cameras' file " + file + " cannot be written: " + error.what());
+  }
+}
+
 }  // namespace
 
 std::vector<NamedCamera> ReadCameras(const std::string& text, const std::string& file,
@@ -398,6 +408,7 @@ std::vector<NamedCamera> ReadCameraFile(const std::string& file, bool mustBeTher
 }
 
 void StoreCamera(const std::string& file, const NamedCamera& camera) {
+  const auto held = Hold(file);
   const auto contents = ContentsOf(file, false);
   auto text = contents.Text;
   for (const auto& other : ReadCameras(text, file, contents.Openness))
@@ -407,6 +418,7 @@ void StoreCamera(const std::string& file, const NamedCamera& camera) {
 }
 
 void RemoveCamera(const std::string& file, const std::string& name) {
+  const auto held = Hold(file);
   Write(file, WithoutCamera(ContentsOf(file, true).Text, file, name));
 }
 

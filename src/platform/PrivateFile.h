@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 namespace ptzd {
@@ -22,5 +23,10 @@ FileContents ReadWholeFile(const std::filesystem::path& path, std::size_t longes
 /// its owner may read it; otherwise whoever may read the one before, or anybody where there was none. Raises
 /// `std::system_error`.
 void WriteWholeFile(const std::filesystem::path& path, const std::string& text, bool isPrivate);
+
+/// Lets nobody else in who asks for the same file, as long as what it answers lives: for changing what was
+/// read. Blocks until whoever is in is done. The file need not be there; its folders are made as needed.
+/// Raises `std::system_error`.
+std::shared_ptr<void> HoldFile(const std::filesystem::path& path);
 
 }  // namespace ptzd

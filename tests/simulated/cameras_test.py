@@ -256,6 +256,15 @@ class Adding(Named):
         self.assertEqual(ptzctl("remove", "yard")[0], 0)
         self.assertEqual(self.file.read_text().split(), "# of the site # the end".split())
 
+    def test_at_the_same_time_loses_none(self):
+        names = {f"camera{number}" for number in range(12)}
+        adding = [start("add", name, "--driver", "axis", "--address", "10.0.0.5") for name in names]
+        for process in adding:
+            process.communicate(timeout=DEADLINE)
+            self.assertEqual(process.returncode, 0)
+        self.assertEqual({camera["name"] for camera in outcomes("cameras")[1][0]["values"]["cameras"]}, names)
+        self.assertEqual([file.name for file in self.file.parent.iterdir()], [self.file.name])
+
     def test_asks_for_what_is_missing(self):
         with Camera("--user", "operator", "--password", PASSWORD) as camera:
             person = Person("add", "gate")

@@ -1,10 +1,12 @@
 #include "platform/PrivateFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -50,6 +52,15 @@ mode_t CreationMask() {
   return mask;
 }
 
+/// What a link leads to; its folder is there then.
+std::filesystem::path TargetOf(const std::filesystem::path& path) {
+  std::error_code none;
+  auto target = std::filesystem::canonical(path, none);
+  if (none) target = path;
+  if (target.has_parent_path()) std::filesystem::create_directories(target.parent_path());
+  return target;
+}
+
 void WriteAll(int file, std::string_view text) {
   while (!text.empty()) {
     const auto written = write(file, text.data(), text.size());
@@ -81,11 +92,7 @@ FileContents ReadWholeFile(const std::filesystem::path& path, std::size_t longes
 }
 
 void WriteWholeFile(const std::filesystem::path& path, const std::string& text, bool isPrivate) {
-  std::error_code none;
-  // What a link leads to is replaced, not the link.
-  auto target = std::filesystem::canonical(path, none);
-  if (none) target = path;
-  if (target.has_parent_path()) std::filesystem::create_directories(target.parent_path());
+  const auto target = TargetOf(path);  // is replaced, not the link
   struct stat before {};
   const bool isThere = stat(target.c_str(), &before) == 0;
 
@@ -99,6 +106,25 @@ void WriteWholeFile(const std::filesystem::path& path, const std::string& text, 
   } catch (...) {
     unlink(temporary.c_str());
     throw;
+  }
+}
+
+std::shared_ptr<void> HoldFile(const std::filesystem::path& path) {
+  const auto lock = TargetOf(path).string() + ".lock";
+  while (true) {
+    auto file = std::make_unique<Descriptor>(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, PrivateMode));
+    while (flock(file->Number(), LOCK_EX) != 0)
+      if (errno != EINTR) Raise(errno);
+    // Whoever held it before has removed it.
+    struct stat held {};
+    struct stat there {};
+    if (fstat(file->Number(), &held) != 0) Raise(errno);
+    if (stat(lock.c_str(), &there) != 0 || held.st_ino != there.st_ino || held.st_dev != there.st_dev)
+      continue;
+    return {file.release(), [lock](Descriptor* last) {
+              unlink(lock.c_str());
+              delete last;
+            }};
   }
 }
 

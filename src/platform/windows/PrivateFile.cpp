@@ -134,4 +134,21 @@ void WriteWholeFile(const std::filesystem::path& path, const std::string& text, 
   }
 }
 
+std::shared_ptr<void> HoldFile(const std::filesystem::path& path) {
+  constexpr DWORD look = 10, longest = 10000;  // milliseconds
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
+  auto lock = path;
+  lock += L".lock";
+  for (DWORD waited = 0;; waited += look) {
+    const auto file = CreateFileW(lock.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
+                                  FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file != INVALID_HANDLE_VALUE) return {file, &CloseHandle};
+    const auto error = GetLastError();
+    // Access is also denied while the one before is being deleted.
+    const bool isHeld = error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
+    if (!isHeld || waited >= longest) Raise(error);
+    Sleep(look);
+  }
+}
+
 }  // namespace ptzd
