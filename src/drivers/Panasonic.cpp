@@ -103,7 +103,7 @@ constexpr CommandRow<Focus> FocusCommands[] = {{FocusNear, "/Set?Func=Focus&Kind
 constexpr const DriverOption* Options[] = {&AddressOption, &ResetOption};
 
 constexpr Evidence Signs[] = {
-    {.Request = ModelPath, .Pattern = "ModelName:*CgiVersion:"},
+    {.Request = ModelPath, .Pattern = "AplFirm:"},  // not every model tells its CGI's version
 };
 constexpr std::string_view MakeNames[] = {"Panasonic"};
 
