@@ -102,6 +102,9 @@ ptzd::CameraSettings SettingsOf(const Invocation& invocation, const Report& repo
     if (!onLine) report.Warn("--line: the driver " + std::string(driver.ProgID) + " uses no serial line");
     camera.Line = invocation.Line;
   }
+  if (driver.Data->NeedsLine && camera.Line.empty() && options.Long("COMPort", 0) == 0)
+    throw UsageError("--line is missing: the driver " + std::string(driver.ProgID) +
+                     " reaches its camera on a serial line");
   TakeLogin(camera, invocation);
   camera.Settings.Options = options.Contents();
   auto settings = ptzd::SettingsOf(camera, AskingUntil(interruption));

@@ -199,6 +199,7 @@ void Pelco::TellNotOpened(const std::exception& error) const {
   const auto* known = dynamic_cast<const Error*>(&error);
   told->Told().Where = Subject_.Address;
   told->Fail(known != nullptr ? known->Number() : SerialErrorDevice, error.what());
+  told->TakeFailure(LinkFailure::NotConnected);
   told->TellEnded();
 }
 

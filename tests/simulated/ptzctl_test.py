@@ -435,6 +435,9 @@ class OtherConnections(unittest.TestCase):
         code, out, err = ptzctl(*camera, "home")
         self.assertEqual(code, 3)
         self.assertIn(line.address, out + err, "names the line that is not there")
+        code, _, err = ptzctl("--driver", "pelco", "--address", "10.0.0.5", "home")
+        self.assertEqual(code, 2)
+        self.assertIn("--line is missing", err)
 
     def test_a_make_whose_own_stop_sends_nothing(self):
         with Camera(make="sony") as camera:

@@ -179,6 +179,7 @@ TEST_F(ExchangesTest, TellFramesOfASerialLine) {
   EXPECT_EQ(Outcome(told[1]), "0 , 0, 57 unplugged");
   EXPECT_EQ(told[2].Sent, Bytes{}) << "it could not be opened";
   EXPECT_EQ(Outcome(told[2]), "0 , 0, 8002 unplugged");
+  EXPECT_EQ(told[2].Failure, LinkFailure::NotConnected);
   for (const auto& each : told) {
     EXPECT_EQ(each.Where, "COM1");
     EXPECT_EQ(each.Link, ExchangeLink::Serial);
