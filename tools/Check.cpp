@@ -1,6 +1,7 @@
 #include "Check.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -95,8 +96,9 @@ class PageFile {
     const auto status = std::filesystem::status(path, isAbsent);
     if (std::filesystem::is_directory(status)) throw UsageError("--html: " + path + " is a folder");
     if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) Draft_ = path + ".part";
+    errno = 0;
     File_.open(Draft_.empty() ? path : Draft_, std::ios::binary);
-    if (!File_) throw UsageError("--html: " + path + " cannot be written: " + Reason());
+    if (!File_) throw UsageError("--html: " + path + " cannot be written: " + SystemReason());
   }
   ~PageFile() {
     File_.close();
@@ -109,8 +111,9 @@ class PageFile {
   /// Why it could not be written; empty where it was.
   std::string Write(const std::string& page) {
     if (!File_.is_open()) return {};
+    errno = 0;
     File_ << page;
-    if (!File_.flush()) return Path_ + " cannot be written: " + Reason();
+    if (!File_.flush()) return Path_ + " cannot be written: " + SystemReason();
     File_.close();
     if (Draft_.empty()) return {};
     std::error_code problem;
@@ -121,8 +124,6 @@ class PageFile {
   }
 
  private:
-  static std::string Reason() { return std::generic_category().message(errno); }
-
   const std::string Path_;
   std::string Draft_;  ///< empty where there is none
   std::ofstream File_;
@@ -216,10 +217,10 @@ void ShowEnd(Report& report, const CheckProtocol& protocol, int signal) {
   for (const auto& seen : protocol.Track) {
     Json point = {
         {"s", Round(std::chrono::duration<double>(seen.When - protocol.Track.front().When).count(), 3)},
-        {"pan", Val(Text(seen.Pan))},
-        {"tilt", Val(Text(seen.Tilt))},
+        {"pan", AsWritten(seen.Pan)},
+        {"tilt", AsWritten(seen.Tilt)},
         {"told", seen.TellsHead}};
-    if (seen.Zoom) point["zoom"] = Val(Text(*seen.Zoom));
+    if (seen.Zoom) point["zoom"] = AsWritten(*seen.Zoom);
     track.push_back(std::move(point));
   }
   outcome.Values = Keep({{"driver", protocol.Driver},

@@ -23,13 +23,10 @@ namespace {
 using namespace ptzd;
 using Json = nlohmann::ordered_json;
 
-/// The number that the decimal text of a single spells, so that it prints as people wrote it.
-Json JsonNumber(float value) { return Val(Text(value)); }
-
 Json JsonValue(const Variant& value) {
   if (const auto* flag = std::get_if<bool>(&value)) return *flag;
   if (const auto* number = std::get_if<std::int32_t>(&value)) return *number;
-  if (const auto* single = std::get_if<float>(&value)) return JsonNumber(*single);
+  if (const auto* single = std::get_if<float>(&value)) return AsWritten(*single);
   if (const auto* number = std::get_if<double>(&value)) return *number;
   if (const auto* text = std::get_if<std::string>(&value)) return *text;
   return nullptr;

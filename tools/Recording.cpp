@@ -28,11 +28,6 @@ constexpr int FormatVersion = 1;
 /// The others say nothing of a camera, or would say whose session it was.
 constexpr std::string_view HeadersThatMatter[] = {"Content-Type", "WWW-Authenticate", "Location", "Server"};
 
-std::string Reason() {
-  const int error = errno;
-  return error != 0 ? std::generic_category().message(error) : "the system does not say why";
-}
-
 const char* NameOf(ptzd::LinkFailure failure) {
   switch (failure) {
     case ptzd::LinkFailure::Nothing:
@@ -165,7 +160,8 @@ Recording::Recording(const std::string& path, std::string driver, std::vector<st
                      ": the file is there already and is not written over; give another name, or remove it");
   errno = 0;
   File_.open(file, std::ios::binary);
-  if (!File_) throw UsageError("--record " + Printable(path) + ": the file cannot be made: " + Reason());
+  if (!File_)
+    throw UsageError("--record " + Printable(path) + ": the file cannot be made: " + SystemReason());
 }
 
 void Recording::Begin(const Exchange& first) {
@@ -210,7 +206,7 @@ void Recording::Write(const std::string& line) {
   errno = 0;
   File_ << line;
   if (File_.flush()) return;
-  const auto reason = Reason();
+  const auto reason = SystemReason();
   Failed_ = true;
   Report_.Warn("--record " + Path_ +
                ": the recording is not complete, the file cannot be written: " + reason);

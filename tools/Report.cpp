@@ -7,7 +7,6 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -23,8 +22,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json JsonNumber(float value) { return ptzd::Val(ptzd::Text(value)); }
-
 Json JsonMilliseconds(std::chrono::nanoseconds time) {
   return ptzd::Round(std::chrono::duration<double, std::milli>(time).count(), 2);
 }
@@ -32,9 +29,9 @@ Json JsonMilliseconds(std::chrono::nanoseconds time) {
 Json JsonOf(const ptzd::CameraPosition& position) {
   Json json = {{"kind", ptzd::Name(position.Kind)}};
   if (position.Kind == ptzd::PositionKind::Unknown) return json;
-  json["pan"] = JsonNumber(position.Pan);
-  json["tilt"] = JsonNumber(position.Tilt);
-  if (position.Zoom) json["zoom"] = JsonNumber(*position.Zoom);
+  json["pan"] = AsWritten(position.Pan);
+  json["tilt"] = AsWritten(position.Tilt);
+  if (position.Zoom) json["zoom"] = AsWritten(*position.Zoom);
   return json;
 }
 
@@ -245,9 +242,8 @@ void Report::Write(const std::string& text) {
   errno = 0;
   std::cout << text;
   if (std::cout.flush()) return;
-  const int error = errno;
-  Failure_ = "the output cannot be written: " + (error != 0 ? std::generic_category().message(error)
-                                                            : std::string("the system does not say why"));
+  [[maybe_unused]] const int error = errno;
+  Failure_ = "the output cannot be written: " + SystemReason();
 #ifdef SIGPIPE
   if (error == EPIPE) Signal_ = SIGPIPE;
 #endif

@@ -1,10 +1,12 @@
 #include "Words.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <iomanip>
 #include <iterator>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 #include "common/Numbers.h"
@@ -91,8 +93,15 @@ std::string Identifier(std::string_view name) {
   return identifier;
 }
 
+double AsWritten(float value) { return Val(Text(value)); }
+
 std::string Seconds(std::chrono::milliseconds time) {
   return Text(static_cast<double>(time.count()) / 1000) + " s";
+}
+
+std::string SystemReason() {
+  const int error = errno;
+  return error != 0 ? std::generic_category().message(error) : "the system does not say why";
 }
 
 std::vector<std::string> SplitWords(const std::string& line) {

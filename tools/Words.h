@@ -43,8 +43,14 @@ std::string CapabilityWord(ptzd::Capabilities flag);
 /// "not connected" as "not_connected"
 std::string Identifier(std::string_view name);
 
+/// The number that the decimal text of a single spells, so that it prints as people wrote it.
+double AsWritten(float value);
+
 /// "1.5 s"
 std::string Seconds(std::chrono::milliseconds time);
+
+/// Why the system did not do what it was asked, by what it left in `errno`, which is set to 0 before.
+std::string SystemReason();
 
 /// Words of a line, divided by blanks; a word in double quotes may hold blanks. Raises `UsageError` where
 /// quotes are not closed.
