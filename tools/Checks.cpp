@@ -288,9 +288,9 @@ void Checks::Reached() {
 void Checks::Login() {
   if (const auto refused = std::ranges::find_if(Heard_, IsLoginRefusal); refused != Heard_.end()) {
     IsConnected_ = false;
-    WhyNot_ = "the camera demands a login";
     ConnectText_.clear();
-    Fail("the camera demands a login: " + std::to_string(refused->StatusCode) + " " + refused->Reason);
+    WhyNot_ = LoginDemand(*refused);
+    Fail(WhyNot_);
   }
   const bool isHTTP = std::ranges::any_of(
       Heard_, [](const Exchange& e) { return e.Link == ExchangeLink::HTTP && HadAnswer(e); });

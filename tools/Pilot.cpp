@@ -53,7 +53,7 @@ bool IsStill(const DriveSpeeds& speeds) {
 const char* MeaningOf(WishResult result) {
   switch (result) {
     case WishResult::LoginRefused:
-      return "the camera demands another login";
+      return "no login that the camera takes";
     case WishResult::NotReached:
       return "not reached";
     case WishResult::NotSent:

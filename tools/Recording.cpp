@@ -90,22 +90,20 @@ Json HeadersOf(std::string_view block) {
   return headers;
 }
 
-/// The path and query of a URL, and whether a user or password stood before its host.
-std::pair<std::string_view, bool> TargetOf(std::string_view url) {
+/// The path and query of a URL.
+std::string_view TargetOf(std::string_view url) {
   const auto scheme = url.find("://");
   const auto rest = url.substr(scheme == std::string_view::npos ? 0 : scheme + 3);
   const auto path = rest.find_first_of("/?");
-  if (path == std::string_view::npos) return {"/", rest.find('@') != std::string_view::npos};
-  return {rest.substr(path), rest.substr(0, path).find('@') != std::string_view::npos};
+  return path == std::string_view::npos ? "/" : rest.substr(path);
 }
 
 Json RequestOf(const Exchange& exchange) {
   auto request = Json::object();
   if (exchange.Link == ExchangeLink::HTTP) {
-    const auto [target, login] = TargetOf(exchange.URL);
     request["method"] = exchange.Method;
-    request["target"] = target;
-    if (login) request["login"] = true;
+    request["target"] = TargetOf(exchange.URL);
+    if (ptzd::HasLogin(exchange.URL)) request["login"] = true;
     PutBytes(request, "body", exchange.Sent);
   } else if (exchange.Sent.empty()) {
     request["open"] = true;

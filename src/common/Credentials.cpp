@@ -200,4 +200,10 @@ std::string MaskCredentials(std::string_view text) {
   return masked;
 }
 
+bool HasLogin(std::string_view url) {
+  const auto scheme = url.find("://");
+  const auto rest = url.substr(scheme == std::string_view::npos ? 0 : scheme + 3);
+  return rest.substr(0, rest.find_first_of("/?")).find('@') != std::string_view::npos;
+}
+
 }  // namespace ptzd

@@ -42,4 +42,7 @@ class MaskedLogins {
 /// stands before the "@" of an address and the values of the query parameters "usr" and "pwd".
 std::string MaskCredentials(std::string_view text);
 
+/// Whether a user or password, masked or not, stands before the host of a URL.
+bool HasLogin(std::string_view url);
+
 }  // namespace ptzd

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "common/Credentials.h"
 #include "transport/HTTPHandles.h"
 
 namespace ptzd {
@@ -35,7 +36,7 @@ void Blame(WishOutcome& outcome, const Exchange& exchange) {
     outcome.Text = std::to_string(exchange.ErrorNumber) + " " + exchange.ErrorText;
   } else if (IsLoginRefusal(exchange)) {
     outcome.Result = WishResult::LoginRefused;
-    outcome.Text = "the camera demands a login: " + StatusText(exchange);
+    outcome.Text = LoginDemand(exchange);
   } else {
     outcome.Result = WishResult::Refused;
     outcome.Text = "the camera refused: " + StatusText(exchange);
@@ -59,6 +60,11 @@ bool IsRefusal(const Exchange& exchange) { return exchange.StatusCode >= StatusR
 
 bool IsLoginRefusal(const Exchange& exchange) {
   return exchange.StatusCode == StatusUnauthorized || exchange.StatusCode == StatusForbidden;
+}
+
+std::string LoginDemand(const Exchange& refused) {
+  return std::string("the camera demands ") + (HasLogin(refused.URL) ? "another" : "a") +
+         " login: " + StatusText(refused);
 }
 
 bool IsLinkFailure(const Exchange& exchange) {

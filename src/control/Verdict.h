@@ -28,8 +28,11 @@ WishOutcome JudgeConnect(MemberCall call);
 
 /// Whether the camera answered that it does not take it, for whatever reason.
 bool IsRefusal(const Exchange& exchange);
-/// Whether that was for want of a login, or of another one.
+/// Whether the camera wants to know, or does not like, who asks.
 bool IsLoginRefusal(const Exchange& exchange);
+/// What such an exchange says: "the camera demands a login: 401 Unauthorized", "another login" where one came
+/// with the request.
+std::string LoginDemand(const Exchange& refused);
 /// Whether nothing answers at the other end.
 bool IsLinkFailure(const Exchange& exchange);
 /// Whether the camera may have taken any of it. What it refused, it did not.

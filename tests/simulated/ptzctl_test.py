@@ -295,8 +295,10 @@ class Logins(unittest.TestCase):
                 camera.address = "admin:wrong@" + camera.address
                 code, out, err = ptzctl(*camera.options(), "--driver", driver, "move", "up", "5")
                 self.assertEqual(code, 1 if driver.startswith("foscam") else 3)
-                self.assertIn("the camera demands a login: 401 Unauthorized", err)
+                self.assertIn("the camera demands another login: 401 Unauthorized", err)
                 self.assertIn("-> 401 Unauthorized, ", out)
+        with Camera("--user", "admin", "--password", "secret", "--auth", "basic") as camera:
+            self.assertIn("the camera demands a login: 401 Unauthorized", ptzctl(*camera.options(), "home")[2])
 
     def test_no_make_hides_that_nothing_answers(self):
         with Camera() as camera:
