@@ -98,7 +98,7 @@ class Camera::Telling {
   }
   Outcome Done() {
     if (Camera_.Interruption_.Came()) {
-      if (Camera_.MayMove_ && !Told.Stop) Camera_.BringToRest(Told);
+      if (Camera_.MayMove() && !Told.Stop) Camera_.BringToRest(Told);
       const auto& stop = Told.Stop;
       Fail(Result::Interrupted,
            std::string("interrupted") + (!stop                  ? ""
@@ -161,14 +161,14 @@ Outcome Camera::CarryOut(Deed deed) {
   const bool moves = deed.Task.Moves, waits = deed.Task.RestTime.has_value();
   if (moves && State().Connected) told.Before = Position();
   deed.Task.Connected = false;  // that was an operation of its own
-  const bool moved = MayMove_;
+  const auto before = Moving_.load();
   const auto became = Await(Begin(moves, [&] { return Control_.Perform(deed.Task); }).Done);
   telling.Judge(became);
-  if (moves && LeavesAlone(became)) MayMove_ = moved;
+  if (moves && LeavesAlone(became)) Moving_ = before;
   if (moves) Drive_.reset();  // it was ended by this
   const auto after = State();
   const bool rests = after.Motion == CameraMotion::AtRest;
-  if (moves && rests && !Interruption_.Came()) MayMove_ = false;
+  if (moves && rests && !Interruption_.Came()) Moving_ = Moving::No;
   const auto& by = deed.Task.By;
   if (Site_.HasLimits() && (by.Pan || by.Tilt || by.Zoom) && Data().PositionRequests == 0 &&
       (!told.Before || told.Before->Kind == PositionKind::Unknown))
@@ -199,7 +199,7 @@ Outcome Camera::Drive(const Deed& deed, const DriveSpeeds& speeds,
   auto& told = telling.Told;
   if (!telling.NeedsConnection()) return telling.Done();
   telling.NeedsCapability(deed.Needs);
-  const bool moved = MayMove_;
+  const auto before = Moving_.load();
   // Without a lease: what owns the motion is this process, whose end stops it on every way there is. A thread
   // of its own waits for signals, so a lease would guard against nothing more.
   const auto wish = Begin(true, [&] {
@@ -216,14 +216,14 @@ Outcome Camera::Drive(const Deed& deed, const DriveSpeeds& speeds,
   if (!IsDone(became.Result)) {
     Drive_.reset();
     if (LeavesAlone(became))
-      MayMove_ = moved;
+      Moving_ = before;
     else
       BringToRest(told);
     return telling.Done();
   }
   if (isOver || leave) {  // over at once: of speed 0
     Drive_.reset();
-    MayMove_ = false;
+    Moving_ = Moving::No;
     told.Text = deed.What + (leave ? ": sent; it goes on until somebody stops it" : ": sent");
     return telling.Done();
   }
@@ -251,18 +251,34 @@ Outcome Camera::Drive(const Deed& deed, const DriveSpeeds& speeds,
 Outcome Camera::Stop() {
   Telling telling(*this, "stop");
   telling.Told.Text = "Stopped";
-  MayMove_ = true;  // so that nothing keeps it from being tried
+  Moving_ = Moving::Maybe;  // so that nothing keeps it from being tried
   BringToRest(telling.Told);
   telling.Told.Became = telling.Told.Stop->Result;
   return telling.Done();
 }
 
+std::optional<Outcome> Camera::StopAgain() {
+  Telling telling(*this, "stop");
+  auto& told = telling.Told;
+  told.Text = "Stopped";
+  const auto done = Control_.Stop().Done;
+  while (done.wait_for(Look) != std::future_status::ready)
+    if (State().StopTries > 1) return std::nullopt;
+  if (!IsDone(done.get().Result)) return std::nullopt;
+  {
+    const std::lock_guard lock(Mutex_);
+    Stopping_ = done;
+  }
+  BringToRest(told);
+  told.Became = told.Stop->Result;
+  return telling.Done();
+}
+
 void Camera::BringToRest(Outcome& outcome) {
   const auto stopped = AwaitStop();
-  IsUnstopped_ = false;
   outcome.Stop = stopped;
   Drive_.reset();
-  MayMove_ = false;
+  Moving_ = Moving::No;
   if (IsDone(stopped.Result)) {
     try {
       if (Data().PositionRequests != 0) Await(Control_.ReadPosition().Done);
@@ -277,7 +293,7 @@ void Camera::BringToRest(Outcome& outcome) {
     outcome.Text = stopped.Text;
   }
   if (stopped.Result == WishResult::Unsupported) return;
-  IsUnstopped_ = true;
+  Moving_ = Moving::Unstopped;
   outcome.Notes.emplace_back(MayStillMove);
 }
 
@@ -325,7 +341,7 @@ void Camera::StopNow() {
   std::shared_future<WishOutcome> done;
   {
     const std::lock_guard lock(Mutex_);
-    if (!MayMove_) return;
+    if (!MayMove()) return;
     Stopping_ = done = Control_.Stop().Done;
   }
   done.wait();
@@ -366,15 +382,16 @@ Wish Camera::Begin(bool moves, const std::function<Wish()>& wish) {
   // A signal either comes before, and nothing begins, or finds that something may be moving.
   const std::lock_guard lock(Mutex_);
   if (Interruption_.Came()) throw Interrupted();
-  MayMove_ = MayMove_ || moves;
-  if (moves) IsUnstopped_ = false;
-  if (moves) Stopping_.reset();  // what was stopped before is not what begins
+  if (moves) {
+    Moving_ = Moving::Maybe;
+    Stopping_.reset();  // what was stopped before is not what begins
+  }
   return wish();
 }
 
 WishOutcome Camera::Await(const std::shared_future<WishOutcome>& future) const {
   while (future.wait_for(Look) != std::future_status::ready)
-    if (Interruption_.Came() && !MayMove_) throw Interrupted();
+    if (Interruption_.Came() && !MayMove()) throw Interrupted();
   return future.get();
 }
 

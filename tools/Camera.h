@@ -41,15 +41,18 @@ class Camera {
   Outcome Drive(const Deed& deed, const ptzd::DriveSpeeds& speeds,
                 std::optional<std::chrono::milliseconds> time, bool leave);
   Outcome Stop();
+  /// Tries a stop once more where the last was not taken. Nothing where it is not taken this time either; it
+  /// may be under way still, so the process should end without waiting for it.
+  std::optional<Outcome> StopAgain();
   Outcome ReadPosition();
   Outcome SetPosition(float pan, float tilt, std::string what);
 
   /// A drive goes on.
   bool IsDriven() const { return Drive_.has_value(); }
   /// The last stop was not taken, and nothing has been begun since.
-  bool IsUnstopped() const { return IsUnstopped_; }
+  bool IsUnstopped() const { return Moving_ == Moving::Unstopped; }
   /// Something that was begun here may be moving.
-  bool MayMove() const { return MayMove_; }
+  bool MayMove() const { return Moving_ == Moving::Maybe; }
   /// Blocks until ptzctl is interrupted, or the drive is over by itself, which is told.
   std::optional<Outcome> AwaitDrive();
   /// What a signal has done; blocks as long as that takes.
@@ -109,8 +112,9 @@ class Camera {
   bool KnowsPlace_ = false;  ///< somebody has told where the camera is
 
   std::mutex Mutex_;  ///< of a wish beginning and a signal coming
-  std::atomic<bool> MayMove_ = false;
-  bool IsUnstopped_ = false;
+  /// What was begun here. `Unstopped` was tried to be stopped, and is tried only when somebody says so.
+  enum class Moving { No, Maybe, Unstopped };
+  std::atomic<Moving> Moving_ = Moving::No;
   std::optional<std::shared_future<ptzd::WishOutcome>> Stopping_;
 };
 

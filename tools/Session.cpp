@@ -16,6 +16,7 @@
 #include "cameras/CameraList.h"
 #include "drivers/kit/AddressLogins.h"
 #include "platform/ConfigurationFolders.h"
+#include "platform/ProcessEnd.h"
 #include "platform/Terminal.h"
 
 namespace ptzctl {
@@ -205,20 +206,21 @@ bool Session::IsOver() const { return Interruption_.Came() || !Report_.Failure()
 
 int Session::End() {
   if (Report_.Signal() != 0) Interruption_.Note(Report_.Signal());
-  if (Camera_.MayMove() && (Camera_.IsDriven() || IsOver())) {
-    auto stop = Camera_.Stop();
-    Tell(stop);
-    if (!Report_.Failure().empty()) Report_.Warn(Report_.Failure() + "; " + stop.Text);
-  } else if (!Report_.Failure().empty() && Report_.Signal() == 0) {
-    Report_.Warn(Report_.Failure());
-  }
+  std::optional<Outcome> stop;
+  if (Camera_.MayMove() && (Camera_.IsDriven() || IsOver()))
+    stop = Camera_.Stop();
+  else if (Camera_.IsUnstopped())  // the camera may be there again
+    stop = Camera_.StopAgain();
+  if (stop) Tell(*stop);
+  if (!Report_.Failure().empty() && (stop || Report_.Signal() == 0))
+    Report_.Warn(Report_.Failure() + (stop ? "; " + stop->Text : ""));
   if (Interruption_.Came())
     ExitCode_ = ExitCodeOf(Interruption_.Signal());
   else if (!Report_.Failure().empty())
     ExitCode_ = static_cast<int>(Result::Refused);
   if (ExitCode_ == 0 && !Camera_.IsRecorded()) ExitCode_ = static_cast<int>(Result::Refused);
   // What the camera's thread waits for is not needed any more, and may take long.
-  if (IsGivenUp_) std::_Exit(ExitCode_);
+  if (IsGivenUp_ || Camera_.IsUnstopped()) ptzd::EndProcessAtOnce(ExitCode_);
   return ExitCode_;
 }
 
@@ -310,8 +312,6 @@ void OperateTyped(Session& session, const Camera& camera, Interruption& interrup
     interruption.Forgive(SIGINT);
     if (session.IsOver()) break;
   }
-  // Somebody typed since then, and the camera may be there again.
-  if (camera.IsUnstopped() && !session.IsOver()) session.Operate("stop");
 }
 
 void OperateShell(Session& session, const Camera& camera, Interruption& interruption) {

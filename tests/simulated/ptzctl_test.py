@@ -396,6 +396,34 @@ class Motion(unittest.TestCase):
             code, (told,) = outcomes(*camera.options(), "continuous", "20", "0", "--for", "1ms")
             self.assertEqual((code, told["stop"]), (0, {"outcome": "sent", "tries": 3}))
 
+    @unittest.skipIf(WINDOWS, "only a console can interrupt there")
+    def test_a_stop_that_was_not_taken_is_tried_again_at_the_end(self):
+        for way in ("the end", "SIGTERM", "a move that is not taken"):
+            with self.subTest(way), Camera() as camera:
+                process = start(*camera.options(), "--json", "--stop-time", "1ms", "shell")
+
+                def tell(line):
+                    process.stdin.write(line + "\n")
+                    process.stdin.flush()
+                    return json.loads(process.stdout.readline())
+
+                self.assertEqual(json.loads(process.stdout.readline())["result"], "done")
+                tell("continuous 20 0")
+                camera.say("fault refuse")
+                self.assertTrue(camera.is_moving())
+                self.assertIn("the camera may still be moving", tell("stop")["notes"])
+                if way == "a move that is not taken":
+                    self.assertEqual(tell("move-to 1 1")["exit"], 1)
+                camera.say("clear")
+                self.assertTrue(camera.is_moving())
+                if way == "SIGTERM":
+                    process.send_signal(signal.SIGTERM)
+                    process.wait(DEADLINE)
+                last = json.loads(process.communicate(timeout=DEADLINE)[0].splitlines()[-1])
+                self.assertEqual((last["operation"], last["stop"]["outcome"]), ("stop", "sent"))
+                self.assertEqual(process.returncode, 143 if way == "SIGTERM" else 1)
+                self.assertFalse(camera.is_moving())
+
     def test_what_became_of_a_move(self):
         target = {"kind": "target", "pan": -32, "tilt": 12, "zoom": 7.25}
         with Camera() as camera:
