@@ -87,7 +87,7 @@ class Camera {
   ptzd::CameraControl& Control() { return Control_; }
   ExchangeLog& Log() { return *Log_; }
   /// False where something could not be recorded that was to be, which was told.
-  bool IsRecorded() const { return Log_->IsRecorded(); }
+  bool IsRecorded() const { return Log_->RecordingProblem().empty(); }
 
   /// Tells something before an operation is over. False where it cannot be told.
   std::function<bool(const Outcome&)> Tell;

@@ -275,7 +275,7 @@ int RunCheck(const Invocation& invocation, Report& report) {
       invocation.Trace,
       invocation.Record.empty()
           ? nullptr
-          : std::make_unique<Recording>(invocation.Record, subject.Name, invocation.Options, report));
+          : std::make_unique<Recording>(invocation.Record, subject.Name, invocation.Options, &report));
   CheckBench bench(subject.Make, log, interruption, invocation.StopTime);
   PutBackFirst putBack(interruption, bench);
 
@@ -300,7 +300,7 @@ int RunCheck(const Invocation& invocation, Report& report) {
     if (!problem.empty()) report.Warn(problem);
   if (interruption.Came()) return ExitCodeOf(interruption.Signal());
   const bool failed = protocol.Count(Verdict::Failed) != 0 || !unwritten.empty() ||
-                      !report.Failure().empty() || !log->IsRecorded();
+                      !report.Failure().empty() || !log->RecordingProblem().empty();
   return static_cast<int>(failed ? Result::Refused : Result::Done);
 }
 

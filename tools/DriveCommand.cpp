@@ -18,6 +18,7 @@
 #include "Words.h"
 #include "platform/CrashDelay.h"
 #include "platform/Gamepad.h"
+#include "platform/ProcessEnd.h"
 #include "platform/StandardOutput.h"
 
 namespace ptzctl {
@@ -143,21 +144,22 @@ class Driving {
     while (connecting.wait_for(0s) != std::future_status::ready) {
       Pilot_.Look(Pilot::Time::clock::now());
       Draw();  // what goes over the wire is told with the connection
-      if (const auto event = Terminal_.Read(Look); event && event->What == Kind::Press)
-        if (const int signal = event->Code == 'q' || event->Code == KeyEscape ? SIGINT : SignalOf(*event))
-          Interruption_.Note(signal);
+      if (const auto event = Terminal_.Read(Look); event && event->What == Kind::Press) {
+        if (event->Code == 'q' || event->Code == KeyEscape) Quits_ = true;
+        // Quitting has the connection given up, too.
+        if (const int signal = Quits_ ? SIGINT : SignalOf(*event)) Interruption_.Note(signal);
+      }
       if (!Terminal_.IsThere()) Interruption_.Note(SIGHUP);
     }
     View_.Message.clear();
+    Outcome outcome;
     try {
-      auto outcome = connecting.get();
+      outcome = connecting.get();
       for (const auto& exchange : outcome.Exchanges) Exchanges_.Add(exchange);
-      return outcome;
     } catch (const Interrupted&) {
-      Outcome outcome;
       outcome.Result = Result::Interrupted;
-      return outcome;
     }
+    return Quits_ && Interruption_.Forgive(SIGINT) ? Outcome() : outcome;
   }
 
   /// Once around: what was typed, what is pushed, what the camera told.
@@ -294,6 +296,8 @@ class Driving {
 
   void Show() {
     for (const auto& exchange : Camera_.Log().TakeEnded()) Exchanges_.Add(exchange);
+    if (const auto problem = Camera_.Log().RecordingProblem(); !problem.empty() && View_.Message.empty())
+      Say(problem);
     Draw();
   }
 
@@ -310,6 +314,7 @@ class Driving {
   void BringToRest(Outcome& outcome) {
     Pilot_.Look(Pilot::Time::clock::now());
     if (!Pilot_.MayMove()) {
+      for (; Pilot_.IsSending() && !Interruption_.Came(); Terminal_.Read(Look)) Show();  // a preset to save
       if (Pilot_.State().Motion == ptzd::CameraMotion::AtRest) outcome.Text = "the camera is at rest";
       return;
     }
@@ -360,8 +365,13 @@ int RunDrive(const Invocation& invocation, Report& report) {
     throw UsageError(problem.what());
   }
   if (outcome.Result != Result::Done || outcome.Stop) report.Show(outcome);
-  const int code = outcome.ExitCode();
-  return code == 0 && !camera->IsRecorded() ? static_cast<int>(Result::Refused) : code;
+  int code = outcome.ExitCode();
+  if (const auto problem = camera->Log().RecordingProblem(); !problem.empty()) {
+    report.Warn(problem);
+    if (code == 0) code = static_cast<int>(Result::Refused);
+  }
+  // The camera rests, or cannot be stopped; what its thread waits for may take long.
+  ptzd::EndProcessAtOnce(code);
 }
 
 }  // namespace ptzctl

@@ -56,9 +56,9 @@ std::vector<Exchange> ExchangeLog::Take() {
   return all;
 }
 
-bool ExchangeLog::IsRecorded() const {
+std::string ExchangeLog::RecordingProblem() const {
   const std::lock_guard lock(Mutex_);
-  return !Recording_ || Recording_->IsComplete();
+  return Recording_ ? Recording_->Problem() : "";
 }
 
 std::string ExchangeText(const Exchange& exchange) {

@@ -30,8 +30,8 @@ class ExchangeLog final : public ptzd::ExchangeSink {
   std::vector<ptzd::Exchange> Take();
   /// Those that ended since the last call.
   std::vector<ptzd::Exchange> TakeEnded();
-  /// False where something could not be recorded, which was told.
-  bool IsRecorded() const;
+  /// Why something could not be recorded; empty where all was.
+  std::string RecordingProblem() const;
 
  private:
   const bool Trace_;

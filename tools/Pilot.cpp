@@ -134,7 +134,7 @@ void Pilot::Step(const Deflection& to, const std::string& by) {
   const bool turns = !AtSpeed_.Head && (to.Pan != 0 || to.Tilt != 0);
   const bool zooms = !AtSpeed_.Zoom && to.Zoom != 0;
   if (!turns && !zooms) return;
-  if (Last_ && !IsReady(Last_->Wish.Sent)) return;
+  if (IsSending()) return;
   const float step = Steps[static_cast<std::size_t>(Step_)];
   HasMoved_ = MayMove_ = true;
   Stop_.reset();
@@ -191,8 +191,7 @@ void Pilot::Look(Time now) {
   State_.Position = Camera_.Position();
   AtSpeed_ = {Data_.PanSpeed.has_value() && (State_.Capabilities & CapabilityContinuousMove) != 0,
               Data_.ZoomSpeed.has_value() && (State_.Capabilities & CapabilityContinuousZoom) != 0};
-  const bool isUnderWay = Last_ && !IsReady(Last_->Wish.Sent);
-  MayMove_ = HasMoved_ && (Drive_ || isUnderWay || State_.Motion != CameraMotion::AtRest);
+  MayMove_ = HasMoved_ && (Drive_ || IsSending() || State_.Motion != CameraMotion::AtRest);
 
   const auto& at = State_.Position;
   HasKnownPlace_ = HasKnownPlace_ || at.Kind != PositionKind::Unknown;
@@ -212,6 +211,8 @@ void Pilot::Look(Time now) {
   ReadAt_ = now;
   Reading_ = Control_.ReadPosition();
 }
+
+bool Pilot::IsSending() const { return Last_ && !IsReady(Last_->Wish.Sent); }
 
 bool Pilot::IsStopping() const { return Stop_ && !IsReady(Stop_->Done); }
 

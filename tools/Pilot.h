@@ -56,6 +56,8 @@ class Pilot {
   /// Reads the position where that is due.
   void Look(Time now);
 
+  /// Whether the last wish has not left yet.
+  bool IsSending() const;
   /// Whether something that began here may be moving still. For any thread, as it was at the last `Look`.
   bool MayMove() const { return MayMove_; }
   /// What became of the last stop; absent while it is tried, or where there was none.

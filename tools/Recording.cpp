@@ -148,7 +148,7 @@ std::string TextOf(const Json& line) {
 }  // namespace
 
 Recording::Recording(const std::string& path, std::string driver, std::vector<std::string> options,
-                     const Report& report)
+                     const Report* report)
     : Path_(path), Driver_(std::move(driver)), Options_(std::move(options)), Report_(report) {
   std::error_code ignored;
   const std::filesystem::path file(path);
@@ -200,14 +200,13 @@ void Recording::AddReply(const Exchange& exchange) {
 }
 
 void Recording::Write(const std::string& line) {
-  if (Failed_) return;
+  if (!Problem_.empty()) return;
   errno = 0;
   File_ << line;
   if (File_.flush()) return;
   const auto reason = SystemReason();
-  Failed_ = true;
-  Report_.Warn("--record " + Path_ +
-               ": the recording is not complete, the file cannot be written: " + reason);
+  Problem_ = "--record " + Path_ + ": the recording is not complete, the file cannot be written: " + reason;
+  if (Report_ != nullptr) Report_->Warn(Problem_);
 }
 
 }  // namespace ptzctl

@@ -19,17 +19,18 @@ class Recording {
   static constexpr std::size_t MostOfReply = 1024 * 1024;  ///< bytes of a reply's body
 
   /// `options` are those of the command line ("Key=Value"). Raises `UsageError` where the file holds
-  /// something already or cannot be made. What cannot be written later is told as a warning, once.
+  /// something already or cannot be made. What cannot be written later is told as a warning, once, where
+  /// there is a report.
   Recording(const std::string& path, std::string driver, std::vector<std::string> options,
-            const Report& report);
+            const Report* report);
 
   void Add(const ptzd::Exchange& exchange);
   /// One whose reply nobody waits for: what was sent, and, in a line of its own, what came of it.
   void AddRequest(const ptzd::Exchange& exchange);
   void AddReply(const ptzd::Exchange& exchange);
 
-  /// All could be written so far.
-  bool IsComplete() const { return !Failed_; }
+  /// Why not all could be written; empty where it could.
+  const std::string& Problem() const { return Problem_; }
 
  private:
   void Begin(const ptzd::Exchange& first);
@@ -37,9 +38,10 @@ class Recording {
 
   const std::string Path_, Driver_;
   const std::vector<std::string> Options_;
-  const Report& Report_;
+  const Report* const Report_;
   std::ofstream File_;
-  bool Begun_ = false, Failed_ = false;
+  std::string Problem_;
+  bool Begun_ = false;
   std::chrono::system_clock::time_point Start_;
 };
 

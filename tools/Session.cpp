@@ -140,9 +140,10 @@ std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& r
   ptzd::PropertyBag options;
   options.Contents(settings.Options);
   const auto address = options.Text("Address");
-  auto recording = invocation.Record.empty() ? nullptr
-                                             : std::make_unique<Recording>(invocation.Record, settings.Driver,
-                                                                           invocation.Options, report);
+  auto recording = invocation.Record.empty()
+                       ? nullptr
+                       : std::make_unique<Recording>(invocation.Record, settings.Driver, invocation.Options,
+                                                     isAttended ? nullptr : &report);
   return std::make_unique<Camera>(std::move(settings), address.substr(address.rfind('@') + 1), interruption,
                                   std::make_shared<ExchangeLog>(invocation.Trace, std::move(recording)));
 } catch (const UsageError&) {

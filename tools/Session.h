@@ -27,8 +27,8 @@ struct CameraPlace {
 /// `UsageError`.
 CameraPlace PlaceOf(const Invocation& invocation);
 /// The camera that a command line names, not connected yet. One that is attended is watched while it moves
-/// and connected again when its link was lost. Raises `UsageError`, and `Interrupted` while a password is
-/// asked for.
+/// and connected again when its link was lost; that its recording failed is told by whoever attends it.
+/// Raises `UsageError`, and `Interrupted` while a password is asked for.
 std::unique_ptr<Camera> MakeCamera(const Invocation& invocation, const Report& report,
                                    const Interruption& interruption, bool isAttended = false);
 

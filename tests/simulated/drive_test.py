@@ -9,6 +9,7 @@ import os
 import re
 import select
 import signal
+import socket
 import struct
 import subprocess
 import sys
@@ -269,6 +270,24 @@ class Ends(DriveTest):
         with Window("--driver", "Axis", "--address", gone, "drive") as window:
             self.assertEqual(window.wait_for_end(), 3)
             self.assertIn("17001 Unable to connect", window.text())
+
+    def test_quitting_while_it_connects(self):
+        with socket.create_server(("127.0.0.1", 0)) as silent:
+            for key, code in ((b"q", 0), (b"\x03", 130)):
+                with self.subTest(code=code), Window("--driver", "Axis", "--address",
+                                                     f"127.0.0.1:{silent.getsockname()[1]}", "drive") as window:
+                    window.wait_for_text("Connecting")
+                    window.type(key)
+                    self.assertEqual(window.wait_for_end(), code)
+                    self.assertNotIn("Unable to connect", window.text())
+
+    def test_a_recording_that_fails_is_told_on_the_screen_and_behind_it(self):
+        with driving("--record", "/dev/full") as (_, window):
+            window.wait_for_text("--record /dev/full: the recording is not complete")
+            window.type(b"q")
+            self.assertEqual(window.wait_for_end(), 1)
+            self.assertEqual(window.raw.count(b"warning: --record /dev/full"), 1)
+            self.assertLess(window.raw.rindex(b"\x1b[?1049l"), window.raw.index(b"warning: --record"))
 
 
 class Faults(DriveTest):
