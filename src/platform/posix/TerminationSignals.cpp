@@ -17,8 +17,8 @@ namespace ptzd {
 
 namespace {
 
-constexpr std::array Signals{SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGPIPE, SIGTSTP,
-                             SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ};
+constexpr std::array Signals{SIGINT,    SIGTERM, SIGHUP,  SIGQUIT, SIGPIPE, SIGTSTP, SIGALRM,
+                             SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ};
 
 // What the handler writes to; a signal's number is one byte.
 std::atomic<int> WriteEnd = -1;
