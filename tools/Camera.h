@@ -67,6 +67,7 @@ class Camera {
   ptzd::CameraState State() const { return Control_.State(); }
   /// How the site has the camera; what stands in tasks is the driver's.
   const ptzd::Site& Site() const { return Site_; }
+  const std::map<std::string, std::int32_t>& Presets() const { return Settings_.Presets; }
   /// The number of a preset of the site's; nothing where it has none of that name.
   std::optional<std::int32_t> PresetNamed(const std::string& name) const;
   /// Raises `UsageError` where there is a name, and no such preset.

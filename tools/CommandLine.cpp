@@ -185,7 +185,7 @@ void OperationParser::Declare() {
             },
             "Counted from 0, or a name that cameras.toml has for it")
         ->required()
-        ->type_name("");
+        ->type_name("PRESET");
     return command;
   };
   Add(*preset, "count", "How many numbered presets there are", PresetCount);
@@ -588,7 +588,9 @@ class LineTable {
 
 Invocation ParseCommandLine(int argc, char** argv) { return CommandTable().Read({argv + 1, argv + argc}); }
 
-Completion CompleteLine(const std::string& line) { return Complete(LineTable().App, line); }
+Completion CompleteLine(const std::string& line, const Presets& presets) {
+  return Complete(LineTable().App, line, presets);
+}
 
 std::optional<Operation> ParseLine(const std::string& line) {
   auto words = SplitWords(line);

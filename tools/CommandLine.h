@@ -65,7 +65,7 @@ class HelpRequest : public std::runtime_error {
 Invocation ParseCommandLine(int argc, char** argv);
 /// One operation of a `run` or `shell`; nothing for a line that is empty or a comment.
 std::optional<Operation> ParseLine(const std::string& line);
-/// What may stand where a line of a `shell` ends.
-Completion CompleteLine(const std::string& line);
+/// What may stand where a line of a `shell` ends, on a camera that has these presets.
+Completion CompleteLine(const std::string& line, const Presets& presets);
 
 }  // namespace ptzctl

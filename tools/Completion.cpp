@@ -44,7 +44,7 @@ std::string InShort(std::string help) {
 /// What the words before the last one have said.
 class Reading {
  public:
-  explicit Reading(const CLI::App& app) : Apps_{&app} {}
+  Reading(const CLI::App& app, const Presets& presets) : Apps_{&app}, Presets_(presets) {}
 
   void Take(const std::string& word) {
     if (const auto* option = std::exchange(Wanting_, nullptr)) return Note(*option, word);
@@ -142,6 +142,9 @@ class Reading {
           found.push_back({before + entry->Class().substr(entry->Class().find('.') + 1), entry->Name()});
     } else if (kind == "CAMERA") {
       found = Cameras(before);
+    } else if (kind == "PRESET") {
+      for (const auto& [name, number] : Camera_.empty() ? Presets_ : Camera().Presets)
+        found.push_back({before + name, std::to_string(number)});
     } else if (kind == "KEY=VALUE") {
       found = OptionValues(before);
     } else if (kind.find('|') != std::string::npos) {
@@ -164,12 +167,13 @@ class Reading {
     return found;
   }
 
+  ptzd::CameraSettings Camera() const { return ptzd::CameraList(CameraFile_).Find(Camera_).Settings; }
+
   /// `Key=`, and the whole of it where there is a choice.
   std::vector<Candidate> OptionValues(const std::string& before) const {
     std::vector<Candidate> found;
     if (Driver_.empty() && Camera_.empty()) return found;
-    const auto& driver =
-        FindDriver(Camera_.empty() ? Driver_ : ptzd::CameraList(CameraFile_).Find(Camera_).Settings.Driver);
+    const auto& driver = FindDriver(Camera_.empty() ? Driver_ : Camera().Driver);
     auto options = DescribedOptions(driver);
     std::ranges::move(CommonOptions(driver), std::back_inserter(options));
     for (const auto& option : options) {
@@ -188,6 +192,7 @@ class Reading {
   }
 
   std::vector<const CLI::App*> Apps_;
+  const Presets& Presets_;
   const CLI::Option* Wanting_ = nullptr;  ///< the option whose value comes next
   std::size_t Positional_ = 0;            ///< how many of the innermost command's words were there
   std::string Driver_, Camera_, CameraFile_;
@@ -199,11 +204,11 @@ std::string Quoted(const std::string& word) {
 
 }  // namespace
 
-Completion Complete(const CLI::App& app, const std::string& line) {
+Completion Complete(const CLI::App& app, const std::string& line, const Presets& presets) {
   Completion completion;
   try {
     auto [words, begun] = Typed(line);
-    Reading reading(app);
+    Reading reading(app, presets);
     for (const auto& word : words) reading.Take(word);
     for (auto& candidate : reading.Words(begun, completion.IsFile)) {
       candidate.Word = Quoted(candidate.Word);

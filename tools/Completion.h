@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -19,8 +21,12 @@ struct Completion {
   bool IsFile = false;  ///< the name of a file is wanted
 };
 
-/// What may stand where the line ends, by the commands and options that are declared.
-Completion Complete(const CLI::App& app, const std::string& line);
+/// Names for numbers, as a site has them.
+using Presets = std::map<std::string, std::int32_t>;
+
+/// What may stand where the line ends, by the commands and options that are declared. The presets are those
+/// of the camera where the line names none.
+Completion Complete(const CLI::App& app, const std::string& line, const Presets& presets = {});
 
 /// A script that has a shell ask `ptzctl complete`; `shell` is "bash" or "zsh".
 const char* CompletionScript(const std::string& shell);

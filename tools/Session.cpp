@@ -316,7 +316,8 @@ void OperateTyped(Session& session, const Camera& camera, Interruption& interrup
 }
 
 void OperateShell(Session& session, const Camera& camera, Interruption& interruption) {
-  if (const auto editor = LineEditor::Make({Prompt, HistoryFile(), CompleteLine}, interruption))
+  const auto complete = [&](const std::string& line) { return CompleteLine(line, camera.Presets()); };
+  if (const auto editor = LineEditor::Make({Prompt, HistoryFile(), complete}, interruption))
     return OperateTyped(session, camera, interruption, *editor);
   LineReader reader(interruption);
   const NextLine next = [&] {

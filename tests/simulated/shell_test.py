@@ -24,6 +24,11 @@ class AtTerminal(unittest.TestCase):
         for name in ("XDG_STATE_HOME", "XDG_CONFIG_HOME"):
             self.environment.pop(name, None)
 
+    def name_gate(self, address):
+        os.makedirs(os.path.join(self.home, ".config/ptzd"), exist_ok=True)
+        with open(os.path.join(self.home, ".config/ptzd/cameras.toml"), "w", encoding="utf-8") as cameras:
+            cameras.write(f'[camera.gate]\ndriver = "Axis"\naddress = "{address}"\npresets = {{ door = 3 }}\n')
+
     def spawn(self, program, *words):
         terminal = pexpect.spawn(program, list(words), env=self.environment, encoding="utf-8", timeout=DEADLINE,
                                  dimensions=(50, 160))
@@ -33,7 +38,8 @@ class AtTerminal(unittest.TestCase):
 
 class Shell(AtTerminal):
     def shell(self, camera):
-        terminal = self.spawn(*PTZCTL, "--driver", "Axis", "--address", camera.address, "shell")
+        self.name_gate(camera.address)
+        terminal = self.spawn(*PTZCTL, "@gate", "shell")
         terminal.expect("Connected to Axis")
         terminal.expect(PROMPT)
         return terminal
@@ -46,7 +52,8 @@ class Shell(AtTerminal):
             terminal.send(" up-l\t3\r")
             terminal.expect("Move up-left by 3 degrees: sent")
             terminal.expect(PROMPT)
-            terminal.send("unwanted")
+            terminal.send("preset goto d\t")  # one of the camera's
+            terminal.expect("oor ")
             terminal.send("\x01\x0bzoom i\t\r")  # from the beginning of the line everything is cut
             terminal.expect("Zoom in: sent")
             terminal.expect(PROMPT)
@@ -138,13 +145,11 @@ class Completion(AtTerminal):
              ("--driver Axis -o Zoom", "Step="),
              ("--driver Axis zoom o", "ut"),
              ("--driver Axis preset goto-n", "amed"),
-             ("@ga", "(ga)?te"), ("@gate -o Zoom", "Step="))
+             ("@gate preset goto do", "or"), ("@ga", "(ga)?te"), ("@gate -o Zoom", "Step="))
 
     def setUp(self):
         super().setUp()
-        os.makedirs(os.path.join(self.home, ".config/ptzd"))
-        with open(os.path.join(self.home, ".config/ptzd/cameras.toml"), "w", encoding="utf-8") as cameras:
-            cameras.write('[camera.gate]\ndriver = "Axis"\naddress = "192.168.0.90"\n')
+        self.name_gate("192.168.0.90")
 
     def try_all(self, terminal):
         for typed, added in self.TRIED:
