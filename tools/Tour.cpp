@@ -170,6 +170,7 @@ int RunTour(const Invocation& invocation, Report& report) {
 
   return RunSession(invocation, report,
                     [&](Session& session, Camera& camera, const Interruption& interruption) {
+                      for (const auto& operation : operations) camera.CheckPreset(operation.PresetName);
                       const auto connects = [&] {
                         return camera.State().Connected || session.Operate(ConnectFirst) == Result::Done;
                       };

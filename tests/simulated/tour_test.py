@@ -83,14 +83,17 @@ class Tours(unittest.TestCase):
                     ("[[stop]]\npreset = 1\npan = 2\ntilt = 3\n", "1:1", "one of a preset, a place"),
                     ("[[stop]]\npan_speed = 1\n", "1:1", "how long the camera is driven"),
                     ("rounds = \"two\"\n", "1:10", "a whole number"),
+                    ("rounds = 1\n[[stop]]\npreset = \"door\"\n", None, "this camera has no such name"),
                     ("pause = \"soon\"\n[[stop]]\npreset = 1\n", "1:9", "is not a time"),
                     ("pause = 1\n", "", "expected stops"),
                     ("[[stop]\n", "1:8", "expected ']'")):
                 with self.subTest(text=text):
                     code, told = self.run_tour(camera.address, text)
                     self.assertEqual((code, len(told)), (2, 1))
-                    self.assertIn(f".toml:{where}", told[0]["text"])
+                    if where is not None:
+                        self.assertIn(f".toml:{where}", told[0]["text"])
                     self.assertIn(expected, told[0]["text"])
+            self.assertEqual(camera.requests(), [])
 
 
 if __name__ == "__main__":
