@@ -51,7 +51,7 @@ class Camera {
   bool IsDriven() const { return Drive_.has_value(); }
   /// The last stop was not taken, and nothing has been begun since.
   bool IsUnstopped() const { return Moving_ == Moving::Unstopped; }
-  /// Something that was begun here may be moving.
+  /// Something that was begun here may be moving, and no stop of it has failed.
   bool MayMove() const { return Moving_ == Moving::Maybe; }
   /// Blocks until ptzctl is interrupted, or the drive is over by itself, which is told.
   std::optional<Outcome> AwaitDrive();
