@@ -360,18 +360,16 @@ CameraPosition Camera::Position() const {
   return position;
 }
 
-std::optional<std::int32_t> Camera::PresetNamed(const std::string& name) const {
-  const auto found = Settings_.Presets.find(name);
-  if (found == Settings_.Presets.end()) return std::nullopt;
-  return found->second;
-}
-
-void Camera::CheckPreset(const std::string& name) const {
-  if (name.empty() || PresetNamed(name)) return;
+std::int32_t Camera::PresetNamed(const std::string& name) const {
+  if (const auto found = Settings_.Presets.find(name); found != Settings_.Presets.end()) return found->second;
   std::vector<std::string> names;
   for (const auto& [each, number] : Settings_.Presets) names.push_back(each);
   throw UsageError("preset: \"" + Printable(name) +
                    "\" is not a whole number, and this camera has no such name" + DoYouMean(name, names));
+}
+
+void Camera::CheckPreset(const std::string& name) const {
+  if (!name.empty()) PresetNamed(name);
 }
 
 std::string Camera::DriverName() const {

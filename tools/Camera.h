@@ -68,8 +68,8 @@ class Camera {
   /// How the site has the camera; what stands in tasks is the driver's.
   const ptzd::Site& Site() const { return Site_; }
   const std::map<std::string, std::int32_t>& Presets() const { return Settings_.Presets; }
-  /// The number of a preset of the site's; nothing where it has none of that name.
-  std::optional<std::int32_t> PresetNamed(const std::string& name) const;
+  /// The number of a preset of the site's. Raises `UsageError` where it has none of that name.
+  std::int32_t PresetNamed(const std::string& name) const;
   /// Raises `UsageError` where there is a name, and no such preset.
   void CheckPreset(const std::string& name) const;
   const ptzd::DriverClass& Driver() const { return Control_.Driver(); }

@@ -201,12 +201,12 @@ NamedCamera Complete(const Invocation& invocation, const CameraToAdd& add, Quest
 }
 
 /// Keeps the camera, and its password where that goes to the keyring; both or none.
-void Keep(const std::string& file, NamedCamera camera) {
+void Keep(const std::string& file, NamedCamera camera, bool replaces) {
   const auto inKeyring = camera.Password.From == Kind::Keyring;
   if (inKeyring) KeepInKeyring(camera);
   try {
     camera.Password.Where = inKeyring ? "" : camera.Password.Where;
-    ptzd::StoreCamera(file, camera);
+    ptzd::StoreCamera(file, camera, replaces);
   } catch (const UsageError&) {
     if (inKeyring) ptzd::RemoveFromKeyring(camera.Name, camera.User);
     throw;
@@ -240,7 +240,7 @@ int AddCamera(const Invocation& invocation, const CameraToAdd& add, Report& repo
   try {
     auto camera = Complete(invocation, add, questions);
     camera.File = file;
-    Keep(file, camera);
+    Keep(file, camera, add.Replaces);
     return ShowOnce(report,
                     Listed("add", "Added " + camera.Name + " to " + file, Json::array({RowOf(camera)})));
   } catch (const Interrupted&) {

@@ -73,15 +73,14 @@ class Reading {
   }
 
  private:
-  static bool IsOffered(const CLI::App& command) { return !command.get_group().empty(); }
+  static bool IsOffered(const CLI::App* command) { return !command->get_group().empty(); }
 
   std::vector<Candidate> Commands() const {
     std::vector<Candidate> found;
-    for (const auto* command : Apps_.back()->get_subcommands(IsOfferedCommand))
+    for (const auto* command : Apps_.back()->get_subcommands(IsOffered))
       found.push_back({command->get_name(), InShort(command->get_description())});
     return found;
   }
-  static bool IsOfferedCommand(const CLI::App* command) { return IsOffered(*command); }
 
   const CLI::App* Find(const std::string& word) const {
     const auto commands =

@@ -142,7 +142,7 @@ CameraPlace StepOf(Directions direction, float angle) {
 }
 
 std::int32_t PresetOf(const Camera& camera, const Arguments& arguments) {
-  return camera.PresetNamed(arguments.PresetName).value_or(arguments.Preset);
+  return arguments.PresetName.empty() ? arguments.Preset : camera.PresetNamed(arguments.PresetName);
 }
 
 /// "door (1)"

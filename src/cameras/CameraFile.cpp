@@ -407,12 +407,15 @@ std::vector<NamedCamera> ReadCameraFile(const std::string& file, bool mustBeTher
   return ReadCameras(contents.Text, file, contents.Openness);
 }
 
-void StoreCamera(const std::string& file, const NamedCamera& camera) {
+void StoreCamera(const std::string& file, const NamedCamera& camera, bool replaces) {
   const auto held = Hold(file);
   const auto contents = ContentsOf(file, false);
   auto text = contents.Text;
-  for (const auto& other : ReadCameras(text, file, contents.Openness))
-    if (EqualsIgnoringCase(other.Name, camera.Name)) text = WithoutCamera(text, file, other.Name);
+  for (const auto& other : ReadCameras(text, file, contents.Openness)) {
+    if (!EqualsIgnoringCase(other.Name, camera.Name)) continue;
+    if (!replaces) throw InputError("there is a camera " + other.Name + " in " + file + " by now");
+    text = WithoutCamera(text, file, other.Name);
+  }
   if (!text.empty()) text += text.ends_with('\n') ? "\n" : "\n\n";
   Write(file, text + TableOf(camera));
 }

@@ -264,6 +264,10 @@ class Adding(Named):
             self.assertEqual(process.returncode, 0)
         self.assertEqual({camera["name"] for camera in outcomes("cameras")[1][0]["values"]["cameras"]}, names)
         self.assertEqual([file.name for file in self.file.parent.iterdir()], [self.file.name])
+        adding = [start("add", "same", "--driver", "axis", "--address", f"10.0.0.{host}") for host in range(6)]
+        for process in adding:
+            process.communicate(timeout=DEADLINE)
+        self.assertEqual(sorted(process.returncode for process in adding), [0] + [2] * 5)
 
     def test_asks_for_what_is_missing(self):
         with Camera("--user", "operator", "--password", PASSWORD) as camera:
