@@ -1,6 +1,12 @@
-#include "platform/posix/AnnouncementFiles.h"
+// Announcements in two UTF-8 text files. Every line is a ProgID, "=" and a display name; blanks around them
+// do not count. Empty lines and lines that begin with "#" or ";" are skipped, and so is a malformed one, with
+// a log line.
 
+#include "platform/DriverAnnouncements.h"
+
+#include <filesystem>
 #include <fstream>
+#include <string>
 #include <string_view>
 
 #include <ptzd/Logging.h>
@@ -19,8 +25,11 @@ std::string_view Trim(std::string_view text) {
   return text.substr(first, text.find_last_not_of(Blanks) - first + 1);
 }
 
-std::vector<Announcement> ReadFile(const std::filesystem::path& path) {
+/// None of an empty folder, which is none.
+std::vector<Announcement> ReadFileIn(const std::filesystem::path& folder) {
   std::vector<Announcement> announcements;
+  if (folder.empty()) return announcements;
+  const auto path = folder / "drivers";
   std::ifstream file(path, std::ios::binary);
   int number = 0;
   for (std::string line; std::getline(file, line);) {
@@ -41,24 +50,16 @@ std::vector<Announcement> ReadFile(const std::filesystem::path& path) {
   return announcements;
 }
 
-std::filesystem::path UserFile() {
-  const auto folder = UserConfigurationFolder();
-  return folder.empty() ? folder : folder / "drivers";
-}
-
-class SystemAnnouncements final : public DriverAnnouncements {
+class AnnouncementFiles final : public DriverAnnouncements {
  public:
-  std::vector<Announcement> Machine() override { return ReadFile(MachineConfigurationFolder() / "drivers"); }
-  std::vector<Announcement> User() override { return ReadFile(UserFile()); }
+  std::vector<Announcement> Machine() override { return ReadFileIn(MachineConfigurationFolder()); }
+  std::vector<Announcement> User() override { return ReadFileIn(UserConfigurationFolder()); }
 };
 
 }  // namespace
 
-std::vector<Announcement> AnnouncementFiles::Machine() { return ReadFile(Machine_); }
-std::vector<Announcement> AnnouncementFiles::User() { return ReadFile(User_); }
-
 DriverAnnouncements& SystemDriverAnnouncements() {
-  static SystemAnnouncements announcements;
+  static AnnouncementFiles announcements;
   return announcements;
 }
 
