@@ -127,12 +127,13 @@ TEST(Numbers, ConversionsOfVariants) {
   EXPECT_EQ(ToInt32(Variant(std::string(" 12 "))), 12);
   EXPECT_EQ(ToInt32(Variant(std::string("9999\r"))), 9999);  // a list with foreign line ends
   EXPECT_EQ(ToInt32(Variant(std::string("2.5"))), 2);
-  EXPECT_EQ(ToInt32(Variant(std::string("&HFDAC"))), -596);
+  EXPECT_EQ(ToInt32(Variant(std::string("&HFFFF"))), -1);
   EXPECT_EQ(ToInt32(Variant(std::string("&H10000"))), 65536);
   EXPECT_EQ(ToInt32(Variant(std::string("&o17"))), 15);
   EXPECT_EQ(ToInt32(Variant(true)), -1);
   EXPECT_EQ(ToInt32(Variant()), 0);
   EXPECT_TRUE(ToBoolean(Variant(std::string("tRuE"))));
+  EXPECT_FALSE(ToBoolean(Variant(std::string("False"))));
   EXPECT_FALSE(ToBoolean(Variant(std::string("0.0"))));
   EXPECT_TRUE(ToBoolean(Variant(0.25)));
   EXPECT_EQ(ToText(Variant(0.1F)), "0.1");

@@ -142,19 +142,29 @@ TEST_F(AxisTest, AMoveThatFailsKeepsThePosition) {
 TEST_F(AxisTest, ZoomStepComesFromTheFieldAngles) {
   struct Row {
     const char* limits;
-    const char* zoomOfTen;
+    float zoom;
+    const char* sent;
   };
   const std::string support = "S1.AbsolutePan=true\nS1.AbsoluteTilt=true\nS1.AbsoluteZoom=true\n";
-  for (const auto& [limits, zoomOfTen] : {
-           Row{"MaxZoom=9999\nMinFieldAngle=2\nMaxFieldAngle=50\n", "zoom=3637"},
-           Row{"MaxZoom=9999\nMinFieldAngle=0\nMaxFieldAngle=50\n", "zoom=4001"},
-           Row{"MaxZoom=9999\n", "zoom=4001"},
-           Row{"MaxZoom=19999\nMinFieldAngle=3\nMaxFieldAngle=61\n", "zoom=8942"},
+  for (const auto& [limits, zoom, sent] : {
+           Row{"MaxZoom=9999\nMinFieldAngle=2\nMaxFieldAngle=50\n", 10, "zoom=3637"},
+           Row{"MaxZoom=9999\nMinFieldAngle=0\nMaxFieldAngle=50\n", 10, "zoom=4001"},
+           Row{"MaxZoom=9999\n", 10, "zoom=4001"},
+           Row{"MaxZoom=1042\nMinFieldAngle=2\nMaxFieldAngle=50\n", 41.25F,
+               "zoom=1564"},  // a single before 1.1
        }) {
     Connect(support + limits);
     Sent();
-    Device2.ZoomTo(10);
-    EXPECT_EQ(Sent(), std::string("/axis-cgi/com/ptz.cgi?") + zoomOfTen) << limits;
+    Device2.ZoomTo(zoom);
+    EXPECT_EQ(Sent(), std::string("/axis-cgi/com/ptz.cgi?") + sent) << limits;
+  }
+}
+
+TEST_F(AxisTest, ARelativeHeadIsAtItsReferenceAgainAfterAReconnect) {
+  for (int round = 0; round < 2; ++round) {
+    Connect("S1.RelativePan=true\n");
+    Device2.MoveTo(5, 6, 1);
+    EXPECT_EQ(Sent(), "/axis-cgi/com/ptz.cgi?rpan=5&rtilt=6&rzoom=401");
   }
 }
 

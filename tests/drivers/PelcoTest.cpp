@@ -1,6 +1,7 @@
 #include "drivers/Pelco.h"
 
 #include <limits>
+#include <thread>
 
 #include <ptzd/Error.h>
 #include <ptzd/PropertyBag.h>
@@ -185,6 +186,7 @@ TEST_F(PelcoTest, LineGoneWhileDriving) {
 TEST_F(PelcoTest, StopFollowsAFailedStartOnAHostsPort) {
   class Moody final : public SerialPort {
    public:
+    explicit Moody(FakeClock& time) : Time_(time) {}
     std::vector<std::size_t> Taken;
     int Calls = 0;
     std::int32_t CommPort() override { return 1; }
@@ -194,9 +196,13 @@ TEST_F(PelcoTest, StopFollowsAFailedStartOnAHostsPort) {
     void Output(std::span<const std::uint8_t> frame) override {
       if (++Calls == 1) throw Error(SerialErrorDevice, "once");
       Taken.push_back(frame[3]);
+      Time_.Advance(7);
     }
+
+   private:
+    FakeClock& Time_;
   };
-  auto port = std::make_shared<Moody>();
+  auto port = std::make_shared<Moody>(Time);
   class HostPool final : public SerialPortPool {
    public:
     explicit HostPool(std::shared_ptr<SerialPort> port) : Port_(std::move(port)) {}
@@ -210,7 +216,9 @@ TEST_F(PelcoTest, StopFollowsAFailedStartOnAHostsPort) {
   Connect();
   EXPECT_EQ(ErrorOf([&] { Camera.MoveTo(50, 0); }), "57 once");
   EXPECT_EQ(port->Taken, std::vector<std::size_t>{0}) << "the stop, and no wait before it";
-  EXPECT_EQ(Time.TickCount(), 100000);
+  EXPECT_EQ(Time.TickCount(), 100007);
+  Camera.MoveTo(50, 0);
+  EXPECT_EQ(Time.TickCount(), 100007 + 7 + 500 + 7) << "the motor runs from when it was started";
 }
 
 TEST_F(PelcoTest, ConnectNeedsAPortAndKeepsIt) {
@@ -285,7 +293,10 @@ TEST(SharedSerialPorts, MapsNumbersToDevices) {
   pool.Acquire(2);
   EXPECT_EQ(made, "2=/dev/ttyUSB0 3=" + DefaultSerialDevice(3) + " 2=/dev/ttyUSB1 ");
   EXPECT_EQ(NumberOf([&] { pool.Acquire(0); }), SerialErrorNoPort);
-  EXPECT_NE(ThreadSerialPortPool(), nullptr);
+  std::shared_ptr<SerialPortPool> others;
+  std::thread([&] { others = ThreadSerialPortPool(); }).join();
+  EXPECT_NE(ThreadSerialPortPool(), others) << "each thread has its own";
+  EXPECT_EQ(ThreadSerialPortPool(), ThreadSerialPortPool());
 }
 
 }  // namespace

@@ -27,7 +27,9 @@ class QuorvaneTest : public DriverTest<Quorvane> {
 
   static Bytes OptionsWith(const std::string& feed, bool reset = false,
                            const std::string& address = "camera1") {
-    return CameraOptions({{"Feed", feed}, {"Reset", reset}}, address);
+    OptionValues values{{"Reset", reset}};
+    if (!feed.empty()) values.emplace_back("Feed", feed);
+    return CameraOptions(values, address);
   }
   void Connect(const std::string& feed = "3") {
     ASSERT_TRUE(Camera.Connect(OptionsWith(feed)));

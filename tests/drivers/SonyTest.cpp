@@ -199,8 +199,9 @@ TEST_F(SonyTest, ModelsHaveTheirOwnScales) {
   for (const auto& row : rows)
     for (const std::string model : row.models) {
       Pages[SysInfo] = {"ModelName=SNC-" + model + "&" + row.ranges};
-      Pages[Visca] = {"90500001020C0F0F090CFF"};
+      Pages[Visca] = {"90500000000000000000FF"};
       Connect();
+      Pages[Visca] = {"90500001020C0F0F090CFF"};  // what Connect learned is asked for again
       EXPECT_EQ(Text(Camera.Pan()), row.pan) << model;
       EXPECT_EQ(Text(Camera.Tilt()), row.tilt) << model;
       NoVisca();

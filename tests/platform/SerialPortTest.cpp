@@ -80,6 +80,7 @@ TEST_F(SerialPortTest, CarriesEveryByteAsItIs) {
   Port->PortOpen(true);
   EXPECT_TRUE(Port->PortOpen());
   EXPECT_EQ(Port->CommPort(), 3);
+  EXPECT_EQ(DefaultSerialDevice(3), "/dev/ttyS2");
   termios line{};
   ASSERT_EQ(tcgetattr(Far.FarEnd, &line), 0);
   EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B4800));
