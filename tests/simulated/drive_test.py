@@ -266,8 +266,7 @@ class Ends(DriveTest):
                 code, out, err = ptzctl(*camera.options(), *arguments)
                 self.assertEqual((code, told_ in out + err), (2, True), err)
             self.assertEqual(camera.requests(), [])
-            gone = camera.address
-        with Window("--driver", "Axis", "--address", gone, "drive") as window:
+        with Camera("--fault", "refuse") as gone, Window(*gone.options(), "drive") as window:
             self.assertEqual(window.wait_for_end(), 3)
             self.assertIn("17001 Unable to connect", window.text())
 
@@ -316,7 +315,7 @@ class Faults(DriveTest):
     def test_a_camera_that_cannot_be_stopped_is_told_at_the_end(self):
         with driving("--stop-time", "300ms", tells=True) as (camera, window):
             self.drive(window, camera)
-            camera.process.kill()
+            camera.say("fault refuse")
             window.wait_for_text("link lost")
             window.type(b"q")
             self.assertEqual(window.wait_for_end(), 1)

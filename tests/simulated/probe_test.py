@@ -152,9 +152,10 @@ class Probe(unittest.TestCase):
             self.assertEqual((code, outcome["error"]["number"], verdicts), (3, 13104, [("Secubest", "possible")]))
             for told in ("HTTP", "TCP port", " s; 13104"):
                 self.assertIn(told, outcome["text"])
-            closed = silent.getsockname()
-        code, outcome, verdicts = probe(f"{HOME}:{closed[1]}")
-        self.assertEqual((code, outcome["error"]["number"], verdicts), (3, 13104, []))
+        with socket.socket() as closed:
+            closed.bind((HOME, 0))  # nobody listens
+            code, outcome, verdicts = probe(f"{HOME}:{closed.getsockname()[1]}")
+            self.assertEqual((code, outcome["error"]["number"], verdicts), (3, 13104, []))
         dripping = socketserver.ThreadingTCPServer((HOME, 0), Dripping)
         dripping.over, dripping.daemon_threads = threading.Event(), True
         self.addCleanup(dripping.over.set)

@@ -163,10 +163,8 @@ class ExitCodes(unittest.TestCase):
             self.assertEqual(camera.requests(), [])
 
     def test_no_connection_tells_number_and_text(self):
-        with Camera() as camera:
-            gone = camera.address
-        with Camera("--head", "none") as fixed:
-            for address, told in ((gone, "17001 Unable to connect to the device"),
+        with Camera("--fault", "refuse") as gone, Camera("--head", "none") as fixed:
+            for address, told in ((gone.address, "17001 Unable to connect to the device"),
                                   (fixed.address, "17002 This device does not support PTZ."),
                                   ("", "17003 No address specified")):
                 with self.subTest(told):
@@ -301,19 +299,18 @@ class Logins(unittest.TestCase):
             self.assertIn("the camera demands a login: 401 Unauthorized", ptzctl(*camera.options(), "home")[2])
 
     def test_no_make_hides_that_nothing_answers(self):
-        with Camera() as camera:
-            gone = camera.address
-        for driver, (make, *_) in ON_HTTP.items():
-            with self.subTest(driver):
-                asks = not driver.startswith("foscam")
-                feed = ("-o", "Feed=3") if make == "quorvane" else ()
-                camera = "--driver", driver, "--address", gone, *feed
-                self.assertEqual(ptzctl(*camera, "move", "up")[0], 3 if asks else 1)
-                code, (info,) = outcomes(*camera, "info")
-                self.assertEqual(code, 3 if asks else 0)
-                if not asks:
-                    self.assertEqual(info["values"]["link"], "untried")
-                    self.assertEqual(info["position"], {"kind": "unknown"})
+        with Camera("--fault", "refuse") as gone:
+            for driver, (make, *_) in ON_HTTP.items():
+                with self.subTest(driver):
+                    asks = not driver.startswith("foscam")
+                    feed = ("-o", "Feed=3") if make == "quorvane" else ()
+                    camera = "--driver", driver, "--address", gone.address, *feed
+                    self.assertEqual(ptzctl(*camera, "move", "up")[0], 3 if asks else 1)
+                    code, (info,) = outcomes(*camera, "info")
+                    self.assertEqual(code, 3 if asks else 0)
+                    if not asks:
+                        self.assertEqual(info["values"]["link"], "untried")
+                        self.assertEqual(info["position"], {"kind": "unknown"})
 
 
 def end(camera, way, arguments, begun):
@@ -462,9 +459,11 @@ class OtherConnections(unittest.TestCase):
             self.assertEqual(ptzctl(*camera, "run", "preset save 3", "zoom in")[0], 0)
             line.wait_for_requests(5)
             self.assertEqual(line.ask("log")["violations"], [])
-        code, out, err = ptzctl(*camera, "home")
-        self.assertEqual(code, 3)
-        self.assertIn(line.address, out + err, "names the line that is not there")
+            line.say("fault refuse")
+            line.ask("state")  # so the fault is there
+            code, out, err = ptzctl(*camera, "home")
+            self.assertEqual(code, 3)
+            self.assertIn(line.address, out + err, "names the line that is not there")
         code, _, err = ptzctl("--driver", "pelco", "--address", "10.0.0.5", "home")
         self.assertEqual(code, 2)
         self.assertIn("--line is missing", err)
@@ -521,7 +520,9 @@ class JSON(unittest.TestCase):
                 "reply": "", "reply_size": 0})
             _, (info,) = outcomes(*camera.options(), "info")
             self.assertEqual(info["values"]["capabilities"][:4], ["pan", "tilt", "zoom", "absolute_zoom"])
-        code, (lost,) = outcomes(*camera.options(), "info")
+            camera.say("fault refuse")
+            camera.ask("state")  # so the fault is there
+            code, (lost,) = outcomes(*camera.options(), "info")
         self.assertEqual((code, lost["result"]), (3, "no_connection"))
         self.assertEqual(lost["error"], {"number": 17001, "text": "Unable to connect to the device"})
         code, (usage,) = outcomes("move", "up", "abc")
