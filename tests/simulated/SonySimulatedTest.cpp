@@ -138,23 +138,23 @@ TEST_F(SonySimulated, NoCommandOvertakesTheOneBefore) {
 }
 
 TEST_F(SonySimulated, DriversSendingAtOnceCloseOnlyTheirOwnHandles) {
-  constexpr int sends = 40;
+  constexpr int sends = 40, unanswered = 4;  // of more the oldest are given up
   auto &silent = Start("SNC-EP521"), &lively = Start("SNC-RZ50P");
   auto first = std::make_optional(Connect(silent)), second = std::make_optional(Connect(lively));
   silent.Faults().Set("at=ptzf.cgi,silent");
-  const auto send = [](Connection& connection) {
-    for (int i = 1; i <= sends; ++i) connection.Run(i);
+  const auto send = [](Connection& connection, int count) {
+    for (int i = 1; i <= count; ++i) connection.Run(i);
   };
-  std::thread other([&] { send(*first); });
-  send(*second);
+  std::thread other([&] { send(*first, unanswered); });
+  send(*second, sends);
   other.join();
   ASSERT_TRUE(Sends.WaitForClosed(sends)) << "those that are answered";
-  EXPECT_EQ(AsyncHandles().Count(), std::size_t{sends}) << "those of the silent camera";
+  EXPECT_EQ(AsyncHandles().Count(), std::size_t{unanswered}) << "those of the silent camera";
   second.reset();
-  EXPECT_EQ(AsyncHandles().Count(), std::size_t{sends});
-  ASSERT_TRUE(silent.Log().WaitForRequests(sends));
+  EXPECT_EQ(AsyncHandles().Count(), std::size_t{unanswered});
+  ASSERT_TRUE(silent.Log().WaitForRequests(unanswered));
   ASSERT_TRUE(lively.Log().WaitForRequests(sends));
-  for (int i = 1; i <= sends; ++i) {
+  for (int i = 1; i <= unanswered; ++i) {
     const auto body = "ContinuousPanTiltZoom=" + std::to_string(4 * i) + ",0,0,Image1";
     EXPECT_EQ(silent.Log().Requests().at(i - 1).Body, body);
   }
