@@ -21,9 +21,14 @@ class ForwardingInternet : public Internet {
   std::vector<InternetHandle> Sessions;  ///< in the order they were opened
   /// In place of the connect time-out that the client sets, so that a test need not wait for it.
   std::optional<std::uint32_t> ConnectTimeout;
+  /// In place of the system's, which asynchronous requests have.
+  std::optional<std::uint32_t> AsyncReceiveTimeout;
 
   InternetHandle OpenSession(const std::string& agent, std::uint32_t flags) override {
-    return Sessions.emplace_back(System_.OpenSession(agent, flags));
+    const auto session = Sessions.emplace_back(System_.OpenSession(agent, flags));
+    if (AsyncReceiveTimeout && (flags & InternetFlagAsync) != 0)
+      System_.SetOption(session, InternetOptionReceiveTimeout, *AsyncReceiveTimeout);
+    return session;
   }
   bool SetOption(InternetHandle session, std::uint32_t option, std::uint32_t value) override {
     Options.push_back({session, option, value});

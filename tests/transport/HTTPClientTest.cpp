@@ -12,6 +12,9 @@
 #include <string_view>
 #include <vector>
 
+#ifndef _WIN32
+#include "support/Environment.h"
+#endif
 #include "support/Errors.h"
 #include "tests/transport/Camera.h"
 #include "tests/transport/ForwardingInternet.h"
@@ -25,6 +28,9 @@ using test::ErrorOf;
 constexpr auto NoServer = "13104 Failed to connect to the HTTP server.";
 constexpr auto BodyBroke = "13106 InternetQueryDataAvailable returned failure";
 constexpr auto BodyShort = "13106 Disconnected while recieving data";
+
+/// Has no body, whatever length it announces.
+const std::string NotModified = "HTTP/1.1 304 Not Modified\r\nContent-Length: 9";
 
 /// For cameras that fall silent. All others have the usual time, however busy the machine is.
 constexpr std::int32_t ShortTimeout = 250;
@@ -81,7 +87,7 @@ TEST_F(HTTPClientTest, OutcomeOfEachFault) {
            {{"reset-mid-reply"}, BodyBroke, "", "", "may take the reset for an end"},
            {{"chunked-cut"}, BodyBroke, "", "", "takes the end for the last chunk"},
            {{"close-mid-reply"}, BodyShort, "", "200 OK\r"},
-           {{"short-body"}, BodyShort, "", "200 OK\r"},
+           {{"short-body=1"}, BodyShort, "", "200 OK\r"},
            {{"empty-body", "short-body"}, BodyShort, "", "200 OK\r"},
            {{"long-body"}, "", body, "200 OK\r", "hands it all on and waits for more"},
            {{"chunked"}, "", body, "200 OK\r"},
@@ -93,8 +99,11 @@ TEST_F(HTTPClientTest, OutcomeOfEachFault) {
            {{"no-reason"}, "", body, "", "makes a status line of its own"},
            {{"status=404 Not Found"}, "", body, "404 Not Found\r"},
            {{"status=301 Moved"}, "", body, "301 Moved\r"},  // to nowhere
-           {{"long-headers=2048"}, "", body, ""},
-           {{"long-headers=90000"}, "", body, ""},
+           {{"status=600 Odd"}, "", body, ""},
+           {{"long-headers=900"}, "", body, "200 OK\r"},  // 1 KB
+           {{"long-headers=1900"}, "", body, ""},         // 2 KB
+           {{"long-headers=250000"}, "", body, ""},       // 250 KB
+           {{"long-headers=262000"}, NoServer, "", "", "has no limit"},
        }) {
     std::string name;
     for (const auto* fault : faults) name += std::string(fault) + " ";
@@ -146,6 +155,7 @@ TEST_F(HTTPClientTest, RepliesInOtherWords) {
            {"HTTP/1.1 200 OK\r\nContent-Length: 4294967298\r\n\r\nok", "13106 The reply has more than 16 MB",
             "", ""},
            {"ok", "", "ok", "HTTP/1.0 200 OK", "takes its first line for the status line"},
+           {NotModified + "\r\n\r\n", "", "", NotModified},
        }) {
     SCOPED_TRACE(reply);
     if (test::LeftOutUnderWine(reply, notUnderWine)) continue;
@@ -403,16 +413,39 @@ TEST_F(HTTPClientTest, Logins) {
 }
 
 #ifndef _WIN32
-TEST_F(HTTPClientTest, ThroughAProxy) {
-  ASSERT_EQ(setenv("http_proxy", Camera_.URL().c_str(), 1), 0);
-  for (const auto* object : {"/a?b=1#c", "/%2Fplain"}) {
+TEST_F(HTTPClientTest, Proxies) {
+  const std::string proxy = Camera_.URL(), port = ":" + std::to_string(Camera_.Port());
+  struct Row {
+    const char* variable;  // that names the proxy
+    std::pair<const char*, const char*> exceptions;
+    std::string host;
+    bool asksProxy;
+    const char* object = "/a?b=1#c";
+  };
+  const std::string itself = "0.0.0.0" + port;  // the camera, by an address that is not the loopback's
+  for (const auto& [variable, exceptions, host, asksProxy, object] : {
+           Row{"http_proxy", {"no_proxy", nullptr}, "camera.invalid", true},
+           {"http_proxy", {"no_proxy", nullptr}, "camera.invalid", true, "/%2Fplain"},
+           {"all_proxy", {"no_proxy", nullptr}, itself, true},
+           {"ALL_PROXY", {"no_proxy", nullptr}, itself, true},
+           {"http_proxy", {"no_proxy", nullptr}, "127.0.0.1" + port, false},
+           {"http_proxy", {"no_proxy", "a.invalid"}, "127.0.0.1" + port, false},
+           {"http_proxy", {"no_proxy", "a.invalid,0.0.0.0"}, itself, false},
+           {"http_proxy", {"NO_PROXY", "a.invalid,0.0.0.0"}, itself, false},
+           {"http_proxy", {"NO_PROXY", "*"}, itself, false},
+       }) {
+    SCOPED_TRACE(std::string(variable) + " to " + host);
+    const test::Environment environment{
+        {"http_proxy", nullptr}, {"https_proxy", nullptr},  {"HTTPS_PROXY", nullptr},
+        {"all_proxy", nullptr},  {"ALL_PROXY", nullptr},    {"no_proxy", nullptr},
+        {"NO_PROXY", nullptr},   {variable, proxy.c_str()}, exceptions};
+    Client_->UserAgent("");
     Camera_.Log().Clear();
-    Get(std::string("http://camera.invalid") + object);
+    const auto url = "http://" + host + object;
+    Get(url);
     EXPECT_EQ(Error_, "");
-    EXPECT_EQ(Camera_.Requests(), std::string("GET http://camera.invalid") + object + "\n");
+    EXPECT_EQ(Camera_.Requests(), "GET " + (asksProxy ? url : object) + "\n");
   }
-  Client_.reset();
-  unsetenv("http_proxy");
 }
 #endif
 
@@ -532,7 +565,7 @@ TEST_F(DownloadTest, OutcomeOfEachFault) {
            Row{nullptr, "", "", body},
            {nullptr, "shorter", "", body},
            {nullptr, body + "tail", "", body + "tail"},  // a longer file keeps its tail
-           {"short-body=10", "", truncated, body},
+           {"short-body=1", "", truncated, body},
            {"short-body=10", std::string(5000, 'o'), "", body + std::string(3000, 'o')},
            {"stall-mid-body=1000", "", truncated, body.substr(0, 1000)},
            {"no-length", "", "", body},
@@ -556,11 +589,13 @@ TEST_F(DownloadTest, OutcomeOfEachFault) {
   }
 }
 
-TEST_F(DownloadTest, AnnouncedLengthBeyond32Bits) {
+TEST_F(DownloadTest, AnnouncedLengths) {
   Camera_.Faults().Set("close-after-reply");
   Camera_.AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 4294967298\r\n\r\nok");
   Client_->Progress = [](std::int32_t, std::int32_t total, bool&) { EXPECT_EQ(total, INT32_MAX); };
   EXPECT_EQ(Download(), "13106 Download file truncated");
+  Camera_.AnswerWith(NotModified + "\r\n\r\n");
+  EXPECT_EQ(Download(), "");
 }
 
 TEST_F(DownloadTest, PathThatCannotBeWrittenIsRefusedBeforeTheRequest) {
