@@ -63,8 +63,6 @@ TEST_F(MeritLilinTest, Targets) {
     const char* fault;
   };
   const Row rows[] = {
-      {{-190, 10, 3}, "350", "-10", "13", 170, 3, "goes around, and tilts up by less"},
-      {{180, 0, 0}, "0", "0", "1", -180, 0, "180 is -180"},
       {{-540, 0.5F, 0.1F}, "0", "0", "1.4", -180, 0.1F, "never -0; the text of a single"},
       {{-180, -30, 0}, "0", "30", "1", -180, 0, "the lower end is in range"},
       {{179.5F, -0.5F, -1}, "359", "1", "1", 179.5F, 0, "rounds down on both axes; no negative zoom"},
@@ -141,11 +139,9 @@ TEST_F(MeritLilinTest, ContinuousControlRepeatsOnlyStops) {
       {[](auto& c) { c.ContinuousZoom(3); }, "/control?rzoom=-1", "in is negative"},
       {[](auto& c) { c.ContinuousMove(10, 0); }, "", "a zoom between is another motion"},
       {[](auto& c) { c.ContinuousMove(-1, 0.4F); }, "/control?rpan=-1&rtilt=0", "towards minus infinity"},
-      {[](auto& c) { c.ContinuousMove(20, -20); }, "/control?rpan=8&rtilt=-8", ""},
       {[](auto& c) { c.ContinuousMove(2.5e7F, 0); }, "/control?rpan=1E+07&rtilt=0", "the text of a single"},
       {[](auto& c) { c.ContinuousZoom(-3); }, "/control?rzoom=2", "rounded before the sign is turned"},
       {[](auto& c) { c.ContinuousZoom(1); }, "/control?rzoom=0", "never -0"},
-      {[](auto& c) { c.ContinuousZoom(0); }, "/control?zoom_stop=1", ""},
       {[](auto& c) { c.StopContinuous(); }, "/control?stop=1\n/control?zoom_stop=1", "stops are repeated"},
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousMove(0, NAN); }), 6); }, "", ""},
       {[](auto& c) { EXPECT_EQ(NumberOf([&] { c.ContinuousZoom(INFINITY); }), 6); }, "", ""},

@@ -62,7 +62,6 @@ TEST_F(ToshibaTest, MovesGoToPointsOfTheGrid) {
   };
   const Row rows[] = {
       {[](auto& c) { return c.MoveTo(200, -200); }, "4877", "right and lower edge"},
-      {[](auto& c) { return c.MoveTo(-200, 200); }, "771", "left and upper edge"},
       {[](auto& c) { return c.MoveTo(0, -13.5F); }, "", "nearest to where it is"},
       {[](auto& c) { return c.Move(DirectionLeft, 3); }, "", "less than half a point"},
   };

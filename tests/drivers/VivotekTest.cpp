@@ -80,7 +80,6 @@ TEST_F(VivotekTest, MovesAreClicks) {
     const char* fault;
   };
   const Row rows[] = {
-      {[](auto& c) { EXPECT_TRUE(c.Move(DirectionDownLeft)); }, "137,150", "278,348", "5 degrees each"},
       {[](auto& c) { c.Move(DirectionUpRight, 0.5F); }, "176,120", "352,288", "ties go to even"},
       {[](auto& c) { c.Move(DirectionRight, 1.5F); }, "191,120", "381,288", "as do these"},
       {[](auto& c) { c.MoveBoth(0.5F, -0.3F); }, "179,121", "359,291", "steps are not rounded"},
