@@ -45,9 +45,10 @@ constexpr char Footer[] =
     "\n"
     "Exit code: 0, or 1 when a request came that no such camera knows, or 2 when it could not start.\n"
     "\n"
-    "A fault is [next=COUNT,][at=TEXT,]NAME[=VALUE]: for the next COUNT requests only, only for requests "
-    "whose\n"
-    "target contains TEXT. Several add up. Faults (in brackets what is meant when the value is left out):\n";
+    "A fault is [after=COUNT,][next=COUNT,][at=TEXT,]NAME[=VALUE]: only once COUNT requests have passed, for "
+    "the next\n"
+    "COUNT only, only for those whose target contains TEXT. Several add up. Faults (in brackets what is "
+    "meant when the value is left out):\n";
 
 constexpr char CommandHelp[] =
     "Read commands from standard input and end when it ends: fault FAULT, clear, state, log";

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <iterator>
 #include <stdexcept>
+#include <utility>
 
 namespace ptzsim {
 namespace {
@@ -35,6 +36,9 @@ constexpr std::array Table{
           "connecting takes for ever: the queue is full and nothing is accepted", Sockets},
     Entry{CloseOnAccept, "close-on-accept", Value::None, "", Reach::Connection,
           "a connection is closed as soon as it is accepted, its request unread", Sockets},
+    Entry{Vanish, "vanish", Value::None, "", Reach::Connection,
+          "the line hangs up in the middle of a message, which is lost, and is there again",
+          static_cast<unsigned>(Line::Terminal)},
     Entry{NeverRead, "never-read", Value::None, "", Reach::Listener,
           "nothing that comes in is read, the line stays open and fills up", Bytes},
     Entry{DelayReply, "delay", Value::Number, "MS", Reach::Request, "the reply waits MS milliseconds",
@@ -55,6 +59,8 @@ constexpr std::array Table{
           "the reply leaves in separate writes of BYTES each", Everywhere},
     Entry{PauseBetweenPieces, "pause", Value::Number, "MS", Reach::Request,
           "with split: MS milliseconds between the writes", Everywhere},
+    Entry{Drip, "drip", Value::OptionalNumber, "MS", Reach::Request,
+          "the reply leaves a byte at a time, MS milliseconds (10) between them", Everywhere},
     Entry{GarbageBeforeReply, "garbage", Value::OptionalText, "TEXT", Reach::Request,
           "TEXT (\"!?garbage\" and a line end) comes before the reply", Everywhere},
     Entry{CloseAfterReply, "close-after-reply", Value::None, "", Reach::Request,
@@ -79,10 +85,33 @@ constexpr std::array Table{
           "a body of MB times 1048576 bytes"},
     Entry{LongHeaders, "long-headers", Value::Number, "CHARS", Reach::Request,
           "a header block of more than CHARS characters"},
+    Entry{EndlessHeaders, "endless-headers", Value::None, "", Reach::Request, "the header block never ends"},
+    Entry{EndlessBody, "endless-body", Value::None, "", Reach::Request,
+          "no length announced, the body comes again and again"},
+    Entry{EndlessChunks, "endless-chunks", Value::None, "", Reach::Request,
+          "chunked, the body comes again and again"},
+    Entry{EndlessParts, "endless-parts", Value::None, "", Reach::Request,
+          "multipart/x-mixed-replace, the body is one part after the other"},
+    Entry{Continue, "continue", Value::OptionalNumber, "COUNT", Reach::Request,
+          "COUNT times (without end) 100 Continue comes before the reply"},
+    Entry{ResetOnReuse, "reset-on-reuse", Value::OptionalNumber, "N", Reach::Request,
+          "the Nth reuse (first) of a kept connection is reset without an answer"},
+    Entry{LineFeedHeaders, "lf-headers", Value::None, "", Reach::Request,
+          "the header lines end with a line feed alone"},
+    Entry{ControlHeaders, "control-headers", Value::None, "", Reach::Request,
+          "a header holds the control characters, those above 7F among them"},
+    Entry{ControlBody, "control-body", Value::None, "", Reach::Request,
+          "the same, and NUL, CR and LF, in the middle of the body"},
+    Entry{OtherNumbers, "numbers", Value::OptionalText, "TEXT", Reach::Request,
+          "every number of the body, decimal or hexadecimal, is TEXT (nothing)"},
+    Entry{XMLBomb, "xml-bomb", Value::None, "", Reach::Request,
+          "the body is an XML document whose entities grow to gigabytes"},
     Entry{EmptyBody, "empty-body", Value::None, "", Reach::Request, "a body of length 0"},
     Entry{NoContent, "no-content", Value::None, "", Reach::Request, "204 No Content"},
     Entry{Redirect, "redirect", Value::Text, "URL", Reach::Request,
           "302 to URL, the request is not acted on"},
+    Entry{AnsweredBy, "answered-by", Value::Text, "ADDRESS:PORT", Reach::Request,
+          "another camera gets the request and answers in place of this one"},
     Entry{Cookie, "cookie", Value::OptionalText, "NAME=VALUE", Reach::Request,
           "the first reply sets a cookie (session=4711), later requests without it are violations (403)"},
     Entry{Basic, "basic", Value::Text, "USER:PASSWORD", Reach::Request,
@@ -115,7 +144,7 @@ void Check(const Fault& fault) {
   const std::string name(entry.Name);
   if (fault.Times < 0)
     throw std::invalid_argument(name + ": cannot be meant for the next " + std::to_string(fault.Times));
-  if (entry.At == Reach::Listener && fault.Times != 0) {
+  if (entry.At == Reach::Listener && (fault.Times != 0 || fault.After != 0)) {
     throw std::invalid_argument(name + ": holds until it is cleared, what it turns away cannot be counted");
   }
   if (entry.At != Reach::Request && !fault.Target.empty()) {
@@ -127,6 +156,12 @@ void Check(const Fault& fault) {
   if (fault.Kind == SplitReply && fault.Number == 0)
     throw std::invalid_argument(name + ": pieces of 0 bytes");
   if (fault.Kind == Chunked && fault.Number == 0) throw std::invalid_argument(name + ": chunks of 0 bytes");
+  const auto colon = fault.Text.rfind(':');
+  if (fault.Kind == AnsweredBy && (colon == std::string::npos || colon + 1 == fault.Text.size() ||
+                                   ParseCount(name, fault.Text.substr(colon + 1)) > 65535))
+    throw std::invalid_argument(name + ": must end with a colon and a port");
+  if (fault.Kind == ResetOnReuse && fault.Number == 0)
+    throw std::invalid_argument(name + ": reuses count from 1");
   if (entry.Takes == Value::Text && fault.Text.empty()) {
     throw std::invalid_argument(name + ": needs a value, " + name + "=" + std::string(entry.Sample));
   }
@@ -139,24 +174,34 @@ bool TakesNumber(const Entry& entry) {
   return entry.Takes == Value::Number || entry.Takes == Value::OptionalNumber;
 }
 
+/// Whether its time has come; else it is one request nearer.
+bool IsDue(Fault& fault) { return fault.After == 0 || fault.After-- == 0; }
+
 /// Counts the fault off; true when that was its last time.
 bool CountOff(Fault& fault) { return fault.Times > 0 && --fault.Times == 0; }
+
+int ParseTimes(std::string_view what, std::string_view text) {
+  const auto times = ParseCount(what, text);
+  if (times < 1 || times > 1'000'000)
+    throw std::invalid_argument(std::string(what) + ": must be 1 to 1000000");
+  return static_cast<int>(times);
+}
 
 }  // namespace
 
 Fault ParseFault(std::string_view text) {
   Fault fault{.Kind = Refuse};
   const auto prefixed = [&](std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; };
-  while (prefixed("next=") || prefixed("at=")) {
+  while (prefixed("after=") || prefixed("next=") || prefixed("at=")) {
     const auto comma = text.find(',');
     if (comma == std::string_view::npos) {
       throw std::invalid_argument("\"" + std::string(text) +
                                   "\": a comma and the name of a fault must follow");
     }
     if (prefixed("next=")) {
-      const auto times = ParseCount("next", text.substr(5, comma - 5));
-      if (times < 1 || times > 1'000'000) throw std::invalid_argument("next: must be 1 to 1000000");
-      fault.Times = static_cast<int>(times);
+      fault.Times = ParseTimes("next", text.substr(5, comma - 5));
+    } else if (prefixed("after=")) {
+      fault.After = ParseTimes("after", text.substr(6, comma - 6));
     } else {
       fault.Target = text.substr(3, comma - 3);
     }
@@ -254,18 +299,19 @@ FaultSet FaultSwitches::TakeForRequest(std::string_view target) {
   for (auto fault = Faults_.begin(); fault != Faults_.end();) {
     const bool fits =
         EntryOf(fault->Kind).At == Reach::Request && target.find(fault->Target) != target.npos &&
-        std::none_of(taken.begin(), taken.end(), [&](const Fault& t) { return t.Kind == fault->Kind; });
+        std::none_of(taken.begin(), taken.end(), [&](const Fault& t) { return t.Kind == fault->Kind; }) &&
+        IsDue(*fault);
     if (fits) taken.push_back(*fault);
     fault = fits && CountOff(*fault) ? Faults_.erase(fault) : std::next(fault);
   }
   return FaultSet(std::move(taken));
 }
 
-bool FaultSwitches::TakeForConnection() {
+bool FaultSwitches::Take(FaultKind kind) {
   const std::lock_guard lock(Mutex_);
-  const auto fault = std::find_if(Faults_.begin(), Faults_.end(),
-                                  [](const Fault& f) { return EntryOf(f.Kind).At == Reach::Connection; });
-  if (fault == Faults_.end()) return false;
+  const auto fault =
+      std::find_if(Faults_.begin(), Faults_.end(), [&](const Fault& f) { return f.Kind == kind; });
+  if (fault == Faults_.end() || !IsDue(*fault)) return false;
   if (CountOff(*fault)) Faults_.erase(fault);
   return true;
 }
@@ -289,7 +335,8 @@ void FaultSwitches::Changed() {
   for (const auto& [number, changed] : watchers) changed();
 }
 
-Plan PlanReply(std::string reply, std::size_t bodyAt, bool close, const FaultSet& faults) {
+Plan PlanReply(std::string reply, std::size_t bodyAt, bool close, const FaultSet& faults,
+               const std::string& endless) {
   using enum Step::Kind;
   Plan plan;
   if (const auto ms = faults.Number(DelayReply)) {
@@ -313,7 +360,7 @@ Plan PlanReply(std::string reply, std::size_t bodyAt, bool close, const FaultSet
     end = DieOnReuse;
   }
   const auto cut = [&](FaultKind kind, std::size_t from, Step::Kind then) {
-    if (!faults.Has(kind)) return;
+    if (!faults.Has(kind) || from == reply.size()) return;
     const auto length = static_cast<std::int64_t>(reply.size() - from);
     size = from + static_cast<std::size_t>(std::min(faults.Number(kind).value_or(length / 2), length));
     end = then;
@@ -322,11 +369,22 @@ Plan PlanReply(std::string reply, std::size_t bodyAt, bool close, const FaultSet
   cut(ResetInMidReply, 0, Reset);
   cut(StallInMidBody, bodyAt, Hold);
 
-  const auto piece = static_cast<std::size_t>(faults.Number(SplitReply).value_or(INT64_MAX));
-  const std::chrono::milliseconds pause(faults.Number(PauseBetweenPieces).value_or(0));
-  for (std::size_t at = 0; at < size; at += std::min(piece, size - at)) {
-    if (at > 0 && pause.count() > 0) plan.push_back({.What = Wait, .Time = pause});
-    plan.push_back({.What = Write, .Bytes = reply.substr(at, std::min(piece, size - at))});
+  const bool drips = faults.Has(Drip);
+  const auto piece = drips ? 1 : static_cast<std::size_t>(faults.Number(SplitReply).value_or(INT64_MAX));
+  const std::chrono::milliseconds pause(drips ? faults.Number(Drip).value_or(10)
+                                              : faults.Number(PauseBetweenPieces).value_or(0));
+  bool first = true;
+  const auto write = [&](const std::string& bytes, std::size_t count) {
+    for (std::size_t at = 0; at < count; at += std::min(piece, count - at)) {
+      if (!std::exchange(first, false) && pause.count() > 0) plan.push_back({.What = Wait, .Time = pause});
+      plan.push_back({.What = Write, .Bytes = bytes.substr(at, std::min(piece, count - at))});
+    }
+  };
+  write(reply, size);
+  if (!endless.empty()) {
+    const auto begin = plan.size();
+    write(endless, endless.size());
+    plan.push_back({.What = Again, .Back = plan.size() - begin});
   }
   if (end) plan.push_back({.What = *end});
   return plan;

@@ -21,6 +21,8 @@ enum class FaultKind {
   FullAcceptQueue,
   // A new connection.
   CloseOnAccept,
+  // A message on its way in.
+  Vanish,
   // What the other side sends, from the moment the switch is set until it is cleared.
   NeverRead,
   // The bytes of a reply, on any kind of line.
@@ -32,6 +34,7 @@ enum class FaultKind {
   StallInMidBody,
   SplitReply,
   PauseBetweenPieces,
+  Drip,
   GarbageBeforeReply,
   CloseAfterReply,
   CloseOnReuse,
@@ -46,9 +49,21 @@ enum class FaultKind {
   ChunkedCutOff,
   OversizedBody,
   LongHeaders,
+  EndlessHeaders,
+  EndlessBody,
+  EndlessChunks,
+  EndlessParts,
+  Continue,
+  ResetOnReuse,
+  LineFeedHeaders,
+  ControlHeaders,
+  ControlBody,
+  OtherNumbers,
+  XMLBomb,
   EmptyBody,
   NoContent,
   Redirect,
+  AnsweredBy,
   Cookie,
   Basic,
   Digest,
@@ -64,12 +79,13 @@ struct Fault {
   std::string Text{};           ///< for kinds that take a text
   int Times = 0;         ///< for the next so many requests (connections for CloseOnAccept); 0: until cleared
   std::string Target{};  ///< only for requests whose target contains this text; empty: for all
+  int After = 0;         ///< only once so many of them have passed
 
   static constexpr std::int64_t Unset = -1;  ///< the kind's own default
 };
 
-/// Reads "[next=N,][at=TEXT,]NAME[=VALUE]", for example "next=2,at=ptz.cgi,delay=300". The value reaches to
-/// the end of the text. Throws std::invalid_argument with a message that names what is wrong.
+/// Reads "[after=N,][next=N,][at=TEXT,]NAME[=VALUE]", for example "next=2,at=ptz.cgi,delay=300". The value
+/// reaches to the end of the text. Throws std::invalid_argument with a message that names what is wrong.
 Fault ParseFault(std::string_view text);
 
 /// One line per fault of that kind of line: name, value, effect.
@@ -108,8 +124,8 @@ class FaultSwitches {
   void Serve(Line line);
   /// For servers: the faults for a request to `target`, each counted off by one.
   FaultSet TakeForRequest(std::string_view target);
-  /// For servers: whether a new connection is to be closed at once, counted off by one.
-  bool TakeForConnection();
+  /// For servers: whether a fault that acts before there is a request acts now, counted off by one.
+  bool Take(FaultKind kind);
   /// For servers: calls `changed` after each change, on the thread that made it, until `Forget` of the
   /// result.
   int Watch(std::function<void()> changed);
@@ -134,16 +150,20 @@ struct Step {
     Hold,        ///< do nothing more until the other side closes
     Close,       ///< close in the usual way
     Reset,       ///< close with a reset, where the line knows such a thing
+    Again,       ///< go back to the step `Back` steps before
     DieOnReuse,  ///< stay open, but close as soon as the next byte arrives
   };
   Kind What;
   std::string Bytes{};
   std::chrono::milliseconds Time{};
+  std::size_t Back = 0;
 };
 using Plan = std::vector<Step>;
 
 /// The plan for sending `reply` under the faults that concern bytes and time. `bodyAt` is where the payload
-/// begins in it (0 on lines without headers); `close` ends the plan with closing the line.
-Plan PlanReply(std::string reply, std::size_t bodyAt, bool close, const FaultSet& faults);
+/// begins in it (0 on lines without headers); `close` ends the plan with closing the line. `endless`, where
+/// there is any, follows the reply again and again until the other side closes.
+Plan PlanReply(std::string reply, std::size_t bodyAt, bool close, const FaultSet& faults,
+               const std::string& endless = {});
 
 }  // namespace ptzsim

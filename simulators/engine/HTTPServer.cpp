@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/read.hpp>
 #include <boost/beast/http/status.hpp>
 #include <boost/beast/http/string_body.hpp>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -30,16 +34,63 @@ using boost::system::error_code;
 constexpr std::uint32_t HeaderLimit = 1024 * 1024;
 constexpr std::uint64_t BodyLimit = 64 * 1024 * 1024;
 
+/// An endless reply is sent in pieces of at least so many bytes.
+constexpr std::size_t EndlessPiece = 64 * 1024;
+
 struct Serialised {
   std::string Bytes{};
   std::size_t BodyAt = 0;
   bool Close = false;
+  std::string Endless{};  ///< comes behind the bytes, again and again
 };
+
+constexpr char ContinueReply[] = "HTTP/1.1 100 Continue\r\n\r\n";
 
 std::string Chunk(std::string_view bytes) {
   char length[24];
   std::snprintf(length, sizeof length, "%zx\r\n", bytes.size());
   return length + std::string(bytes) + "\r\n";
+}
+
+/// Those up to 1F and from 7F to 9F, without NUL, CR and LF.
+std::string ControlCharacters() {
+  std::string characters;
+  for (int c = 1; c < 0xA0; ++c)
+    if ((c < ' ' || c >= 0x7F) && c != '\r' && c != '\n') characters += static_cast<char>(c);
+  return characters;
+}
+
+/// An entity of nine levels, each ten times the one before.
+std::string XMLBomb() {
+  std::string document = "<?xml version=\"1.0\"?>\n<!DOCTYPE lol [\n<!ENTITY l0 \"lol\">\n";
+  for (int level = 1; level < 10; ++level) {
+    document += "<!ENTITY l" + std::to_string(level) + " \"";
+    for (int i = 0; i < 10; ++i) document += "&l" + std::to_string(level - 1) + ";";
+    document += "\">\n";
+  }
+  return document + "]>\n<lol>&l9;</lol>\n";
+}
+
+/// Each word of hexadecimal digits, one of them decimal, with its sign and its decimals.
+std::string WithNumbers(const std::string& body, const std::string& number) {
+  std::string changed;
+  for (std::size_t at = 0; at < body.size();) {
+    const auto isWord = [&](std::size_t i) {
+      return i < body.size() && (std::isalnum(static_cast<unsigned char>(body[i])) || body[i] == '_' ||
+                                 (body[i] == '.' && i > at));
+    };
+    auto end = at + (body[at] == '-' || body[at] == '+');
+    const auto first = end;
+    while (isWord(end)) ++end;
+    const auto word = std::string_view(body).substr(first, end - first);
+    const auto digits = word.substr(word.starts_with("0x") || word.starts_with("0X") ? 2 : 0);
+    const bool isNumber = digits.find_first_of("0123456789") != digits.npos &&
+                          digits.find_first_not_of("0123456789abcdefABCDEF.") == digits.npos;
+    if (end == at) ++end;
+    changed += isNumber ? number : body.substr(at, end - at);
+    at = end;
+  }
+  return changed;
 }
 
 /// The reply as a healthy server would word it, before the framing faults have their way.
@@ -51,6 +102,12 @@ void Alter(HTTPReply& reply, const FaultSet& faults) {
   }
   if (faults.Has(FaultKind::NoContent)) reply = {.Status = 204, .Violation = reply.Violation};
   if (faults.Has(FaultKind::EmptyBody)) reply.Body.clear();
+  if (faults.Has(FaultKind::XMLBomb)) reply.Body = XMLBomb();
+  if (const Fault* numbers = faults.Find(FaultKind::OtherNumbers))
+    reply.Body = WithNumbers(reply.Body, numbers->Text);
+  if (faults.Has(FaultKind::ControlBody))
+    reply.Body.insert(reply.Body.size() / 2, ControlCharacters() + std::string("\0\r\n", 3));
+  if (faults.Has(FaultKind::ControlHeaders)) reply.Headers.emplace_back("X-Control", ControlCharacters());
   if (const auto megabytes = faults.Number(FaultKind::OversizedBody)) {
     const auto size = static_cast<std::size_t>(*megabytes) * 1024 * 1024;
     if (reply.Body.empty()) reply.Body = "x";
@@ -65,6 +122,11 @@ void Alter(HTTPReply& reply, const FaultSet& faults) {
   }
 }
 
+/// Repeats what is sent again and again, so that it takes few writes.
+void Enlarge(std::string& endless) {
+  while (!endless.empty() && endless.size() < EndlessPiece) endless += endless;
+}
+
 Serialised Serialise(const HTTPReply& reply, const std::string& version, const Request& request, bool keep,
                      const FaultSet& faults) {
   if (!reply.Raw.empty()) return {reply.Raw, 0, !keep};
@@ -77,7 +139,9 @@ Serialised Serialise(const HTTPReply& reply, const std::string& version, const R
     out.Bytes += " " + (reply.Reason.empty() ? usual : reply.Reason);
   }
   out.Bytes += "\r\n";
-  for (const auto& [name, value] : reply.Headers) out.Bytes += name + ": " + value + "\r\n";
+  const bool inParts = faults.Has(FaultKind::EndlessParts);
+  for (const auto& [name, value] : reply.Headers)
+    if (!inParts || name != "Content-Type") out.Bytes += name + ": " + value + "\r\n";
 
   const bool bodiless = reply.Status == 204 || reply.Status == 304 || reply.Status < 200;
   std::string body = bodiless ? "" : reply.Body;
@@ -86,7 +150,25 @@ Serialised Serialise(const HTTPReply& reply, const std::string& version, const R
     const auto given = faults.Number(kind);
     return given ? static_cast<std::size_t>(*given) : standard;
   };
-  if (faults.Has(FaultKind::NoContentLength)) {
+  if (bodiless) {
+    length.reset();  // and what faults do to bodies does not concern it
+  } else if (faults.Has(FaultKind::EndlessBody) || faults.Has(FaultKind::EndlessChunks) || inParts) {
+    out.Endless = body.empty() ? "x" : body;
+    if (inParts) {
+      out.Bytes += "Content-Type: multipart/x-mixed-replace;boundary=part\r\n";
+      out.Endless =
+          "--part\r\nContent-Type: image/jpeg\r\nContent-Length: " + std::to_string(out.Endless.size()) +
+          "\r\n\r\n" + out.Endless + "\r\n";
+    }
+    if (!faults.Has(FaultKind::Drip)) Enlarge(out.Endless);
+    if (faults.Has(FaultKind::EndlessChunks)) {
+      out.Bytes += "Transfer-Encoding: chunked\r\n";
+      out.Endless = Chunk(out.Endless);
+    }
+    body.clear();
+    length.reset();
+    out.Close = true;
+  } else if (faults.Has(FaultKind::NoContentLength)) {
     length.reset();
     out.Close = true;
   } else if (faults.Has(FaultKind::ChunkedCutOff)) {
@@ -113,7 +195,7 @@ Serialised Serialise(const HTTPReply& reply, const std::string& version, const R
     body += std::string(number(FaultKind::LongBody, 100), 'x');
   }
 
-  if (length && !bodiless) out.Bytes += "Content-Length: " + std::to_string(*length) + "\r\n";
+  if (length) out.Bytes += "Content-Length: " + std::to_string(*length) + "\r\n";
   // A client that was promised a lasting connection is what the cutting faults are for.
   if (!keep) {
     out.Bytes += "Connection: close\r\n";
@@ -121,10 +203,71 @@ Serialised Serialise(const HTTPReply& reply, const std::string& version, const R
     out.Bytes += "Connection: keep-alive\r\n";
   }
   out.Bytes += "\r\n";
+  if (faults.Has(FaultKind::LineFeedHeaders)) std::erase(out.Bytes, '\r');
+  if (const auto times = faults.Number(FaultKind::Continue)) {
+    for (std::int64_t i = 0; i < *times; ++i) out.Bytes.insert(0, ContinueReply);
+  }
   out.BodyAt = out.Bytes.size();
   if (request.Method != "HEAD") out.Bytes += body;
+  if (faults.Has(FaultKind::EndlessHeaders)) {
+    out.Bytes.resize(out.BodyAt - 2);
+    out.Endless = "X-Padding: and more\r\n";
+  }
+  if (faults.Has(FaultKind::Continue) && !faults.Number(FaultKind::Continue))
+    out = {.Bytes = ContinueReply, .Endless = ContinueReply};
+  if (!faults.Has(FaultKind::Drip)) Enlarge(out.Endless);
   return out;
 }
+
+/// A request handed to another camera, for its answer.
+class Relay : public std::enable_shared_from_this<Relay> {
+ public:
+  using Done = std::function<void(HTTPReply)>;
+
+  /// `done` is called from the executor, with 502 where nobody answers.
+  static void Ask(const asio::any_io_executor& executor, const std::string& address, std::string request,
+                  Done done) {
+    const std::shared_ptr<Relay> relay(new Relay(executor, std::move(request), std::move(done)));
+    const auto colon = address.rfind(':');
+    error_code error;
+    const auto host = asio::ip::make_address(address.substr(0, colon), error);
+    if (error) return relay->End(error);
+    const auto port = static_cast<std::uint16_t>(std::stoi(address.substr(colon + 1)));
+    relay->Socket_.async_connect({host, port}, [relay](const error_code& failed) { relay->Write(failed); });
+  }
+
+ private:
+  Relay(const asio::any_io_executor& executor, std::string request, Done done)
+      : Socket_(executor), Request_(std::move(request)), Done_(std::move(done)) {}
+
+  void Write(const error_code& failed) {
+    if (failed) return End(failed);
+    asio::async_write(
+        Socket_, asio::buffer(Request_),
+        [self = shared_from_this()](const error_code& error, std::size_t) { self->Read(error); });
+  }
+  void Read(const error_code& failed) {
+    if (failed) return End(failed);
+    http::async_read(Socket_, Buffer_, Reply_,
+                     [self = shared_from_this()](const error_code& error, std::size_t) { self->End(error); });
+  }
+  void End(const error_code& failed) {
+    if (failed) return Done_({.Status = 502});
+    HTTPReply reply{.Status = static_cast<int>(Reply_.result_int()), .Reason = std::string(Reply_.reason())};
+    for (const auto& field : Reply_)
+      if (field.name() != http::field::content_length && field.name() != http::field::transfer_encoding &&
+          field.name() != http::field::connection)
+        reply.Headers.emplace_back(field.name_string(), field.value());
+    reply.Body = std::move(Reply_.body());
+    Done_(std::move(reply));
+  }
+
+  tcp::socket Socket_;
+  std::string Request_;
+  Done Done_;
+  boost::beast::flat_buffer Buffer_;
+  http::response<http::string_body> Reply_;
+};
 
 }  // namespace
 
@@ -210,7 +353,7 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
   }
 
   void Received(std::size_t count) {
-    if (DieOnReuse_) return Close();
+    if (DieOnReuse_) return Close(ResetsNext_);
     Pending_.append(Chunk_.data(), count);
     Parse();
   }
@@ -248,8 +391,20 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
     const bool keep = message.keep_alive();
 
     FaultSet faults = Server_.Faults_.TakeForRequest(request.Target);
+    ++Served_;
+    ResetsNext_ =
+        faults.Has(FaultKind::ResetOnReuse) && faults.Number(FaultKind::ResetOnReuse).value_or(1) == Served_;
+    if (const Fault* other = faults.Find(FaultKind::AnsweredBy))
+      return Relay::Ask(Socket_.get_executor(), other->Text, request.Raw,
+                        [self = shared_from_this(), request, keep, faults](HTTPReply reply) {
+                          self->Answered(request, std::move(reply), keep, faults);
+                        });
     HTTPReply reply = Server_.Answer(request, faults);
     faults.Add(reply.Faults);
+    Answered(std::move(request), std::move(reply), keep, faults);
+  }
+
+  void Answered(Request request, HTTPReply reply, bool keep, const FaultSet& faults) {
     Alter(reply, faults);
     Serialised serialised = Serialise(reply, Server_.Options_.Version, request, keep, faults);
     request.Status = reply.Status;
@@ -259,17 +414,17 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
   }
 
   void Send(Serialised reply, const FaultSet& faults) {
-    Playback<tcp::socket>::Start(Socket_,
-                                 PlanReply(std::move(reply.Bytes), reply.BodyAt, reply.Close, faults),
-                                 [self = shared_from_this()](Ending ending) { self->Sent(ending); });
+    Playback<tcp::socket>::Start(
+        Socket_, PlanReply(std::move(reply.Bytes), reply.BodyAt, reply.Close, faults, reply.Endless),
+        [self = shared_from_this()](Ending ending) { self->Sent(ending); });
   }
 
   void Sent(Ending ending) {
     if (!Socket_.is_open()) return;
     if (ending == Ending::Close) return Close();
     if (ending == Ending::Reset) return Close(true);
-    DieOnReuse_ = ending == Ending::DieOnReuse;
-    if (DieOnReuse_ && !Pending_.empty()) return Close();
+    DieOnReuse_ = ending == Ending::DieOnReuse || ResetsNext_;
+    if (DieOnReuse_ && !Pending_.empty()) return Close(ResetsNext_);
     NewRequest();
     Parse();
   }
@@ -281,7 +436,8 @@ class HTTPServer::Implementation::Connection : public std::enable_shared_from_th
   std::string Pending_;  ///< received and not yet parsed
   std::string Raw_;      ///< the bytes of the request being parsed
   std::optional<Parser> Parser_;
-  bool DieOnReuse_ = false;
+  std::int64_t Served_ = 0;  ///< requests
+  bool DieOnReuse_ = false, ResetsNext_ = false;
 };
 
 HTTPServer::Implementation::Implementation(Handler handler, Options options, RequestLog& log,
@@ -301,7 +457,7 @@ HTTPServer::Implementation::~Implementation() {
 void HTTPServer::Implementation::Accepted(tcp::socket socket) {
   const auto connection = std::make_shared<Connection>(*this, std::move(socket));
   Connections_[connection->Number()] = connection;
-  Faults_.TakeForConnection() ? connection->Close() : connection->Start();
+  Faults_.Take(FaultKind::CloseOnAccept) ? connection->Close() : connection->Start();
 }
 
 void HTTPServer::Implementation::CloseAll() {

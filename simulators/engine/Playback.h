@@ -48,6 +48,9 @@ class Playback : public std::enable_shared_from_this<Playback<Stream>> {
         return Done_(Ending::Close);
       case Step::Kind::Reset:
         return Done_(Ending::Reset);
+      case Step::Kind::Again:
+        At_ -= 1 + step.Back;
+        return Next();
       case Step::Kind::DieOnReuse:
         return Done_(Ending::DieOnReuse);
     }

@@ -51,7 +51,8 @@ class TCPServer::Implementation {
         std::move(socket), number, Handler_, Log_, Faults_,
         Session::Settings{.Ended = [this, number](Ending end) { Close(number, end == Ending::Reset); }});
     Sessions_[number] = session;
-    Faults_.TakeForConnection() ? Close(number, false) : session->Start(Faults_.IsSet(FaultKind::NeverRead));
+    Faults_.Take(FaultKind::CloseOnAccept) ? Close(number, false)
+                                           : session->Start(Faults_.IsSet(FaultKind::NeverRead));
   }
 
   void Close(int number, bool reset) {

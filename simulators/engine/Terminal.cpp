@@ -155,6 +155,10 @@ class Terminal::Implementation {
   }
 
   bool Admit(const std::string& bytes) {
+    if (Faults_.Take(FaultKind::Vanish)) {
+      HangUp();
+      return false;
+    }
     if (Options_.Baud == 0) return true;
     const Settings port = ReadSettings(Holder_->native_handle());
     if (port.Baud == Options_.Baud && port.StopBits == 1) return true;
