@@ -20,6 +20,8 @@ namespace {
 
 constexpr std::size_t MaxHeaderBlock = 256 * 1024;
 constexpr std::size_t MaxKeptBuffer = 1024;
+/// Receive time-outs that a header block may take which comes in drops.
+constexpr int HeaderPatience = 6;
 constexpr long MaxRedirects = 10;
 constexpr long AnyLogin = CURLAUTH_BASIC | CURLAUTH_DIGEST | CURLAUTH_NTLM;
 
@@ -365,7 +367,10 @@ bool Transfer::AnswersChallenge() const { return Requests_ > Replies_ && Replies
 
 TimePoint Transfer::Deadline() const {
   if (!Connected_) return TimePoint::max();
-  return LastProgress_ + std::chrono::milliseconds(Timeouts_.Receive);
+  const std::chrono::milliseconds patience(Timeouts_.Receive);
+  const auto due = LastProgress_ + patience;
+  // Whoever waits for headers has no clock of its own to look at, as between the pieces of a body.
+  return HeadersFinal_ ? due : std::min(due, AskedAt_ + HeaderPatience * patience);
 }
 
 std::uint32_t Transfer::ReplyError() const {
@@ -463,8 +468,9 @@ int Transfer::OnConnected(void* transfer, char*, char*, int, int localPort) {
     if (self.Refused_) return CURL_PREREQFUNC_ABORT;
   }
   self.Connected_ = true;
-  ++self.Requests_;
-  self.Touch(std::chrono::steady_clock::now());
+  const auto now = std::chrono::steady_clock::now();
+  if (++self.Requests_ == 1) self.AskedAt_ = now;
+  self.Touch(now);
   return CURL_PREREQFUNC_OK;
 }
 

@@ -25,7 +25,7 @@ using TimePoint = std::chrono::steady_clock::time_point;
 /// Time-outs in milliseconds.
 struct Timeouts {
   std::uint32_t Connect;
-  std::uint32_t Receive;  ///< without progress
+  std::uint32_t Receive;  ///< without progress; the header block has to be there after six of them
 };
 
 /// Where requests go, and with whose credentials. Bytes of the ANSI code page.
@@ -175,6 +175,7 @@ class Transfer {
   std::size_t BodyRead_ = 0;
   std::optional<CURLcode> Result_;
   TimePoint LastProgress_;
+  TimePoint AskedAt_;                  ///< the first request began
   std::vector<curl_socket_t> Opened_;  ///< sockets opened for it; none as long as a kept one serves
   int Requests_ = 0;      ///< begun: more than one where a login is asked for, or the camera redirects
   int Replies_ = 0;       ///< header blocks other than 1xx
