@@ -6,7 +6,6 @@
 #include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +17,8 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+
+#include "Process.h"
 
 namespace {
 
@@ -126,11 +127,7 @@ LoopbackServer::LoopbackServer(int ports, Manner manner) {
   Check(shared != MAP_FAILED, "mmap");
   Seen_ = new (shared) Seen{};
 
-  rlimit files{};
-  getrlimit(RLIMIT_NOFILE, &files);
-  files.rlim_cur = files.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &files);
-
+  RaiseDescriptorLimit();
   std::vector<int> listeners;
   for (int i = 0; i < ports; ++i) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -75,6 +75,11 @@ std::vector<Request> RequestLog::Requests() const {
   return Requests_;
 }
 
+std::vector<Request> RequestLog::TakeRequests() {
+  const std::lock_guard lock(Mutex_);
+  return std::exchange(Requests_, {});
+}
+
 std::vector<std::string> RequestLog::Violations() const {
   const std::lock_guard lock(Mutex_);
   return Violations_;

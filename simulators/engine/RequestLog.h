@@ -54,6 +54,8 @@ class RequestLog {
   void Clear();
 
   std::vector<Request> Requests() const;
+  /// All requests since the log was made, cleared or taken from; they are forgotten here.
+  std::vector<Request> TakeRequests();
   std::vector<std::string> Violations() const;
   int ConnectionsOpened() const;
   int ConnectionsClosed() const;
