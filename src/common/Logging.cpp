@@ -4,6 +4,7 @@
 #include <mutex>
 #include <utility>
 
+#include "common/ComposedLog.h"
 #include "common/Credentials.h"
 #include "common/LogScope.h"
 
@@ -39,12 +40,13 @@ constinit thread_local const LogSubject* Subject = nullptr;
 LogScope::LogScope(const LogSubject& subject) : Before_(std::exchange(Subject, &subject)) {}
 LogScope::~LogScope() { Subject = Before_; }
 
+bool LogIsTaken() { return TheAttachment().Attached.load(std::memory_order_acquire); }
 bool LogLinesAreTaken() { return TheAttachment().TakesLines.load(std::memory_order_acquire); }
 const LogSubject* CurrentLogSubject() { return Subject; }
 
 void LogMessage(std::string_view message, LogLevel level) {
+  if (!LogIsTaken()) return;
   auto& attachment = TheAttachment();
-  if (!attachment.Attached.load(std::memory_order_acquire)) return;
   const auto masked = MaskCredentials(message);
   const std::lock_guard lock(attachment.Mutex);
   if (attachment.Sink) attachment.Sink(masked);

@@ -1,9 +1,9 @@
 #include "transport/HTTP.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 
+#include "common/ASCII.h"
 #include "common/Numbers.h"
 #include "platform/CodePages.h"
 #include "transport/StringEncoding.h"
@@ -23,8 +23,7 @@ void AppendEscape(std::string& text, std::int32_t byte) { text.append("%").appen
 /// Cracking a URL takes a port modulo 65536, so it is looked at before.
 bool PortInRange(std::string_view url) {
   if (const auto scheme = url.find("://"); scheme != std::string_view::npos) url.remove_prefix(scheme + 3);
-  constexpr std::string_view ends = "/?#";
-  url = {url.begin(), std::ranges::find_first_of(url, ends)};
+  url = url.substr(0, FindAny<'/', '?', '#'>(url));
   if (const auto at = url.rfind('@'); at != std::string_view::npos) url.remove_prefix(at + 1);
   if (const auto bracket = url.rfind(']'); bracket != std::string_view::npos) url.remove_prefix(bracket + 1);
   const auto colon = url.find(':');

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <limits>
 #include <utility>
 
@@ -124,7 +125,7 @@ void HTTPClient::Open(Handles& handles, InternetHandle session, const Target& ta
   handles.Connection = Internet_.Connect(session, url.HostName, url.Port, target.UserName, target.Password,
                                          url.SchemeNumber, target.AuthFlag | asyncFlag, context);
   if (handles.Connection == 0) Fail(HTTPErrorNoSession, "Failed to initialise the HTTP session");
-  LogStep("Got session handle: " + std::to_string(handles.Connection));
+  LogStep([&] { return "Got session handle: " + std::to_string(handles.Connection); });
   if (asyncFlag != 0) Internet_.SetStatusCallback(handles.Connection, HttpStatusCallback);
 
   if (target.Clean)
@@ -134,7 +135,7 @@ void HTTPClient::Open(Handles& handles, InternetHandle session, const Target& ta
                                                 asyncFlag | (FollowsRedirects_ ? 0 : InternetFlagNoRedirect),
                                             context);
   if (handles.Request == 0) Fail(HTTPErrorNoRequest, "Failed to initialise the HTTP request");
-  LogStep("Got request handle: " + std::to_string(handles.Request));
+  LogStep([&] { return "Got request handle: " + std::to_string(handles.Request); });
 }
 
 std::unique_ptr<OpenExchange> HTTPClient::Begin(bool awaited, const std::string& address,
@@ -181,14 +182,15 @@ Bytes HTTPClient::GetResource(const std::string& address, const std::string& sen
                               const std::string& postData) {
   const auto deadline = Clock_.Now() + MaxDuration;
   Variant body = Bytes{};
-  Perform(address, sendHeaders, postData, [&](Handles& handles) {
+  const auto receive = [&](Handles& handles) {
     ReceiveBody(handles, deadline, body);
     CaptureHeaders(handles.Request);
     // No call tells of a body that ends before its announced length.
     const auto received = static_cast<std::int64_t>(std::get<Bytes>(body).size());
     if (BodyFollows() && received < handles.ContentLength)
       Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
-  });
+  };
+  Perform(address, sendHeaders, postData, std::ref(receive));
   LogStep("Got all data");
   return std::get<Bytes>(std::move(body));
 }
@@ -196,7 +198,7 @@ Bytes HTTPClient::GetResource(const std::string& address, const std::string& sen
 void HTTPClient::ReceiveBody(Handles& handles, Clock::TimePoint deadline, Variant& body) const {
   std::uint32_t available = 0;
   // Shows the bytes available, still none, where one would look for the length.
-  LogStep(std::to_string(available) + "  content length");
+  LogStep([&] { return std::to_string(available) + "  content length"; });
   while (true) {
     if (!Internet_.QueryDataAvailable(handles.Request, available))
       Fail(HTTPErrorBrokenOff, "InternetQueryDataAvailable returned failure");
@@ -216,7 +218,7 @@ void HTTPClient::ReceiveBody(Handles& handles, Clock::TimePoint deadline, Varian
       Fail(HTTPErrorBrokenOff, "Disconnected while recieving data");
     error = Internet_.LastError();
     if (error != SystemErrorNone) Fail(HTTPErrorBrokenOff, "GetLastError returned " + std::to_string(error));
-    LogStep("Wanted " + std::to_string(available) + " and got " + std::to_string(length));
+    LogStep([&] { return "Wanted " + std::to_string(available) + " and got " + std::to_string(length); });
     chunk.resize(length);
     if (handles.Told != nullptr) handles.Told->TakeBody(chunk);
     AppendBytes(body, std::move(chunk));

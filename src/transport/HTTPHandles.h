@@ -9,6 +9,7 @@
 
 #include <ptzd/Error.h>
 #include <ptzd/Logging.h>
+#include "common/ComposedLog.h"
 #include "transport/HTTPClient.h"
 
 namespace ptzd {
@@ -22,6 +23,11 @@ enum HTTPError : std::int32_t {
 };
 
 inline void LogStep(std::string_view text) { LogMessage(text, LogLevel::Debug); }
+/// The same with a text that is made only where somebody takes it.
+template <std::invocable Compose>
+void LogStep(const Compose& compose) {
+  LogComposed(compose, LogLevel::Debug);
+}
 
 /// Errors of the client name no source.
 [[noreturn]] inline void Fail(std::int32_t number, std::string description) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "common/ComposedLog.h"
 #include "common/Credentials.h"
 #include "common/Numbers.h"
 #include "drivers/kit/DriverErrors.h"
@@ -36,16 +37,20 @@ HTTPDriver::HTTPDriver(const DriverData& data, const Platform& platform, const R
 
 std::string HTTPDriver::Url(std::string_view path) const {
   if (Data_.NeedsOptions && !HasOptions_) Raise(ErrorObjectNotSet);
-  return "http://" + AddressOption.In(Options_).append(path);
+  constexpr std::string_view scheme = "http://";
+  const auto address = AddressOption.In(Options_);
+  std::string url;
+  url.reserve(scheme.size() + address.size() + path.size());
+  return url.append(scheme).append(address).append(path);
 }
 
 HTTPReply HTTPDriver::Fetch(std::string_view path) {
   const LogScope scope(Subject_);
-  const auto announce = [this](std::string_view what) {
-    if (!Style_.Announcement.empty()) LogMessage(std::string(Style_.Announcement).append(what));
+  const auto tell = [](std::string_view beginning, std::string_view what) {
+    if (!beginning.empty()) LogComposed([&] { return std::string(beginning).append(what); });
   };
   const auto url = Url(path);
-  announce(Style_.AnnouncesUrl ? url : path);
+  tell(Style_.Announcement, Style_.AnnouncesUrl ? url : path);
   try {
     const auto body = Client_.GetResource(url, "", "");
     if (Style_.AcceptsStatus != nullptr) {
@@ -55,7 +60,7 @@ HTTPReply HTTPDriver::Fetch(std::string_view path) {
                     Error(PTZErrorConnectionFailed, "Received HTTP error " + MaskCredentials(status.Text))};
     }
     auto text = DecodeBytes(body, CodePage1252);
-    if (!Style_.Completion.empty()) LogMessage(std::string(Style_.Completion).append(text));
+    tell(Style_.Completion, text);
     return {.Text = std::move(text)};
   } catch (const Error& error) {
     if (!Style_.Failure.empty())
@@ -78,7 +83,9 @@ std::optional<std::string> HTTPDriver::Request(std::string_view path) {
 
 std::string HTTPDriver::CommandPath(std::string_view base, std::string_view channelParameter,
                                     std::string_view command) const {
-  std::string path(base);
+  std::string path;
+  path.reserve(base.size() + channelParameter.size() + command.size() + 16);
+  path = base;
   if (const auto port = PortOption<std::int32_t>.In(Options_); port != 0)
     path.append(channelParameter).append(Text(port)).append("&");
   return path.append(command);

@@ -33,7 +33,7 @@ void AppendUtf8(std::string& text, char16_t c) {
 std::string From1252(std::span<const std::uint8_t> bytes) {
   std::uint8_t bits = 0;
   for (const auto byte : bytes) bits |= byte;
-  if (bits < 0x80) return {bytes.begin(), bytes.end()};  // nearly every reply
+  if (bits < 0x80) return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};  // nearly every reply
 
   std::string text;
   text.reserve(bytes.size());

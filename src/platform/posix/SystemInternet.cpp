@@ -323,7 +323,7 @@ class CurlInternet final : public Internet {
     const auto& headers = reply->Headers();
     length = static_cast<std::uint32_t>(headers.size());
     if (headers.size() >= buffer.size()) return Succeeded(ErrorInsufficientBuffer);
-    *std::ranges::copy(headers, buffer.begin()).out = '\0';
+    buffer[headers.copy(buffer.data(), headers.size())] = '\0';
     return Succeeded(SystemErrorNone);
   }
 

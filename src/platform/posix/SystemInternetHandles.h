@@ -51,6 +51,7 @@ class HandleTable {
 
   /// Closes a handle and those below it. False where it is not open.
   bool Remove(InternetHandle handle) {
+    std::shared_ptr<Node> only;
     std::vector<std::shared_ptr<Node>> closed;
     {
       const std::lock_guard lock(Mutex_);
@@ -58,8 +59,14 @@ class HandleTable {
       if (entry == Entries_.end()) return false;
       if (const auto above = Entries_.find(entry->second.Parent); above != Entries_.end())
         std::erase(above->second.Children, handle);
-      Extract(handle, closed);
+      if (entry->second.Children.empty()) {
+        only = std::move(entry->second.Node);
+        Entries_.erase(entry);
+      } else {
+        Extract(handle, closed);
+      }
     }
+    if (only) only->Closed();
     for (const auto& node : closed) node->Closed();
     return true;
   }

@@ -34,9 +34,10 @@ bool Fits(std::string_view text, std::size_t bufferSize) {
   return static_cast<std::size_t>(std::ranges::count_if(text, isCharacterStart)) < bufferSize;
 }
 
-/// Cuts `text` at the first of `delimiters`; the rest, delimiter included, goes to `rest`.
-std::string_view CutAt(std::string_view text, std::string_view delimiters, std::string_view& rest) {
-  const auto end = static_cast<std::size_t>(std::ranges::find_first_of(text, delimiters) - text.begin());
+/// Cuts `text` at the first of the delimiters; the rest, delimiter included, goes to `rest`.
+template <char... Delimiters>
+std::string_view CutAt(std::string_view text, std::string_view& rest) {
+  const auto end = FindAny<Delimiters...>(text);
   rest = text.substr(end);
   return text.substr(0, end);
 }
@@ -45,7 +46,7 @@ bool CrackAuthority(std::string_view authority, UrlComponents& components) {
   // A password may hold an "@" of its own.
   if (const auto at = authority.rfind('@'); at != std::string_view::npos) {
     std::string_view password;
-    components.UserName = CutAt(authority.substr(0, at), ":", password);
+    components.UserName = CutAt<':'>(authority.substr(0, at), password);
     if (!password.empty()) components.Password = password.substr(1);
     authority.remove_prefix(at + 1);
   }
@@ -80,9 +81,9 @@ std::uint32_t CrackUrl(std::string_view url, UrlComponents& components) {
 
   std::string_view rest = url.substr(schemeEnd + 1);
   if (rest.starts_with("//"))
-    if (!CrackAuthority(CutAt(rest.substr(2), "/?#", rest), found)) return ErrorInvalidUrl;
+    if (!CrackAuthority(CutAt<'/', '?', '#'>(rest.substr(2), rest), found)) return ErrorInvalidUrl;
   std::string_view extraInfo;
-  found.UrlPath = CutAt(rest, "?#", extraInfo);
+  found.UrlPath = CutAt<'?', '#'>(rest, extraInfo);
   found.ExtraInfo = extraInfo;
 
   if (!Fits(found.Scheme, SchemeSize) || !Fits(found.HostName, HostNameSize) ||
