@@ -382,17 +382,21 @@ void Load::Return(std::size_t number) {
 
 void Load::Direct(const std::atomic<bool>& stop) {
   using Presence = LoadCamera::Presence;
-  std::vector<std::size_t> leaving;
+  std::map<std::size_t, int> leaving;  ///< for how many seconds nothing was wished of it
   for (unsigned second = 0; !stop; ++second) {
-    // What was written to a camera that answers nothing may still be on its way as it leaves.
-    for (const auto number : std::exchange(leaving, {})) {
-      if (Cameras_[number]->Outstanding() > 0) {
-        leaving.push_back(number);
+    // What was written to a camera that answers nothing may still be on its way.
+    for (auto entry = leaving.begin(); entry != leaving.end();) {
+      const auto number = entry->first;
+      auto& calm = entry->second;
+      calm = Cameras_[number]->Outstanding() > 0 ? 0 : calm + 1;
+      if (calm < 2) {
+        ++entry;
         continue;
       }
-      Cameras_[number]->Is(Presence::Away);
       Site_.Break(number, "refuse");
+      Cameras_[number]->Is(Presence::Away);
       Away_[number] = Clock::now();
+      entry = leaving.erase(entry);
     }
     for (std::size_t i = 0; i < Cameras_.size() / 100; ++i) {
       const std::size_t number = Random_() % Cameras_.size();
@@ -400,7 +404,7 @@ void Load::Direct(const std::atomic<bool>& stop) {
       if (IsReserved(number) || !camera.IsHere()) continue;
       camera.Is(Presence::Leaving);
       if (!camera.Replies()) {
-        leaving.push_back(number);
+        leaving[number] = 0;
         continue;
       }
       camera.Is(Presence::Away);
@@ -425,7 +429,7 @@ void Load::Direct(const std::atomic<bool>& stop) {
     }
     if (second % 10 == 9) Settle();
   }
-  for (const auto number : leaving) Cameras_[number]->Is(Presence::Here);
+  for (const auto& entry : leaving) Cameras_[entry.first]->Is(Presence::Here);
 }
 
 void Load::Settle() {

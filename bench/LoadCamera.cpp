@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include <ptzd/Error.h>
 #include <ptzd/PropertyBag.h>
 
 namespace {
@@ -128,13 +129,14 @@ ptzd::Told LoadCamera::Accounts(Kind kind) {
     using enum ptzd::WishResult;
     const bool wasAway = !IsHere() || Clock::time_point(Clock::duration(BackAt_)) >= wished;
     const auto result = outcome.Result;
+    const bool isMove = kind == Kind::Place || kind == Kind::Step || kind == Kind::Zoom;
     {
       const std::lock_guard lock(Mutex_);
       if (IsFulfilled(kind, outcome)) {
         ++Account_.Done;
       } else if (result == Stopped || result == Replaced) {
         ++Account_.Superseded;
-      } else if (result == NotSent && (kind == Kind::Place || kind == Kind::Step || kind == Kind::Zoom)) {
+      } else if (isMove && (result == NotSent || outcome.ErrorNumber == ptzd::ErrorOverflow)) {
         ++Account_.Needless;
       } else if (wasAway) {
         ++Account_.Absent;

@@ -16,7 +16,7 @@
 struct Answers {
   std::size_t Wished = 0, Done = 0;
   std::size_t Superseded = 0;  ///< by a later wish or a stop
-  std::size_t Needless = 0;    ///< the camera was where it was sent
+  std::size_t Needless = 0;    ///< the camera was there, or goes no further, and nothing was sent
   std::size_t Absent = 0;      ///< the camera was away or silent meanwhile
   std::size_t Lost = 0;        ///< none of these
 
