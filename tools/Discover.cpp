@@ -11,17 +11,16 @@
 #include <optional>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <ptzd/Error.h>
+#include "Announcements.h"
 #include "Aside.h"
 #include "ExchangeLog.h"
 #include "Makes.h"
 #include "Words.h"
-#include "common/ASCII.h"
 #include "platform/CodePages.h"
 #include "platform/Multicast.h"
 #include "platform/Socket.h"
@@ -40,11 +39,6 @@ using SteadyClock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 using Json = nlohmann::ordered_json;
 
-// Anybody on the network may send anything, as much as he likes.
-constexpr std::size_t MostPackets = 4096, MostPacketsOfOne = 256;
-constexpr std::size_t MostDevices = 256;
-constexpr std::size_t LongestText = 256;  // bytes kept of what a device says of itself
-constexpr std::size_t MostTexts = 32;     // likewise, of scopes and addresses
 constexpr std::size_t MostDescriptions = 64;
 constexpr std::int32_t LargestDescription = 64 * 1024;
 constexpr unsigned DescriptionsAtOnce = 4;
@@ -53,17 +47,6 @@ constexpr Milliseconds Grace = 250ms;
 
 constexpr Milliseconds DefaultTime = 5000ms;
 constexpr char Group[] = "239.255.255.250";
-
-/// What has announced itself.
-struct Device {
-  std::string From;        ///< the host whose packets said so
-  std::string Interface;   ///< by which they came
-  std::string Identifier;  ///< its endpoint, or the unique name of its service
-  std::vector<std::string> FoundBy;
-  std::string Name, Model, Manufacturer, Server, Location;
-  std::string WebAddress;  ///< "192.168.0.90:80", where it said it
-  std::vector<std::string> Scopes, Addresses;
-};
 
 std::string UUID() {
   std::random_device random;
@@ -87,163 +70,6 @@ std::string Search(std::uint16_t port) {
   return std::string("M-SEARCH * HTTP/1.1\r\nHOST: ") + Group + ":" + std::to_string(port) +
          "\r\nMAN: \"ssdp:discover\"\r\nMX: 1\r\nST: upnp:rootdevice\r\n\r\n";
 }
-
-std::string Cut(std::string_view text) { return std::string(text.substr(0, LongestText)); }
-
-std::vector<std::string> WordsIn(const std::string& text) {
-  std::vector<std::string> words;
-  std::istringstream input(text);
-  for (std::string word; words.size() < MostTexts && input >> word;) words.push_back(Cut(word));
-  return words;
-}
-
-/// The elements inside with that name, whatever its prefix, which every sender chooses as he likes.
-void Find(const XmlNode& node, std::string_view name, std::vector<const XmlNode*>& found) {
-  for (const auto& child : node.Children) {
-    const auto colon = child.Name.find(':');
-    if (std::string_view(child.Name).substr(colon == std::string::npos ? 0 : colon + 1) == name)
-      found.push_back(&child);
-    Find(child, name, found);
-  }
-}
-
-std::string TextIn(const XmlNode& node, std::string_view name) {
-  std::vector<const XmlNode*> found;
-  Find(node, name, found);
-  return found.empty() ? std::string() : found.front()->Text();
-}
-
-/// The host and port of a URL, where its host is the one that is meant.
-std::string PlaceAt(const std::string& host, const std::string& url) {
-  const auto parts = CrackUrl(url);
-  if (parts.HostName != host || parts.Port == 0) return {};
-  return host + (parts.Port == 80 ? "" : ":" + std::to_string(parts.Port));
-}
-
-void Learn(std::string& known, std::string_view told) {
-  if (known.empty()) known = Cut(told);
-}
-
-/// What of an identifier is the same in both protocols.
-std::string Key(const std::string& identifier) {
-  const auto begin = identifier.find("uuid:");
-  if (begin == std::string::npos) return identifier;
-  const auto end = identifier.find("::", begin);
-  std::string key = identifier.substr(begin, end == std::string::npos ? end : end - begin);
-  std::ranges::transform(key, key.begin(), LowerASCII);
-  return key;
-}
-
-/// What has been heard.
-class Ear {
- public:
-  void Take(const Datagram& datagram) {
-    ++Packets_;
-    if (++PacketsOf_[datagram.From] > MostPacketsOfOne || Packets_ > MostPackets) {
-      ++Dropped_;
-      return;
-    }
-    const std::string_view bytes = datagram.Bytes;
-    if (bytes.starts_with("HTTP/1.") || bytes.starts_with("NOTIFY "))
-      TakeSearchReply(datagram);
-    else if (!bytes.starts_with("M-SEARCH "))
-      TakeSoap(datagram);
-  }
-
-  bool IsFull() const { return Packets_ >= 2 * MostPackets; }
-  std::vector<Device>& Devices() { return Devices_; }
-  std::size_t Dropped() const { return Dropped_; }
-  std::size_t Malformed() const { return Malformed_; }
-
- private:
-  void TakeSoap(const Datagram& datagram) {
-    XmlDocument document;
-    if (!document.LoadXml(datagram.Bytes)) {
-      ++Malformed_;
-      return;
-    }
-    std::vector<const XmlNode*> matches;
-    Find(*document.DocumentElement(), "ProbeMatch", matches);
-    const bool answers = !matches.empty();
-    if (!answers) Find(*document.DocumentElement(), "Hello", matches);
-    for (const auto* match : matches) {
-      auto* device = DeviceFor(datagram, TextIn(*match, "Address"), answers ? "ws-discovery" : "hello");
-      if (device == nullptr) return;
-      device->Scopes = WordsIn(TextIn(*match, "Scopes"));
-      device->Addresses = WordsIn(TextIn(*match, "XAddrs"));
-      for (const auto& scope : device->Scopes) {
-        constexpr std::string_view name = "onvif://www.onvif.org/name/",
-                                   model = "onvif://www.onvif.org/hardware/";
-        constexpr std::string_view maker = "onvif://www.onvif.org/manufacturer/";
-        if (scope.starts_with(maker)) Learn(device->Manufacturer, PercentDecode(scope.substr(maker.size())));
-        if (scope.starts_with(name)) Learn(device->Name, PercentDecode(scope.substr(name.size())));
-        if (scope.starts_with(model)) Learn(device->Model, PercentDecode(scope.substr(model.size())));
-      }
-      for (const auto& address : device->Addresses) Learn(device->WebAddress, PlaceAt(device->From, address));
-    }
-  }
-
-  void TakeSearchReply(const Datagram& datagram) {
-    std::map<std::string, std::string> fields;
-    std::istringstream lines(datagram.Bytes);
-    std::string first, line;
-    std::getline(lines, first);
-    while (fields.size() < MostTexts && std::getline(lines, line) && line != "\r" && !line.empty()) {
-      if (line.ends_with('\r')) line.pop_back();
-      const auto colon = std::min(line.find(':'), line.size());
-      auto name = line.substr(0, colon);
-      std::ranges::transform(name, name.begin(), LowerASCII);
-      const auto value = line.find_first_not_of(" \t", colon + 1);
-      if (value != std::string::npos) fields[name] = Cut(line.substr(value));
-    }
-    const bool answers = first.starts_with("HTTP/1.");
-    const auto status = first.find(' ');
-    const bool isGood = answers ? status != std::string::npos && first.compare(status + 1, 3, "200") == 0
-                                : fields["nts"] == "ssdp:alive";
-    if (!isGood || fields["usn"].empty()) {
-      if (fields["nts"] != "ssdp:byebye") ++Malformed_;
-      return;
-    }
-    auto* device = DeviceFor(datagram, fields["usn"], answers ? "ssdp" : "notify");
-    if (device == nullptr) return;
-    Learn(device->Server, fields["server"]);
-    Learn(device->Location, fields["location"]);
-  }
-
-  /// The device that says this of itself; null where there are too many.
-  Device* DeviceFor(const Datagram& datagram, const std::string& identifier, const char* foundBy) {
-    const auto key = std::pair(datagram.From, Key(Cut(identifier)));
-    const auto known = Index_.find(key);
-    if (known == Index_.end() && Devices_.size() == MostDevices) {
-      ++Dropped_;
-      return nullptr;
-    }
-    const auto at = known == Index_.end() ? Devices_.size() : known->second;
-    if (known == Index_.end()) {
-      Index_[key] = at;
-      Devices_.push_back({.From = datagram.From,
-                          .Interface = datagram.Interface,
-                          .Identifier = Cut(identifier),
-                          .FoundBy = {},
-                          .Name = {},
-                          .Model = {},
-                          .Manufacturer = {},
-                          .Server = {},
-                          .Location = {},
-                          .WebAddress = {},
-                          .Scopes = {},
-                          .Addresses = {}});
-    }
-    auto& by = Devices_[at].FoundBy;
-    if (std::ranges::find(by, foundBy) == by.end()) by.emplace_back(foundBy);
-    return &Devices_[at];
-  }
-
-  std::map<std::pair<std::string, std::string>, std::size_t> Index_;
-  std::map<std::string, std::size_t> PacketsOf_;
-  std::vector<Device> Devices_;
-  std::size_t Packets_ = 0, Dropped_ = 0, Malformed_ = 0;
-};
 
 /// What a description says; no more than the device itself could say.
 struct Description {
@@ -367,7 +193,7 @@ int RunDiscover(const Invocation& invocation, Report& report) {
   }
 
   // What is asked twice is not lost with one packet. The last part of the time is for descriptions.
-  Ear ear;
+  Announcements heard;
   std::set<std::string> problems;
   const auto listens = time - std::min<Milliseconds>(time / 3, 2000ms);
   const auto end = begin + listens;
@@ -382,24 +208,24 @@ int RunDiscover(const Invocation& invocation, Report& report) {
         problems.insert("asking at port " + std::to_string(port) + ": " + std::to_string(error) + " " +
                         SocketErrorText(error));
     const auto until = round == 0 ? begin + listens / 3 : end;
-    while (!ear.IsFull()) {
+    while (!heard.IsFull()) {
       const auto left = std::chrono::ceil<Milliseconds>(until - SteadyClock::now());
       if (left <= 0ms) break;
-      if (const auto datagram = multicast->Receive(left)) ear.Take(*datagram);
+      if (const auto datagram = multicast->Receive(left)) heard.Take(*datagram);
     }
   }
   outcome.Notes.insert(outcome.Notes.end(), problems.begin(), problems.end());
   const auto log = std::make_shared<ExchangeLog>(invocation.Trace);
-  Describe(ear.Devices(), log, deadline);
+  Describe(heard.Devices(), log, deadline);
 
   auto devices = Json::array();
-  for (const auto& device : ear.Devices()) devices.push_back(JsonOf(device));
+  for (const auto& device : heard.Devices()) devices.push_back(JsonOf(device));
   outcome.Took = SteadyClock::now() - begin;
-  if (ear.Dropped() > 0)
-    outcome.Notes.push_back("more was sent than is listened to: " + std::to_string(ear.Dropped()) +
+  if (heard.Dropped() > 0)
+    outcome.Notes.push_back("more was sent than is listened to: " + std::to_string(heard.Dropped()) +
                             " packets were not looked at");
-  if (ear.Malformed() > 0)
-    outcome.Notes.push_back(std::to_string(ear.Malformed()) + " packets were not of either protocol");
+  if (heard.Malformed() > 0)
+    outcome.Notes.push_back(std::to_string(heard.Malformed()) + " packets were not of either protocol");
   if (devices.empty()) {
     outcome.Result = Result::NoConnection;
     outcome.Text = "nothing announced itself on " + NamesOf(interfaces) +
