@@ -74,6 +74,13 @@ class OperationParser {
  public:
   explicit OperationParser(CLI::App& app) : App_(app) { Declare(); }
 
+  /// What an earlier line said.
+  void Forget() {
+    Words_ = {};
+    Perform_ = nullptr;
+    Name_.clear();
+  }
+
   /// Absent where no operation was chosen.
   Operation Chosen() const {
     if (Perform_ == nullptr) return {};
@@ -576,7 +583,7 @@ int PrintCompletion(const Invocation& invocation, Report& report) {
 class LineTable {
  public:
   CLI::App App{"Operations; help OPERATION tells more about one, quit ends.", ""};
-  const OperationParser Operations{App};
+  OperationParser Operations{App};
 
   LineTable() {
     App.require_subcommand(1);
@@ -584,12 +591,18 @@ class LineTable {
   }
 };
 
+/// Of all lines, since declaring it takes longer than reading one.
+LineTable& Lines() {
+  static LineTable lines;
+  return lines;
+}
+
 }  // namespace
 
 Invocation ParseCommandLine(int argc, char** argv) { return CommandTable().Read({argv + 1, argv + argc}); }
 
 Completion CompleteLine(const std::string& line, const Presets& presets) {
-  return Complete(LineTable().App, line, presets);
+  return Complete(Lines().App, line, presets);
 }
 
 std::optional<Operation> ParseLine(const std::string& line) {
@@ -599,7 +612,8 @@ std::optional<Operation> ParseLine(const std::string& line) {
     words.erase(words.begin());
     words.push_back("--help");
   }
-  LineTable lines;
+  auto& lines = Lines();
+  lines.Operations.Forget();
   Parse(lines.App, std::move(words));
   return lines.Operations.Chosen();
 }
