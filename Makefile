@@ -1,5 +1,5 @@
 # The front door. Each command does all its own set-up.
-.PHONY: demo test packages sanitize bench lint format clean
+.PHONY: demo test packages sanitize fuzz bench lint format clean
 
 demo:
 	scripts/setup demo
@@ -23,6 +23,14 @@ sanitize:
 	cmake --preset linux-tsan
 	cmake --build --preset linux-tsan
 	setarch -R ctest --preset linux-tsan
+
+# Each fuzz target for so long: make fuzz SECONDS=300. A crash is kept as a file.
+SECONDS ?= 60
+fuzz:
+	scripts/setup demo fuzz
+	cmake --preset linux-fuzz
+	cmake --build --preset linux-fuzz
+	scripts/fuzz build/linux-fuzz $(SECONDS)
 
 bench:
 	scripts/setup bench
