@@ -30,7 +30,9 @@ class Scratch {
   }
 
   const std::filesystem::path Folder_ =
-      std::filesystem::path("/dev/shm") / ("ptzd-fuzz-" + std::to_string(getpid()));
+      (std::filesystem::exists("/dev/shm") ? std::filesystem::path("/dev/shm")
+                                           : std::filesystem::temp_directory_path()) /
+      ("ptzd-fuzz-" + std::to_string(getpid()));
 };
 
 }  // namespace ptzd::fuzz
