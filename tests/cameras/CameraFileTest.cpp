@@ -2,13 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <system_error>
+
 #include <ptzd/PropertyBag.h>
 #include "cameras/InputWords.h"
 #include "common/Nearest.h"
 #include "platform/ConfigurationFolders.h"
+#include "platform/PrivateFile.h"
 
 namespace ptzd {
 namespace {
+
+namespace fs = std::filesystem;
 
 std::string Told(const std::string& text, const std::string& openness = {}) {
   try {
@@ -110,6 +116,27 @@ TEST(CameraFile, TellsWhereItIsWrong) {
   EXPECT_EQ(Told(Gate("user = \"a\"\npassword = \"hunter2\"")), "accepted");
   EXPECT_EQ(Told(Gate("user = \"a\"\npassword = \"hunter2\""), "others may"),
             "c.toml:5:12: camera gate, password: no password may stand in this file: others may");
+}
+
+TEST(PrivateFile, IsReplacedWholeAndLeavesNothingOpen) {
+  const auto descriptors = [] {
+    std::error_code none;  // Windows has no such folder
+    return std::distance(fs::directory_iterator("/proc/self/fd", none), fs::directory_iterator());
+  };
+  const auto before = descriptors();
+  const fs::path folder = testing::TempDir() + "private-file-test";
+  const auto path = folder / "new" / "cameras.toml";
+  {
+    const auto held = HoldFile(path);
+    for (const auto* text : {"longer than after", "after"}) WriteWholeFile(path, text, true);
+  }
+  EXPECT_EQ(std::distance(fs::directory_iterator(path.parent_path()), fs::directory_iterator()), 1);
+  EXPECT_EQ(ReadWholeFile(path, 5).Text, "after");
+  EXPECT_EQ(ReadWholeFile(path, 5).Openness, "");
+  EXPECT_THROW(ReadWholeFile(path, 4), std::system_error);
+  EXPECT_THROW(ReadWholeFile(folder, 5), std::system_error);
+  EXPECT_EQ(descriptors(), before);
+  fs::remove_all(folder);
 }
 
 TEST(Address, HoldsAnyLogin) {

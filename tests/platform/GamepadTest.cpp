@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 
 namespace ptzd {
 namespace {
@@ -77,6 +78,19 @@ TEST_F(GamepadTest, IsFoundAmongOtherDevicesAndReadByReports) {
   EXPECT_EQ(pad.Sticks().CrossX, -1);
   EXPECT_EQ(pad.TakePressed(), std::vector{GamepadButton::B});
   EXPECT_TRUE(pad.TakePressed().empty());
+
+  Write(EV_ABS, ABS_HAT0X, 0);
+  for (const auto& [button, x, y] : {std::tuple{BTN_DPAD_LEFT, -1, 0},
+                                     {BTN_DPAD_RIGHT, 1, 0},
+                                     {BTN_DPAD_DOWN, 0, -1},
+                                     {BTN_DPAD_UP, 0, 1}}) {
+    Write(EV_KEY, static_cast<unsigned short>(button), 1);
+    Report();
+    pad.Poll();
+    EXPECT_EQ(pad.Sticks().CrossX, x) << button;
+    EXPECT_EQ(pad.Sticks().CrossY, y) << button;
+    Write(EV_KEY, static_cast<unsigned short>(button), 0);
+  }
 
   Write(EV_SYN, SYN_DROPPED, 0);
   Write(EV_ABS, ABS_X, 32767);  // of what was lost in part nothing counts

@@ -85,6 +85,10 @@ TEST(ParseUrl, TakesBareHosts) {
            {"", nothing},
        })
     EXPECT_EQ(Shown(ParseUrl(text)), components) << text;
+  if (!test::UnderWine()) {  // whose brackets are another matter
+    EXPECT_EQ(Shown(ParseUrl("u:p@[fe80::1]:81/x")), "http(3) u:p@[fe80::1]:81 /x ");
+    EXPECT_EQ(Shown(ParseUrl("[::1]:99999")), nothing);
+  }
 }
 
 }  // namespace

@@ -18,10 +18,18 @@ TEST(UrlEncode, EscapesCodeUnits) {
            {"\t~!'()*-._", "%09~!'()*-._"},
            {"", ""},
            {"\"/%", "%22%2F%25"},
-           {"\xC3\xA4", "%E4"},                  // one byte of code page 1252
-           {"\xE2\x82\xAC", "%20%AC"},           // a unit above 255, high byte first
-           {"\xC4\x80", "%01%00"},               // both bytes with their leading zeros
-           {"\xF0\x9F\x8E\xA5", "%D8%3C%DF%A5"}  // two units
+           {"\xC3\xA4", "%E4"},                   // one byte of code page 1252
+           {"\xE2\x82\xAC", "%20%AC"},            // a unit above 255, high byte first
+           {"\xC4\x80", "%01%00"},                // both bytes with their leading zeros
+           {"\xF0\x9F\x8E\xA5", "%D8%3C%DF%A5"},  // two units
+           // What is no UTF-8: lone followers, too long, a surrogate, beyond the last, cut off.
+           {"\x9F\xBF", "%FF%FD%FF%FD"},
+           {"\xC1\x81", "%FF%FD%FF%FD"},
+           {"\xE0\x9F\xBF", "%FF%FD%FF%FD%FF%FD"},
+           {"\xED\xA0\x80", "%FF%FD%FF%FD%FF%FD"},
+           {"\xF4\x90\x80\x80", "%FF%FD%FF%FD%FF%FD%FF%FD"},
+           {"\xF0\x9F\x8E", "%FF%FD%FF%FD%FF%FD"},
+           {"\xEF\xBF\xBF\xED\x9F\xBF", "%FF%FF%D7%FF"},
        })
     EXPECT_EQ(UrlEncode(text), encoded);
   EXPECT_EQ(UrlEncode(std::string(5000, '&')).size(), 15000U);
@@ -39,8 +47,12 @@ TEST(DecodeBytes, CodePages) {
   EXPECT_EQ(decode({}, 1252), "");
   EXPECT_EQ(decode({'a', 0, 0xFF}, 1252), std::string("a\0\xC3\xBF", 4));
   EXPECT_EQ(decode({0xC0, 0xE0}, 1251), "\xD0\x90\xD0\xB0");
+  EXPECT_EQ(decode({'a'}, 20127), "a");
+  EXPECT_EQ(decode({0xE4}, 28591), "\xC3\xA4");
+  EXPECT_EQ(decode(Bytes(3000, 0xE4), 65001).substr(0, 6), "\xEF\xBF\xBD\xEF\xBF\xBD");
   EXPECT_EQ(decode({'a'}, 12345), "");
   EXPECT_EQ(EncodeText("\xE2\x82\xAC\xC3\xA4\xE4\xB8\xAD", 1252), (Bytes{0x80, 0xE4, '?'}));
+  EXPECT_EQ(EncodeText("\xC3\xA4\xE4\xB8\xAD!", 28591), (Bytes{0xE4, '?', '!'}));
   Bytes all, high;
   for (int byte = 0; byte < 256; ++byte) all.push_back(static_cast<std::uint8_t>(byte));
   EXPECT_EQ(EncodeText(DecodeBytes(all, 1252), 1252), all) << "every byte comes back";
