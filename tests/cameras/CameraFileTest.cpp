@@ -154,6 +154,9 @@ TEST(Nearest, IsWhatSomebodyMistyped) {
   EXPECT_EQ(Nearest("Panasonicpro", names), "PanasoniciPro");
   EXPECT_EQ(Nearest("bo", names), "Bosch");
   EXPECT_EQ(Nearest("Vivotek", names), "");
+  EXPECT_EQ(Nearest("ax", {"ya"}), "") << "one letter moved and another changed";
+  EXPECT_EQ(Nearest("ya", {"ax"}), "");
+  EXPECT_EQ(Nearest(std::string(65, 'a'), {std::string(66, 'a')}), "") << "would take too long";
 }
 
 }  // namespace

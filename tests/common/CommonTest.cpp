@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <thread>
 
 #include <ptzd/Logging.h>
 #include "common/Credentials.h"
 #include "common/DirectionCalculator.h"
 #include "common/TimeDiffMod.h"
+#include "platform/DebugOutput.h"
 
 namespace ptzd {
 namespace {
@@ -101,6 +103,19 @@ TEST(Logging, MasksCredentialsOnTheWayToTheSink) {
   EXPECT_EQ(seen, "http://***@h");
   EXPECT_EQ(lines, "info http://***@h |error only a line |");
 }
+
+#ifndef _WIN32
+TEST(DebugOutputDeathTest, IsSeenOnlyWhereItIsWanted) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto debug = [](const char* wanted) {
+    setenv("PTZD_DEBUG", wanted, 1);
+    DebugOutput("a line");
+    std::exit(0);
+  };
+  EXPECT_EXIT(debug("1"), ::testing::ExitedWithCode(0), "^a line\n$");
+  EXPECT_EXIT(debug(""), ::testing::ExitedWithCode(0), "^$");
+}
+#endif
 
 }  // namespace
 }  // namespace ptzd

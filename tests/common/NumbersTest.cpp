@@ -119,6 +119,7 @@ TEST(Numbers, ValTakesTheNumberInFront) {
                                     {"1E-400", 0},
                                     {"0E999999999999", 0}})
     EXPECT_EQ(Val(text), value) << text;
+  EXPECT_EQ(Val(std::string(400, '0') + "1E-400"), 0);
   EXPECT_EQ(NumberOf([] { Val("1E400"); }), 6);
   EXPECT_EQ(NumberOf([] { Val("0.001E999999999999"); }), 6);
 }
@@ -138,7 +139,7 @@ TEST(Numbers, ConversionsOfVariants) {
   EXPECT_TRUE(ToBoolean(Variant(0.25)));
   EXPECT_EQ(ToText(Variant(0.1F)), "0.1");
   EXPECT_EQ(ToText(Variant(true)), "True");
-  for (const char* text : {"", "abc", "1x", "1 2", "1,5", "&H", "&HG", "--1", "1E+"})
+  for (const char* text : {"", "abc", "1x", "1 2", "1,5", "&H", "&HG", "--1", "1E+", "1.2.3"})
     EXPECT_EQ(NumberOf([=] { ToInt32(Variant(std::string(text))); }), 13) << text;
   EXPECT_EQ(NumberOf([] { ToBoolean(Variant(std::string("yes"))); }), 13);
   EXPECT_EQ(NumberOf([] { ToText(Variant(Bytes{1})); }), 13);

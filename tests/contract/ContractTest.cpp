@@ -42,14 +42,19 @@ static_assert(DirectionUpLeft == (DirectionUp | DirectionLeft) &&
 
 TEST(Interfaces, CalledDirectlyAnswerNothing) {
   PTZDevice device;
-  EXPECT_FALSE(device.Connect({}));
-  EXPECT_FALSE(device.Move(DirectionUp));
+  EXPECT_FALSE(device.Connect({}) || device.Connected());
+  EXPECT_FALSE(device.Move(DirectionUp) || device.MoveTo(1, 2) || device.MoveBoth(1, 2) || device.Home());
+  EXPECT_FALSE(device.Zoom(ZoomIn) || device.Iris(IrisOpen) || device.Focus(FocusNear));
+  EXPECT_FALSE(device.PresetCount() != 0 || device.PresetGoto(0) || device.PresetSave(0));
   EXPECT_EQ(device.Disconnect(), Variant());
   EXPECT_EQ(device.Capabilities(), 0);
   PTZDevice2 device2;
   device2.Zoom(ZoomIn);
-  EXPECT_EQ(device2.ZoomLevel(), 0);
+  for (const float place : {device.Pan(), device.Tilt(), device2.Pan(), device2.Tilt(), device2.ZoomLevel()})
+    EXPECT_EQ(place, 0);
+  EXPECT_FALSE(device2.Connect({}) || device2.Connected() || device2.Capabilities() != 0);
   EXPECT_FALSE(PTZOptions().Item(0).has_value());
+  EXPECT_EQ(PTZOptions().Count(), 0);
   EXPECT_TRUE(PTZNamedPresets().GetNamedPresets().empty());
   PTZMoveInImage().MoveInImage(1, 2);
   PTZContinuousControl().StopContinuous();

@@ -161,6 +161,22 @@ TEST_F(AsyncTest, WhatIsSentJustBeforeClosingStillArrives) {
   EXPECT_TRUE(Completions_.WaitFor(20));
 }
 
+// Those that still have to go wait for the answers before them, over the one connection.
+TEST_F(AsyncTest, ClosingDoesNotHurryWhatIsStillToBeSent) {
+  if (test::UnderWine()) GTEST_SKIP() << "each request is sent by whichever thread comes first";
+  Camera_.Faults().Set("delay=5");
+  std::string expected;
+  for (int i = 0; i < 20; ++i) {
+    Client_->GetResourceAsync(Camera_.URL("/" + std::to_string(i)), "", "");
+    expected += "GET /" + std::to_string(i) + "\n";
+  }
+  Client_.reset();
+  ASSERT_TRUE(Camera_.Log().WaitForRequests(20));
+  EXPECT_EQ(Camera_.Requests(), expected);
+  EXPECT_LE(Camera_.Log().ConnectionsOpened(), 10);
+  EXPECT_TRUE(Completions_.WaitFor(20));
+}
+
 // Bodies beyond what a socket takes at once leave completely, whatever else goes on.
 TEST_F(AsyncTest, LargeBodiesArriveWhole) {
   const std::string body(3 << 20, 'p');
