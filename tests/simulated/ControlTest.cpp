@@ -489,7 +489,7 @@ TEST_F(AxisControl, SeesACameraAsItsSiteHasIt) {
   EXPECT_NEAR(Axis->Head().Pan, -50, 0.01);
   EXPECT_TRUE(IsDone(Await(control.ReadPosition().Done).Result));
   EXPECT_EQ(Await(control.MoveBy(1, 0).Done).Result, WishResult::OutOfRange);
-  const auto drive = control.DriveAt({.PanTilt = DriveSpeeds::Head{10, 0}});
+  const auto drive = control.DriveAt({.PanTilt = DriveSpeeds::Head{1, 0}});
   EXPECT_EQ(Await(drive.Wish.Done).Result, WishResult::OutOfRange);
   Start(ptzsim::AxisHead::Relative);  // which has presets
   settings.Options = SettingsFor("Axis").Options;
