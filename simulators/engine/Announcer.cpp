@@ -166,7 +166,7 @@ class Member {
   void Announce(const std::string& message) { Send(message, Group_); }
 
   /// A reply leaves when its time has come.
-  void SendSoon(std::string message, udp::endpoint to) {
+  void SendSoon(std::string message, const udp::endpoint& to) {
     const auto timer = std::make_shared<asio::steady_timer>(Socket_.get_executor());
     timer->expires_after(std::chrono::milliseconds(Random()() % LongestDelay));
     timer->async_wait([this, timer, message = std::move(message), to](const error_code& error) {
@@ -309,7 +309,7 @@ class Announcer::Implementation {
   Member Discovery_, Search_;
 };
 
-Announcer::Announcer(Identity identity, Options options)
+Announcer::Announcer(Identity identity, const Options& options)
     : Implementation_(std::make_unique<Implementation>(std::move(identity), options)) {}
 Announcer::~Announcer() = default;
 

@@ -23,7 +23,7 @@ class Announcer {
   };
 
   /// Throws std::runtime_error where the interface or a port cannot be had.
-  Announcer(Identity identity, Options options);
+  Announcer(Identity identity, const Options& options);
   ~Announcer();
 
  private:

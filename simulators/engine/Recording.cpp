@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -78,7 +79,7 @@ class Members {
     const Json& found = Get(name, &Json::is_number, "milliseconds");
     const auto value = found.get<double>();
     if (!(value >= 0 && value <= LongestTime)) Expected(name, &found, "milliseconds, at most an hour");
-    return std::chrono::milliseconds(static_cast<std::int64_t>(value + 0.5));
+    return std::chrono::milliseconds(std::llround(value));
   }
   template <class Value>
   Value Choice(const std::string& name, const Names<Value>& choices) const {

@@ -844,10 +844,10 @@ void CameraControl::Worker::TryStop(Lock& lock) {
       return o.Result == WishResult::NotSent ||
              (o.Result == WishResult::Refused && o.StatusCode >= 400 && o.StatusCode < 500);
     };
-    if (isMissing(outcome) && IsDone(zoomOutcome.Result))
-      outcome = zoomOutcome;
-    else if (IsDone(outcome.Result) && zoomSends && !IsDone(zoomOutcome.Result) && !isMissing(zoomOutcome))
-      outcome = zoomOutcome;
+    const bool zoomStands = IsDone(zoomOutcome.Result)
+                                ? isMissing(outcome)
+                                : IsDone(outcome.Result) && zoomSends && !isMissing(zoomOutcome);
+    if (zoomStands) outcome = zoomOutcome;
     outcome.Exchanges = std::move(exchanges);
   }
   auto& stop = *Stop_;

@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include <ptzd/Export.h>
+#include <ptzd/Platform.h>  // SystemInternet
 
 namespace ptzd {
 
@@ -119,8 +119,5 @@ class Internet {
   /// Handles open in the process.
   virtual std::size_t OpenHandles() = 0;
 };
-
-/// The system's own layer, implemented by the platform.
-PTZD_API Internet& SystemInternet();
 
 }  // namespace ptzd

@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include <ptzd/Export.h>
+#include <ptzd/Platform.h>  // SystemSockets
 
 namespace ptzd {
 
@@ -37,8 +37,5 @@ class Sockets {
   /// A socket that is not open yet.
   virtual std::unique_ptr<Socket> Create() = 0;
 };
-
-/// The system's own, implemented by the platform.
-PTZD_API Sockets& SystemSockets();
 
 }  // namespace ptzd
