@@ -102,7 +102,8 @@ WishOutcome Await(const std::shared_future<WishOutcome>& future) {
 
 class Control : public testing::Test {
  protected:
-  CameraSettings SettingsFor(const char* driver, std::vector<std::pair<const char*, Variant>> options = {}) {
+  CameraSettings SettingsFor(const char* driver,
+                             const std::vector<std::pair<const char*, Variant>>& options = {}) {
     CameraSettings settings;
     settings.Driver = std::string("QVPTZ.") + driver;
     PropertyBag bag;

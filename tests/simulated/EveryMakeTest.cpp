@@ -37,6 +37,11 @@ TEST(Makes, EveryDriverHasOne) {
   }
 }
 
+/// What a camera that does not answer is sent, and again where a timed move ends.
+struct Messages {
+  std::size_t First = 1, Last = 1;
+};
+
 class EveryMake : public testing::TestWithParam<Make> {
  protected:
   void SetUp() override {
@@ -75,11 +80,6 @@ class EveryMake : public testing::TestWithParam<Make> {
   }
 
   Pose Now() const { return GetParam().Look(*Camera); }
-
-  /// What a camera that does not answer is sent, and again where a timed move ends.
-  struct Messages {
-    std::size_t First = 1, Last = 1;
-  };
 
   /// Does an operation, lets time pass, and holds the camera to where it should look then.
   template <class Do>

@@ -2,6 +2,8 @@
 
 #include "simulators/Foscam.h"
 
+#include <utility>
+
 #include "support/Script.h"
 #include "support/SimulatedCamera.h"
 
@@ -11,7 +13,7 @@ namespace {
 class FoscamSimulated : public test::SimulatedCamera<ptzsim::Foscam> {
  protected:
   void Connect(const char* progID, ptzsim::Foscam::Options settings, const std::string& login = "") {
-    Start(settings);
+    Start(std::move(settings));
     SimulatedCamera::Connect(progID, {}, login);
     EXPECT_EQ(Camera->Log().ConnectionsOpened(), 0) << "connecting sends nothing";
   }
