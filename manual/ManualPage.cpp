@@ -205,7 +205,7 @@ class Footer {
 }  // namespace
 
 std::string Page(const CLI::App& program, const std::string& version, const std::string& seeAlso) {
-  const auto name = program.get_name();
+  const auto& name = program.get_name();
   const auto about = program.get_description();
   auto summary = about.substr(0, about.find_first_of(":."));
   summary.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(summary.front())));

@@ -6,9 +6,8 @@
 namespace ptzd::test {
 namespace {
 
-constexpr const char* Position =
+constexpr const char* AnglesReply =
     "autopan=0\npanposdegree=200\ntiltposdegree=7\nzoomposdegree=6.5\nfocuspos=67\n";
-constexpr const char* Query = "/control?cmd=getallposdegree";
 
 /// Pan, tilt and zoom as the driver tells them.
 using Model = std::array<float, 3>;
@@ -16,7 +15,7 @@ using Model = std::array<float, 3>;
 class MeritLilinTest : public DriverTest<MeritLilin> {
  protected:
   void Connect(const OptionValues& options = {}) {
-    Net.Replies = {FakeReply{"<html>"}, FakeReply{Position}};
+    Net.Replies = {FakeReply{"<html>"}, FakeReply{AnglesReply}};
     ASSERT_TRUE(Device2.Connect(CameraOptions(options)));
     EXPECT_EQ(Now(), (Model{20, -7, 1.375F}));
     Net.Sent.clear();
@@ -67,7 +66,7 @@ TEST_F(MeritLilinTest, Targets) {
       {{-180, -30, 0}, "0", "30", "1", -180, 0, "the lower end is in range"},
       {{179.5F, -0.5F, -1}, "359", "1", "1", 179.5F, 0, "rounds down on both axes; no negative zoom"},
       {{-0.25F, 0, 1e7F}, "179", "0", "4E+07", -0.25F, 1e7F, "zoom has no upper end"},
-      {{720000192, 0, 0}, "12", "0", "1", -168, 0, "two million turns"},
+      {{720000192.0F, 0, 0}, "12", "0", "1", -168, 0, "two million turns"},
   };
   Connect();
   for (const auto& row : rows) {

@@ -5,13 +5,13 @@
 namespace ptzd::test {
 namespace {
 
-constexpr const char* Position = "PAN=2087&nbsp\r\nTILT=143&nbsp\r\nZOOM=23&nbsp\r\nFOCUS=4711&nbsp\r\n";
+constexpr const char* ReplyOfAll = "PAN=2087&nbsp\r\nTILT=143&nbsp\r\nZOOM=23&nbsp\r\nFOCUS=4711&nbsp\r\n";
 constexpr const char* Inquiry = "/cgi-bin/absget?";
-const FakeReply Refusal{"", "HTTP/1.1 503 Service Unavailable"};
+const FakeReply Unavailable{"", "HTTP/1.1 503 Service Unavailable"};
 
 class PanasoniciProTest : public DriverTest<PanasoniciPro> {
  protected:
-  void Connect(const std::string& model, FakeReply position = Refusal, const OptionValues& options = {}) {
+  void Connect(const std::string& model, FakeReply position = Unavailable, const OptionValues& options = {}) {
     Net.Replies = {{"MAC=0\r\nName=" + model + "\r\nHOSTNAME=yard\r\nNAMES=2\r\n"}, std::move(position)};
     ASSERT_TRUE(Device.Connect(CameraOptions(options)));
     Net.Replies.clear();
@@ -96,7 +96,7 @@ TEST_F(PanasoniciProTest, ReadsPositions) {
     float pan, tilt, zoom;
   };
   for (const auto& [model, reply, pan, tilt, zoom] : {
-           Row{"WV-SC384", Position, 33.7F, -14.3F, 1.25F},
+           Row{"WV-SC384", ReplyOfAll, 33.7F, -14.3F, 1.25F},
            Row{"WV-NS950", "pan=0&nbsp;\r\ntilt=0&nbsp;\r\nzoom=10&nbsp;\r\n", -180, 0, 0},
            Row{"WV-NS950", "Zoom=3\r\nTilt=-50\r\nPan=3600", 180, 5, -0.75F},
            Row{"BL-VT164", "Pan=-333.0&nbsp;\r\nTilt=-101.5\r\nZoom=11.25&nbsp;\r\n", -33.3F, -10.15F, 0.25F},
@@ -133,7 +133,7 @@ TEST_F(PanasoniciProTest, Moves) {
       {[&](auto&, auto& d) { invalid([&] { d.MoveTo(1, 1, 3e38F); }); }, "", "nor half-way"},
   };
   for (const auto& [move, sent, fault] : rows) {
-    Connect("WV-SC384", {Position});
+    Connect("WV-SC384", {ReplyOfAll});
     move(Camera, Camera);
     EXPECT_EQ(Sent(), *sent ? "/cgi-bin/absctrl?" + std::string(sent) : "") << fault;
     EXPECT_TRUE(*sent || Device.Pan() == 33.7F) << fault;
@@ -187,7 +187,7 @@ TEST_F(PanasoniciProTest, AsksBeforeSteps) {
 }
 
 TEST_F(PanasoniciProTest, OutcomesChannelAndReset) {
-  Net.Replies = {{"NAME=WV-NS202A\r\n"}, {Position}, Refusal};
+  Net.Replies = {{"NAME=WV-NS202A\r\n"}, {ReplyOfAll}, Unavailable};
   const auto log = LogOf([&] {
     EXPECT_TRUE(Device2.Connect(CameraOptions({{"Port", 2}, {"Reset", true}})))
         << "a reset that fails is no failure";
@@ -203,7 +203,8 @@ TEST_F(PanasoniciProTest, OutcomesChannelAndReset) {
     Net.Replies = {{"", status}};
     EXPECT_TRUE(Device.Zoom(ZoomOut)) << status;
   }
-  for (const auto& refusal : {Refusal, FakeReply{.Answers = false}, FakeReply{"", "HTTP/1.1 202 Accepted"}}) {
+  for (const auto& refusal :
+       {Unavailable, FakeReply{.Answers = false}, FakeReply{"", "HTTP/1.1 202 Accepted"}}) {
     Net.Answer = [&](const auto&) { return refusal; };
     EXPECT_FALSE(Device.Zoom(ZoomIn) || Device.Move(DirectionUp, 1) || Device.MoveBoth(1, 1));
     Device2.MoveTo(1, 1, 1);

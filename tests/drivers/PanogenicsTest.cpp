@@ -6,7 +6,7 @@
 namespace ptzd::test {
 namespace {
 
-constexpr const char* Query = "/ptz/listptz.cgi?view=1";
+constexpr const char* PlaceQuery = "/ptz/listptz.cgi?view=1";
 
 /// Pan, tilt and zoom as the driver tells them.
 using Model = std::array<float, 3>;
@@ -70,7 +70,7 @@ TEST_F(PanogenicsTest, ThePortIsAViewAndItsTwinMovesAlong) {
   EXPECT_EQ(Sent(), "/ptz/listptz.cgi?view=-1\n/ptz/ptz.cgi?view=-1&apan=-170&atilt=-10&azoom=265")
       << "is as told, and has no twin";
   EXPECT_TRUE(Device.Connect(CameraOptions()));
-  EXPECT_EQ(Sent(), std::string("/admin/listcamparam.cgi\n") + Query);
+  EXPECT_EQ(Sent(), std::string("/admin/listcamparam.cgi\n") + PlaceQuery);
   EXPECT_TRUE(Device.MoveTo(0, 0));
   EXPECT_EQ(Net.Sent.size(), 2U) << "views are linked unless told otherwise";
 }

@@ -193,10 +193,10 @@ TEST_F(QuorvaneTest, OnlyABareOKMovesTheModel) {
   EXPECT_TRUE(Device.Move(DirectionUpLeft, 10)) << "the status does not matter";
   Sent();
 
-  Device2.MoveTo(-2000000000, 0, 0);
+  Device2.MoveTo(-2e9F, 0, 0);
   Sent();
   const std::function<void()> overflows[] = {
-      [&] { Device2.MoveTo(2000000000, 0, 0); },    [&] { Device2.MoveTo(3e9F, 0, 0); },
+      [&] { Device2.MoveTo(2e9F, 0, 0); },          [&] { Device2.MoveTo(3e9F, 0, 0); },
       [&] { Device2.MoveTo(0, std::nanf(""), 0); }, [&] { Device2.ZoomTo(INFINITY); },
       [&] { Device.Move(DirectionLeft, 1e9F); },    [&] { Camera.ContinuousMove(std::nanf(""), 0); },
   };

@@ -24,7 +24,7 @@ class GamepadTest : public testing::Test {
     Root_ = mkdtemp(name);
     fs::create_directories(Root_ / "devices");
   }
-  ~GamepadTest() override {
+  void TearDown() override {
     if (Writer_ >= 0) close(Writer_);
     fs::remove_all(Root_);
   }

@@ -40,7 +40,7 @@ class PelcoLine : public testing::TestWithParam<int> {
     ports->MapDevice(1, Line.Addresses()[0]);
     UseSerialPortPool(ports);
   }
-  ~PelcoLine() override { UseSerialPortPool(nullptr); }
+  void TearDown() override { UseSerialPortPool(nullptr); }
 
   static Bytes Options(int address, int baud = 4800, int moveSpeed = 40, bool reset = false) {
     PropertyBag options;
