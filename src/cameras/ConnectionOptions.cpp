@@ -125,13 +125,4 @@ const std::string& CheckedAddress(const std::string& name, const std::string& ad
   return address;
 }
 
-std::shared_ptr<SerialPortPool> UseLine(PropertyBag& bag, const std::string& line) {
-  constexpr std::int32_t mappedPort = 1;
-  const bool isNumber = line.find_first_not_of("0123456789") == std::string::npos;
-  auto ports = std::make_shared<SharedSerialPorts>();
-  bag.WriteProperty("COMPort", isNumber ? ReadWholeNumber("line", line) : mappedPort);
-  if (!isNumber) ports->MapDevice(mappedPort, line);
-  return ports;
-}
-
 }  // namespace ptzd

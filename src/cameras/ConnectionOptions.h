@@ -1,13 +1,11 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <ptzd/DriverFactory.h>
 #include <ptzd/PTZOption.h>
 #include <ptzd/PropertyBag.h>
-#include <ptzd/SerialPortPool.h>
 
 namespace ptzd {
 
@@ -30,9 +28,5 @@ std::string RangeWarning(const PTZOption& option, const Variant& value);
 /// The address, which stands behind "http://" as it is. Raises `InputError`, which begins with `name`, for
 /// one with a scheme, a path, blanks or a port that is none.
 const std::string& CheckedAddress(const std::string& name, const std::string& address);
-
-/// Has the driver use a serial line: a port number, or any device, which stands for a number in the pool that
-/// is answered. Raises `InputError` for a number that is none of a port.
-std::shared_ptr<SerialPortPool> UseLine(PropertyBag& bag, const std::string& line);
 
 }  // namespace ptzd

@@ -4,7 +4,6 @@
 #include <system_error>
 
 #include <ptzd/PropertyBag.h>
-#include "cameras/ConnectionOptions.h"
 #include "cameras/InputWords.h"
 #include "common/Numbers.h"
 #include "platform/CodePages.h"
@@ -123,11 +122,11 @@ std::string AddressFor(const std::string& address, const Login& login) {
   return Encoded(login.User, "the user") + ":" + Encoded(login.Password, "the password") + "@" + address;
 }
 
-CameraSettings SettingsOf(const NamedCamera& camera, const AskPassword& ask) {
+CameraSettings SettingsOf(const NamedCamera& camera, const AskPassword& ask, SerialLines& lines) {
   auto settings = camera.Settings;
   PropertyBag options;
   options.Contents(settings.Options);
-  if (!camera.Line.empty()) settings.Ports = UseLine(options, camera.Line);
+  if (!camera.Line.empty()) settings.Ports = lines.Use(options, camera.Line);
   if (!camera.Address.empty())
     options.WriteProperty(
         "Address", camera.User.empty()
@@ -135,6 +134,11 @@ CameraSettings SettingsOf(const NamedCamera& camera, const AskPassword& ask) {
                        : AddressFor(camera.Address, LoginOf(camera.Name, camera.User, camera.Password, ask)));
   settings.Options = options.Contents();
   return settings;
+}
+
+CameraSettings SettingsOf(const NamedCamera& camera, const AskPassword& ask) {
+  SerialLines lines;
+  return SettingsOf(camera, ask, lines);
 }
 
 }  // namespace ptzd

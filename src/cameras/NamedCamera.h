@@ -5,6 +5,7 @@
 #include <string>
 
 #include <ptzd/CameraControl.h>
+#include "cameras/SerialLines.h"
 #include "common/Credentials.h"
 
 namespace ptzd {
@@ -52,7 +53,9 @@ std::string SecretFrom(const std::string& file);
 /// no camera can be sent.
 std::string AddressFor(const std::string& address, const Login& login);
 
-/// How to reach the camera. A line gets a pool of its own. The same errors as those of `LoginOf`.
+/// How to reach the camera. The same errors as those of `LoginOf`.
+CameraSettings SettingsOf(const NamedCamera& camera, const AskPassword& ask, SerialLines& lines);
+/// The same for one that shares no line with others.
 CameraSettings SettingsOf(const NamedCamera& camera, const AskPassword& ask);
 
 }  // namespace ptzd

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace ptzgate {
+
+/// Who wishes for something, and by which way it came.
+struct Client {
+  std::string User;  ///< empty where the gateway has no users
+  std::string From;  ///< "192.168.0.5:51234", or what the face has in place of it
+  std::string Face;  ///< "api", "console", "onvif", "mqtt", "remote"
+  /// Its own for whoever can hold a camera: two windows of one user are two.
+  std::uint64_t Session = 0;
+  std::int32_t Priority = 0;  ///< the greater takes a camera from the lesser
+
+  /// "anna at 192.168.0.5:51234", for people.
+  std::string Text() const;
+};
+
+/// A number for a client's session that nobody else in this process has.
+std::uint64_t NextSession();
+
+}  // namespace ptzgate

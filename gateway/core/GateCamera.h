@@ -1,0 +1,156 @@
+#pragma once
+
+#include <ptzd/CameraControl.h>
+#include <ptzd/PTZNamedPreset.h>
+
+#include <boost/asio/steady_timer.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cameras/NamedCamera.h"
+#include "gateway/core/Client.h"
+#include "gateway/core/GateFile.h"
+#include "gateway/core/Order.h"
+#include "gateway/core/Ranges.h"
+#include "gateway/core/Refusal.h"
+
+namespace ptzgate {
+
+class Gate;
+class GateCamera;
+class TourRun;
+
+/// A drive that a client began. Its camera stops when this dies before the drive is over. Used on the
+/// gateway's thread.
+class HeldDrive {
+ public:
+  HeldDrive(ptzd::CameraControl::Drive drive, std::weak_ptr<GateCamera> camera, Client client,
+            std::chrono::milliseconds lease);
+
+  /// For as long again as its lease is, from now; the client holds the camera for longer, too.
+  void Renew();
+  std::chrono::milliseconds Lease() const { return Lease_; }
+
+ private:
+  ptzd::CameraControl::Drive Drive_;
+  const std::weak_ptr<GateCamera> Camera_;
+  const Client Client_;
+  const std::chrono::milliseconds Lease_;
+};
+
+/// A camera of the site, with who holds it and what was seen of it. All members are for the gateway's thread,
+/// and answer at once; what they are given to call is called on that thread, and not any more once the camera
+/// has left the site.
+///
+/// Control: whoever moves a camera holds it from then on, until `GateSettings::Hold` after his last wish, his
+/// drive's end, or `Release`. Others are refused meanwhile, but those of a greater priority, who take it
+/// over, and those who take it on purpose with the same. A stop needs no control.
+class GateCamera : public std::enable_shared_from_this<GateCamera> {
+ public:
+  /// As much of an exchange as people are shown.
+  struct Seen {
+    std::chrono::system_clock::time_point When;
+    std::string Text;  ///< as `ptzd::Describe`
+    bool Failed = false;
+  };
+  struct TrackPoint {
+    std::chrono::steady_clock::time_point When;
+    float Pan = 0, Tilt = 0;
+  };
+  struct Holder {
+    ptzgate::Client Client;
+    std::chrono::steady_clock::time_point Until;
+  };
+  using Told = std::function<void(const ptzd::WishOutcome&)>;
+
+  GateCamera(Gate& gate, ptzd::NamedCamera camera, ptzd::CameraSettings settings);
+  ~GateCamera();
+  GateCamera(const GateCamera&) = delete;
+  GateCamera& operator=(const GateCamera&) = delete;
+
+  const std::string& Name() const { return Camera_.Name; }
+  const ptzd::NamedCamera& Description() const { return Camera_; }
+  const ptzd::DriverClass& Driver() const { return Control_->Driver(); }
+  const Ranges& RangesNow() const { return Ranges_; }
+  ptzd::CameraState State() const { return Control_->State(); }
+  /// Whether the driver answers where the camera is, be it asked for or worked out.
+  bool KnowsPosition() const;
+  /// Whether the driver drives, and zooms, continuously.
+  bool Drives() const;
+
+  /// Has something done. Raises `Refusal`. `told` is called once it is done: for a move, when the camera
+  /// rests or cannot be watched.
+  void Do(const Client& client, const Order& order, Told told = {});
+  /// Begins a drive, for `GateSettings::Lease` where no lease is named, `LongestLease` at most. Raises
+  /// `Refusal`. `told` is called when it is over: stopped, replaced, or not taken by the camera.
+  [[nodiscard]] std::unique_ptr<HeldDrive> Drive(const Client& client, const ptzd::DriveSpeeds& speeds,
+                                                 std::optional<std::chrono::milliseconds> lease,
+                                                 Told told = {});
+
+  /// Takes the camera from somebody of the same or a lesser priority. Raises `Refusal`.
+  void Take(const Client& client);
+  /// Gives it back; nothing where the client does not hold it. What he drives goes on to the end of its
+  /// lease.
+  void Release(const Client& client);
+  /// Somebody's connection went: his control ends, and so does a tour that he began.
+  void Forget(std::uint64_t session);
+  /// Who holds it now; null for nobody.
+  const Holder* HeldBy() const;
+
+  /// In the order of their numbers, then as the camera lists them. Those without a name are told up to the
+  /// camera's count where that is at most 256.
+  std::vector<Preset> Presets() const;
+  const Preset* Find(const std::vector<Preset>& presets, const std::string& token) const;
+
+  /// The last 50, the oldest first.
+  const std::deque<Seen>& Exchanges() const { return Exchanges_; }
+  /// Of the last minute.
+  const std::deque<TrackPoint>& Track() const { return Track_; }
+  /// The tour that goes on; empty for none.
+  std::string Tour() const;
+
+  /// Changes of what the camera is told of: its state, holder, presets, tour. Counts up.
+  std::uint64_t Version() const { return Version_; }
+
+ private:
+  friend class HeldDrive;
+  class Sink;
+
+  void Check(const Client& client, const std::string& what, Role role, bool needsControl);
+  void Hold(const Client& client);
+  /// What is told to `told`, and to the audit, of a wish.
+  ptzd::Told Telling(const Client& client, std::string what, Told told, bool isStop = false);
+  void Carry(const Client& client, const Order& order, const ptzd::Told& told);
+  void StateChanged();
+  void Changed();
+  void AskPresets();
+  void Remember(Seen seen);
+  void EndTourRun();
+  std::int32_t FreePreset() const;
+
+  Gate& Gate_;
+  const ptzd::NamedCamera Camera_;
+  const Ranges Ranges_;
+  std::shared_ptr<Sink> Sink_;
+  std::vector<ptzd::PTZNamedPreset> Named_;  ///< the camera's own
+  bool AskedPresets_ = false;
+  bool HasNamedPresets_ = false;
+  std::optional<Holder> Holder_;
+  std::shared_ptr<HeldDrive> TourDrive_;
+  std::unique_ptr<TourRun> Tour_;
+  std::deque<Seen> Exchanges_;
+  std::deque<TrackPoint> Track_;
+  std::uint64_t Version_ = 0;
+  boost::asio::steady_timer HoldTimer_;
+  std::unique_ptr<ptzd::CameraControl> Control_;  ///< its callbacks use the others, so it goes first
+  std::shared_ptr<void> Subscription_;
+};
+
+}  // namespace ptzgate

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace ptzgate {
+
+/// Names that clients gave presets, by camera and number, kept in a file. The file is written anew, whole, at
+/// each change.
+class PresetNames {
+ public:
+  /// Empty: nothing is kept. Raises `std::runtime_error` for a file that is there and cannot be understood.
+  explicit PresetNames(const std::string& folder);
+
+  const std::map<std::int32_t, std::string>& Of(const std::string& camera) const;
+  /// Raises `std::runtime_error` where it cannot be written; then nothing is changed.
+  void Give(const std::string& camera, std::int32_t number, const std::string& name);
+  void TakeAway(const std::string& camera, std::int32_t number);
+
+ private:
+  using Names = std::map<std::string, std::map<std::int32_t, std::string>>;
+  void Store(const Names& names) const;
+
+  std::string File_;
+  Names Names_;
+};
+
+}  // namespace ptzgate
