@@ -1,7 +1,6 @@
 #include "Tour.h"
 
 #include <algorithm>
-#include <cmath>
 #include <iomanip>
 #include <iterator>
 #include <sstream>
@@ -11,6 +10,7 @@
 #include <ptzd/DriverData.h>
 #include "Session.h"
 #include "Words.h"
+#include "cameras/Glide.h"
 #include "cameras/TourFile.h"
 #include "common/Numbers.h"
 
@@ -20,8 +20,6 @@ namespace {
 
 using namespace ptzd;
 
-/// How near to its target a head at a speed is sent there, in degrees; the rest of the way it goes by itself.
-constexpr float Near = 1;
 /// Between two tries of a tour that goes on where a stop failed.
 constexpr std::chrono::seconds PauseAfterFailure(1);
 
@@ -49,12 +47,11 @@ std::string LineOf(const TourStop& stop, const Tour& tour) {
   return line.str();
 }
 
-/// Takes a head to a place by continuous motion, until it is near or past. The speeds of both axes are such
-/// that they get there together.
-class Glide {
+/// Takes a head to a place by continuous motion, and has it rest there.
+class Gliding {
  public:
-  Glide(Camera& camera, float pan, float tilt, float speed, std::chrono::milliseconds longest)
-      : Camera_(camera), Pan_(pan), Tilt_(tilt), Speed_(speed), Until_(Clock::now() + longest) {}
+  Gliding(Camera& camera, float pan, float tilt, float speed, std::chrono::milliseconds longest)
+      : Camera_(camera), Speed_(speed), Glide_(pan, tilt, speed), Until_(Clock::now() + longest) {}
 
   /// What became of the motion; done where the head is near and rests.
   Outcome Run() {
@@ -65,11 +62,11 @@ class Glide {
       seen.Text = "speed: this camera cannot tell where it is, so it cannot be driven to a place";
       return seen;
     }
-    Aim(*seen.Position);
+    bool isTurned = Glide_.Aim(*seen.Position);
     auto outcome = seen;
     bool isDriven = false;
-    while (Signs_ != std::pair(0, 0) && outcome.Result == Result::Done && Clock::now() < Until_) {
-      if (IsTurned_) {
+    while (!Glide_.IsOver() && outcome.Result == Result::Done && Clock::now() < Until_) {
+      if (isTurned) {
         outcome = Begin();
         Keep(outcome);
         isDriven = true;
@@ -78,7 +75,7 @@ class Glide {
       if (!Camera_.Ending().Sleep(std::chrono::milliseconds(std::max(Camera_.Data().PositionPace, 50))))
         throw Interrupted();
       outcome = Camera_.ReadPosition();
-      if (outcome.Result == Result::Done) Aim(*outcome.Position);
+      isTurned = outcome.Result == Result::Done && Glide_.Aim(*outcome.Position);
     }
     if (isDriven) {
       auto stopped = Camera_.Stop();
@@ -97,23 +94,6 @@ class Glide {
  private:
   using Clock = std::chrono::steady_clock;
 
-  /// An axis that has passed its target, or is near, rests from then on.
-  static int SignOf(float way) { return std::abs(way) <= Near ? 0 : way > 0 ? 1 : -1; }
-
-  void Aim(const CameraPosition& at) {
-    const auto pan = Pan_ - at.Pan, tilt = Tilt_ - at.Tilt;
-    const std::pair signs{SignOf(pan), SignOf(tilt)};
-    const auto next = IsFirst_ ? signs
-                               : std::pair{signs.first == Signs_.first ? signs.first : 0,
-                                           signs.second == Signs_.second ? signs.second : 0};
-    IsTurned_ = IsFirst_ || next != Signs_;
-    IsFirst_ = false;
-    Signs_ = next;
-    const auto longest = std::max(std::abs(pan), std::abs(tilt));
-    PanSpeed_ = next.first == 0 ? 0 : Speed_ * pan / longest;
-    TiltSpeed_ = next.second == 0 ? 0 : Speed_ * tilt / longest;
-  }
-
   /// What moved the head is told; that it was asked where it is, again and again, is not.
   void Keep(const Outcome& outcome) {
     Exchanges_.insert(Exchanges_.end(), outcome.Exchanges.begin(), outcome.Exchanges.end());
@@ -121,15 +101,13 @@ class Glide {
 
   Outcome Begin() {
     return Camera_.Drive({"continuous", "Move at speed " + Text(Speed_), {}, CapabilityContinuousMove},
-                         {DriveSpeeds::Head{PanSpeed_, TiltSpeed_}, {}}, {}, false);
+                         {Glide_.Speeds(), {}}, {}, false);
   }
 
   Camera& Camera_;
-  const float Pan_, Tilt_, Speed_;
+  const float Speed_;
+  Glide Glide_;
   const Clock::time_point Until_;
-  std::pair<int, int> Signs_{0, 0};  ///< which way each axis goes; 0: not any more
-  bool IsFirst_ = true, IsTurned_ = false;
-  float PanSpeed_ = 0, TiltSpeed_ = 0;
   std::vector<Exchange> Exchanges_;
 };
 
@@ -139,7 +117,7 @@ Operation OperationOf(const TourStop& stop, const Tour& tour, const std::string&
   operation.Perform = [stop, number, travel = tour.Travel, arrive = tour.Arrive,
                        perform = std::move(operation.Perform)](Camera& camera) {
     Outcome glided;
-    if (stop.Speed) glided = Glide(camera, *stop.To.Pan, *stop.To.Tilt, *stop.Speed, arrive).Run();
+    if (stop.Speed) glided = Gliding(camera, *stop.To.Pan, *stop.To.Tilt, *stop.Speed, arrive).Run();
     if (glided.Result != Result::Done) {
       glided.Operation = "move-to";
       glided.Text = number + " " + glided.Text;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace ptzgate {
 
@@ -20,5 +21,8 @@ struct Client {
 
 /// A number for a client's session that nobody else in this process has.
 std::uint64_t NextSession();
+/// The same number for the same key: for faces that know a client again by what it says of itself, not by its
+/// connection.
+std::uint64_t SessionOf(std::string_view key);
 
 }  // namespace ptzgate

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 
-#include <cstdint>
+#include <chrono>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,6 +17,7 @@
 #include "gateway/core/Journal.h"
 #include "gateway/core/Logins.h"
 #include "gateway/core/Metrics.h"
+#include "gateway/core/MotionMarks.h"
 #include "gateway/core/PresetNames.h"
 #include "gateway/core/Refusal.h"
 #include "gateway/core/Users.h"
@@ -53,6 +56,7 @@ class Gate {
   ptzgate::Journal& Journal() { return Journal_; }
   ptzgate::Metrics& Metrics() { return Metrics_; }
   PresetNames& Names() { return Names_; }
+  MotionMarks& Marks() { return Marks_; }
 
   /// In the order of their names.
   std::vector<std::shared_ptr<GateCamera>> Cameras() const;
@@ -70,8 +74,7 @@ class Gate {
   void Tell(GateCamera& camera, Change change);
   /// Tells that a camera changed, soon.
   void TellSoon(const std::shared_ptr<GateCamera>& camera);
-  std::vector<ptzd::NamedCamera> ReadCameras(const GateSettings& settings) const;
-  std::shared_ptr<GateCamera> Make(const ptzd::NamedCamera& camera);
+  void Leave(const std::shared_ptr<GateCamera>& camera);
 
   boost::asio::io_context& Context_;
   ptzgate::Journal& Journal_;
@@ -79,11 +82,14 @@ class Gate {
   ptzgate::Users Users_;
   ptzgate::Metrics Metrics_;
   PresetNames Names_;
+  MotionMarks Marks_;
   ptzd::SerialLines Lines_;
   ptzgate::Logins Logins_;
   std::map<std::string, std::shared_ptr<GateCamera>> Cameras_;
   std::vector<std::weak_ptr<Watcher>> Watchers_;
-  std::vector<std::weak_ptr<GateCamera>> Dirty_;
+  std::map<std::string, std::weak_ptr<GateCamera>> Dirty_;
+  boost::asio::steady_timer DirtyTimer_;
+  std::vector<std::future<void>> Leaving_;  ///< cameras that stop on threads of their own
   bool IsEnding_ = false;
 };
 

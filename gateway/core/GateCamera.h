@@ -33,6 +33,9 @@ class HeldDrive {
  public:
   HeldDrive(ptzd::CameraControl::Drive drive, std::weak_ptr<GateCamera> camera, Client client,
             std::chrono::milliseconds lease);
+  ~HeldDrive();
+  HeldDrive(const HeldDrive&) = delete;
+  HeldDrive& operator=(const HeldDrive&) = delete;
 
   /// For as long again as its lease is, from now; the client holds the camera for longer, too.
   void Renew();
@@ -70,19 +73,27 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   };
   using Told = std::function<void(const ptzd::WishOutcome&)>;
 
+  /// Does nothing before `Begin`.
   GateCamera(Gate& gate, ptzd::NamedCamera camera, ptzd::CameraSettings settings);
   ~GateCamera();
   GateCamera(const GateCamera&) = delete;
   GateCamera& operator=(const GateCamera&) = delete;
+
+  /// Connects the camera where that is wished, and stops it where it may be moving since the gateway was
+  /// killed.
+  void Begin();
+  /// Ends all that goes on, and answers what may block when it dies: until the camera took its stop. The
+  /// camera can do nothing from then on.
+  std::unique_ptr<ptzd::CameraControl> End();
 
   const std::string& Name() const { return Camera_.Name; }
   const ptzd::NamedCamera& Description() const { return Camera_; }
   const ptzd::DriverClass& Driver() const { return Control_->Driver(); }
   const Ranges& RangesNow() const { return Ranges_; }
   ptzd::CameraState State() const { return Control_->State(); }
-  /// Whether the driver answers where the camera is, be it asked for or worked out.
-  bool KnowsPosition() const;
-  /// Whether the driver drives, and zooms, continuously.
+  /// Of the connected camera, and else what its driver claims.
+  ptzd::Capabilities CapabilitiesNow() const;
+  /// Whether it moves continuously.
   bool Drives() const;
 
   /// Has something done. Raises `Refusal`. `told` is called once it is done: for a move, when the camera
@@ -107,7 +118,8 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// In the order of their numbers, then as the camera lists them. Those without a name are told up to the
   /// camera's count where that is at most 256.
   std::vector<Preset> Presets() const;
-  const Preset* Find(const std::vector<Preset>& presets, const std::string& token) const;
+  /// By its token, or its name. Raises `Refusal`.
+  Preset FindPreset(const std::string& word) const;
 
   /// The last 50, the oldest first.
   const std::deque<Seen>& Exchanges() const { return Exchanges_; }
@@ -123,34 +135,39 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   friend class HeldDrive;
   class Sink;
 
+  enum class Kind { Drive, Move, Stop, Other };
+
   void Check(const Client& client, const std::string& what, Role role, bool needsControl);
-  void Hold(const Client& client);
-  /// What is told to `told`, and to the audit, of a wish.
-  ptzd::Told Telling(const Client& client, std::string what, Told told, bool isStop = false);
+  /// Has somebody hold it until `GateSettings::Hold` after a time.
+  void Hold(const Client& client, std::chrono::milliseconds beyond = {});
+  /// What carries a wish's outcome to the audit, and to `told`, on the gateway's thread.
+  ptzd::Told Telling(const Client& client, std::string what, Told told, Kind kind);
   void Carry(const Client& client, const Order& order, const ptzd::Told& told);
-  void StateChanged();
-  void Changed();
-  void AskPresets();
-  void Remember(Seen seen);
-  void EndTourRun();
+  /// It may be moving from here on, whatever becomes of the gateway.
+  void Mark();
+  void Save(const SavePreset& wish, const ptzd::Told& told);
   std::int32_t FreePreset() const;
+  void AskPresets();
+  void StateChanged();
+  void Remember(Seen seen);
+  void Changed();
+  void StartTourRun(const Client& client, const std::string& name, const ptzd::Tour& tour);
+  void EndTourRun();
 
   Gate& Gate_;
   const ptzd::NamedCamera Camera_;
   const Ranges Ranges_;
   std::shared_ptr<Sink> Sink_;
   std::vector<ptzd::PTZNamedPreset> Named_;  ///< the camera's own
-  bool AskedPresets_ = false;
-  bool HasNamedPresets_ = false;
+  bool WasConnected_ = false;
   std::optional<Holder> Holder_;
-  std::shared_ptr<HeldDrive> TourDrive_;
-  std::unique_ptr<TourRun> Tour_;
   std::deque<Seen> Exchanges_;
   std::deque<TrackPoint> Track_;
   std::uint64_t Version_ = 0;
   boost::asio::steady_timer HoldTimer_;
-  std::unique_ptr<ptzd::CameraControl> Control_;  ///< its callbacks use the others, so it goes first
+  std::unique_ptr<ptzd::CameraControl> Control_;
   std::shared_ptr<void> Subscription_;
+  std::unique_ptr<TourRun> Tour_;
 };
 
 }  // namespace ptzgate

@@ -2,7 +2,6 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>

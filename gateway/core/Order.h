@@ -66,6 +66,8 @@ std::string Describe(const ptzd::DriveSpeeds& speeds);
 Role RoleFor(const Order& order);
 /// Whether an order needs that nobody else holds the camera. A stop does not, nor does a question.
 bool NeedsControl(const Order& order);
+/// Whether it may set something in motion.
+bool Moves(const Order& order);
 
 /// A preset as faces tell of it.
 struct Preset {
@@ -74,6 +76,7 @@ struct Preset {
   std::optional<std::int32_t>
       Number;            ///< as the driver counts; nothing for one that the camera knows by name only
   bool HasName = false;  ///< somebody gave it one
+  std::string ID;        ///< of one that has no number, as the camera calls it
 };
 
 }  // namespace ptzgate
