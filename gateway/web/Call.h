@@ -58,7 +58,8 @@ class Call : public std::enable_shared_from_this<Call> {
   bool IsGone_ = false;
 };
 
-/// A body that is sent as it comes to be. Ends when its last reference goes.
+/// A body that is sent as it comes to be. Ends when its last reference goes; what is attached may hold one,
+/// since it is let go of when the peer has gone.
 class Stream {
  public:
   explicit Stream(std::weak_ptr<Session> session) : Session_(std::move(session)) {}

@@ -34,6 +34,12 @@ bool IsAllowed(const Response& response) {
   });
 }
 
+/// Of a request line: it ends as those of another generation of HTTP do.
+bool NamesOtherVersion(std::string_view line) {
+  const auto version = line.rfind(" HTTP/");
+  return version != line.npos && line.substr(version + 6, 1).find_first_of("023456789") == 0;
+}
+
 bool HasBody(int status) { return status != 204 && status != 304; }
 
 std::string Date() {
@@ -161,19 +167,20 @@ void Session::Parse() {
     auto& parser = Parsing_->Parser;
     error_code error;
     const auto used = parser.put(boost::asio::buffer(inbox.data(), inbox.size()), error);
-    const bool isFirstLine = !parser.is_header_done() && Parsing_->HeadBytes + used == 0;
-    const bool isLineThere = inbox.find('\n') != inbox.npos;
+    const auto line = inbox.substr(0, inbox.find('\n'));
+    const bool isLineTooLong = Parsing_->HeadBytes + used == 0 && line.size() >= limits.HeaderBytes;
+    const bool isOtherVersion = error == http::error::bad_version && NamesOtherVersion(line);
     if (!Parsing_->IsHeadChecked) Parsing_->HeadBytes += used;
     Connection_->Consume(used);
 
     if (error == http::error::header_limit || Parsing_->HeadBytes > limits.HeaderBytes) {
-      return isFirstLine && !isLineThere ? Refuse(414, "the request's address is too long")
-                                         : Refuse(431, "the request's headers are too long");
+      return isLineTooLong ? Refuse(414, "the request's address is too long")
+                           : Refuse(431, "the request's headers are too long");
     }
     if (error == http::error::body_limit) {
       return Refuse(413, "the request's body is longer than " + std::to_string(limits.BodyBytes) + " bytes");
     }
-    if (error == http::error::bad_version) return Refuse(505, "the version of HTTP here is 1.1");
+    if (isOtherVersion) return Refuse(505, "the version of HTTP here is 1.1");
     if (error && error != http::error::need_more) return Refuse(400, "malformed request: " + error.message());
     if (parser.is_header_done() && !std::exchange(Parsing_->IsHeadChecked, true) && !CheckHead()) return;
     if (parser.is_done()) return Dispatch();
