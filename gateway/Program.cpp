@@ -7,6 +7,9 @@
 #include <utility>
 
 #include "cameras/InputWords.h"
+#include "gateway/access/HTTPAccess.h"
+#include "gateway/api/API.h"
+#include "gateway/status/Status.h"
 
 namespace ptzgate {
 
@@ -50,9 +53,18 @@ std::string TextOf(const Endpoint& endpoint, bool isSecure) {
 
 /// Who answers which request.
 struct Program::Faces {
-  explicit Faces(Gate&) {}
+  explicit Faces(Gate& gate) : Access(gate), Status_(gate, Access), API_(gate, Access) {}
 
-  void Handle(const std::shared_ptr<Call>& call) { call->Answer(Problem(404, "there is nothing here")); }
+  void Handle(const std::shared_ptr<Call>& call) {
+    const auto& path = call->Asked().Path;
+    if (API::Has(path)) return API_.Handle(call);
+    if (Status::Has(path)) return Status_.Handle(call);
+    call->Answer(Problem(404, "there is nothing at " + path));
+  }
+
+  HTTPAccess Access;
+  Status Status_;
+  API API_;
 };
 
 GateSettings SettingsFrom(const std::string& file) {

@@ -55,6 +55,7 @@ class Gate {
   ptzgate::Logins& Logins() { return Logins_; }
   ptzgate::Journal& Journal() { return Journal_; }
   ptzgate::Metrics& Metrics() { return Metrics_; }
+  const ptzgate::Metrics& Metrics() const { return Metrics_; }
   PresetNames& Names() { return Names_; }
   MotionMarks& Marks() { return Marks_; }
 

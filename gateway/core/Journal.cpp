@@ -17,7 +17,13 @@ namespace {
 
 constexpr const char* LevelNames[] = {"debug", "info", "warning", "error"};
 
-/// "2026-02-03T04:05:06.789Z"
+/// Its members in the order that people read them.
+std::string Line(nlohmann::ordered_json line) {
+  return line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
 std::string TimeText(std::chrono::system_clock::time_point time) {
   const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
   const auto day = std::chrono::floor<std::chrono::days>(time);
@@ -32,13 +38,6 @@ std::string TimeText(std::chrono::system_clock::time_point time) {
       static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(time - seconds).count()));
   return text;
 }
-
-/// Its members in the order that people read them.
-std::string Line(nlohmann::ordered_json line) {
-  return line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
-}
-
-}  // namespace
 
 struct Journal::State {
   Level Least;

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,6 +10,9 @@
 #include "gateway/core/Client.h"
 
 namespace ptzgate {
+
+/// "2026-02-03T04:05:06.789Z"
+std::string TimeText(std::chrono::system_clock::time_point time);
 
 /// What the gateway tells of itself: a line of JSON each, with its time. May be used on any thread.
 class Journal {

@@ -1,0 +1,364 @@
+#include "gateway/api/API.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "gateway/api/Body.h"
+#include "gateway/api/CameraJSON.h"
+#include "gateway/api/Description.h"
+#include "gateway/api/Live.h"
+#include "gateway/api/Route.h"
+#include "gateway/api/Wishes.h"
+
+namespace ptzgate {
+
+using nlohmann::json;
+
+namespace {
+
+constexpr std::string_view Base = "/api/v1";
+constexpr std::chrono::seconds StreamPace(15);
+constexpr std::size_t MuchToSend = 256 * 1024;
+
+constexpr Member LoginMembers[] = {
+    {"user", Member::Types::Text, "", true},
+    {"password", Member::Types::Text, "", true},
+};
+constexpr Body LoginBody{"Login", LoginMembers};
+constexpr Member SaveMembers[] = {
+    {"name", Member::Types::Text, "how it is called from then on"},
+    {"token", Member::Types::Text, "of the preset that is overwritten; without it one that has no name"},
+};
+constexpr Body SaveBody{"SavePreset", SaveMembers};
+
+Response JSONResponse(const json& body, int status = 200) {
+  return {.Status = status,
+          .Headers = {{"Content-Type", "application/json"}, {"Cache-Control", "no-store"}},
+          .Body = TextOf(body)};
+}
+
+std::string EventText(const char* event, const json& data) {
+  return std::string("event: ") + event + "\ndata: " + TextOf(data) + "\n\n";
+}
+
+/// What stands for the parts of a path in a pattern such as "/cameras/{camera}"; nothing where it is another
+/// path.
+std::optional<std::map<std::string, std::string>> Match(std::string_view pattern,
+                                                        const std::vector<std::string>& segments) {
+  std::map<std::string, std::string> parts;
+  std::size_t at = 0;
+  while (!pattern.empty()) {
+    pattern.remove_prefix(1);  // the slash
+    const auto word = pattern.substr(0, pattern.find('/'));
+    pattern.remove_prefix(word.size());
+    if (at == segments.size()) return std::nullopt;
+    if (word.starts_with('{'))
+      parts[std::string(word.substr(1, word.size() - 2))] = segments[at];
+    else if (word != segments[at])
+      return std::nullopt;
+    ++at;
+  }
+  if (at != segments.size()) return std::nullopt;
+  return parts;
+}
+
+}  // namespace
+
+struct API::Asked {
+  std::shared_ptr<ptzgate::Call> Call;
+  const Client& Who;
+  const Route& As;
+  std::map<std::string, std::string> Parts;
+  std::shared_ptr<GateCamera> Camera;  ///< null where the path names none
+  json Content;
+};
+
+/// A client that reads events.
+struct API::Reader {
+  Client Who;
+  std::shared_ptr<Stream> To;
+};
+
+std::span<const Route> API::Routes() {
+  static const std::vector<Route> routes = [] {
+    std::vector<Route> all{
+        {"GET", "/cameras", "The cameras that you may see", "Cameras", {}, &API::GetCameras},
+        {"GET",
+         "/cameras/{camera}",
+         "A camera, its state, and what it can do",
+         "Camera",
+         {},
+         &API::GetCamera},
+        {"GET", "/cameras/{camera}/presets", "Its presets", "Presets", {}, &API::GetPresets},
+        {"POST", "/cameras/{camera}/presets", "Save where it is as a preset", "Outcome", SaveBody,
+         &API::SavePreset},
+        {"POST", "/cameras/{camera}/presets/{preset}/go", "Go to a preset", "Outcome", {}, &API::GoPreset},
+        {"DELETE",
+         "/cameras/{camera}/presets/{preset}",
+         "Take a preset's name away",
+         "Outcome",
+         {},
+         &API::ForgetPreset},
+        {"POST", "/cameras/{camera}/drive",
+         "Drive at a speed. Answered when the drive is over: it ends with its lease, and with the connection",
+         "Outcome", DriveBody, &API::BeginDrive},
+        {"PUT",
+         "/cameras/{camera}/drive",
+         "Have your drive go on for its lease from now",
+         "Nothing",
+         {},
+         &API::RenewDrive},
+        {"GET", "/cameras/{camera}/control", "Who holds it", "Control", {}, &API::GetControl},
+        {"PUT",
+         "/cameras/{camera}/control",
+         "Take it, from others of your priority or less",
+         "Control",
+         {},
+         &API::TakeControl},
+        {"DELETE", "/cameras/{camera}/control", "Give it back", "Control", {}, &API::ReleaseControl},
+        {"DELETE", "/cameras/{camera}/tour", "End its tour, and stop it", "Outcome", {}, &API::EndTour},
+        {"GET",
+         "/cameras/{camera}/seen",
+         "Its last exchanges, and where it was in the last minute",
+         "Seen",
+         {},
+         &API::GetSeen},
+        {"GET", "/me", "Who you are", "Me", {}, &API::GetMe},
+        {"DELETE", "/login", "End your session", "Nothing", {}, &API::LogOut},
+        {"GET",
+         "/events",
+         "Changes of cameras as server-sent events: camera, gone",
+         "Events",
+         {},
+         &API::BeginEvents},
+        {"GET",
+         "/socket",
+         "A WebSocket: changes of cameras, drives and wishes",
+         "Socket",
+         {},
+         &API::BeginSocket},
+    };
+    static std::vector<std::string> paths;
+    const auto ways = Wishables();
+    paths.reserve(ways.size());
+    for (const auto& wishable : ways) {
+      // What has a way of its own above.
+      if (wishable.Do == "go" || wishable.Do == "save" || wishable.Do == "forget" ||
+          wishable.Do == "end_tour")
+        continue;
+      paths.push_back("/cameras/{camera}/" + std::string(wishable.Do));
+      all.push_back({"POST", paths.back(), AboutWish(wishable.Do), "Outcome", wishable.Takes, &API::DoWish});
+    }
+    return all;
+  }();
+  return routes;
+}
+
+json API::Description() { return OpenAPI(Routes(), LoginBody, std::string(Base)); }
+
+API::API(Gate& gate, HTTPAccess& access) : Gate_(gate), Access_(access), KeepTimer_(gate.Context()) {
+  Watch_ = Gate_.Watch([this](GateCamera& camera, Gate::Change change) { TellStreams(camera, change); });
+  KeepStreams();
+}
+
+API::~API() = default;
+
+bool API::Has(const std::string& path) { return path.starts_with(Base) || path == "/openapi.json"; }
+
+void API::Handle(const std::shared_ptr<Call>& call) {
+  const auto& request = call->Asked();
+  if (request.Path == "/openapi.json") return call->Answer(JSONResponse(Description()));
+  auto segments = request.Segments();
+  segments.erase(segments.begin(), segments.begin() + std::min<std::ptrdiff_t>(2, std::ssize(segments)));
+  if (request.Method == "POST" && segments == std::vector<std::string>{"login"}) {
+    try {
+      const auto body = ReadBody(LoginBody, request.Body);
+      return Access_.LogIn(call, body["user"], body["password"], {.Status = 204});
+    } catch (const Refusal& refusal) {
+      return call->Answer(ProblemOf(refusal));
+    }
+  }
+  std::string allowed;
+  for (const auto& route : Routes()) {
+    auto parts = Match(route.Path, segments);
+    if (!parts) continue;
+    if (route.Method != request.Method) {
+      allowed.append(allowed.empty() ? "" : ", ").append(route.Method);
+      continue;
+    }
+    // The page says for itself what it is; anybody may, since it changes no rights.
+    const auto face = request.Header("X-PTZ-Console") != nullptr || request.Parameter("console") != nullptr
+                          ? "console"
+                          : "api";
+    return Access_.Identify(
+        call, face,
+        [this, &route, call, life = std::weak_ptr(Life_), parts = std::move(*parts)](const Client& client) {
+          if (life.lock()) Serve(route, call, client, parts);
+        });
+  }
+  if (allowed.empty()) return call->Answer(Problem(404, "there is nothing at " + request.Path));
+  auto response = Problem(405, request.Method + " cannot be done to " + request.Path);
+  response.Headers.emplace_back("Allow", allowed);
+  call->Answer(std::move(response));
+}
+
+void API::Serve(const Route& route, const std::shared_ptr<Call>& call, const Client& client,
+                std::map<std::string, std::string> parts) {
+  try {
+    Asked asked{call, client, route, std::move(parts), nullptr, {}};
+    if (const auto name = asked.Parts.find("camera"); name != asked.Parts.end())
+      asked.Camera = Gate_.Find(name->second, client.User);
+    if (route.Takes)
+      asked.Content = ReadBody(*route.Takes, call->Asked().Body);
+    else if (!call->Asked().Body.empty())
+      throw Refusal(Refusal::Why::Invalid, "no body is wanted here");
+    (this->*route.Handle)(asked);
+  } catch (const Refusal& refusal) {
+    call->Answer(ProblemOf(refusal));
+  }
+}
+
+// What is asked for.
+
+void API::GetCameras(const Asked& asked) {
+  auto cameras = json::array();
+  for (const auto& camera : Gate_.CamerasFor(asked.Who.User))
+    cameras.push_back(CameraJSON(Gate_, *camera, asked.Who));
+  asked.Call->Answer(JSONResponse({{"cameras", std::move(cameras)}}));
+}
+
+void API::GetCamera(const Asked& asked) {
+  asked.Call->Answer(JSONResponse(CameraJSON(Gate_, *asked.Camera, asked.Who)));
+}
+
+void API::GetPresets(const Asked& asked) {
+  asked.Call->Answer(JSONResponse({{"presets", PresetsJSON(*asked.Camera)}}));
+}
+
+void API::GetControl(const Asked& asked) {
+  asked.Call->Answer(JSONResponse({{"holder", HolderJSON(*asked.Camera, asked.Who)}}));
+}
+
+void API::GetSeen(const Asked& asked) { asked.Call->Answer(JSONResponse(SeenJSON(*asked.Camera))); }
+
+void API::GetMe(const Asked& asked) { asked.Call->Answer(JSONResponse(ClientJSON(Gate_, asked.Who))); }
+
+// What is wished.
+
+void API::Carry(const Asked& asked, const Order& order) {
+  asked.Camera->Do(asked.Who, order, [call = asked.Call](const ptzd::WishOutcome& outcome) {
+    call->Answer(AnswerOf(outcome, false));
+  });
+}
+
+void API::DoWish(const Asked& asked) {
+  const auto word = asked.As.Path.substr(asked.As.Path.rfind('/') + 1);
+  Carry(asked, FindWishable(word)->Read(asked.Content));
+}
+
+void API::GoPreset(const Asked& asked) { Carry(asked, GoToPreset{asked.Parts.at("preset")}); }
+
+void API::ForgetPreset(const Asked& asked) { Carry(asked, ptzgate::ForgetPreset{asked.Parts.at("preset")}); }
+
+void API::SavePreset(const Asked& asked) {
+  Carry(asked, ptzgate::SavePreset{asked.Content.value("token", ""), asked.Content.value("name", "")});
+}
+
+void API::EndTour(const Asked& asked) { Carry(asked, ptzgate::EndTour()); }
+
+void API::BeginDrive(const Asked& asked) {
+  const auto held = std::make_shared<std::unique_ptr<HeldDrive>>();
+  const std::pair key{asked.Who.Session, asked.Camera->Name()};
+  const auto call = asked.Call;
+  *held = asked.Camera->Drive(asked.Who, SpeedsOf(asked.Content, *asked.Camera), LeaseOf(asked.Content),
+                              [call, held](const ptzd::WishOutcome& outcome) {
+                                held->reset();
+                                call->Answer(AnswerOf(outcome, true));
+                              });
+  std::erase_if(Drives_, [](const auto& drive) { return drive.second.expired(); });
+  Drives_[key] = held;
+  call->WhenGone([held] { held->reset(); });
+}
+
+void API::RenewDrive(const Asked& asked) {
+  const auto drive = Drives_.find({asked.Who.Session, asked.Camera->Name()});
+  const auto held = drive == Drives_.end() ? nullptr : drive->second.lock();
+  if (!held || !*held)
+    throw Refusal(Refusal::Why::Invalid, "camera " + asked.Camera->Name() + " is not driven by you");
+  (*held)->Renew();
+  asked.Call->Answer({.Status = 204});
+}
+
+void API::TakeControl(const Asked& asked) {
+  asked.Camera->Take(asked.Who);
+  GetControl(asked);
+}
+
+void API::ReleaseControl(const Asked& asked) {
+  asked.Camera->Release(asked.Who);
+  GetControl(asked);
+}
+
+void API::LogOut(const Asked& asked) { Access_.LogOut(asked.Call, {.Status = 204}); }
+
+// What is told.
+
+void API::BeginEvents(const Asked& asked) {
+  auto reader = std::make_shared<Reader>();
+  reader->Who = asked.Who;
+  std::string first;
+  for (const auto& camera : Gate_.CamerasFor(asked.Who.User))
+    first += EventText("camera", CameraJSON(Gate_, *camera, asked.Who));
+  reader->To = asked.Call->BeginStream(
+      {.Headers = {{"Content-Type", "text/event-stream"}, {"Cache-Control", "no-store"}}, .Body = first});
+  Readers_.insert(reader);
+  reader->To->WhenGone([this, life = std::weak_ptr(Life_), weak = std::weak_ptr(reader)] {
+    if (life.lock()) Readers_.erase(weak.lock());
+  });
+}
+
+void API::BeginSocket(const Asked& asked) {
+  if (!asked.Call->WantsWebSocket()) {
+    auto response = Problem(426, "a WebSocket is wanted here");
+    response.Headers.emplace_back("Upgrade", "websocket");
+    return asked.Call->Answer(std::move(response));
+  }
+  auto client = asked.Who;
+  client.Session = NextSession();
+  const auto socket = asked.Call->AcceptWebSocket();
+  if (!socket) return;
+  const auto live = std::make_shared<Live>(Gate_, std::move(client), socket);
+  Sockets_.insert(live);
+  live->Begin([this, life = std::weak_ptr(Life_), weak = std::weak_ptr(live)] {
+    if (life.lock()) Sockets_.erase(weak.lock());
+  });
+}
+
+void API::TellStreams(GateCamera& camera, Gate::Change change) {
+  for (const auto& live : std::vector(Sockets_.begin(), Sockets_.end())) live->Tell(camera, change);
+  for (const auto& reader : std::vector(Readers_.begin(), Readers_.end())) {
+    if (Gate_.Users().AreThere() && Gate_.Users().RoleOf(reader->Who.User, camera.Name()) == Role::None)
+      continue;
+    if (change == Gate::Change::Removed)
+      reader->To->Send(EventText("gone", {{"name", camera.Name()}}));
+    else if (reader->To->Backlog() < MuchToSend)
+      reader->To->Send(EventText("camera", CameraJSON(Gate_, camera, reader->Who)));
+  }
+}
+
+/// A reader that has gone without a word is seen when it is written to.
+void API::KeepStreams() {
+  KeepTimer_.expires_after(StreamPace);
+  KeepTimer_.async_wait([this](const boost::system::error_code& error) {
+    if (error) return;
+    for (const auto& reader : std::vector(Readers_.begin(), Readers_.end())) reader->To->Send(":\n\n");
+    KeepStreams();
+  });
+}
+
+}  // namespace ptzgate

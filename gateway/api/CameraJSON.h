@@ -1,0 +1,22 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "gateway/core/Gate.h"
+
+namespace ptzgate {
+
+/// A camera as a client sees it.
+nlohmann::json CameraJSON(Gate& gate, const GateCamera& camera, const Client& client);
+nlohmann::json HolderJSON(const GateCamera& camera, const Client& client);
+nlohmann::json PresetsJSON(const GateCamera& camera);
+/// The last exchanges, and where it was in the last minute.
+nlohmann::json SeenJSON(const GateCamera& camera);
+nlohmann::json OutcomeJSON(const ptzd::WishOutcome& outcome);
+/// Who somebody is, and what he may do.
+nlohmann::json ClientJSON(const Gate& gate, const Client& client);
+
+/// A text whose bytes are no UTF-8, as a camera may send them, is told with marks in place of those.
+std::string TextOf(const nlohmann::json& json);
+
+}  // namespace ptzgate

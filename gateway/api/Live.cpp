@@ -1,0 +1,135 @@
+#include "gateway/api/Live.h"
+
+#include <nlohmann/json.hpp>
+
+#include <utility>
+
+#include "gateway/api/API.h"
+#include "gateway/api/Body.h"
+#include "gateway/api/CameraJSON.h"
+#include "gateway/api/Wishes.h"
+
+namespace ptzgate {
+
+using nlohmann::json;
+
+namespace {
+
+/// A peer that reads slowly is told of fewer changes rather than lost.
+constexpr std::size_t MuchToSend = 256 * 1024;
+
+json ProblemJSON(const Response& problem) { return json::parse(problem.Body); }
+
+}  // namespace
+
+Live::Live(Gate& gate, Client client, std::shared_ptr<WebSocket> socket)
+    : Gate_(gate), Client_(std::move(client)), Socket_(std::move(socket)) {}
+
+Live::~Live() { Leave(); }
+
+void Live::Begin(std::function<void()> gone) {
+  Socket_->WhenMessage([this](const std::string& text) { Read(text); });
+  Socket_->WhenGone([self = shared_from_this(), gone = std::move(gone)] {
+    self->Leave();
+    gone();
+  });
+  auto cameras = json::array();
+  for (const auto& camera : Gate_.CamerasFor(Client_.User))
+    cameras.push_back(CameraJSON(Gate_, *camera, Client_));
+  Send({{"hello", {{"me", ClientJSON(Gate_, Client_)}, {"cameras", std::move(cameras)}}}});
+}
+
+/// Its cameras stop, and are free for others.
+void Live::Leave() {
+  Drives_.clear();
+  for (const auto& camera : Gate_.Cameras()) camera->Forget(Client_.Session);
+}
+
+void Live::Send(const json& message) { Socket_->Send(TextOf(message)); }
+
+void Live::Tell(GateCamera& camera, Gate::Change change) {
+  if (Gate_.Users().AreThere() && Gate_.Users().RoleOf(Client_.User, camera.Name()) == Role::None) return;
+  if (change == Gate::Change::Removed) {
+    Drives_.erase(camera.Name());
+    Send({{"gone", camera.Name()}});
+    return;
+  }
+  if (Socket_->Backlog() > MuchToSend) return;
+  Send({{"camera", CameraJSON(Gate_, camera, Client_)}});
+  if (camera.Name() == Followed_) Send({{"seen", SeenJSON(camera)}});
+}
+
+void Live::Read(const std::string& text) {
+  json message, id;
+  try {
+    message = json::parse(text, nullptr, false);
+    if (!message.is_object()) throw Refusal(Refusal::Why::Invalid, "the message is no JSON object");
+    id = message.value("id", json());
+    if (auto answer = Obey(message); !answer.is_null()) {
+      answer["id"] = id;
+      Send(answer);
+    }
+  } catch (const Refusal& refusal) {
+    Send({{"id", id}, {"problem", ProblemJSON(ProblemOf(refusal))}});
+  }
+}
+
+/// What is answered at once; null where the answer comes later, or not at all.
+json Live::Obey(const json& message) {
+  const auto text = [&](const char* name) {
+    const auto value = message.find(name);
+    if (value == message.end() || !value->is_string())
+      throw Refusal(Refusal::Why::Invalid, std::string(name) + ": expected a text");
+    return value->get<std::string>();
+  };
+  const auto word = text("do");
+  if (word == "follow") {
+    const auto name = message.value("camera", json());
+    Followed_ = name.is_string() ? name.get<std::string>() : "";
+    if (!Followed_.empty()) Send({{"seen", SeenJSON(*Gate_.Find(Followed_, Client_.User))}});
+    return {{"done", true}};
+  }
+  const auto camera = Gate_.Find(text("camera"), Client_.User);
+  auto body = message;
+  const auto id = message.value("id", json());
+  for (const auto* name : {"id", "camera", "do"}) body.erase(name);
+
+  if (word == "drive") {
+    CheckMembers(DriveBody.Members, body, "");
+    Drive(camera, id, body);
+    return {{"taken", true}};
+  }
+  if (word == "renew") {
+    const auto drive = Drives_.find(camera->Name());
+    if (drive == Drives_.end())
+      throw Refusal(Refusal::Why::Invalid, "camera " + camera->Name() + " is not driven by you");
+    drive->second->Renew();
+    return nullptr;
+  }
+  if (word == "presets") return {{"presets", PresetsJSON(*camera)}};
+  if (word == "take" || word == "release") {
+    word == "take" ? camera->Take(Client_) : camera->Release(Client_);
+    return {{"holder", HolderJSON(*camera, Client_)}};
+  }
+  const auto* wishable = FindWishable(word);
+  if (wishable == nullptr) throw Refusal(Refusal::Why::Invalid, "do: there is nothing called " + word);
+  CheckMembers(wishable->Takes.Members, body, "");
+  const auto order = wishable->Read(body);
+  camera->Do(Client_, order, [weak = weak_from_this(), id](const ptzd::WishOutcome& outcome) {
+    if (const auto self = weak.lock()) self->Send({{"id", id}, {"outcome", OutcomeJSON(outcome)}});
+  });
+  // From here on the wish is under way; a drive that goes on with it would be renewed against it.
+  if (NeedsControl(order) || std::holds_alternative<Stop>(order)) Drives_.erase(camera->Name());
+  return nullptr;
+}
+
+void Live::Drive(const std::shared_ptr<GateCamera>& camera, const json& id, const json& body) {
+  auto drive = camera->Drive(Client_, SpeedsOf(body, *camera), LeaseOf(body),
+                             [weak = weak_from_this(), id](const ptzd::WishOutcome& outcome) {
+                               if (const auto self = weak.lock())
+                                 self->Send({{"id", id}, {"outcome", OutcomeJSON(outcome)}});
+                             });
+  Drives_[camera->Name()] = std::move(drive);
+}
+
+}  // namespace ptzgate

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "gateway/core/Gate.h"
+#include "gateway/web/WebSocket.h"
+
+namespace ptzgate {
+
+/// A client on a WebSocket: is told of the cameras, and has them moved. What it drives stops when it goes.
+class Live : public std::enable_shared_from_this<Live> {
+ public:
+  /// `gone` is called when the client has gone, and may let this die.
+  Live(Gate& gate, Client client, std::shared_ptr<WebSocket> socket);
+  ~Live();
+  Live(const Live&) = delete;
+  Live& operator=(const Live&) = delete;
+
+  void Begin(std::function<void()> gone);
+  void Tell(GateCamera& camera, Gate::Change change);
+
+ private:
+  void Read(const std::string& text);
+  nlohmann::json Obey(const nlohmann::json& message);
+  void Send(const nlohmann::json& message);
+  void Drive(const std::shared_ptr<GateCamera>& camera, const nlohmann::json& id, const nlohmann::json& body);
+  void Leave();
+
+  Gate& Gate_;
+  const Client Client_;
+  const std::shared_ptr<WebSocket> Socket_;
+  std::map<std::string, std::unique_ptr<HeldDrive>> Drives_;  ///< by camera
+  std::string Followed_;                                      ///< whose exchanges are told, too
+};
+
+}  // namespace ptzgate
