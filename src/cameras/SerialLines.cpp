@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "cameras/InputWords.h"
-#include "platform/PrivateFile.h"
+#include "platform/ConfigurationFolders.h"
 
 namespace ptzd {
 
