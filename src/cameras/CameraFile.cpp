@@ -32,22 +32,16 @@ constexpr bool IsLetter(char c) { return LowerASCII(c) >= 'a' && LowerASCII(c) <
 /// Reads one file.
 class Reader : private TOMLReader {
  public:
-  Reader(const std::string& file, const std::string& openness) : TOMLReader(file), Openness_(openness) {}
+  using TOMLReader::TOMLReader;
 
   std::vector<NamedCamera> Cameras(const toml::table& document) const;
 
  private:
-  using Kind = PasswordSource::Kind;
-
   CameraLimits LimitsAt(const toml::node& node, const std::string& what) const;
   std::map<std::string, std::int32_t> PresetsAt(const toml::node& node, const std::string& what) const;
   Bytes OptionsAt(const toml::node& node, const DriverClass& driver, const std::string& what) const;
   Variant OptionAt(const toml::node& node, const PTZOption& option, const std::string& what) const;
-  PasswordSource PasswordAt(const std::string& key, const toml::node& node, const std::string& what) const;
-  std::string PathAt(const toml::node& node, const std::string& what) const;
   NamedCamera CameraAt(const std::string& name, const toml::table& table) const;
-
-  const std::string& Openness_;
 };
 
 CameraLimits Reader::LimitsAt(const toml::node& node, const std::string& what) const {
@@ -85,11 +79,8 @@ Variant Reader::OptionAt(const toml::node& node, const PTZOption& option, const 
     FailType(node, what, "one of the option's choices");
   else
     value = choice && node.is_integer() ? std::to_string(node.as_integer()->get()) : TextAt(node, what);
-  try {
-    if (choice) value = ReadOption(option, std::get<std::string>(value));
-  } catch (const InputError& error) {
-    Fail(node.source(), what + ": " + error.what());
-  }
+  if (choice)
+    value = Placed(node, what + ": ", [&] { return ReadOption(option, std::get<std::string>(value)); });
   if (const auto warning = RangeWarning(option, value); !warning.empty()) Fail(node.source(), warning);
   return value;
 }
@@ -111,26 +102,6 @@ Bytes Reader::OptionsAt(const toml::node& node, const DriverClass& driver, const
   return bag.Contents();
 }
 
-std::string Reader::PathAt(const toml::node& node, const std::string& what) const {
-  const auto text = TextAt(node, what);
-  if (text.starts_with("~/")) return TextOf(HomeFolder() / PathOf(text.substr(2)));
-  return TextOf(PathOf(File()).parent_path() / PathOf(text));
-}
-
-PasswordSource Reader::PasswordAt(const std::string& key, const toml::node& node,
-                                  const std::string& what) const {
-  if (key == "password_env") return {Kind::Environment, TextAt(node, what)};
-  if (key == "password_file") return {Kind::File, PathAt(node, what)};
-  if (key == "password") {
-    if (!node.is_string()) FailType(node, what, "a text in quotes");
-    if (!Openness_.empty()) Fail(node.source(), what + ": no password may stand in this file: " + Openness_);
-    return {Kind::Here, node.as_string()->get()};
-  }
-  const bool is = BooleanAt(node, what);
-  if (!is) Fail(node.source(), what + ": expected true, or no such line");
-  return {key == "password_keyring" ? Kind::Keyring : Kind::Asked, {}};
-}
-
 NamedCamera Reader::CameraAt(const std::string& name, const toml::table& table) const {
   static const std::vector<std::string> known = {
       "driver",     "address",      "line",          "options",          "user",
@@ -141,14 +112,8 @@ NamedCamera Reader::CameraAt(const std::string& name, const toml::table& table) 
   const auto whose = "camera " + name;
   const auto* driverNode = table.get("driver");
   if (driverNode == nullptr) Fail(table.source(), whose + ": expected a driver, such as driver = \"Axis\"");
-  const DriverClass* driver = nullptr;
-  try {
-    driver = &DriverNamed(TextAt(*driverNode, whose + ", driver"));
-  } catch (const InputError& error) {
-    const std::string text = error.what();
-    if (text.starts_with(File() + ":")) throw;
-    Fail(driverNode->source(), whose + ": " + text);
-  }
+  const auto* driver = Placed(*driverNode, whose + ": ",
+                              [&] { return &DriverNamed(TextAt(*driverNode, whose + ", driver")); });
   auto& settings = camera.Settings;
   settings.Driver = driver->ProgID;
   settings.Options = PropertyBag().Contents();
@@ -161,16 +126,11 @@ NamedCamera Reader::CameraAt(const std::string& name, const toml::table& table) 
       if (onLine != (word == "line"))
         Fail(key.source(), what + ": the driver " + std::string(driver->ProgID) +
                                (onLine ? " reads no address; expected a line" : " uses no serial line"));
-      try {
-        if (onLine)
-          camera.Line = node.is_integer() ? std::to_string(WholeNumberAt(node, what)) : TextAt(node, what);
-        else
-          camera.Address = CheckedAddress("address", TextAt(node, what));
-      } catch (const InputError& error) {
-        const std::string text = error.what();
-        if (text.starts_with(File() + ":")) throw;
-        Fail(node.source(), whose + ", " + text);
-      }
+      if (onLine)
+        camera.Line = node.is_integer() ? std::to_string(WholeNumberAt(node, what)) : TextAt(node, what);
+      else
+        camera.Address = Placed(node, whose + ", ",
+                                [&, &node = node] { return CheckedAddress("address", TextAt(node, what)); });
       if (camera.Address.find('@') != std::string::npos)
         Fail(node.source(),
              what +
@@ -275,13 +235,6 @@ std::string ValueOf(const DriverClass& driver, const std::string& name, const Va
   return Quoted(ToText(value));
 }
 
-bool IsAlike(const NamedCamera& a, const NamedCamera& b) {
-  return a.Name == b.Name && a.Settings.Driver == b.Settings.Driver &&
-         a.Settings.Options == b.Settings.Options && a.Settings.Presets == b.Settings.Presets &&
-         a.Address == b.Address && a.Line == b.Line && a.User == b.User &&
-         a.Password.From == b.Password.From && a.Password.Where == b.Password.Where;
-}
-
 /// The first of the lines (counted from 1) at which a table or one inside of it has its heading.
 void CollectHeadings(const toml::table& table, std::vector<std::size_t>& lines) {
   if (table.is_inline()) return;
@@ -358,7 +311,7 @@ std::string WithoutCamera(const std::string& text, const std::string& file, cons
   } catch (const InputError&) {
     throw cannot();
   }
-  if (!std::ranges::equal(before, after, IsAlike)) throw cannot();
+  if (!std::ranges::equal(before, after, AreAlike)) throw cannot();
   return rest;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <system_error>
+#include <tuple>
 
 #include <ptzd/PropertyBag.h>
 #include "cameras/InputWords.h"
@@ -49,7 +50,24 @@ std::string Encoded(const std::string& text, const char* what) {
   return encoded;
 }
 
+auto EndsOf(const std::optional<CameraLimits>& limits) {
+  return limits ? std::optional(std::pair(limits->Least, limits->Greatest)) : std::nullopt;
+}
+
 }  // namespace
+
+bool AreAlike(const NamedCamera& a, const NamedCamera& b) {
+  const auto all = [](const NamedCamera& camera) {
+    const auto& settings = camera.Settings;
+    return std::tuple_cat(
+        std::tie(camera.Name, camera.Address, camera.Line, camera.User, camera.Password, settings.Driver,
+                 settings.Options, settings.InvertPan, settings.InvertTilt, settings.Presets, settings.Lease,
+                 settings.IdleTime, settings.Reconnects, settings.FirstPause, settings.LongestPause,
+                 settings.StopTime, settings.RestTime, settings.WatchesMoves),
+        std::tuple(EndsOf(settings.PanLimits), EndsOf(settings.TiltLimits), EndsOf(settings.ZoomLimits)));
+  };
+  return all(a) == all(b);
+}
 
 std::string PasswordSource::Text() const {
   switch (From) {

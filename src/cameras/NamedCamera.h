@@ -25,6 +25,7 @@ struct PasswordSource {
 
   /// "environment GATE_PASSWORD", never a password
   std::string Text() const;
+  bool operator==(const PasswordSource&) const = default;
 };
 
 /// A camera as a file has it.
@@ -37,6 +38,10 @@ struct NamedCamera {
   std::string User;         ///< empty: nobody logs in
   PasswordSource Password;
 };
+
+/// Whether two are the same camera in every setting, whichever file they stand in. Of a password that is
+/// kept elsewhere, where that is counts, not what it is by now.
+bool AreAlike(const NamedCamera& a, const NamedCamera& b);
 
 /// Asks somebody for a password, who sees the question; nothing where nobody can be asked.
 using AskPassword = std::function<std::optional<std::string>(const std::string& question)>;

@@ -4,8 +4,10 @@
 #include <limits>
 #include <optional>
 
+#include "cameras/NamedCamera.h"
 #include "common/Nearest.h"
 #include "common/Printable.h"
+#include "platform/ConfigurationFolders.h"
 
 namespace ptzd {
 
@@ -96,6 +98,34 @@ std::int32_t TOMLReader::WholeNumberAt(const toml::node& node, const std::string
   if (value->get() < Limits::min() || value->get() > Limits::max())
     Fail(node.source(), what + ": the number is too large");
   return static_cast<std::int32_t>(value->get());
+}
+
+std::chrono::milliseconds TOMLReader::TimeAt(const toml::node& node, const std::string& what) const {
+  if (node.is_number() && *node.value<double>() == 0) return {};
+  return Placed(node, "", [&] {
+    return ReadDuration(what, node.is_number() ? std::to_string(*node.value<double>()) : TextAt(node, what));
+  });
+}
+
+std::string TOMLReader::PathAt(const toml::node& node, const std::string& what) const {
+  const auto text = TextAt(node, what);
+  if (text.starts_with("~/")) return TextOf(HomeFolder() / PathOf(text.substr(2)));
+  return TextOf(PathOf(File()).parent_path() / PathOf(text));
+}
+
+PasswordSource TOMLReader::PasswordAt(const std::string& key, const toml::node& node,
+                                      const std::string& what) const {
+  using Kind = PasswordSource::Kind;
+  if (key == "password_env") return {Kind::Environment, TextAt(node, what)};
+  if (key == "password_file") return {Kind::File, PathAt(node, what)};
+  if (key == "password") {
+    if (!node.is_string()) FailType(node, what, "a text in quotes");
+    if (!Openness_.empty()) Fail(node.source(), what + ": no password may stand in this file: " + Openness_);
+    return {Kind::Here, node.as_string()->get()};
+  }
+  const bool is = BooleanAt(node, what);
+  if (!is) Fail(node.source(), what + ": expected true, or no such line");
+  return {key == "password_keyring" ? Kind::Keyring : Kind::Asked, {}};
 }
 
 }  // namespace ptzd

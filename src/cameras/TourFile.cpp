@@ -46,18 +46,6 @@ class Reader : private TOMLReader {
   }
 
  private:
-  std::chrono::milliseconds TimeAt(const toml::node& node, const std::string& what) const {
-    try {
-      if (node.is_number() && *node.value<double>() == 0) return {};
-      if (node.is_number()) return ReadDuration(what, std::to_string(*node.value<double>()));
-      return ReadDuration(what, TextAt(node, what));
-    } catch (const InputError& error) {
-      const std::string text = error.what();
-      if (text.starts_with(File() + ":")) throw;
-      Fail(node.source(), text);
-    }
-  }
-
   TourStop StopAt(const toml::table& table, std::chrono::milliseconds pause) const {
     static const std::vector<std::string> known = {"preset",    "pan",        "tilt",       "zoom", "speed",
                                                    "pan_speed", "tilt_speed", "zoom_speed", "for",  "pause"};

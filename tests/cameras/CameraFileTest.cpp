@@ -139,6 +139,32 @@ TEST(PrivateFile, IsReplacedWholeAndLeavesNothingOpen) {
   fs::remove_all(folder);
 }
 
+TEST(NamedCamera, IsAlikeInEverySetting) {
+  const auto read = [](const std::string& lines, const std::string& file = "c.toml") {
+    return ReadCameras(Gate("user = \"a\"\n" + lines), file).at(0);
+  };
+  EXPECT_TRUE(AreAlike(read("pan_limits = [-1, 1]\npassword_env = \"A\""),
+                       read("password_env = \"A\"\npan_limits = [-1.0, 1]", "moved.toml")));
+  const auto before = read("");
+  for (const auto* lines : {"password_env = \"A\"", "password = \"a\"", "options = { Port = 2 }",
+                            "invert_tilt = true", "zoom_limits = [0, 1]", "presets = { door = 1 }"})
+    EXPECT_FALSE(AreAlike(before, read(lines))) << lines;
+  EXPECT_FALSE(AreAlike(read("password = \"a\""), read("password = \"b\"")));
+}
+
+TEST(SerialLines, AreSharedWhateverTheyAreCalled) {
+  SerialLines lines;
+  const auto use = [&](const std::string& line) {
+    PropertyBag bag;
+    const auto ports = lines.Use(bag, line);
+    return std::pair(ports, bag.Long("COMPort", 0));
+  };
+  const auto first = use("/dev/null");
+  EXPECT_EQ(use("/dev/../dev/null"), first);
+  EXPECT_EQ(use("/dev/zero").first, first.first);
+  EXPECT_NE(use("/dev/zero").second, first.second);
+}
+
 TEST(Address, HoldsAnyLogin) {
   EXPECT_EQ(AddressFor("10.0.0.5:80", {"a@b", "p:/?#%&+ \"é"}),
             "a%40b:p%3A%2F%3F%23%25%26%2B%20%22é@10.0.0.5:80");
