@@ -11,18 +11,24 @@
 namespace ptzgate {
 
 /// An Argon2id hash of a password, as `User::PasswordHash` has it. Takes about a tenth of a second and 64 MB.
+/// Raises `std::runtime_error` where there is no memory for it.
 std::string HashOf(const std::string& password);
+/// Whether a text is such a hash.
+bool IsHash(const std::string& text);
 
 /// Checks passwords, on a thread of its own, and slows those down who guess: after a few wrong ones of an
 /// address or for a user each further try waits, up to half a minute, and what comes meanwhile is refused. A
-/// password that was right is known again for some minutes without its hash being worked out anew. Used on
-/// the gateway's thread.
+/// password that was right is known again at that address for some minutes after its last use, without its
+/// hash being worked out anew, and even while others are slowed there; where a user has logged in before, he
+/// is not slowed by what is tried in his name elsewhere. All that is kept of names, passwords and addresses
+/// is bounded in size, and of passwords it is a hash with a key that dies with this. Used on the gateway's
+/// thread.
 class Logins {
  public:
   enum class Verdict {
     Right,
     Wrong,   ///< also where there is no such user, which takes as long
-    Slowed,  ///< too many tries; nothing was looked at
+    Slowed,  ///< too many tries, or users changed meanwhile; nothing was found out
   };
 
   /// `users` is asked for those there are now; what it answers lives until the next call.
