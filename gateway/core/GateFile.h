@@ -14,12 +14,14 @@
 
 namespace ptzgate {
 
-/// "192.0.2.1:8480", "[::1]:8480"; port 0: one that the system chooses.
+/// An address of this machine; port 0: one that the system chooses.
 struct ListenAddress {
-  std::string Host;
+  std::string Host;  ///< "192.0.2.1" or "::1", never a name
   std::uint16_t Port = 0;
 
   bool IsLoopback() const;
+  /// "192.0.2.1:8480", "[::1]:8480"
+  std::string Text() const;
   bool operator==(const ListenAddress&) const = default;
 };
 
@@ -90,8 +92,9 @@ GateSettings ReadGate(const std::string& text, const std::string& file, const st
 GateSettings ReadGateFile(const std::string& file);
 
 /// What of the settings does not fit the cameras there are, or is not safe: cameras of pictures, tours and
-/// ports that are not there, listening beyond loopback without users, passwords over plain HTTP there. Raises
-/// `ptzd::InputError` with the first; answers what is only odd.
+/// ports that are not there, listening beyond loopback without users. Raises `ptzd::InputError` with the
+/// first. Answers what is only odd: passwords that cross the network in the clear, users who can log in
+/// nowhere or see no camera, groups without cameras, a discovery that leads nowhere.
 std::vector<std::string> CheckGate(const GateSettings& settings,
                                    const std::vector<ptzd::NamedCamera>& cameras);
 
