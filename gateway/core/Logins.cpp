@@ -9,11 +9,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <limits>
 #include <map>
-#include <span>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -211,7 +211,7 @@ struct Logins::State : std::enable_shared_from_this<State> {
   }
 
   void Check(const std::string& user, const std::string& password, const std::string& address, Told told);
-  void Checked(const Try& of, const Digest& password, bool isRight);
+  void Checked(const Try& of, const Digest& password, Verdict verdict);
 
   static constexpr minutes Remembered{5};
 
@@ -258,24 +258,27 @@ void Logins::State::Check(const std::string& user, const std::string& password, 
   waiting.Generation = Generation;
   boost::asio::post(Worker, [weak = weak_from_this(), context = boost::asio::make_work_guard(Context), hash,
                              mayLogIn, password, of, digest] {
-    const bool isRight =
-        crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0 && mayLogIn;
-    boost::asio::post(context.get_executor(), [weak, of, digest, isRight] {
-      if (const auto state = weak.lock()) state->Checked(of, digest, isRight);
+    errno = 0;
+    const bool isAlike = crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
+    // It says so of a wrong password; there may also have been no memory to find out.
+    const auto verdict = isAlike && mayLogIn          ? Verdict::Right
+                         : isAlike || errno == EINVAL ? Verdict::Wrong
+                                                      : Verdict::Slowed;
+    boost::asio::post(context.get_executor(), [weak, of, digest, verdict] {
+      if (const auto state = weak.lock()) state->Checked(of, digest, verdict);
     });
   });
 }
 
-void Logins::State::Checked(const Try& of, const Digest& password, bool isRight) {
-  auto waiting = std::move(Queue.extract(password).mapped());
-  const bool isOld = waiting.Generation != Generation;
-  if (isRight || isOld) TakeBackFailure(of);
-  if (isRight && !isOld) {
+void Logins::State::Checked(const Try& of, const Digest& password, Verdict verdict) {
+  const auto waiting = std::move(Queue.extract(password).mapped());
+  // Users changed meanwhile, so what it was checked against may be nobody's.
+  if (waiting.Generation != Generation) verdict = Verdict::Slowed;
+  if (verdict != Verdict::Wrong) TakeBackFailure(of);
+  if (verdict == Verdict::Right) {
     const auto now = Clock::now();
     Places.Use(of.Place, now) = {password, now + Remembered};
   }
-  // Users changed meanwhile, so what it was checked against may be nobody's.
-  const auto verdict = isOld ? Verdict::Slowed : isRight ? Verdict::Right : Verdict::Wrong;
   for (const auto& told : waiting.Told_)
     if (!IsOver) told(verdict);
 }

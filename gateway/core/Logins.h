@@ -28,7 +28,7 @@ class Logins {
   enum class Verdict {
     Right,
     Wrong,   ///< also where there is no such user, which takes as long
-    Slowed,  ///< too many tries, or users changed meanwhile; nothing was found out
+    Slowed,  ///< too many tries, users changed meanwhile, or no memory; nothing was found out
   };
 
   /// `users` is asked for those there are now; what it answers lives until the next call.
