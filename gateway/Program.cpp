@@ -9,6 +9,7 @@
 #include "cameras/InputWords.h"
 #include "gateway/access/HTTPAccess.h"
 #include "gateway/api/API.h"
+#include "gateway/remote/Remote.h"
 #include "gateway/status/Status.h"
 
 namespace ptzgate {
@@ -53,18 +54,21 @@ std::string TextOf(const Endpoint& endpoint, bool isSecure) {
 
 /// Who answers which request.
 struct Program::Faces {
-  explicit Faces(Gate& gate) : Access(gate), Status_(gate, Access), API_(gate, Access) {}
+  explicit Faces(Gate& gate)
+      : Access(gate), Status_(gate, Access), API_(gate, Access), Remote_(gate, Access) {}
 
   void Handle(const std::shared_ptr<Call>& call) {
     const auto& path = call->Asked().Path;
     if (API::Has(path)) return API_.Handle(call);
     if (Status::Has(path)) return Status_.Handle(call);
+    if (Remote::Has(path)) return Remote_.Handle(call);
     call->Answer(Problem(404, "there is nothing at " + path));
   }
 
   HTTPAccess Access;
   Status Status_;
   API API_;
+  Remote Remote_;
 };
 
 GateSettings SettingsFrom(const std::string& file) {
@@ -92,6 +96,9 @@ void Program::Listen() {
                         .Log = [this](const std::string& text) { Journal_.Warn(text); }};
   Server_ = std::make_unique<Server>(Context_, std::move(server),
                                      [this](std::shared_ptr<Call> call) { Faces_->Handle(call); });
+  Server_->WhenConnectionGone([this](std::uint64_t connection) {
+    if (Faces_) Faces_->Remote_.Forget(connection);
+  });
   for (const auto& endpoint : Server_->Endpoints())
     Journal_.Write(Journal::Level::Info, "listening",
                    {{"address", TextOf(endpoint, !settings.Certificate.empty())}});

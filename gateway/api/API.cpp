@@ -251,9 +251,16 @@ void API::GetMe(const Asked& asked) { asked.Call->Answer(JSONResponse(ClientJSON
 // What is wished.
 
 void API::Carry(const Asked& asked, const Order& order) {
-  asked.Camera->Do(asked.Who, order, [call = asked.Call](const ptzd::WishOutcome& outcome) {
+  const auto* wait = asked.Call->Asked().Parameter("wait");
+  if (wait != nullptr && *wait != "sent" && *wait != "done")
+    throw Refusal(Refusal::Why::Invalid, "wait: expected sent or done");
+  const auto answer = [call = asked.Call](const ptzd::WishOutcome& outcome) {
     call->Answer(AnswerOf(outcome, false));
-  });
+  };
+  if (wait != nullptr && *wait == "sent")
+    asked.Camera->Do(asked.Who, order, {}, answer);
+  else
+    asked.Camera->Do(asked.Who, order, answer);
 }
 
 void API::DoWish(const Asked& asked) {

@@ -29,6 +29,8 @@ constexpr auto KeptTrack = 60s;
 /// Of presets without a name, so many are told of.
 constexpr std::int32_t MostUnnamed = 256;
 constexpr std::size_t LongestName = 64;
+/// How often it is looked whether a camera took what somebody waits for.
+constexpr auto SendingPace = 10ms;
 
 /// The same for the same id, in letters that any interface takes.
 std::string TokenOf(const std::string& id) {
@@ -117,7 +119,8 @@ GateCamera::GateCamera(Gate& gate, NamedCamera camera, CameraSettings settings)
       Camera_(std::move(camera)),
       Ranges_(RangesOf(settings, *FindDriverClass(settings.Driver)->Data)),
       Sink_(std::make_shared<Sink>(gate, settings.Driver)),
-      HoldTimer_(gate.Context()) {
+      HoldTimer_(gate.Context()),
+      SendingTimer_(gate.Context()) {
   settings.Platform.Exchanges = Sink_;
   Control_ = std::make_unique<CameraControl>(std::move(settings));
 }
@@ -141,6 +144,9 @@ std::unique_ptr<CameraControl> GateCamera::End() {
   Holder_.reset();
   HoldTimer_.cancel();
   Subscription_.reset();
+  SendingTimer_.cancel();
+  for (const auto& [future, told] : std::exchange(Sending_, {}))
+    told({.Result = WishResult::Abandoned, .Text = "the camera left the site"});
   return std::move(Control_);
 }
 
@@ -256,121 +262,154 @@ void GateCamera::Mark() {
   }
 }
 
-void GateCamera::Do(const Client& client, const Order& order, Told told) {
+void GateCamera::Do(const Client& client, const Order& order, Told told, Told sent) {
   const auto what = ptzgate::Describe(order);
   Check(client, what, RoleFor(order), NeedsControl(order));
   const bool isStop = std::holds_alternative<Stop>(order);
+  Wish wish;
   try {
-    Carry(client, order,
-          Telling(client, what, std::move(told),
-                  isStop         ? Kind::Stop
-                  : Moves(order) ? Kind::Move
-                                 : Kind::Other));
+    wish = Carry(client, order,
+                 Telling(client, what, std::move(told),
+                         isStop         ? Kind::Stop
+                         : Moves(order) ? Kind::Move
+                                        : Kind::Other));
   } catch (const Refusal& refusal) {
     ++Gate_.Metrics().Refusals;
     Gate_.Journal().Audit(client, Name(), what, "refused", refusal.what());
     throw;
   }
   if (NeedsControl(order)) Hold(client);
+  if (sent) TellSent(wish.Sent, std::move(sent));
 }
 
-void GateCamera::Carry(const Client& client, const Order& order, const Told& told) {
+/// A wish's two ends are futures, of which only the second one calls somebody.
+void GateCamera::TellSent(std::shared_future<WishOutcome> future, Told sent) {
+  Sending_.emplace_back(std::move(future), std::move(sent));
+  if (Sending_.size() == 1) LookAtSent();
+}
+
+void GateCamera::LookAtSent() {
+  std::vector<std::pair<std::shared_future<WishOutcome>, Told>> ready;
+  std::erase_if(Sending_, [&](const auto& sending) {
+    const bool isReady = sending.first.wait_for(0s) == std::future_status::ready;
+    if (isReady) ready.push_back(sending);
+    return isReady;
+  });
+  if (!Sending_.empty()) {
+    SendingTimer_.expires_after(SendingPace);
+    SendingTimer_.async_wait([weak = weak_from_this()](const auto& error) {
+      const auto camera = weak.lock();
+      if (!error && camera) camera->LookAtSent();
+    });
+  }
+  for (const auto& [future, told] : ready) told(future.get());
+}
+
+Wish GateCamera::Carry(const Client& client, const Order& order, const Told& told) {
   const auto begin = [&] {
     EndTourRun();
     Mark();
   };
   // Of what is over at once, for whoever waits.
-  const auto done = [&] { told({.Result = WishResult::Sent}); };
-  std::visit(Overloaded{
-                 [&](const ptzgate::Connect&) { Control_->Connect(told); },
-                 [&](const ptzgate::Disconnect&) {
-                   EndTourRun();
-                   Control_->Disconnect(told);
-                 },
-                 [&](const ptzgate::Stop&) {
-                   EndTourRun();
-                   Control_->Stop(told);
-                 },
-                 [&](const ptzgate::MoveTo& to) {
-                   CheckNumber("pan", to.Pan);
-                   CheckNumber("tilt", to.Tilt);
-                   CheckNumber("zoom", to.Zoom);
-                   if (to.Pan.has_value() != to.Tilt.has_value())
-                     throw Refusal(Refusal::Why::Invalid, "pan and tilt go together");
-                   if (!to.Pan && !to.Zoom)
-                     throw Refusal(Refusal::Why::Invalid,
-                                   "there is no place: pan and tilt, zoom, or all of them are wanted");
-                   begin();
-                   if (to.Pan)
-                     Control_->MoveTo(*to.Pan, *to.Tilt, to.Zoom, told);
-                   else
-                     Control_->ZoomTo(*to.Zoom, told);
-                 },
-                 [&](const ptzgate::MoveBy& by) {
-                   CheckNumber("pan", by.Pan);
-                   CheckNumber("tilt", by.Tilt);
-                   begin();
-                   Control_->MoveBy(by.Pan, by.Tilt, told);
-                 },
-                 [&](const ptzgate::ZoomBy& by) {
-                   CheckNumber("amount", by.Amount);
-                   if (by.Amount <= 0)
-                     throw Refusal(Refusal::Why::Invalid, "the amount of a zoom is greater than 0");
-                   begin();
-                   Control_->Zoom(by.Direction, by.Amount, told);
-                 },
-                 [&](const ptzgate::SetIris& iris) {
-                   begin();
-                   Control_->Iris(iris.Level, told);
-                 },
-                 [&](const ptzgate::SetFocus& focus) {
-                   begin();
-                   Control_->Focus(focus.Level, told);
-                 },
-                 [&](const ptzgate::GoToPreset& wish) {
-                   const auto preset = FindPreset(wish.Preset);
-                   begin();
-                   if (preset.Number)
-                     Control_->GotoPreset(*preset.Number, told);
-                   else
-                     Control_->GotoPreset(preset.ID, told);
-                 },
-                 [&](const ptzgate::SavePreset& wish) { Save(wish, told); },
-                 [&](const ptzgate::ForgetPreset& wish) {
-                   const auto preset = FindPreset(wish.Preset);
-                   if (!preset.Number || !Gate_.Names().Of(Name()).contains(*preset.Number))
-                     throw Refusal(Refusal::Why::Unsupported,
-                                   "preset " + wish.Preset +
-                                       " was not named here: its name is the camera's, or its file's");
-                   Gate_.Names().TakeAway(Name(), *preset.Number);
-                   Changed();
-                   done();
-                 },
-                 [&](const ptzgate::GoHome&) {
-                   begin();
-                   Control_->Home(told);
-                 },
-                 [&](const ptzgate::ReadPosition&) { Control_->ReadPosition(told); },
-                 [&](const ptzgate::StartTour& wish) {
-                   const auto& tours = Gate_.Settings().Tours;
-                   const auto tour = tours.find(wish.Name);
-                   if (tour == tours.end() || tour->second.Camera != Name())
-                     throw Refusal(Refusal::Why::Unknown, "camera " + Name() + " has no tour " + wish.Name);
-                   begin();
-                   StartTourRun(client, wish.Name, tour->second.Stops);
-                   done();
-                 },
-                 [&](const ptzgate::EndTour&) {
-                   if (!Tour_) throw Refusal(Refusal::Why::Invalid, "camera " + Name() + " is on no tour");
-                   EndTourRun();
-                   Control_->Stop(told);
-                 },
-             },
-             order);
+  const auto done = [&] {
+    const WishOutcome outcome{.Result = WishResult::Sent};
+    std::promise<WishOutcome> promise;
+    promise.set_value(outcome);
+    told(outcome);
+    const auto future = promise.get_future().share();
+    return Wish{future, future};
+  };
+  return std::visit(
+      Overloaded{
+          [&](const ptzgate::Connect&) -> Wish { return Control_->Connect(told); },
+          [&](const ptzgate::Disconnect&) -> Wish {
+            EndTourRun();
+            return Control_->Disconnect(told);
+          },
+          [&](const ptzgate::Stop&) -> Wish {
+            EndTourRun();
+            return Control_->Stop(told);
+          },
+          [&](const ptzgate::MoveTo& to) -> Wish {
+            CheckNumber("pan", to.Pan);
+            CheckNumber("tilt", to.Tilt);
+            CheckNumber("zoom", to.Zoom);
+            if (to.Pan.has_value() != to.Tilt.has_value())
+              throw Refusal(Refusal::Why::Invalid, "pan and tilt go together");
+            if (!to.Pan && !to.Zoom)
+              throw Refusal(Refusal::Why::Invalid,
+                            "there is no place: pan and tilt, zoom, or all of them are wanted");
+            begin();
+            if (to.Pan)
+              return Control_->MoveTo(*to.Pan, *to.Tilt, to.Zoom, told);
+            else
+              return Control_->ZoomTo(*to.Zoom, told);
+          },
+          [&](const ptzgate::MoveBy& by) -> Wish {
+            CheckNumber("pan", by.Pan);
+            CheckNumber("tilt", by.Tilt);
+            begin();
+            return Control_->MoveBy(by.Pan, by.Tilt, told);
+          },
+          [&](const ptzgate::ZoomBy& by) -> Wish {
+            CheckNumber("amount", by.Amount);
+            if (by.Amount <= 0)
+              throw Refusal(Refusal::Why::Invalid, "the amount of a zoom is greater than 0");
+            begin();
+            return Control_->Zoom(by.Direction, by.Amount, told);
+          },
+          [&](const ptzgate::SetIris& iris) -> Wish {
+            begin();
+            return Control_->Iris(iris.Level, told);
+          },
+          [&](const ptzgate::SetFocus& focus) -> Wish {
+            begin();
+            return Control_->Focus(focus.Level, told);
+          },
+          [&](const ptzgate::GoToPreset& wish) -> Wish {
+            const auto preset = FindPreset(wish.Preset);
+            begin();
+            if (preset.Number)
+              return Control_->GotoPreset(*preset.Number, told);
+            else
+              return Control_->GotoPreset(preset.ID, told);
+          },
+          [&](const ptzgate::SavePreset& wish) -> Wish { return Save(wish, told); },
+          [&](const ptzgate::ForgetPreset& wish) -> Wish {
+            const auto preset = FindPreset(wish.Preset);
+            if (!preset.Number || !Gate_.Names().Of(Name()).contains(*preset.Number))
+              throw Refusal(
+                  Refusal::Why::Unsupported,
+                  "preset " + wish.Preset + " was not named here: its name is the camera's, or its file's");
+            Gate_.Names().TakeAway(Name(), *preset.Number);
+            Changed();
+            return done();
+          },
+          [&](const ptzgate::GoHome&) -> Wish {
+            begin();
+            return Control_->Home(told);
+          },
+          [&](const ptzgate::ReadPosition&) -> Wish { return Control_->ReadPosition(told); },
+          [&](const ptzgate::StartTour& wish) -> Wish {
+            const auto& tours = Gate_.Settings().Tours;
+            const auto tour = tours.find(wish.Name);
+            if (tour == tours.end() || tour->second.Camera != Name())
+              throw Refusal(Refusal::Why::Unknown, "camera " + Name() + " has no tour " + wish.Name);
+            begin();
+            StartTourRun(client, wish.Name, tour->second.Stops);
+            return done();
+          },
+          [&](const ptzgate::EndTour&) -> Wish {
+            if (!Tour_) throw Refusal(Refusal::Why::Invalid, "camera " + Name() + " is on no tour");
+            EndTourRun();
+            return Control_->Stop(told);
+          },
+      },
+      order);
 }
 
 std::unique_ptr<HeldDrive> GateCamera::Drive(const Client& client, const DriveSpeeds& speeds,
-                                             std::optional<Milliseconds> lease, Told told) {
+                                             std::optional<Milliseconds> lease, Told told, Told sent) {
   const auto& settings = Gate_.Settings();
   const auto time = lease.value_or(settings.Lease);
   const auto what = ptzgate::Describe(speeds) + " for " + std::to_string(time.count()) + " ms";
@@ -389,6 +428,7 @@ std::unique_ptr<HeldDrive> GateCamera::Drive(const Client& client, const DriveSp
   Mark();
   Hold(client, time);
   auto drive = Control_->DriveAt(speeds, time, Telling(client, what, std::move(told), Kind::Drive));
+  if (sent) TellSent(drive.Wish.Sent, std::move(sent));
   return std::make_unique<HeldDrive>(std::move(drive), weak_from_this(), client, time);
 }
 
@@ -420,7 +460,7 @@ Preset GateCamera::FindPreset(const std::string& word) const {
   throw Refusal(Refusal::Why::Unknown, "camera " + Name() + " has no preset " + word);
 }
 
-void GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
+Wish GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
   if (wish.Name.size() > LongestName)
     throw Refusal(Refusal::Why::Invalid,
                   "a preset's name has " + std::to_string(LongestName) + " bytes at most");
@@ -439,8 +479,8 @@ void GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
       if (other.HasName && other.Name == wish.Name && other.Number != number)
         throw Refusal(Refusal::Why::Invalid,
                       "preset " + other.Token + " has the name \"" + wish.Name + "\" already");
-  Control_->SavePreset(number, [weak = weak_from_this(), told, number, name = wish.Name,
-                                &context = Gate_.Context()](const WishOutcome& outcome) {
+  return Control_->SavePreset(number, [weak = weak_from_this(), told, number, name = wish.Name,
+                                       &context = Gate_.Context()](const WishOutcome& outcome) {
     boost::asio::post(context, [weak, number, name, outcome] {
       const auto camera = weak.lock();
       if (!camera || !IsDone(outcome.Result) || name.empty()) return;

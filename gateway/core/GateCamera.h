@@ -9,9 +9,11 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cameras/NamedCamera.h"
@@ -97,13 +99,14 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   bool Drives() const;
 
   /// Has something done. Raises `Refusal`. `told` is called once it is done: for a move, when the camera
-  /// rests or cannot be watched.
-  void Do(const Client& client, const Order& order, Told told = {});
+  /// rests or cannot be watched. `sent` is called once when the camera took it, or it came to nothing.
+  void Do(const Client& client, const Order& order, Told told = {}, Told sent = {});
   /// Begins a drive, for `GateSettings::Lease` where no lease is named, `LongestLease` at most. Raises
-  /// `Refusal`. `told` is called when it is over: stopped, replaced, or not taken by the camera.
+  /// `Refusal`. `told` is called when it is over: stopped, replaced, or not taken by the camera; `sent` as
+  /// above.
   [[nodiscard]] std::unique_ptr<HeldDrive> Drive(const Client& client, const ptzd::DriveSpeeds& speeds,
                                                  std::optional<std::chrono::milliseconds> lease,
-                                                 Told told = {});
+                                                 Told told = {}, Told sent = {});
 
   /// Takes the camera from somebody of the same or a lesser priority. Raises `Refusal`.
   void Take(const Client& client);
@@ -142,10 +145,12 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   void Hold(const Client& client, std::chrono::milliseconds beyond = {});
   /// What carries a wish's outcome to the audit, and to `told`, on the gateway's thread.
   ptzd::Told Telling(const Client& client, std::string what, Told told, Kind kind);
-  void Carry(const Client& client, const Order& order, const ptzd::Told& told);
+  ptzd::Wish Carry(const Client& client, const Order& order, const ptzd::Told& told);
+  void TellSent(std::shared_future<ptzd::WishOutcome> future, Told sent);
+  void LookAtSent();
   /// It may be moving from here on, whatever becomes of the gateway.
   void Mark();
-  void Save(const SavePreset& wish, const ptzd::Told& told);
+  ptzd::Wish Save(const SavePreset& wish, const ptzd::Told& told);
   std::int32_t FreePreset() const;
   void AskPresets();
   void StateChanged();
@@ -165,6 +170,8 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   std::deque<TrackPoint> Track_;
   std::uint64_t Version_ = 0;
   boost::asio::steady_timer HoldTimer_;
+  std::vector<std::pair<std::shared_future<ptzd::WishOutcome>, Told>> Sending_;
+  boost::asio::steady_timer SendingTimer_;
   std::unique_ptr<ptzd::CameraControl> Control_;
   std::shared_ptr<void> Subscription_;
   std::unique_ptr<TourRun> Tour_;
