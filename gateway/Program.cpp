@@ -9,6 +9,7 @@
 #include "cameras/InputWords.h"
 #include "gateway/access/HTTPAccess.h"
 #include "gateway/api/API.h"
+#include "gateway/pictures/Pictures.h"
 #include "gateway/remote/Remote.h"
 #include "gateway/status/Status.h"
 
@@ -55,10 +56,15 @@ std::string TextOf(const Endpoint& endpoint, bool isSecure) {
 /// Who answers which request.
 struct Program::Faces {
   explicit Faces(Gate& gate)
-      : Access(gate), Status_(gate, Access), API_(gate, Access), Remote_(gate, Access) {}
+      : Access(gate),
+        Status_(gate, Access),
+        API_(gate, Access),
+        Remote_(gate, Access),
+        Pictures_(gate, Access) {}
 
   void Handle(const std::shared_ptr<Call>& call) {
     const auto& path = call->Asked().Path;
+    if (Pictures::Has(path)) return Pictures_.Handle(call);
     if (API::Has(path)) return API_.Handle(call);
     if (Status::Has(path)) return Status_.Handle(call);
     if (Remote::Has(path)) return Remote_.Handle(call);
@@ -69,6 +75,7 @@ struct Program::Faces {
   Status Status_;
   API API_;
   Remote Remote_;
+  Pictures Pictures_;
 };
 
 GateSettings SettingsFrom(const std::string& file) {
