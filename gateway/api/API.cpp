@@ -8,8 +8,11 @@
 #include <string_view>
 #include <vector>
 
+#include "cameras/CameraFile.h"
+#include "cameras/InputWords.h"
 #include "gateway/api/Body.h"
 #include "gateway/api/CameraJSON.h"
+#include "gateway/api/Connection.h"
 #include "gateway/api/Description.h"
 #include "gateway/api/Live.h"
 #include "gateway/api/Route.h"
@@ -128,6 +131,14 @@ std::span<const Route> API::Routes() {
          "Seen",
          {},
          &API::GetSeen},
+        {"GET",
+         "/cameras/{camera}/connection",
+         "How it is reached, and its driver's options",
+         "ConnectionOptions",
+         {},
+         &API::GetConnection},
+        {"PUT", "/cameras/{camera}/connection", "Change that, in the camera file, and connect it anew",
+         "ConnectionOptions", ConnectionBody, &API::ChangeConnection},
         {"GET", "/me", "Who you are", "Me", {}, &API::GetMe},
         {"DELETE", "/login", "End your session", "Nothing", {}, &API::LogOut},
         {"GET",
@@ -248,7 +259,30 @@ void API::GetSeen(const Asked& asked) { asked.Call->Answer(JSONResponse(SeenJSON
 
 void API::GetMe(const Asked& asked) { asked.Call->Answer(JSONResponse(ClientJSON(Gate_, asked.Who))); }
 
+void API::GetConnection(const Asked& asked) {
+  asked.Camera->DemandAdministrator(asked.Who, "see the connection");
+  asked.Call->Answer(JSONResponse(ConnectionJSON(*asked.Camera)));
+}
+
 // What is wished.
+
+void API::ChangeConnection(const Asked& asked) {
+  asked.Camera->DemandAdministrator(asked.Who, "change the connection");
+  const auto changed = Reconnected(*asked.Camera, asked.Content);
+  const auto name = asked.Camera->Name();
+  const auto audit = [&](const char* outcome, const std::string& text) {
+    Gate_.Journal().Audit(asked.Who, name, "change the connection", outcome, text);
+  };
+  try {
+    ptzd::StoreCamera(changed.File, changed, true);
+    Gate_.Reload(Gate_.Settings());
+  } catch (const ptzd::InputError& error) {
+    audit("failed", error.what());
+    return asked.Call->Answer(Problem(500, error.what()));
+  }
+  audit("done", "");
+  asked.Call->Answer(JSONResponse(ConnectionJSON(*Gate_.Find(name, asked.Who.User))));
+}
 
 void API::Carry(const Asked& asked, const Order& order) {
   const auto* wait = asked.Call->Asked().Parameter("wait");

@@ -50,6 +50,8 @@ class API {
   void GetControl(const Asked& asked);
   void GetSeen(const Asked& asked);
   void GetMe(const Asked& asked);
+  void GetConnection(const Asked& asked);
+  void ChangeConnection(const Asked& asked);
   void DoWish(const Asked& asked);
   void GoPreset(const Asked& asked);
   void ForgetPreset(const Asked& asked);

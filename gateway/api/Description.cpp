@@ -53,6 +53,11 @@ constexpr char Answers[] = R"json({
   "Seen": {"type": "object", "required": ["camera", "exchanges", "track"], "properties": {
     "camera": {"type": "string"}, "exchanges": {"type": "array", "items": {"type": "object"}},
     "track": {"type": "array", "items": {"type": "object"}}}},
+  "ConnectionOptions": {"type": "object", "required": ["driver", "address", "line", "user", "password", "options"],
+    "properties": {
+      "driver": {"type": "string"}, "address": {"type": "string"}, "line": {"type": "string"},
+      "user": {"type": "string"}, "password": {"type": "string", "description": "where it comes from"},
+      "options": {"type": "array", "items": {"type": "object", "required": ["name", "description", "type"]}}}},
   "Me": {"type": "object", "required": ["user", "anonymous", "administrator"], "properties": {
     "user": {"type": "string"}, "anonymous": {"type": "boolean"}, "administrator": {"type": "boolean"}}},
   "Outcome": {"type": "object", "required": ["result", "done", "took_ms"], "properties": {

@@ -196,6 +196,10 @@ const GateCamera::Holder* GateCamera::HeldBy() const {
   return Holder_ && steady_clock::now() < Holder_->Until ? &*Holder_ : nullptr;
 }
 
+void GateCamera::DemandAdministrator(const Client& client, const std::string& what) {
+  Check(client, what, Role::Administrator, false);
+}
+
 void GateCamera::Take(const Client& client) {
   Check(client, "take control", Role::Operator, false);
   if (const auto* holder = HeldBy(); holder != nullptr && holder->Client.Session != client.Session &&

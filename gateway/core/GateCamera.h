@@ -108,6 +108,8 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
                                                  std::optional<std::chrono::milliseconds> lease,
                                                  Told told = {}, Told sent = {});
 
+  /// Raises `Refusal` for whoever is no administrator of it.
+  void DemandAdministrator(const Client& client, const std::string& what);
   /// Takes the camera from somebody of the same or a lesser priority. Raises `Refusal`.
   void Take(const Client& client);
   /// Gives it back; nothing where the client does not hold it. What he drives goes on to the end of its

@@ -270,6 +270,19 @@ std::string TableOf(const NamedCamera& camera) {
         .append(" = ")
         .append(ValueOf(driver, name, value));
   if (!options.empty()) table += "options = { " + options + " }\n";
+  if (camera.Settings.InvertPan) table += "invert_pan = true\n";
+  if (camera.Settings.InvertTilt) table += "invert_tilt = true\n";
+  const auto addLimits = [&](const char* key, const std::optional<CameraLimits>& limits) {
+    if (limits)
+      table.append(key).append(" = [" + Text(limits->Least) + ", " + Text(limits->Greatest) + "]\n");
+  };
+  addLimits("pan_limits", camera.Settings.PanLimits);
+  addLimits("tilt_limits", camera.Settings.TiltLimits);
+  addLimits("zoom_limits", camera.Settings.ZoomLimits);
+  std::string presets;
+  for (const auto& [name, number] : camera.Settings.Presets)
+    presets.append(presets.empty() ? "" : ", ").append(Quoted(name)).append(" = " + std::to_string(number));
+  if (!presets.empty()) table += "presets = { " + presets + " }\n";
   return table;
 }
 
