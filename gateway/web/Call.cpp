@@ -42,6 +42,7 @@ void Call::Answer(Response response) {
 std::shared_ptr<Stream> Call::BeginStream(Response head) {
   const auto stream = std::make_shared<Stream>(Session_);
   const auto session = std::exchange(IsAnswered_, true) ? nullptr : Session_.lock();
+  Gone_ = nullptr;
   if (!session || !session->BeginStream(std::move(head), stream)) stream->TellGone();
   return stream;
 }
@@ -67,6 +68,7 @@ std::shared_ptr<WebSocket> Call::AcceptWebSocket(const std::string& protocol) {
   const auto* key = Request_.Header("Sec-WebSocket-Key");
   if (!key || key->size() != 24) return refuse(400, "the Sec-WebSocket-Key is not 16 bytes in base64");
   const auto session = std::exchange(IsAnswered_, true) ? nullptr : Session_.lock();
+  Gone_ = nullptr;
   return session ? session->AcceptWebSocket(Request_, protocol) : nullptr;
 }
 

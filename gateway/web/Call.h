@@ -43,7 +43,8 @@ class Call : public std::enable_shared_from_this<Call> {
   std::shared_ptr<WebSocket> AcceptWebSocket(const std::string& protocol = {});
 
   /// `gone` is called once when the peer goes, or the server stops, before the answer was written; at once
-  /// when that is so already. Later ones replace earlier ones.
+  /// when that is so already. Later ones replace earlier ones. A
+  /// stream or WebSocket has its own.
   void WhenGone(std::function<void()> gone);
 
  private:

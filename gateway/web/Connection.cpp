@@ -15,6 +15,9 @@ using boost::system::error_code;
 
 namespace {
 
+/// What a buffer may hold on to while it is not needed.
+constexpr std::size_t KeptBytes = 64 * 1024;
+
 /// Lets the system notice a peer that has gone without a word (a cable pulled, a power cut), whether it was
 /// silent or owed an acknowledgement.
 void WatchPeer(Connection::Socket& socket, std::chrono::milliseconds patience) {
@@ -56,14 +59,11 @@ void Connection::Start(std::shared_ptr<Protocol> protocol) {
     self->Read();
   };
   if (!Stream_) return begin();
-  WriteTimer_.expires_after(Limits_.HeaderTimeout);
-  WriteTimer_.async_wait([self = shared_from_this()](const error_code& error) {
-    if (!error) self->Close();
-  });
+  Arm(WriteTimer_, Limits_.HeaderTimeout, &Connection::Close);
   Stream_->async_handshake(asio::ssl::stream_base::server,
                            [self = shared_from_this(), begin](const error_code& error) {
                              if (self->IsClosed_) return;
-                             self->WriteTimer_.cancel();
+                             Disarm(self->WriteTimer_);
                              error ? self->Close() : begin();
                            });
 }
@@ -79,6 +79,7 @@ void Connection::Consume(std::size_t count) {
   Consumed_ += count;
   if (Consumed_ == Inbox_.size()) {
     Inbox_.clear();
+    if (Inbox_.capacity() > KeptBytes) Inbox_ = {};
     Consumed_ = 0;
   }
   Read();
@@ -133,10 +134,7 @@ void Connection::Send() {
     Sent_ = 0;
   }
   IsSending_ = true;
-  WriteTimer_.expires_after(Limits_.WriteTimeout);
-  WriteTimer_.async_wait([self = shared_from_this()](const error_code& error) {
-    if (!error) self->Close();
-  });
+  Arm(WriteTimer_, Limits_.WriteTimeout, &Connection::Close);
   auto handler = [self = shared_from_this()](const error_code& error, std::size_t count) {
     self->HandleSent(error, count);
   };
@@ -154,24 +152,39 @@ void Connection::HandleSent(const error_code& error, std::size_t count) {
   if (error) return Close();
   Sent_ += count;
   if (Backlog() > 0) return Send();
-  WriteTimer_.cancel();
+  Disarm(WriteTimer_);
+  if (Sending_.capacity() > KeptBytes) Sending_ = {};
+  Sent_ = Sending_.size();
+  if (Waiting_.capacity() > KeptBytes) Waiting_ = {};
   if (IsFinishing_) return TakeLeave();
   if (const auto protocol = Protocol_) protocol->Drained();
 }
 
-void Connection::SetDeadline(std::chrono::milliseconds left) {
-  Deadline_.expires_after(left);
-  Deadline_.async_wait([self = shared_from_this()](const error_code& error) {
-    if (error || self->IsClosed_) return;
-    if (const auto protocol = self->Protocol_) {
-      protocol->Expired();
-    } else {
-      self->Close();
-    }
+void Connection::Arm(asio::steady_timer& timer, std::chrono::milliseconds left,
+                     void (Connection::*expired)()) {
+  timer.expires_after(left);
+  timer.async_wait([self = shared_from_this(), &timer, expired](const error_code& error) {
+    // One that was put off when it had just expired is still called.
+    if (!error && !self->IsClosed_ && timer.expiry() <= std::chrono::steady_clock::now())
+      (self.get()->*expired)();
   });
 }
 
-void Connection::ClearDeadline() { Deadline_.cancel(); }
+void Connection::Disarm(asio::steady_timer& timer) {
+  timer.expires_at(asio::steady_timer::time_point::max());
+}
+
+void Connection::SetDeadline(std::chrono::milliseconds left) { Arm(Deadline_, left, &Connection::Expire); }
+
+void Connection::ClearDeadline() { Disarm(Deadline_); }
+
+void Connection::Expire() {
+  if (const auto protocol = Protocol_) {
+    protocol->Expired();
+  } else {
+    Close();
+  }
+}
 
 void Connection::Finish() {
   if (IsClosed_ || IsFinishing_) return;

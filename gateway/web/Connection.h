@@ -78,6 +78,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
  private:
   static constexpr std::size_t InboxBytes = 256 * 1024;
 
+  void Arm(boost::asio::steady_timer& timer, std::chrono::milliseconds left, void (Connection::*expired)());
+  static void Disarm(boost::asio::steady_timer& timer);
+  void Expire();
   void Read();
   void HandleRead(const boost::system::error_code& error, std::size_t count);
   void Send();

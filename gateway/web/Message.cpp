@@ -23,6 +23,30 @@ int HexDigit(char digit) {
 
 }  // namespace
 
+bool IsUtf8(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const auto byte = [&](std::size_t offset) { return static_cast<unsigned char>(text[at + offset]); };
+    const unsigned char first = byte(0);
+    const std::size_t size = first < 0x80   ? 1
+                             : first < 0xc2 ? 0
+                             : first < 0xe0 ? 2
+                             : first < 0xf0 ? 3
+                             : first < 0xf5 ? 4
+                                            : 0;
+    if (size == 0 || size > text.size() - at) return false;
+    for (std::size_t i = 1; i < size; ++i) {
+      if ((byte(i) & 0xc0) != 0x80) return false;
+    }
+    // Longer than need be, halves of a pair, beyond the last character.
+    if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f) ||
+        (first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f)) {
+      return false;
+    }
+    at += size;
+  }
+  return true;
+}
+
 bool EqualIgnoringCase(std::string_view left, std::string_view right) {
   const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; };
   return std::ranges::equal(left, right, {}, lower, lower);

@@ -10,7 +10,7 @@ namespace ptzgate {
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
-/// What a client asked. Complete and well-formed: the server has refused all others.
+/// What a client asked. Complete and well-formed, path and query in UTF-8: the server has refused all others.
 struct Request {
   std::string Method;   ///< GET, POST, PUT, PATCH, DELETE or OPTIONS; a HEAD is shown as GET
   bool IsHead = false;  ///< the answer's body is not sent; the server sees to it
@@ -51,6 +51,8 @@ std::string ReasonOf(int status);
 std::optional<std::string> PercentDecoded(std::string_view text, bool isForm = false);
 /// "a=b&c=d", as queries and forms have it; nothing when an escape is malformed.
 std::optional<Fields> FormFields(std::string_view text);
+/// Whether it is text in UTF-8, as JSON and XML must be.
+bool IsUtf8(std::string_view text);
 /// Whether both are the same but for the case of ASCII letters.
 bool EqualIgnoringCase(std::string_view left, std::string_view right);
 

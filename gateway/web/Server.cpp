@@ -145,10 +145,8 @@ void ServerState::Welcome(tcp::socket socket) {
 void ServerState::Stop() {
   IsStopped = true;
   Acceptors.clear();
-  while (!Connections.empty()) {
-    const auto connection = Connections.begin()->second;
-    connection->Close();
-  }
+  // Those that are told of an end may stop the server, too.
+  for (const auto& [number, connection] : std::exchange(Connections, {})) connection->Close();
 }
 
 void ServerState::Log(const std::string& line) const {

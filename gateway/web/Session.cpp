@@ -4,6 +4,7 @@
 #include <array>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
+#include <cctype>
 #include <ctime>
 #include <utility>
 
@@ -56,6 +57,14 @@ std::string Shown(const boost::asio::ip::tcp::endpoint& peer) {
          std::to_string(peer.port());
 }
 
+/// As it may be written into an answer. An empty one is allowed.
+bool IsHost(std::string_view host) {
+  return std::ranges::all_of(host, [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) ||
+           std::string_view(".-_:[]").find(c) != std::string_view::npos;
+  });
+}
+
 /// The request's target as origin form; the host of an absolute one is put in place of the header's.
 bool TakeTarget(std::string_view target, Request& request) {
   if (target == "*" && request.Method == "OPTIONS") {
@@ -77,7 +86,11 @@ bool TakeTarget(std::string_view target, Request& request) {
   auto path = PercentDecoded(std::string_view(request.Target).substr(0, question));
   auto query =
       FormFields(std::string_view(request.Target).substr(std::min(question + 1, request.Target.size())));
-  if (!path || !query) return false;
+  if (!path || !query || !IsUtf8(*path)) return false;
+  if (!std::ranges::all_of(*query,
+                           [](const auto& field) { return IsUtf8(field.first) && IsUtf8(field.second); })) {
+    return false;
+  }
   const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7f; };
   if (std::ranges::any_of(*path, isControl)) return false;
   // Clients resolve these; what is left of them is an attempt to go where the path does not lead.
@@ -122,7 +135,7 @@ void Session::Ended() {
 
 void Session::Drained() {
   if (State_ != State::Writing) return;
-  Answered_.reset();
+  LetGoOfCall();
   Parsing_.reset();
   State_ = State::Reading;
   Connection_->SetDeadline(Server_->Settings.Limits.IdleTimeout);
@@ -145,7 +158,12 @@ void Session::Closed() {
   if (before == State::Answering) tell(Call_.lock());
   if (before == State::Writing && Connection_->Backlog() > 0) tell(Answered_);
   if (before == State::Streaming) tell(Stream_.lock());
-  Answered_.reset();
+  LetGoOfCall();
+}
+
+// What a face has attached may hold the call itself.
+void Session::LetGoOfCall() {
+  if (const auto call = std::exchange(Answered_, nullptr)) call->Gone_ = nullptr;
 }
 
 void Session::Parse() {
@@ -235,8 +253,9 @@ void Session::Dispatch() {
   for (const auto& field : parsed)
     request.Headers.emplace_back(View(field.name_string()), View(field.value()));
   if (const auto* host = request.Header("Host")) request.Host = *host;
-  if (!TakeTarget(View(parsed.target()), request))
-    return Refuse(400, "malformed request: its address is not in order");
+  if (!TakeTarget(View(parsed.target()), request) || !IsHost(request.Host)) {
+    return Refuse(400, "malformed request: its address or host is not in order");
+  }
   request.Body = std::move(parsed.body());
   const auto peer = Connection_->Peer();
   request.From = Shown(peer);
@@ -246,7 +265,11 @@ void Session::Dispatch() {
 
   State_ = State::Answering;
   const auto& settings = Server_->Settings;
-  if (!settings.IsUrgent || !settings.IsUrgent(request)) {
+  bool isUrgent = false;
+  if (settings.IsUrgent) {
+    Server_->Guarded("telling what is urgent failed", [&] { isUrgent = settings.IsUrgent(request); });
+  }
+  if (!isUrgent) {
     if (const auto delay = Server_->Guests.Delay(GuestOf(peer.address()), settings.Limits);
         delay.count() > 0) {
       auto problem = Problem(429, "too many requests from your address");

@@ -45,6 +45,7 @@ class Session final : public Protocol, public std::enable_shared_from_this<Sessi
   void Refuse(int status, std::string_view detail);
   std::string Head(const Response& response, bool isStream);
   void Write(Response response);
+  void LetGoOfCall();
 
   std::shared_ptr<ServerState> Server_;
   std::shared_ptr<Connection> Connection_;

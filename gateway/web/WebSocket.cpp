@@ -37,6 +37,7 @@ class Channel {
       const auto count = asio::buffer_copy(buffers, asio::buffer(text.data(), text.size()));
       return std::pair(count, std::function<void()>([done, error, count] { (*done)(error, count); }));
     };
+    if (Pipe_->Error) return Pipe_->Fail();
     asio::post(get_executor(), [pipe = Pipe_] { pipe->Feed(); });
   }
 
@@ -60,9 +61,14 @@ class Channel {
   }
 
   void Feed() { Pipe_->Feed(); }
-  void End(const error_code& error) {
+  /// What has come is still read.
+  void End() {
+    Pipe_->IsAtEnd = true;
+    Pipe_->Feed();
+  }
+  void Fail(const error_code& error) {
     Pipe_->Error = error;
-    asio::post(get_executor(), [pipe = Pipe_] { pipe->Feed(); });
+    Pipe_->Fail();
   }
 
   friend void teardown(boost::beast::role_type, Channel& channel, error_code&) {
@@ -81,14 +87,24 @@ class Channel {
     std::shared_ptr<Connection> Bytes;
     const ServerLimits& Limits;
     error_code Error{};
+    bool IsAtEnd = false;
     std::function<std::pair<std::size_t, std::function<void()>>(const error_code&, std::string_view)>
         Reader{};
 
     void Feed() {
-      if (!Reader || (!Error && Bytes->Inbox().empty())) return;
-      const auto [count, done] = std::exchange(Reader, nullptr)(Error, Error ? "" : Bytes->Inbox());
-      if (!Error) Bytes->Consume(count);
+      if (!Reader || Error) return;
+      const auto inbox = Bytes->Inbox();
+      if (inbox.empty() && !IsAtEnd) return;
+      const error_code end = inbox.empty() ? error_code(asio::error::eof) : error_code();
+      const auto [count, done] = std::exchange(Reader, nullptr)(end, inbox);
+      Bytes->Consume(count);
       done();
+    }
+    // The reader goes with the loop, if that does not run any more.
+    void Fail() {
+      if (!Reader) return;
+      asio::post(Bytes->Executor(),
+                 [reader = std::exchange(Reader, nullptr), error = Error] { reader(error, {}).second(); });
     }
   };
 
@@ -132,9 +148,9 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   }
 
   void Received() override { Stream_.next_layer().Feed(); }
-  void Ended() override { Connection_->Close(); }
+  void Ended() override { Stream_.next_layer().End(); }
   void Closed() override {
-    Stream_.next_layer().End(asio::error::connection_reset);
+    Stream_.next_layer().Fail(asio::error::connection_reset);
     TellGone();
   }
 

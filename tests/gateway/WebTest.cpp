@@ -262,6 +262,8 @@ TEST_F(WebTest, RefusesWhatIsNotInOrder) {
       {Get("/%4"), 400},
       {Get("/?q=%"), 400},
       {Get("/a%00b"), 400},
+      {Get("/?q=%c0%af"), 400},
+      {Get("http://gate\"><b>/"), 400},
       {Get("/a/%2e%2e/b"), 400},
       {Get("nowhere"), 400},
       {Get("/", "Bad Header: x\r\n"), 400},
