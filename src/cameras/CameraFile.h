@@ -22,8 +22,8 @@ std::vector<NamedCamera> ReadCameras(const std::string& text, const std::string&
 std::vector<NamedCamera> ReadCameraFile(const std::string& file, bool mustBeThere);
 
 /// Puts a camera at the end of a file, which is made where there is none, and takes out one of its name where
-/// it replaces that; all else in the file stays. A
-/// file with a password is its owner's alone from then on. Raises `InputError`, with nothing changed.
+/// it replaces that; all else in the file stays. A file with a password is its owner's alone from then on.
+/// Raises `InputError`, with nothing changed.
 void StoreCamera(const std::string& file, const NamedCamera& camera, bool replaces);
 /// Takes a camera out of a file, whose comments stay. Raises `InputError`, with nothing changed.
 void RemoveCamera(const std::string& file, const std::string& name);
