@@ -323,7 +323,11 @@ void API::BeginDrive(const Asked& asked) {
                               });
   std::erase_if(Drives_, [](const auto& drive) { return drive.second.expired(); });
   Drives_[key] = held;
-  call->WhenGone([held] { held->reset(); });
+  // Whoever is gone holds nothing.
+  call->WhenGone([held, camera = std::weak_ptr(asked.Camera), session = asked.Who.Session] {
+    held->reset();
+    if (const auto there = camera.lock()) there->Forget(session);
+  });
 }
 
 void API::RenewDrive(const Asked& asked) {

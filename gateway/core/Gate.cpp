@@ -34,6 +34,7 @@ Gate::Gate(boost::asio::io_context& context, GateSettings settings, const std::s
     : Context_(context),
       Journal_(journal),
       Names_(stateFolder),
+      Places_(stateFolder),
       Marks_(stateFolder),
       Logins_(context, [this]() -> const ptzgate::Users& { return Users_; }),
       DirtyTimer_(context) {

@@ -18,6 +18,7 @@
 #include "gateway/core/Logins.h"
 #include "gateway/core/Metrics.h"
 #include "gateway/core/MotionMarks.h"
+#include "gateway/core/PlacePresets.h"
 #include "gateway/core/PresetNames.h"
 #include "gateway/core/Refusal.h"
 #include "gateway/core/Users.h"
@@ -57,6 +58,7 @@ class Gate {
   ptzgate::Metrics& Metrics() { return Metrics_; }
   const ptzgate::Metrics& Metrics() const { return Metrics_; }
   PresetNames& Names() { return Names_; }
+  PlacePresets& Places() { return Places_; }
   MotionMarks& Marks() { return Marks_; }
 
   /// In the order of their names.
@@ -83,6 +85,7 @@ class Gate {
   ptzgate::Users Users_;
   ptzgate::Metrics Metrics_;
   PresetNames Names_;
+  PlacePresets Places_;
   MotionMarks Marks_;
   ptzd::SerialLines Lines_;
   ptzgate::Logins Logins_;

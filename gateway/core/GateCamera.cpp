@@ -373,6 +373,10 @@ Wish GateCamera::Carry(const Client& client, const Order& order, const Told& tol
           [&](const ptzgate::GoToPreset& wish) -> Wish {
             const auto preset = FindPreset(wish.Preset);
             begin();
+            if (preset.IsPlace) {
+              const auto& place = Gate_.Places().Of(Name()).at(preset.Token);
+              return Control_->MoveTo(place.Pan, place.Tilt, place.Zoom, told);
+            }
             if (preset.Number)
               return Control_->GotoPreset(*preset.Number, told);
             else
@@ -381,6 +385,11 @@ Wish GateCamera::Carry(const Client& client, const Order& order, const Told& tol
           [&](const ptzgate::SavePreset& wish) -> Wish { return Save(wish, told); },
           [&](const ptzgate::ForgetPreset& wish) -> Wish {
             const auto preset = FindPreset(wish.Preset);
+            if (preset.IsPlace) {
+              Gate_.Places().Remove(Name(), preset.Token);
+              Changed();
+              return done();
+            }
             if (!preset.Number || !Gate_.Names().Of(Name()).contains(*preset.Number))
               throw Refusal(
                   Refusal::Why::Unsupported,
@@ -448,12 +457,15 @@ std::vector<Preset> GateCamera::Presets() const {
   const bool tellsUnnamed = count <= MostUnnamed;
   for (std::int32_t number = 0; tellsUnnamed && number < count; ++number)
     if (!names.contains(number))
-      presets.push_back({std::to_string(number), "Preset " + std::to_string(number), number, false, {}});
+      presets.push_back(
+          {std::to_string(number), "Preset " + std::to_string(number), number, false, {}, false});
   for (const auto& [number, name] : names)
-    presets.push_back({std::to_string(number), name, number, true, {}});
+    presets.push_back({std::to_string(number), name, number, true, {}, false});
   std::ranges::sort(presets, {}, &Preset::Number);
+  for (const auto& [token, place] : Gate_.Places().Of(Name()))
+    presets.push_back({token, place.Name, {}, true, {}, true});
   for (const auto& named : Named_)
-    presets.push_back({TokenOf(named.ID()), named.Name(), {}, true, named.ID()});
+    presets.push_back({TokenOf(named.ID()), named.Name(), {}, true, named.ID(), false});
   return presets;
 }
 
@@ -468,6 +480,7 @@ Wish GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
   if (wish.Name.size() > LongestName)
     throw Refusal(Refusal::Why::Invalid,
                   "a preset's name has " + std::to_string(LongestName) + " bytes at most");
+  if (KeepsPlaces()) return SavePlace(wish, told);
   std::int32_t number = 0;
   if (wish.Preset.empty()) {
     number = FreePreset();
@@ -499,9 +512,55 @@ Wish GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
   });
 }
 
+bool GateCamera::KeepsPlaces() const {
+  const auto& data = *Driver().Data;
+  const auto state = State();
+  const auto count = state.Connected ? state.PresetCount : data.PresetCount;
+  return count == 0 && data.PanRange && data.MoveTo != MemberRule::Nothing &&
+         (CapabilitiesNow() & CapabilityRelativeControl) == 0 && data.Source() != PositionSource::Estimate;
+}
+
+/// Where it is now, as it tells itself.
+Wish GateCamera::SavePlace(const ptzgate::SavePreset& wish, const Told& told) {
+  std::string token = wish.Preset, name = wish.Name;
+  if (token.empty()) {
+    token = Gate_.Places().NewToken(Name());
+    if (name.empty()) name = "Preset " + token.substr(token.find('-') + 1);
+  } else {
+    const auto preset = FindPreset(token);
+    if (!preset.IsPlace)
+      throw Refusal(Refusal::Why::Unsupported,
+                    "preset " + token + " is the camera's own, and cannot be saved from here");
+    token = preset.Token;
+    if (name.empty()) name = preset.Name;
+  }
+  for (const auto& other : Presets())
+    if (other.Name == name && other.Token != token)
+      throw Refusal(Refusal::Why::Invalid,
+                    "preset " + other.Token + " has the name \"" + name + "\" already");
+  return Control_->ReadPosition(
+      [weak = weak_from_this(), told, token, name, &context = Gate_.Context()](const WishOutcome& outcome) {
+        boost::asio::post(context, [weak, told, token, name, outcome] {
+          auto result = outcome;
+          if (const auto camera = weak.lock(); camera && camera->Control_ && IsDone(outcome.Result)) try {
+              const auto at = camera->State().Position;
+              if (at.Kind != PositionKind::Read)
+                throw std::runtime_error("the camera does not tell where it is");
+              camera->Gate_.Places().Save(camera->Name(), token, {name, at.Pan, at.Tilt, at.Zoom});
+              camera->Changed();
+            } catch (const std::runtime_error& error) {
+              result.Result = WishResult::Failed;
+              result.Text = error.what();
+            }
+          told(result);
+        });
+      });
+}
+
 /// The first that has no name.
 std::int32_t GateCamera::FreePreset() const {
   const auto presets = Presets();
+  if (presets.empty()) throw Refusal(Refusal::Why::Unsupported, "camera " + Name() + " has no presets");
   const auto free = std::ranges::find(presets, false, &Preset::HasName);
   if (free == presets.end() || !free->Number)
     throw Refusal(Refusal::Why::Exhausted, "camera " + Name() + " has no preset left without a name");

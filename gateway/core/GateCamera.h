@@ -153,6 +153,9 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// It may be moving from here on, whatever becomes of the gateway.
   void Mark();
   ptzd::Wish Save(const SavePreset& wish, const ptzd::Told& told);
+  /// Whether the gateway keeps its presets, as places, since the camera has none.
+  bool KeepsPlaces() const;
+  ptzd::Wish SavePlace(const SavePreset& wish, const ptzd::Told& told);
   std::int32_t FreePreset() const;
   void AskPresets();
   void StateChanged();

@@ -44,7 +44,8 @@ struct SavePreset {
   std::string Preset;
   std::string Name;
 };
-/// Takes away the name of a preset; what the camera has stored stays.
+/// Takes away the name of a preset; what the camera has stored stays. Removes one that the gateway keeps.
+/// Removes one that the gateway keeps.
 struct ForgetPreset {
   std::string Preset;
 };
@@ -77,6 +78,7 @@ struct Preset {
       Number;            ///< as the driver counts; nothing for one that the camera knows by name only
   bool HasName = false;  ///< somebody gave it one
   std::string ID;        ///< of one that has no number, as the camera calls it
+  bool IsPlace = false;  ///< the gateway keeps it, as a place
 };
 
 }  // namespace ptzgate

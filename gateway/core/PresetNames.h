@@ -2,13 +2,13 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
+
+#include "gateway/core/StateFile.h"
 
 namespace ptzgate {
 
-/// Names that clients gave presets, by camera and number, kept in a file. The file is written anew, whole, at
-/// each change.
+/// Names that clients gave presets, by camera and number, kept in a file.
 class PresetNames {
  public:
   /// Empty: nothing is kept. Raises `std::runtime_error` for a file that is there and cannot be understood.
@@ -21,9 +21,9 @@ class PresetNames {
 
  private:
   using Names = std::map<std::string, std::map<std::int32_t, std::string>>;
-  void Store(const Names& names) const;
+  void Store(Names names);
 
-  std::string File_;
+  StateFile File_;
   Names Names_;
 };
 
