@@ -61,7 +61,7 @@ std::string ControlCharacters() {
 }
 
 /// An entity of nine levels, each ten times the one before.
-std::string XMLBomb() {
+std::string DocumentThatExpands() {
   std::string document = "<?xml version=\"1.0\"?>\n<!DOCTYPE lol [\n<!ENTITY l0 \"lol\">\n";
   for (int level = 1; level < 10; ++level) {
     document += "<!ENTITY l" + std::to_string(level) + " \"";
@@ -102,7 +102,7 @@ void Alter(HTTPReply& reply, const FaultSet& faults) {
   }
   if (faults.Has(FaultKind::NoContent)) reply = {.Status = 204, .Violation = reply.Violation};
   if (faults.Has(FaultKind::EmptyBody)) reply.Body.clear();
-  if (faults.Has(FaultKind::XMLBomb)) reply.Body = XMLBomb();
+  if (faults.Has(FaultKind::XMLBomb)) reply.Body = DocumentThatExpands();
   if (const Fault* numbers = faults.Find(FaultKind::OtherNumbers))
     reply.Body = WithNumbers(reply.Body, numbers->Text);
   if (faults.Has(FaultKind::ControlBody))
