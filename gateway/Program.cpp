@@ -9,6 +9,7 @@
 #include "cameras/InputWords.h"
 #include "gateway/access/HTTPAccess.h"
 #include "gateway/api/API.h"
+#include "gateway/console/Console.h"
 #include "gateway/pictures/Pictures.h"
 #include "gateway/remote/Remote.h"
 #include "gateway/status/Status.h"
@@ -68,6 +69,7 @@ struct Program::Faces {
     if (API::Has(path)) return API_.Handle(call);
     if (Status::Has(path)) return Status_.Handle(call);
     if (Remote::Has(path)) return Remote_.Handle(call);
+    if (Console::Has(path)) return Console::Handle(call);
     call->Answer(Problem(404, "there is nothing at " + path));
   }
 

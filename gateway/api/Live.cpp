@@ -83,6 +83,8 @@ json Live::Obey(const json& message) {
     return value->get<std::string>();
   };
   const auto word = text("do");
+  // A page cannot see the server's pings; by this it finds out whether it is heard.
+  if (word == "ping") return {{"done", true}};
   if (word == "follow") {
     const auto name = message.value("camera", json());
     Followed_ = name.is_string() ? name.get<std::string>() : "";
@@ -104,7 +106,7 @@ json Live::Obey(const json& message) {
     if (drive == Drives_.end())
       throw Refusal(Refusal::Why::Invalid, "camera " + camera->Name() + " is not driven by you");
     drive->second->Renew();
-    return nullptr;
+    return {{"renewed", true}};
   }
   if (word == "presets") return {{"presets", PresetsJSON(*camera)}};
   if (word == "take" || word == "release") {
