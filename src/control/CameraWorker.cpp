@@ -459,9 +459,12 @@ void CameraControl::Worker::DoDrive(CameraRequest request, Lock& lock) {
       [this, control, &within](PTZDevice& device) -> std::optional<bool> {
         // A motion of which only the driver thinks that the camera has it would not be sent.
         ForgetMotion(device);
+        // Some makes have one stop for all axes: it comes before what is to go on.
+        const bool zoomStops = within.Zoom == 0.0F;
+        if (zoomStops) control->ContinuousZoom(0);
         if (const auto& head = within.PanTilt)
           control->ContinuousMove(Site_.Pan(head->Pan), Site_.Tilt(head->Tilt));
-        if (within.Zoom) control->ContinuousZoom(*within.Zoom);
+        if (within.Zoom && !zoomStops) control->ContinuousZoom(*within.Zoom);
         return std::nullopt;
       },
       lock);
