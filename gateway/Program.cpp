@@ -10,6 +10,7 @@
 #include "gateway/access/HTTPAccess.h"
 #include "gateway/api/API.h"
 #include "gateway/console/Console.h"
+#include "gateway/onvif/ONVIF.h"
 #include "gateway/pictures/Pictures.h"
 #include "gateway/remote/Remote.h"
 #include "gateway/status/Status.h"
@@ -61,7 +62,8 @@ struct Program::Faces {
         Status_(gate, Access),
         API_(gate, Access),
         Remote_(gate, Access),
-        Pictures_(gate, Access) {}
+        Pictures_(gate, Access),
+        ONVIF_(gate, Access) {}
 
   void Handle(const std::shared_ptr<Call>& call) {
     const auto& path = call->Asked().Path;
@@ -70,6 +72,7 @@ struct Program::Faces {
     if (Status::Has(path)) return Status_.Handle(call);
     if (Remote::Has(path)) return Remote_.Handle(call);
     if (Console::Has(path)) return Console::Handle(call);
+    if (ONVIF::Has(path)) return ONVIF_.Handle(call);
     call->Answer(Problem(404, "there is nothing at " + path));
   }
 
@@ -78,6 +81,7 @@ struct Program::Faces {
   API API_;
   Remote Remote_;
   Pictures Pictures_;
+  ONVIF ONVIF_;
 };
 
 GateSettings SettingsFrom(const std::string& file) {
@@ -111,6 +115,31 @@ void Program::Listen() {
   for (const auto& endpoint : Server_->Endpoints())
     Journal_.Write(Journal::Level::Info, "listening",
                    {{"address", TextOf(endpoint, !settings.Certificate.empty())}});
+  if (Gate_->Settings().ONVIF.Enabled) ListenForONVIF();
+}
+
+void Program::ListenForONVIF() {
+  const auto& settings = Gate_->Settings();
+  const bool isSecure = !settings.Web.Certificate.empty();
+  for (const auto& [camera, listen] : settings.ONVIF.Ports) {
+    ServerSettings server{.Listen = {{.Host = listen.Host, .Port = listen.Port}},
+                          .Certificate = CertificateOf(settings.Web),
+                          .Limits = LimitsOf(settings.Web),
+                          .Log = [this](const std::string& text) { Journal_.Warn(text); }};
+    Ports_[camera] = std::make_unique<Server>(
+        Context_, std::move(server),
+        [this, name = camera](std::shared_ptr<Call> call) { Faces_->ONVIF_.Handle(call, name); });
+    Journal_.Write(Journal::Level::Info, "listening",
+                   {{"device", TextOf(Ports_[camera]->Endpoints().front(), isSecure)}, {"camera", camera}});
+  }
+  if (!settings.ONVIF.Discovery) return;
+  Faces_->ONVIF_.Announce([this, isSecure](const std::string& camera) {
+    const auto own = Ports_.find(camera);
+    const auto at = (own == Ports_.end() ? *Server_ : *own->second).Endpoints().front();
+    return Discovery::Reach{
+        at.Host, at.Port, isSecure,
+        own == Ports_.end() ? "/onvif/" + camera + "/device_service" : "/onvif/device_service"};
+  });
 }
 
 std::size_t Program::Run() {
@@ -121,6 +150,7 @@ std::size_t Program::Run() {
   TellSupervisor("STOPPING=1");
   // Whoever drives loses his connection, and with it his drive; what still moves then is stopped.
   Server_->Stop();
+  Ports_.clear();
   Faces_.reset();
   const auto unstopped = Gate_->End(Arguments_.EndTime);
   Journal_.Info(unstopped == 0 ? "ended; all cameras are at rest"
@@ -144,12 +174,19 @@ void Program::Reload() {
   try {
     auto settings = SettingsFrom(Arguments_.File);
     const auto before = Gate_->Settings().Web;
+    const auto portsBefore = Gate_->Settings().ONVIF.Ports;
     Gate_->Reload(std::move(settings));
     const auto& web = Gate_->Settings().Web;
-    if (web.Listen != before.Listen || web.Certificate.empty() != before.Certificate.empty())
+    if (web.Listen != before.Listen || Gate_->Settings().ONVIF.Ports != portsBefore ||
+        web.Certificate.empty() != before.Certificate.empty())
       Journal_.Warn("where it listens, and whether by TLS, changes when the gateway is started anew");
-    Server_->UseLimits(LimitsOf(web));
-    if (!before.Certificate.empty() && !web.Certificate.empty()) Server_->UseCertificate(*CertificateOf(web));
+    std::vector<Server*> servers{Server_.get()};
+    for (const auto& [camera, server] : Ports_) servers.push_back(server.get());
+    for (auto* server : servers) {
+      server->UseLimits(LimitsOf(web));
+      if (!before.Certificate.empty() && !web.Certificate.empty())
+        server->UseCertificate(*CertificateOf(web));
+    }
   } catch (const std::runtime_error& error) {
     Journal_.Write(Journal::Level::Error, "nothing was taken over: " + std::string(error.what()));
   }

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +42,8 @@ class Program {
   struct Faces;
 
   void Listen();
+  /// The cameras' own ports, and who is told where they are.
+  void ListenForONVIF();
   void AwaitSignal();
   void Reload();
   void TellSupervisor(const char* state);
@@ -54,6 +57,7 @@ class Program {
   std::unique_ptr<Gate> Gate_;
   std::unique_ptr<Faces> Faces_;
   std::unique_ptr<Server> Server_;
+  std::map<std::string, std::unique_ptr<Server>> Ports_;  ///< of cameras that have one of their own
 };
 
 /// The settings of a file, or those without one.

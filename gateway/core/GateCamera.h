@@ -123,6 +123,8 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// In the order of their numbers, then as the camera lists them. Those without a name are told up to the
   /// camera's count where that is at most 256.
   std::vector<Preset> Presets() const;
+  /// Whether the gateway keeps its presets, as places, since the camera has none.
+  bool KeepsPlaces() const;
   /// By its token, or its name. Raises `Refusal`.
   Preset FindPreset(const std::string& word) const;
 
@@ -153,8 +155,6 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// It may be moving from here on, whatever becomes of the gateway.
   void Mark();
   ptzd::Wish Save(const SavePreset& wish, const ptzd::Told& told);
-  /// Whether the gateway keeps its presets, as places, since the camera has none.
-  bool KeepsPlaces() const;
   ptzd::Wish SavePlace(const SavePreset& wish, const ptzd::Told& told);
   std::int32_t FreePreset() const;
   void AskPresets();
