@@ -40,7 +40,6 @@ class PelcoLine : public testing::TestWithParam<int> {
     ports->MapDevice(1, Line.Addresses()[0]);
     UseSerialPortPool(ports);
   }
-  void TearDown() override { UseSerialPortPool(nullptr); }
 
   static Bytes Options(int address, int baud = 4800, int moveSpeed = 40, bool reset = false) {
     PropertyBag options;
@@ -57,7 +56,10 @@ class PelcoLine : public testing::TestWithParam<int> {
     EXPECT_TRUE(driver->Connect(Options(address, baud)));
     return driver;
   }
-  void TearDown() override { EXPECT_EQ(Line.Log().Violations(), std::vector<std::string>{}); }
+  void TearDown() override {
+    UseSerialPortPool(nullptr);
+    EXPECT_EQ(Line.Log().Violations(), std::vector<std::string>{});
+  }
 
   ptzsim::Pelco Line{{.Addresses = {1, 2},
                       .Protocol = GetParam() == 0 ? PelcoProtocol::D : PelcoProtocol::P,
