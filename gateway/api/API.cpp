@@ -10,13 +10,13 @@
 
 #include "cameras/CameraFile.h"
 #include "cameras/InputWords.h"
-#include "gateway/api/Body.h"
-#include "gateway/api/CameraJSON.h"
 #include "gateway/api/Connection.h"
 #include "gateway/api/Description.h"
 #include "gateway/api/Live.h"
 #include "gateway/api/Route.h"
-#include "gateway/api/Wishes.h"
+#include "gateway/wishes/Body.h"
+#include "gateway/wishes/CameraJSON.h"
+#include "gateway/wishes/Wishes.h"
 
 namespace ptzgate {
 

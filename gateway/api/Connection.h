@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "gateway/api/Body.h"
 #include "gateway/core/GateCamera.h"
+#include "gateway/wishes/Body.h"
 
 namespace ptzgate {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "gateway/api/Body.h"
 #include "gateway/api/Route.h"
+#include "gateway/wishes/Body.h"
 
 namespace ptzgate {
 

@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "gateway/api/API.h"
-#include "gateway/api/Body.h"
-#include "gateway/api/CameraJSON.h"
-#include "gateway/api/Wishes.h"
+#include "gateway/wishes/Body.h"
+#include "gateway/wishes/CameraJSON.h"
+#include "gateway/wishes/Wishes.h"
 
 namespace ptzgate {
 

@@ -1,7 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "gateway/api/API.h"
-#include "gateway/api/CameraJSON.h"
+#include "gateway/wishes/CameraJSON.h"
 
 namespace ptzgate {
 
@@ -14,8 +14,8 @@ Response Answer(int status, const json& body, const char* type) {
   return {.Status = status, .Headers = {{"Content-Type", type}}, .Body = TextOf(body)};
 }
 
-Response Telling(int status, const char* type, const std::string& detail, json more = json::object()) {
-  json problem{{"type", std::string("/problems/") + type},
+Response Telling(int status, std::string_view type, const std::string& detail, json more = json::object()) {
+  json problem{{"type", "/problems/" + std::string(type)},
                {"title", ReasonOf(status)},
                {"status", status},
                {"detail", detail}};
@@ -28,24 +28,24 @@ struct Kind {
   const char* Type;
 };
 
-Kind KindOf(Refusal::Why why) {
+int StatusOf(Refusal::Why why) {
   switch (why) {
     case Refusal::Why::Unknown:
-      return {404, "unknown"};
+      return 404;
     case Refusal::Why::Invalid:
-      return {422, "invalid"};
+      return 422;
     case Refusal::Why::NotAllowed:
-      return {403, "not-allowed"};
+      return 403;
     case Refusal::Why::Held:
-      return {409, "held"};
+      return 409;
     case Refusal::Why::Unsupported:
-      return {501, "unsupported"};
+      return 501;
     case Refusal::Why::Exhausted:
-      return {409, "exhausted"};
+      return 409;
     case Refusal::Why::Ending:
-      return {503, "ending"};
+      return 503;
   }
-  return {500, "error"};
+  return 500;
 }
 
 Kind KindOf(WishResult result) {
@@ -84,8 +84,7 @@ Kind KindOf(WishResult result) {
 }  // namespace
 
 Response ProblemOf(const Refusal& refusal) {
-  const auto [status, type] = KindOf(refusal.Reason());
-  return Telling(status, type, refusal.what());
+  return Telling(StatusOf(refusal.Reason()), Word(refusal.Reason()), refusal.what());
 }
 
 Response AnswerOf(const ptzd::WishOutcome& outcome, bool wasDrive) {

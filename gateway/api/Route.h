@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "gateway/api/API.h"
-#include "gateway/api/Body.h"
+#include "gateway/wishes/Body.h"
 
 namespace ptzgate {
 

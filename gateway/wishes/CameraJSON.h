@@ -2,6 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <string>
+#include <string_view>
+
 #include "gateway/core/Gate.h"
 
 namespace ptzgate {
@@ -13,6 +16,8 @@ nlohmann::json PresetsJSON(const GateCamera& camera);
 /// The last exchanges, and where it was in the last minute.
 nlohmann::json SeenJSON(const GateCamera& camera);
 nlohmann::json OutcomeJSON(const ptzd::WishOutcome& outcome);
+/// "not-allowed" and so on, for programs.
+std::string_view Word(Refusal::Why why);
 /// Who somebody is, and what he may do.
 nlohmann::json ClientJSON(const Gate& gate, const Client& client);
 

@@ -28,6 +28,8 @@ struct Body {
   bool MayBeAbsent = false;  ///< no body is an empty object
 };
 
+/// A text as a JSON object. Raises `Refusal` for what is none, or is nested too deeply.
+nlohmann::json ReadObject(const std::string& text);
 /// A text as that object: nothing unknown, nothing of another type, nothing missing. Raises `Refusal`, which
 /// names the member.
 nlohmann::json ReadBody(const Body& body, const std::string& text);

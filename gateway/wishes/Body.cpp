@@ -1,4 +1,4 @@
-#include "gateway/api/Body.h"
+#include "gateway/wishes/Body.h"
 
 #include <algorithm>
 #include <cmath>
@@ -84,8 +84,7 @@ void CheckMembers(std::span<const Member> members, const json& object, const std
       Refuse(where + std::string(member.Name) + " is missing: expected " + Of(member.Type).Text);
 }
 
-json ReadBody(const Body& body, const std::string& text) {
-  if (text.empty() && body.MayBeAbsent) return json::object();
+json ReadObject(const std::string& text) {
   // Deeper than anything that is wanted; what is nested without end would exhaust the stack.
   constexpr int deepest = 8;
   json value;
@@ -100,6 +99,12 @@ json ReadBody(const Body& body, const std::string& text) {
            what.substr(what.find("] ") == std::string::npos ? 0 : what.find("] ") + 2));
   }
   if (!value.is_object()) Refuse("the body is not a JSON object");
+  return value;
+}
+
+json ReadBody(const Body& body, const std::string& text) {
+  if (text.empty() && body.MayBeAbsent) return json::object();
+  auto value = ReadObject(text);
   CheckMembers(body.Members, value, "");
   return value;
 }

@@ -1,4 +1,4 @@
-#include "gateway/api/CameraJSON.h"
+#include "gateway/wishes/CameraJSON.h"
 
 #include <chrono>
 
@@ -141,6 +141,26 @@ json OutcomeJSON(const WishOutcome& outcome) {
     result["error"] = {{"number", outcome.ErrorNumber}, {"text", outcome.ErrorText}};
   if (outcome.Tries != 0) result["tries"] = outcome.Tries;
   return result;
+}
+
+std::string_view Word(Refusal::Why why) {
+  switch (why) {
+    case Refusal::Why::Unknown:
+      return "unknown";
+    case Refusal::Why::Invalid:
+      return "invalid";
+    case Refusal::Why::NotAllowed:
+      return "not-allowed";
+    case Refusal::Why::Held:
+      return "held";
+    case Refusal::Why::Unsupported:
+      return "unsupported";
+    case Refusal::Why::Exhausted:
+      return "exhausted";
+    case Refusal::Why::Ending:
+      return "ending";
+  }
+  return "error";
 }
 
 json ClientJSON(const Gate& gate, const Client& client) {

@@ -9,9 +9,9 @@
 #include <span>
 #include <string_view>
 
-#include "gateway/api/Body.h"
 #include "gateway/core/GateCamera.h"
 #include "gateway/core/Order.h"
+#include "gateway/wishes/Body.h"
 
 namespace ptzgate {
 

@@ -1,4 +1,4 @@
-#include "gateway/api/Wishes.h"
+#include "gateway/wishes/Wishes.h"
 
 #include <algorithm>
 #include <cmath>
