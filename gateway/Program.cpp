@@ -10,6 +10,7 @@
 #include "gateway/access/HTTPAccess.h"
 #include "gateway/api/API.h"
 #include "gateway/console/Console.h"
+#include "gateway/mqtt/MQTT.h"
 #include "gateway/onvif/ONVIF.h"
 #include "gateway/pictures/Pictures.h"
 #include "gateway/remote/Remote.h"
@@ -63,7 +64,8 @@ struct Program::Faces {
         API_(gate, Access),
         Remote_(gate, Access),
         Pictures_(gate, Access),
-        ONVIF_(gate, Access) {}
+        ONVIF_(gate, Access),
+        MQTT_(gate) {}
 
   void Handle(const std::shared_ptr<Call>& call) {
     const auto& path = call->Asked().Path;
@@ -82,6 +84,7 @@ struct Program::Faces {
   Remote Remote_;
   Pictures Pictures_;
   ONVIF ONVIF_;
+  MQTT MQTT_;
 };
 
 GateSettings SettingsFrom(const std::string& file) {
@@ -176,6 +179,7 @@ void Program::Reload() {
     const auto before = Gate_->Settings().Web;
     const auto portsBefore = Gate_->Settings().ONVIF.Ports;
     Gate_->Reload(std::move(settings));
+    Faces_->MQTT_.Reload();
     const auto& web = Gate_->Settings().Web;
     if (web.Listen != before.Listen || Gate_->Settings().ONVIF.Ports != portsBefore ||
         web.Certificate.empty() != before.Certificate.empty())

@@ -368,6 +368,7 @@ void Reader::ReadMQTT(const toml::node& node, const std::string& what, MQTTSetti
                {"authorities", Path(mqtt.Authorities)},
                {"name", Checked(mqtt.Name, levels(true))},
                {"prefix", Checked(mqtt.Prefix, levels(false))},
+               {"acts_as", Text(mqtt.ActsAs)},
                {"home_assistant", homeAssistant}});
   TakeAll(node, what, keys);
   CheckLogin(node, what, mqtt.User, mqtt.Password);
@@ -494,13 +495,23 @@ std::vector<std::string> CheckGate(const GateSettings& settings, const std::vect
   if (onvif.Enabled && onvif.Discovery && !isReached)
     odd.push_back("onvif, discovery: nobody beyond this machine can reach what is announced");
   const auto& mqtt = settings.MQTT;
+  std::vector<std::string> users;
+  for (const auto& user : settings.Users) users.push_back(user.Name);
+  if (!mqtt.ActsAs.empty() && std::ranges::find(users, mqtt.ActsAs) == users.end())
+    throw InputError("mqtt, acts_as: there is no user \"" + Printable(mqtt.ActsAs) + "\"" +
+                     DoYouMean(mqtt.ActsAs, users));
+  if (!mqtt.Host.empty() && mqtt.ActsAs.empty() && !users.empty())
+    throw InputError(
+        "mqtt: the broker tells nobody who wishes something: expected the user whose rights they have there, "
+        "such as acts_as = \"" +
+        users[0] + "\"");
   boost::system::error_code isName;
   const auto broker = boost::asio::ip::make_address(mqtt.Host, isName);
   const bool isHere = mqtt.Host == "localhost" || (!isName && broker.is_loopback());
   if (!mqtt.User.empty() && mqtt.Authorities.empty() && !isHere)
     odd.push_back("mqtt: without authorities the password goes to the broker in the clear");
   for (const auto& user : settings.Users) {
-    if (user.PasswordHash.empty() && !user.ONVIFSecret)
+    if (user.PasswordHash.empty() && !user.ONVIFSecret && user.Name != mqtt.ActsAs)
       odd.push_back("user " + user.Name +
                     ": nobody can log in so, without a password_hash or an "
                     "onvif_password_file");

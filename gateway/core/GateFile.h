@@ -60,6 +60,9 @@ struct MQTTSettings {
   std::string Name = "ptzgate";  ///< of this gateway, as client and in its topics
   std::string Prefix = "ptz";    ///< of all topics
   std::string HomeAssistant = "homeassistant";  ///< prefix of its discovery; empty: none
+  std::string ActsAs;  ///< the user whose rights those at the broker have; empty where there are no users
+
+  bool operator==(const MQTTSettings&) const = default;
 };
 
 struct TourSettings {
@@ -92,9 +95,10 @@ GateSettings ReadGate(const std::string& text, const std::string& file, const st
 GateSettings ReadGateFile(const std::string& file);
 
 /// What of the settings does not fit the cameras there are, or is not safe: cameras of pictures, tours and
-/// ports that are not there, listening beyond loopback without users. Raises `ptzd::InputError` with the
-/// first. Answers what is only odd: passwords that cross the network in the clear, users who can log in
-/// nowhere or see no camera, groups without cameras, a discovery that leads nowhere.
+/// ports that are not there, a broker's user who is none, listening beyond loopback without users. Raises
+/// `ptzd::InputError` with the first. Answers what is only odd: passwords that cross the network in the
+/// clear, users who can log in nowhere or see no camera, groups without cameras, a discovery that leads
+/// nowhere.
 std::vector<std::string> CheckGate(const GateSettings& settings,
                                    const std::vector<ptzd::NamedCamera>& cameras);
 

@@ -85,6 +85,7 @@ TEST(GateFile, IsReadAsDocumented) {
   EXPECT_EQ(gate.MQTT.Host + ":" + std::to_string(gate.MQTT.Port), "localhost:1883");
   EXPECT_EQ(gate.MQTT.Password.Text(), "environment PTZGATE_BROKER");
   EXPECT_EQ(gate.MQTT.HomeAssistant, "homeassistant");
+  EXPECT_EQ(gate.MQTT.ActsAs, "anna");
   EXPECT_EQ(gate.AuditFile, in("audit.log"));
 
   std::filesystem::permissions(folder.Path / "anna.secret", std::filesystem::perms::others_read,
@@ -213,6 +214,10 @@ TEST(CheckGate, RefusesWhatDoesNotFit) {
       {"[mqtt]\nbroker = \"10.0.0.1\"\nuser = \"a\"\npassword_env = \"A\"",
        "mqtt: without authorities the password"},
       {"[mqtt]\nbroker = \"127.0.0.1\"\nuser = \"a\"\npassword_env = \"A\"", ""},
+      {"[mqtt]\nbroker = \"h\"\n" + user, "mqtt: the broker tells nobody who wishes something: expected"},
+      {"[mqtt]\nbroker = \"h\"\nacts_as = \"b\"\n" + user,
+       "mqtt, acts_as: there is no user \"b\"; do you mean a?"},
+      {"[mqtt]\nbroker = \"h\"\nacts_as = \"a\"\n" + user, ""},
   };
   for (const auto& row : rows) {
     std::string told;
