@@ -162,6 +162,8 @@ void MQTT::Lost(const std::string& why) {
     Gate_.Journal().Warn("the broker " + Address() + ": " + why +
                          "; what it drove is stopped, and it is tried again");
   WhyLost_ = why;
+  // Another gateway of the same name would be pushed out in turn, and again, and again.
+  if (IsReady_ && steady_clock::now() - WhenReady_ > LongestPause) Pause_ = FirstPause;
   Part();
   RetryTimer_.expires_after(Scattered(Pause_));
   Pause_ = std::min(2 * Pause_, LongestPause);
@@ -272,7 +274,7 @@ void MQTT::Ask() {
 void MQTT::Settle() {
   if (!std::exchange(IsReady_, true)) {
     ReadyTimer_.cancel();
-    Pause_ = FirstPause;
+    WhenReady_ = steady_clock::now();
     WhyLost_.clear();
     Gate_.Journal().Info("the broker " + Address() + " is there");
     if (!Settings_.HomeAssistant.empty()) Broker_->Unsubscribe(DiscoveryFilter(Settings_));

@@ -115,6 +115,7 @@ class MQTT {
   bool IsTelling_ = false, IsReconciling_ = false;
   boost::asio::steady_timer ReadyTimer_, RetryTimer_, TellTimer_;
   std::chrono::milliseconds Pause_;
+  std::chrono::steady_clock::time_point WhenReady_;
   std::string WhyLost_;  ///< as told; empty: not since it was connected
   std::shared_ptr<void> Watch_;
   std::shared_ptr<int> Life_ = std::make_shared<int>();
