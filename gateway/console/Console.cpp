@@ -13,10 +13,11 @@ namespace {
 constexpr std::string_view Page = "index.html";
 constexpr std::string_view Folder = "/console/";
 
-/// All comes from here, and no other site shows the page in a frame, over which it could have people press
-/// what they do not see.
+/// All comes from here, but for pictures that the page has fetched from here itself. No other site shows the
+/// page in a frame, over which it could have people press what they do not see.
 constexpr char Policy[] =
-    "default-src 'self'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'; object-src 'none'";
+    "default-src 'self'; img-src 'self' blob:; base-uri 'none'; form-action 'self'; frame-ancestors 'none'; "
+    "object-src 'none'";
 
 const ConsoleFile* Find(std::string_view path) {
   if (path == "/")

@@ -46,7 +46,8 @@ export class CameraList {
                            element("span", { class: "name" }, camera.name), row.about);
       row.item = element("li", {}, row.button);
       // They come in the order of their names, but for one that is new to the site.
-      const after = this.#last > camera.name ? [...this.#rows.keys()].filter((name) => name > camera.name).sort()[0] : "";
+      const isLast = this.#last <= camera.name;
+      const after = isLast ? "" : [...this.#rows.keys()].filter((name) => name > camera.name).sort()[0];
       this.#list.insertBefore(row.item, after ? this.#rows.get(after).item : null);
       this.#rows.set(camera.name, row);
       if (!after) this.#last = camera.name;

@@ -66,7 +66,8 @@ export class Connection {
       });
       return element("label", {}, label, input);
     };
-    const fields = [line ? own("Serial line", "line", line) : own("Address", "address", address ?? "", { inputmode: "url" }),
+    const fields = [line ? own("Serial line", "line", line)
+                         : own("Address", "address", address ?? "", { inputmode: "url" }),
                     own("User", "user", user ?? "", { autocapitalize: "none" }),
                     own("Password", "password", "", { type: "password", autocomplete: "new-password",
                                                       placeholder: password || "as it is" })];

@@ -33,6 +33,7 @@ const RESULTS = {
 const cameras = new Map();
 let me = null;
 let chosen = null; // the name
+let missed = null; // the name of one that went while it was chosen
 let told = 0; // when the chosen one was last told of
 let track = [], exchanges = [];
 
@@ -174,6 +175,7 @@ function drawExchanges() {
 const upper = (text) => text.charAt(0).toUpperCase() + text.slice(1);
 
 function choose(name) {
+  missed = null;
   if (name !== chosen) {
     hand.turnTo(cameras.get(name) ?? null);
     chosen = name;
@@ -212,12 +214,19 @@ const live = new Live({
     choose(cameras.has(wanted) ? wanted : all.length === 1 ? all[0].name : null);
   },
   camera(camera) {
+    const wasMine = cameras.get(camera.name)?.holder?.mine;
     cameras.set(camera.name, camera);
     list.put(camera);
+    // One whose connection is changed goes and comes again.
+    if (camera.name === missed) return choose(missed);
     if (camera.name !== chosen) return;
     told = performance.now();
     hand.turnTo(camera);
-    if (hand.isDriving && camera.holder && !camera.holder.mine) hand.letGo(`it is ${holderText(camera)}`);
+    if (hand.isDriving && wasMine && camera.holder && !camera.holder.mine) {
+      // Whoever took it has stopped it; a stop from here would be his.
+      hand.forget();
+      say(`${camera.name}: it is ${holderText(camera)} now`, true);
+    }
     showCamera();
   },
   gone(name) {
@@ -227,6 +236,7 @@ const live = new Live({
     hand.forget();
     say(`${name} is not among the cameras any more`, true);
     choose(null);
+    missed = name;
   },
   seen: showSeen,
   lost(pause) {
@@ -292,9 +302,12 @@ byId("speed").addEventListener("input", ({ target }) => {
   byId("speed-out").value = `${target.value} %`;
 });
 byId("move-steps").addEventListener("click", ({ target: { dataset } }) => {
-  if ("pan" in dataset || "tilt" in dataset) moveStep({ pan: Number(dataset.pan ?? 0), tilt: Number(dataset.tilt ?? 0) });
+  const { pan = 0, tilt = 0 } = dataset;
+  if (pan || tilt) moveStep({ pan: Number(pan), tilt: Number(tilt) });
 });
-byId("zoom-steps").addEventListener("click", ({ target: { dataset } }) => "zoom" in dataset && zoomStep(Number(dataset.zoom)));
+byId("zoom-steps").addEventListener("click", ({ target: { dataset } }) => {
+  if (dataset.zoom) zoomStep(Number(dataset.zoom));
+});
 byId("place").addEventListener("submit", (event) => {
   event.preventDefault();
   const to = {};

@@ -61,6 +61,7 @@ export class Dials {
   #zoom = element("div", { class: "zoom-bar", role: "meter", "aria-label": "Zoom" }, this.#fill);
   #zoomFigure = element("figure", { class: "zoom-figure" }, this.#zoom, element("figcaption", {}, "Zoom"));
   #text;
+  #last = {}; // known of the camera, while it is on its way
 
   constructor(at, text) {
     at.append(this.#pan.figure, this.#tilt.figure, this.#zoomFigure);
@@ -69,7 +70,10 @@ export class Dials {
 
   /// `since`: how long ago the camera was told of so, in ms, which adds to all ages.
   draw(camera, track, since) {
-    const { position, ranges } = camera;
+    const { ranges } = camera;
+    if (this.#last.camera !== camera.name) this.#last = { camera: camera.name, position: null };
+    if (camera.position) this.#last.position = camera.position;
+    const position = camera.position ?? (this.#last.position && { ...this.#last.position, kind: "old" });
     const axis = (name) => track.map((each) => ({ age: each.age_ms + each.since, degrees: each[name] }));
     this.#pan.draw(ranges.pan, position?.pan ?? null, position?.kind, axis("pan"));
     this.#tilt.draw(ranges.tilt, position?.tilt ?? null, position?.kind, axis("tilt"));
@@ -82,15 +86,17 @@ export class Dials {
       for (const [name, value] of [["valuemin", range.least], ["valuemax", range.greatest], ["valuenow", zoom]])
         this.#zoom.setAttribute("aria-" + name, value);
     }
-    setText(this.#text, position ? this.#tell(position, range, since) : "Where it looks is not known.");
+    setText(this.#text, position ? this.#tell(position, since) : "Where it looks is not known.");
   }
 
-  #tell({ pan, tilt, zoom, kind, age_ms }, range, since) {
+  #tell({ pan, tilt, zoom, kind, age_ms }, since) {
     const places = `pan ${shortly(pan)}°, tilt ${shortly(tilt)}°` +
-                   (zoom === null ? "" : `, zoom ${shortly(zoom)}${range?.unit ? " " + range.unit : ""}`);
+                   (zoom === null ? "" : `, zoom ${shortly(zoom)}`);
     const seconds = Math.round((age_ms + since) / 1000);
     const age = seconds < 2 ? "just now" : seconds < 120 ? `${seconds} s ago` : `${Math.round(seconds / 60)} min ago`;
+    if (kind === "old") return `Not known now; it was at ${places}.`;
     if (kind === "target") return `Sent to ${places} ${age}; where it is it does not tell.`;
-    return kind === "estimated" ? `About ${places}, judged ${age} by what it was sent.` : `At ${places}, as it told ${age}.`;
+    if (kind === "estimated") return `About ${places}, judged ${age} by what it was sent.`;
+    return `At ${places}, as it told ${age}.`;
   }
 }

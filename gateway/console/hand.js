@@ -11,7 +11,7 @@ export class Hand extends EventTarget {
   #camera = null;
   #pushes = new Map(); // by input: {pan, tilt, zoom}, -1 to 1
   #speed = 0.5;
-  #drive = null; // the promise of the drive that goes on
+  #drive = null; // the one that goes on: {camera, isTaken, isReleased, why}
   #sent = null;
   #sentAt = 0;
   #later = 0;
@@ -52,9 +52,9 @@ export class Hand extends EventTarget {
 
   /// Stops what is driven and has every input begin anew.
   letGo(why) {
-    const wasDriving = this.isDriving;
+    const drive = this.#drive;
     this.forget();
-    if (wasDriving) this.#stop(why);
+    if (drive) this.#stop(drive, why);
   }
 
   /// As `letGo` where the stop is somebody else's.
@@ -93,10 +93,9 @@ export class Hand extends EventTarget {
     if (!this.#camera) return;
     const wanted = this.#wanted();
     if (!Object.values(wanted).some((speed) => speed !== 0)) {
-      if (this.isDriving) {
-        this.#end();
-        this.#stop();
-      }
+      const drive = this.#drive;
+      this.#end();
+      if (drive) this.#stop(drive);
       return;
     }
     if (JSON.stringify(wanted) === JSON.stringify(this.#sent)) return;
@@ -117,17 +116,21 @@ export class Hand extends EventTarget {
     this.#sent = part;
     this.#sentAt = performance.now();
     if (!this.isDriving) this.#say(`${camera}: moving while held`);
-    const drive = this.#live.ask(camera, "drive", { part, lease_ms: LEASE });
+    const drive = { camera, isTaken: this.#drive?.isTaken ?? false, isReleased: false };
     this.#drive = drive;
     this.#renew(camera);
+    const taken = () => {
+      drive.isTaken = true;
+      if (drive.isReleased) this.#stop(drive, drive.why);
+    };
     try {
-      const { outcome } = await drive;
+      const { outcome } = await this.#live.ask(camera, "drive", { part, lease_ms: LEASE }, taken);
       if (this.#drive !== drive) return;
       this.forget();
       this.#say(`${camera}: the move is over: ${outcome.text ?? outcome.error?.text ?? outcome.result}`, !outcome.done);
     } catch (problem) {
-      if (this.#drive !== drive) return;
-      this.forget();
+      if (this.#drive !== drive && !drive.isReleased) return;
+      if (this.#drive === drive) this.forget();
       this.#say(`${camera}: ${problem.message}`, true);
     }
   }
@@ -148,12 +151,19 @@ export class Hand extends EventTarget {
         since = 0;
       } catch (problem) {
         if (this.#drive !== drive || !this.#live.isOpen) return;
-        this.letGo(`it could not be kept going: ${problem.message}`);
+        this.forget();
+        this.#say(`${camera}: it could not be kept going: ${problem.message}`, true);
       }
     }, RENEW);
   }
 
-  #stop(why) {
-    this.dispatchEvent(new CustomEvent("stop", { detail: { camera: this.#camera.name, why } }));
+  /// What the gateway refused is not ours to stop: somebody else may be driving.
+  #stop(drive, why) {
+    if (!drive.isTaken) {
+      drive.isReleased = true;
+      drive.why = why;
+      return;
+    }
+    this.dispatchEvent(new CustomEvent("stop", { detail: { camera: drive.camera, why } }));
   }
 }

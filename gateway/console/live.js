@@ -67,7 +67,8 @@ export class Live {
       // A socket that is refused does not say why.
       await request("GET", "/me");
       if (number !== this.#try) return;
-      socket = new WebSocket(`${location.protocol === "https:" ? "wss" : "ws"}://${location.host}/api/v1/socket?console`);
+      const scheme = location.protocol === "https:" ? "wss" : "ws";
+      socket = new WebSocket(`${scheme}://${location.host}/api/v1/socket?console`);
     } catch (problem) {
       if (number !== this.#try) return;
       if (problem.status === 401) this.#told.loginWanted();
@@ -103,13 +104,13 @@ export class Live {
     this.#socket = null;
   }
 
-  /// Answers what comes of a wish, as soon as it is over. Nothing is kept for later: without a connection it fails
-  /// at once.
-  ask(camera, word, body = {}) {
+  /// Answers what comes of a wish, as soon as it is over. `taken` is called as soon as the gateway goes about it, for
+  /// a drive only. Nothing is kept for later: without a connection it fails at once.
+  ask(camera, word, body = {}, taken = () => {}) {
     if (!this.isOpen) return Promise.reject(new Problem("there is no connection to the gateway"));
     const id = this.#next++;
     this.#socket.send(JSON.stringify({ ...body, id, camera, do: word }));
-    return new Promise((answer, refuse) => this.#asked.set(id, { answer, refuse }));
+    return new Promise((answer, refuse) => this.#asked.set(id, { answer, refuse, taken }));
   }
 
   #retry() {
@@ -133,8 +134,9 @@ export class Live {
       this.#told.gone(message.gone);
     } else if (message.seen) {
       this.#told.seen(message.seen);
-    } else if (this.#asked.has(message.id) && !message.taken) {
-      const { answer, refuse } = this.#asked.get(message.id);
+    } else if (this.#asked.has(message.id)) {
+      const { answer, refuse, taken } = this.#asked.get(message.id);
+      if (message.taken) return taken();
       this.#asked.delete(message.id);
       if (message.problem) refuse(new Problem(message.problem.detail, message.problem.status));
       else answer(message);

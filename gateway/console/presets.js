@@ -9,8 +9,9 @@ export class Presets {
   #wish;
   #camera = null;
   #presets = [];
-  #askedAt = 0;
   #version = null;
+  #count = null;
+  #later = 0;
   #drawn = "";
 
   /// `wish(label, word, body)` has the camera do something, and tells what came of it.
@@ -32,19 +33,24 @@ export class Presets {
     this.#drawTours();
     if (isNew) {
       this.#presets = [];
-      this.#version = null;
       this.#draw();
     }
-    const now = performance.now();
-    if (camera.can.presets && (isNew || (camera.version !== this.#version && now - this.#askedAt > PAUSE)))
+    if (!camera.can.presets) return;
+    if (isNew || camera.preset_count !== this.#count) {
       await this.refresh();
-    else if (this.#drawn !== camera.role) this.#draw();
+    } else {
+      // That it changed does not say what did.
+      if (camera.version !== this.#version) this.#later ||= setTimeout(() => this.refresh(), PAUSE);
+      if (this.#drawn !== camera.role) this.#draw();
+    }
   }
 
   async refresh() {
-    const { name, version } = this.#camera;
-    this.#askedAt = performance.now();
+    const { name, version, preset_count } = this.#camera;
+    clearTimeout(this.#later);
+    this.#later = 0;
     this.#version = version;
+    this.#count = preset_count;
     try {
       const { presets } = await this.#live.ask(name, "presets");
       if (this.#camera.name !== name || JSON.stringify(presets) === JSON.stringify(this.#presets)) return;
@@ -67,10 +73,8 @@ export class Presets {
         element("button", { type: "button", disabled: role === "viewer", "aria-label": `Go to ${preset.name}`,
                             click: () => this.#wish(`go to ${preset.name}`, "go", { preset: preset.token }) }, "Go"));
       if (isAdministrator && preset.named && preset.number !== null)
-        item.append(element("button", { type: "button", "aria-label": `Forget the name ${preset.name}`, click: async () => {
-          await this.#wish(`forget the name ${preset.name}`, "forget", { preset: preset.token });
-          this.refresh();
-        } }, "Forget"));
+        item.append(element("button", { type: "button", "aria-label": `Forget the name ${preset.name}`,
+                                        click: () => this.#forget(preset) }, "Forget"));
       return item;
     });
     this.#replace(byId("preset-list"), rows.length ? rows : [element("li", { class: "note" }, "None has a name.")]);
@@ -88,7 +92,7 @@ export class Presets {
   #replace(list, items) {
     const label = list.contains(document.activeElement) ? document.activeElement.getAttribute("aria-label") : null;
     list.replaceChildren(...items);
-    if (label) [...list.querySelectorAll("button")].find((button) => button.getAttribute("aria-label") === label)?.focus();
+    if (label) list.querySelector(`[aria-label="${CSS.escape(label)}"]`)?.focus();
   }
 
   async #save({ name, preset }) {
@@ -97,7 +101,13 @@ export class Presets {
     const body = {};
     if (name.value.trim()) body.name = name.value.trim();
     if (old) body.preset = old.token;
-    if (await this.#wish(`save ${body.name ?? old?.name ?? "a preset"}`, "save", body)) name.value = preset.value = "";
+    const what = `save ${body.name ?? old?.name ?? "a preset"}`;
+    if (await this.#wish(what, "save", body)) name.value = preset.value = "";
+    this.refresh();
+  }
+
+  async #forget({ name, token }) {
+    await this.#wish(`forget the name ${name}`, "forget", { preset: token });
     this.refresh();
   }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """What the gateway serves to browsers: types, caching, and that nothing comes from elsewhere.
 
-Usage: console_test.py PTZGATE"""
+Usage: console_test.py PTZGATE PTZSIM PTZCTL"""
 
 import os
 import re
@@ -12,7 +12,7 @@ import unittest
 
 from gate import Gate
 
-PTZGATE = sys.argv.pop(1)
+PTZGATE, _, _ = [sys.argv.pop(1) for _ in range(3)]
 TYPES = {"html": "text/html; charset=utf-8", "css": "text/css; charset=utf-8", "svg": "image/svg+xml",
          "js": "text/javascript; charset=utf-8"}
 NAMES = {"http://www.w3.org/2000/svg"}  # of a namespace; nobody goes there
@@ -49,14 +49,16 @@ class ConsoleTest(unittest.TestCase):
     def test_every_file_of_the_source_is_served(self):
         folder = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../gateway/console")
         sources = {name for name in os.listdir(folder) if name.rsplit(".")[-1] in TYPES}
-        self.assertEqual(sources, {path.removeprefix("/console/") for path in self.files if path != "/"} | {"index.html"})
+        served = {path.removeprefix("/console/") for path in self.files if path != "/"}
+        self.assertEqual(sources, served | {"index.html"})
         for name in sources:
             with open(os.path.join(folder, name), "rb") as file:
                 self.assertEqual(file.read(), self.files["/" if name == "index.html" else "/console/" + name][2], name)
 
     def test_what_a_browser_has_is_not_sent_again(self):
         tag = self.files["/"][1]["ETag"]
-        for known, status in ((tag, 304), (f'"other", W/{tag}', 304), ("*", 304), ('"other"', 200), (tag.strip('"'), 200)):
+        for known, status in ((tag, 304), (f'"other", W/{tag}', 304), ("*", 304), ('"other"', 200),
+                              (tag.strip('"'), 200)):
             with self.subTest(known):
                 answered, headers, content = self.gate.ask("GET", "/", headers={"If-None-Match": known})
                 self.assertEqual((answered, headers["ETag"], len(content) > 0), (status, tag, status == 200))
