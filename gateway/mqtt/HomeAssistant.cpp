@@ -53,8 +53,8 @@ std::string CameraOfDiscovery(const MQTTSettings& settings, std::string_view top
   return end == std::string_view::npos ? std::string() : std::string(topic.substr(0, end));
 }
 
-Discovery DiscoveryOf(const MQTTSettings& settings, const std::string& camera, const json& about) {
-  Discovery discovery;
+DiscoveryMessages DiscoveryOf(const MQTTSettings& settings, const std::string& camera, const json& about) {
+  DiscoveryMessages discovery;
   if (settings.HomeAssistant.empty()) return discovery;
   const auto node = NodeOf(settings), id = DiscoveryID(camera);
   const json device{{"identifiers", {node + "_" + id}},

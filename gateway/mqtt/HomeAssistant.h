@@ -12,10 +12,11 @@ namespace ptzgate {
 
 /// What Home Assistant is told so that it knows the cameras without being set up: a message for each button
 /// and sensor, by its topic, "PREFIX/KIND/GATEWAY/CAMERA__WHAT/config".
-using Discovery = std::map<std::string, std::string>;
+using DiscoveryMessages = std::map<std::string, std::string>;
 
 /// All of a camera. `about` is as the gateway publishes it.
-Discovery DiscoveryOf(const MQTTSettings& settings, const std::string& camera, const nlohmann::json& about);
+DiscoveryMessages DiscoveryOf(const MQTTSettings& settings, const std::string& camera,
+                              const nlohmann::json& about);
 
 /// Any text in letters, digits, "-" and "_", no two texts in the same; never with "__" in it.
 std::string DiscoveryID(std::string_view text);

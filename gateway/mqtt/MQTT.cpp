@@ -421,7 +421,7 @@ void MQTT::TellList() {
   Publish(GatewayTopic(Settings_, "cameras"), List_);
 }
 
-void MQTT::PublishDiscovery(const std::string& name, const Discovery& wanted) {
+void MQTT::PublishDiscovery(const std::string& name, const DiscoveryMessages& wanted) {
   auto& there = Discovery_[DiscoveryID(name)];
   for (const auto& [topic, text] : there)
     if (!wanted.contains(topic)) Publish(topic, "");

@@ -83,7 +83,7 @@ class MQTT {
   void Tell(const std::string& name, Offered& offered);
   void TellAbout(GateCamera& camera, Offered& offered);
   void TellList();
-  void PublishDiscovery(const std::string& name, const Discovery& wanted);
+  void PublishDiscovery(const std::string& name, const DiscoveryMessages& wanted);
   void Publish(const std::string& topic, const std::string& payload, bool isRetained = true);
   void Answer(const std::string& name, const std::string& word, const nlohmann::json& id,
               nlohmann::json answer);
@@ -107,10 +107,10 @@ class MQTT {
   bool IsReady_ = false;   ///< what stood at the broker is known
   std::size_t Asked_ = 0;  ///< what comes back until then
   std::map<std::string, Offered> Offered_;
-  std::map<std::string, Discovery> Discovery_;  ///< at the broker, by `DiscoveryID` of the camera
-  std::vector<std::string> Before_;             ///< cameras of this gateway when it ran last
-  std::string List_;                            ///< of cameras, as published
-  std::uint64_t Drives_ = 0;                    ///< counts them
+  std::map<std::string, DiscoveryMessages> Discovery_;  ///< at the broker, by `DiscoveryID` of the camera
+  std::vector<std::string> Before_;                     ///< cameras of this gateway when it ran last
+  std::string List_;                                    ///< of cameras, as published
+  std::uint64_t Drives_ = 0;                            ///< counts them
   std::set<std::string> Untold_;
   bool IsTelling_ = false, IsReconciling_ = false;
   boost::asio::steady_timer ReadyTimer_, RetryTimer_, TellTimer_;
