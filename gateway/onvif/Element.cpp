@@ -41,7 +41,7 @@ std::string_view Trimmed(std::string_view text) {
 std::string TextOf(const xmlChar* text) { return text == nullptr ? "" : reinterpret_cast<const char*>(text); }
 
 std::string NameOf(const xmlNode& node) {
-  const auto name = TextOf(node.name);
+  auto name = TextOf(node.name);
   if (node.ns == nullptr) return name;
   const auto* known = std::ranges::find(Namespaces, TextOf(node.ns->href), &Namespace::URI);
   return known == std::end(Namespaces) ? name : std::string(known->Prefix) + ":" + name;

@@ -71,7 +71,7 @@ Motions::Motions(Gate& gate) : Gate_(gate) {
 Motions::~Motions() = default;
 
 std::shared_ptr<Motions::Waiting> Motions::Wait(const Asked& asked, Element answer) {
-  const auto waiting = std::make_shared<Waiting>(asked, std::move(answer));
+  auto waiting = std::make_shared<Waiting>(asked, std::move(answer));
   waiting->Timer.expires_after(LongestAnswer);
   waiting->Timer.async_wait(
       [this, life = std::weak_ptr(Life_), weak = std::weak_ptr(waiting)](const auto& error) {
