@@ -523,7 +523,8 @@ bool GateCamera::KeepsPlaces() const {
 /// Where it is now, as it tells itself.
 Wish GateCamera::SavePlace(const ptzgate::SavePreset& wish, const Told& told) {
   std::string token = wish.Preset, name = wish.Name;
-  if (token.empty()) {
+  const bool isNew = token.empty();
+  if (isNew) {
     token = Gate_.Places().NewToken(Name());
     if (name.empty()) name = "Preset " + token.substr(token.find('-') + 1);
   } else {
@@ -538,23 +539,26 @@ Wish GateCamera::SavePlace(const ptzgate::SavePreset& wish, const Told& told) {
     if (other.Name == name && other.Token != token)
       throw Refusal(Refusal::Why::Invalid,
                     "preset " + other.Token + " has the name \"" + name + "\" already");
-  return Control_->ReadPosition(
-      [weak = weak_from_this(), told, token, name, &context = Gate_.Context()](const WishOutcome& outcome) {
-        boost::asio::post(context, [weak, told, token, name, outcome] {
-          auto result = outcome;
-          if (const auto camera = weak.lock(); camera && camera->Control_ && IsDone(outcome.Result)) try {
-              const auto at = camera->State().Position;
-              if (at.Kind != PositionKind::Read)
-                throw std::runtime_error("the camera does not tell where it is");
-              camera->Gate_.Places().Save(camera->Name(), token, {name, at.Pan, at.Tilt, at.Zoom});
-              camera->Changed();
-            } catch (const std::runtime_error& error) {
-              result.Result = WishResult::Failed;
-              result.Text = error.what();
-            }
-          told(result);
-        });
-      });
+  return Control_->ReadPosition([weak = weak_from_this(), told, token, name, isNew,
+                                 &context = Gate_.Context()](const WishOutcome& outcome) {
+    boost::asio::post(context, [weak, told, token, name, isNew, outcome] {
+      auto result = outcome;
+      if (const auto camera = weak.lock(); camera && camera->Control_ && IsDone(outcome.Result)) try {
+          const auto at = camera->State().Position;
+          if (at.Kind != PositionKind::Read) throw std::runtime_error("the camera does not tell where it is");
+          auto& places = camera->Gate_.Places();
+          // Another one may have been saved meanwhile.
+          const bool isTaken = isNew && places.Of(camera->Name()).contains(token);
+          places.Save(camera->Name(), isTaken ? places.NewToken(camera->Name()) : token,
+                      {name, at.Pan, at.Tilt, at.Zoom});
+          camera->Changed();
+        } catch (const std::runtime_error& error) {
+          result.Result = WishResult::Failed;
+          result.Text = error.what();
+        }
+      told(result);
+    });
+  });
 }
 
 /// The first that has no name.

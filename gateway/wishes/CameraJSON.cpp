@@ -46,7 +46,7 @@ json CanJSON(const GateCamera& camera) {
           {"iris_auto", has(CapabilityAutoIris)},
           {"focus", has(CapabilityFocus)},
           {"focus_auto", has(CapabilityAutoFocus2)},
-          {"presets", has(CapabilityPreset) || has(CapabilityNamedPresets)},
+          {"presets", has(CapabilityPreset) || has(CapabilityNamedPresets) || camera.KeepsPlaces()},
           {"home", has(CapabilityHome) && data.Home != MemberRule::Nothing}};
 }
 
