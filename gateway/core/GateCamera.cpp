@@ -231,11 +231,41 @@ void GateCamera::Forget(std::uint64_t session) {
 
 // Wishes.
 
-Told GateCamera::Telling(const Client& client, std::string what, Told told, Kind kind) {
+/// A driver sends nothing to a camera that is where it is sent, which is no failure.
+WishOutcome GateCamera::Judged(WishOutcome outcome, const std::optional<ptzgate::MoveTo>& to) const {
+  if (outcome.Result != WishResult::NotSent || !to || !Control_) return outcome;
+  const auto& at = State().Position;
+  const auto& data = *Driver().Data;
+  const auto isNear = [](std::optional<float> wanted, std::optional<float> is, double step) {
+    return !wanted || (is && std::abs(*wanted - *is) <= step);
+  };
+  if (at.Kind != PositionKind::Read || !isNear(to->Pan, at.Pan, data.PositionStep) ||
+      !isNear(to->Tilt, at.Tilt, data.PositionStep) || !isNear(to->Zoom, at.Zoom, data.ZoomStep))
+    return outcome;
+  outcome.Result = WishResult::Arrived;
+  outcome.Text = "it is there already";
+  return outcome;
+}
+
+/// Where an order sends the camera, as far as the gateway knows.
+std::optional<ptzgate::MoveTo> GateCamera::PlaceOf(const Order& order) const {
+  if (const auto* to = std::get_if<ptzgate::MoveTo>(&order)) return *to;
+  const auto* go = std::get_if<ptzgate::GoToPreset>(&order);
+  if (go == nullptr) return std::nullopt;
+  for (const auto& [token, place] : Gate_.Places().Of(Name()))
+    if (token == go->Preset || place.Name == go->Preset)
+      return ptzgate::MoveTo{place.Pan, place.Tilt, place.Zoom};
+  return std::nullopt;
+}
+
+Told GateCamera::Telling(const Client& client, std::string what, Told told, Kind kind,
+                         std::optional<ptzgate::MoveTo> to) {
   ++Gate_.Metrics().Wishes;
   return [weak = weak_from_this(), &gate = Gate_, name = Name(), client, what = std::move(what),
-          told = std::move(told), kind](const WishOutcome& outcome) {
+          told = std::move(told), kind, to](const WishOutcome& raw) {
     boost::asio::post(gate.Context(), [=, &gate] {
+      const auto camera = weak.lock();
+      const auto outcome = camera ? camera->Judged(raw, to) : raw;
       gate.Journal().Audit(client, name, what, ptzd::Name(outcome.Result), TextOf(outcome));
       auto& metrics = gate.Metrics();
       if (kind == Kind::Stop) {
@@ -248,9 +278,8 @@ Told GateCamera::Telling(const Client& client, std::string what, Told told, Kind
           outcome.Text.starts_with("its lease ended"))
         ++metrics.EndedLeases;
       // A move that is over is none any more; what was driven is when the camera took its stop.
-      if (const auto camera = weak.lock(); camera && kind == Kind::Move &&
-                                           outcome.Result != WishResult::StillMoving && camera->Control_ &&
-                                           camera->State().Motion != CameraMotion::Driven)
+      if (camera && kind == Kind::Move && outcome.Result != WishResult::StillMoving && camera->Control_ &&
+          camera->State().Motion != CameraMotion::Driven)
         gate.Marks().Clear(name);
       if (told) told(outcome);
     });
@@ -270,6 +299,7 @@ void GateCamera::Do(const Client& client, const Order& order, Told told, Told se
   const auto what = ptzgate::Describe(order);
   Check(client, what, RoleFor(order), NeedsControl(order));
   const bool isStop = std::holds_alternative<Stop>(order);
+  const auto to = PlaceOf(order);
   Wish wish;
   try {
     wish = Carry(client, order,
@@ -283,7 +313,9 @@ void GateCamera::Do(const Client& client, const Order& order, Told told, Told se
     throw;
   }
   if (NeedsControl(order)) Hold(client);
-  if (sent) TellSent(wish.Sent, std::move(sent));
+  if (sent)
+    TellSent(wish.Sent,
+             [this, to, sent = std::move(sent)](const WishOutcome& outcome) { sent(Judged(outcome, to)); });
 }
 
 /// A wish's two ends are futures, of which only the second one calls somebody.

@@ -148,7 +148,10 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// Has somebody hold it until `GateSettings::Hold` after a time.
   void Hold(const Client& client, std::chrono::milliseconds beyond = {});
   /// What carries a wish's outcome to the audit, and to `told`, on the gateway's thread.
-  ptzd::Told Telling(const Client& client, std::string what, Told told, Kind kind);
+  ptzd::Told Telling(const Client& client, std::string what, Told told, Kind kind,
+                     std::optional<MoveTo> to = {});
+  ptzd::WishOutcome Judged(ptzd::WishOutcome outcome, const std::optional<MoveTo>& to) const;
+  std::optional<MoveTo> PlaceOf(const Order& order) const;
   ptzd::Wish Carry(const Client& client, const Order& order, const ptzd::Told& told);
   void TellSent(std::shared_future<ptzd::WishOutcome> future, Told sent);
   void LookAtSent();
