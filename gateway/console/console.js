@@ -239,7 +239,7 @@ const live = new Live({
     missed = name;
   },
   seen: showSeen,
-  lost(pause) {
+  lost(pause, why) {
     const drove = hand.isDriving;
     hand.forget();
     document.body.classList.add("offline");
@@ -247,7 +247,8 @@ const live = new Live({
     byId("link").className = "badge bad";
     const first = byId("lost").hidden;
     show(byId("lost"), true);
-    if (first || drove)
+    if (why) setText(byId("lost"), `The gateway refuses this page: ${why}.`);
+    else if (first || drove)
       setText(byId("lost"), "No connection to the gateway: cameras that you drove have been stopped. " +
                             "A move to a place or preset goes on to its end. Nothing is sent until it is back.");
     setText(byId("link"), `no connection; next try in ${Math.ceil(pause / 1000)} s`);

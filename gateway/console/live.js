@@ -33,10 +33,11 @@ export async function request(method, path, body) {
 export const pathOf = (camera) => "/cameras/" + encodeURIComponent(camera);
 
 /// `told` has what is called: hello(me, cameras), camera(camera), gone(name), seen(seen), loginWanted(), and
-/// lost(milliseconds until the next try), at each try that fails.
+/// lost(milliseconds until the next try, what the gateway says if anything), at each try that fails.
 export class Live {
   #told;
-  #socket = null;
+  #socket = null; // from when the gateway has greeted
+  #opening = null;
   #asked = new Map(); // by number: what waits for an answer
   #next = 1;
   #pause = FIRST_PAUSE;
@@ -62,17 +63,18 @@ export class Live {
     clearTimeout(this.#timer);
     this.#timer = 0;
     const number = ++this.#try;
+    this.#leave();
     let socket;
     try {
       // A socket that is refused does not say why.
       await request("GET", "/me");
       if (number !== this.#try) return;
       const scheme = location.protocol === "https:" ? "wss" : "ws";
-      socket = new WebSocket(`${scheme}://${location.host}/api/v1/socket?console`);
+      socket = this.#opening = new WebSocket(`${scheme}://${location.host}/api/v1/socket?console`);
     } catch (problem) {
       if (number !== this.#try) return;
       if (problem.status === 401) this.#told.loginWanted();
-      else this.#retry();
+      else this.#retry(problem.status ? problem.message : "");
       return;
     }
     const late = setTimeout(() => number === this.#try && !this.isOpen && this.drop(), 10000);
@@ -86,13 +88,11 @@ export class Live {
   /// The connection is over, however that was found out. The gateway stops what was driven.
   drop() {
     ++this.#try;
-    const socket = this.#socket;
-    this.#socket = null;
-    socket?.close();
+    this.#leave();
     const asked = [...this.#asked.values()];
     this.#asked.clear();
     for (const { refuse } of asked) refuse(new Problem("the connection was lost before the answer came"));
-    this.#retry();
+    this.#retry("");
   }
 
   /// No further tries, and nothing is told any more.
@@ -100,8 +100,7 @@ export class Live {
     clearTimeout(this.#timer);
     this.#timer = 0;
     ++this.#try;
-    this.#socket?.close();
-    this.#socket = null;
+    this.#leave();
   }
 
   /// Answers what comes of a wish, as soon as it is over. `taken` is called as soon as the gateway goes about it, for
@@ -113,12 +112,17 @@ export class Live {
     return new Promise((answer, refuse) => this.#asked.set(id, { answer, refuse, taken }));
   }
 
-  #retry() {
+  #leave() {
+    (this.#socket ?? this.#opening)?.close();
+    this.#socket = this.#opening = null;
+  }
+
+  #retry(why) {
     const pause = this.#pause;
     this.#pause = Math.min(2 * pause, LONGEST_PAUSE);
     clearTimeout(this.#timer);
     this.#timer = setTimeout(() => this.begin(), pause);
-    this.#told.lost(pause);
+    this.#told.lost(pause, why);
   }
 
   #read(socket, message) {
