@@ -3,12 +3,13 @@
 
 demo:
 	scripts/setup demo
-	cmake --preset linux -DPTZD_TESTS=OFF
+	cmake --preset linux -DPTZD_TESTS=OFF -DPTZD_GATEWAY=OFF
 	cmake --build --preset linux --target ptzctl ptzsim
 	scripts/demo build/linux
 
+# WITHIN=SECONDS leaves what is not done by then, and names it.
 test:
-	scripts/test
+	scripts/test $(WITHIN)
 
 # Into build/packages, for Debian and Windows.
 packages:
