@@ -53,6 +53,10 @@ def side_by_side(examine, rows):
         yield from [(row, pool.submit(examine, row)) for row in rows]
 
 
+# Heads that nobody sees go back by time, which a busy machine stretches.
+BY_TIME = {"foscam", "foscamhd", "pelco", "sanyo", "secubest", "toshiba2", "vivotek"}
+
+
 class EveryMake(unittest.TestCase):
     def examine(self, name):
         make, *options = CAMERAS[name]
@@ -73,8 +77,8 @@ class EveryMake(unittest.TestCase):
                                  [(one["values"]["check"], one["text"]) for one in results])
                 self.assertEqual((code, end["exit"], violations), (0, 0, []))
                 self.assertTrue(all(one["values"]["finds"] for one in results))
-                for was, now in zip(before, after):  # a head that nobody sees goes back by time
-                    self.assertAlmostEqual(was, now, delta=10 if "toshiba2" == name else 3)
+                for was, now in zip(before, after):
+                    self.assertAlmostEqual(was, now, delta=10 if name in BY_TIME else 3)
 
 
 class Asking(unittest.TestCase):
