@@ -231,20 +231,31 @@ void GateCamera::Forget(std::uint64_t session) {
 
 // Wishes.
 
-/// A driver sends nothing to a camera that is where it is sent, which is no failure.
-WishOutcome GateCamera::Judged(WishOutcome outcome, const std::optional<ptzgate::MoveTo>& to) const {
-  if (outcome.Result != WishResult::NotSent || !to || !Control_) return outcome;
-  const auto& at = State().Position;
+/// A driver sends nothing to a camera that is where it is sent, which is no failure: the camera is asked.
+void GateCamera::Judge(const WishOutcome& outcome, const std::optional<ptzgate::MoveTo>& to, Told then) {
+  if (outcome.Result != WishResult::NotSent || !to || !Control_) return then(outcome);
+  Control_->ReadPosition([weak = weak_from_this(), outcome, to = *to, then = std::move(then),
+                          &context = Gate_.Context()](const WishOutcome&) {
+    boost::asio::post(context, [weak, outcome, to, then] {
+      auto judged = outcome;
+      if (const auto camera = weak.lock(); camera && camera->Control_ && camera->IsAt(to)) {
+        judged.Result = WishResult::Arrived;
+        judged.Text = "it is there already";
+      }
+      then(judged);
+    });
+  });
+}
+
+/// Whether the camera tells that it is there.
+bool GateCamera::IsAt(const ptzgate::MoveTo& place) const {
+  const auto at = State().Position;
   const auto& data = *Driver().Data;
   const auto isNear = [](std::optional<float> wanted, std::optional<float> is, double step) {
     return !wanted || (is && std::abs(*wanted - *is) <= step);
   };
-  if (at.Kind != PositionKind::Read || !isNear(to->Pan, at.Pan, data.PositionStep) ||
-      !isNear(to->Tilt, at.Tilt, data.PositionStep) || !isNear(to->Zoom, at.Zoom, data.ZoomStep))
-    return outcome;
-  outcome.Result = WishResult::Arrived;
-  outcome.Text = "it is there already";
-  return outcome;
+  return at.Kind == PositionKind::Read && isNear(place.Pan, at.Pan, data.PositionStep) &&
+         isNear(place.Tilt, at.Tilt, data.PositionStep) && isNear(place.Zoom, at.Zoom, data.ZoomStep);
 }
 
 /// Where an order sends the camera, as far as the gateway knows.
@@ -261,27 +272,32 @@ std::optional<ptzgate::MoveTo> GateCamera::PlaceOf(const Order& order) const {
 Told GateCamera::Telling(const Client& client, std::string what, Told told, Kind kind,
                          std::optional<ptzgate::MoveTo> to) {
   ++Gate_.Metrics().Wishes;
-  return [weak = weak_from_this(), &gate = Gate_, name = Name(), client, what = std::move(what),
-          told = std::move(told), kind, to](const WishOutcome& raw) {
-    boost::asio::post(gate.Context(), [=, &gate] {
-      const auto camera = weak.lock();
-      const auto outcome = camera ? camera->Judged(raw, to) : raw;
-      gate.Journal().Audit(client, name, what, ptzd::Name(outcome.Result), TextOf(outcome));
-      auto& metrics = gate.Metrics();
-      if (kind == Kind::Stop) {
-        if (IsDone(outcome.Result))
-          metrics.Stops.Add(outcome.Took);
-        else
-          ++metrics.FailedStops;
-      }
-      if (kind == Kind::Drive && outcome.Result == WishResult::Stopped &&
-          outcome.Text.starts_with("its lease ended"))
-        ++metrics.EndedLeases;
-      // A move that is over is none any more; what was driven is when the camera took its stop.
-      if (camera && kind == Kind::Move && outcome.Result != WishResult::StillMoving && camera->Control_ &&
-          camera->State().Motion != CameraMotion::Driven)
-        gate.Marks().Clear(name);
-      if (told) told(outcome);
+  const auto finish = [weak = weak_from_this(), &gate = Gate_, name = Name(), client, what = std::move(what),
+                       told = std::move(told), kind](const WishOutcome& outcome) {
+    gate.Journal().Audit(client, name, what, ptzd::Name(outcome.Result), TextOf(outcome));
+    auto& metrics = gate.Metrics();
+    if (kind == Kind::Stop) {
+      if (IsDone(outcome.Result))
+        metrics.Stops.Add(outcome.Took);
+      else
+        ++metrics.FailedStops;
+    }
+    if (kind == Kind::Drive && outcome.Result == WishResult::Stopped &&
+        outcome.Text.starts_with("its lease ended"))
+      ++metrics.EndedLeases;
+    // A move that is over is none any more; what was driven is when the camera took its stop.
+    if (const auto camera = weak.lock(); camera && kind == Kind::Move &&
+                                         outcome.Result != WishResult::StillMoving && camera->Control_ &&
+                                         camera->State().Motion != CameraMotion::Driven)
+      gate.Marks().Clear(name);
+    if (told) told(outcome);
+  };
+  return [weak = weak_from_this(), &context = Gate_.Context(), finish, to](const WishOutcome& outcome) {
+    boost::asio::post(context, [weak, finish, to, outcome] {
+      if (const auto camera = weak.lock())
+        camera->Judge(outcome, to, finish);
+      else
+        finish(outcome);
     });
   };
 }
@@ -306,7 +322,8 @@ void GateCamera::Do(const Client& client, const Order& order, Told told, Told se
                  Telling(client, what, std::move(told),
                          isStop         ? Kind::Stop
                          : Moves(order) ? Kind::Move
-                                        : Kind::Other));
+                                        : Kind::Other,
+                         to));
   } catch (const Refusal& refusal) {
     ++Gate_.Metrics().Refusals;
     Gate_.Journal().Audit(client, Name(), what, "refused", refusal.what());
@@ -315,7 +332,7 @@ void GateCamera::Do(const Client& client, const Order& order, Told told, Told se
   if (NeedsControl(order)) Hold(client);
   if (sent)
     TellSent(wish.Sent,
-             [this, to, sent = std::move(sent)](const WishOutcome& outcome) { sent(Judged(outcome, to)); });
+             [this, to, sent = std::move(sent)](const WishOutcome& outcome) { Judge(outcome, to, sent); });
 }
 
 /// A wish's two ends are futures, of which only the second one calls somebody.

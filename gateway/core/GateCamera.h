@@ -150,7 +150,8 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// What carries a wish's outcome to the audit, and to `told`, on the gateway's thread.
   ptzd::Told Telling(const Client& client, std::string what, Told told, Kind kind,
                      std::optional<MoveTo> to = {});
-  ptzd::WishOutcome Judged(ptzd::WishOutcome outcome, const std::optional<MoveTo>& to) const;
+  void Judge(const ptzd::WishOutcome& outcome, const std::optional<MoveTo>& to, Told then);
+  bool IsAt(const MoveTo& place) const;
   std::optional<MoveTo> PlaceOf(const Order& order) const;
   ptzd::Wish Carry(const Client& client, const Order& order, const ptzd::Told& told);
   void TellSent(std::shared_future<ptzd::WishOutcome> future, Told sent);

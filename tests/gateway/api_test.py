@@ -336,7 +336,7 @@ class Running(GateTest):
 
         before = self.cameras["axis"].ask("state")["heads"][0]["pan"]
         ptzctl("move", "right", "7")
-        wait_for(lambda: abs(self.cameras["axis"].ask("state")["heads"][0]["pan"] - before - 7) < 0.1, "there")
+        wait_for(lambda: abs(self.cameras["axis"].ask("state")["heads"][0]["pan"] - before - 7) < 1, "there")
         self.assertIn("The door", ptzctl("preset", "list"))
         ptzctl("continuous", "50", "0", "--for", "200ms")
         wait_for(lambda: self.rests("axis"), "at rest")
