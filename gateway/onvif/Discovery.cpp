@@ -10,7 +10,6 @@
 
 namespace ptzgate {
 
-using boost::asio::ip::address_v4;
 using boost::system::error_code;
 
 namespace {
