@@ -130,7 +130,7 @@ class Moves(GateTest):
     def test_a_camera_that_goes_and_comes_back(self):
         gate = self.site("axis")
         console = self.socket(gate)
-        console.send(json.dumps({"id": 1, "camera": "axis", "do": "drive", "part": {"pan": 1}, "lease_ms": 60000}))
+        console.send(json.dumps({"id": 1, "camera": "axis", "do": "drive", "part": {"pan": 0.04}, "lease_ms": 60000}))
         wait_for(lambda: not self.rests("axis"), "moving")
         self.cameras["axis"].say("fault refuse")
         console.send(json.dumps({"id": 2, "camera": "axis", "do": "stop"}))
