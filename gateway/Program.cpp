@@ -174,11 +174,19 @@ void Program::AwaitSignal() {
 
 void Program::Reload() {
   TellSupervisor("RELOADING=1");
+  const auto fail = [this](const std::string& what, const std::runtime_error& error) {
+    Journal_.Write(Journal::Level::Error, what + error.what());
+  };
+  const auto before = Gate_->Settings().Web;
+  const auto portsBefore = Gate_->Settings().ONVIF.Ports;
+  bool isTaken = false;
   try {
-    auto settings = SettingsFrom(Arguments_.File);
-    const auto before = Gate_->Settings().Web;
-    const auto portsBefore = Gate_->Settings().ONVIF.Ports;
-    Gate_->Reload(std::move(settings));
+    Gate_->Reload(SettingsFrom(Arguments_.File));
+    isTaken = true;
+  } catch (const std::runtime_error& error) {
+    fail("nothing was taken over: ", error);
+  }
+  if (isTaken) {
     Faces_->MQTT_.Reload();
     const auto& web = Gate_->Settings().Web;
     if (web.Listen != before.Listen || Gate_->Settings().ONVIF.Ports != portsBefore ||
@@ -186,13 +194,15 @@ void Program::Reload() {
       Journal_.Warn("where it listens, and whether by TLS, changes when the gateway is started anew");
     std::vector<Server*> servers{Server_.get()};
     for (const auto& [camera, server] : Ports_) servers.push_back(server.get());
-    for (auto* server : servers) {
-      server->UseLimits(LimitsOf(web));
-      if (!before.Certificate.empty() && !web.Certificate.empty())
-        server->UseCertificate(*CertificateOf(web));
+    try {
+      for (auto* server : servers) {
+        server->UseLimits(LimitsOf(web));
+        if (!before.Certificate.empty() && !web.Certificate.empty())
+          server->UseCertificate(*CertificateOf(web));
+      }
+    } catch (const std::runtime_error& error) {
+      fail("the certificate was not taken over, all else was: ", error);
     }
-  } catch (const std::runtime_error& error) {
-    Journal_.Write(Journal::Level::Error, "nothing was taken over: " + std::string(error.what()));
   }
   TellSupervisor("READY=1");
 }

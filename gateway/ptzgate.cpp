@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -64,6 +65,11 @@ int Check(const std::string& file) {
   const auto settings = SettingsFrom(file);
   const ptzd::CameraList cameras(settings.CameraFile);
   for (const auto& odd : CheckGate(settings, cameras.All())) std::cerr << "ptzgate: " << odd << '\n';
+  // Whether there is a password for each shows only when it is looked for.
+  ptzd::SerialLines lines;
+  for (const auto& camera : cameras.All()) ptzd::SettingsOf(camera, {}, lines);
+  for (const auto& part : {settings.Web.Certificate, settings.Web.Key})
+    if (!part.empty() && !std::ifstream(part)) throw ptzd::InputError(part + " cannot be read");
   std::cout << cameras.All().size() << " cameras, " << settings.Users.size() << " users\n";
   return 0;
 }

@@ -110,8 +110,10 @@ void HeldDrive::Renew() {
 
 HeldDrive::~HeldDrive() {
   const auto camera = Camera_.lock();
-  if (camera && camera->HeldBy() && camera->HeldBy()->Client.Session == Client_.Session)
-    camera->Hold(Client_);
+  // A later drive holds the camera for longer.
+  if (!camera || camera->LatestDrive_ != this) return;
+  camera->LatestDrive_ = nullptr;
+  if (camera->HeldBy() && camera->HeldBy()->Client.Session == Client_.Session) camera->Hold(Client_);
 }
 
 GateCamera::GateCamera(Gate& gate, NamedCamera camera, CameraSettings settings)
@@ -155,27 +157,41 @@ Capabilities GateCamera::CapabilitiesNow() const {
   return state.Connected ? state.Capabilities : Driver().Data->Capabilities;
 }
 
-bool GateCamera::Drives() const { return (CapabilitiesNow() & CapabilityContinuousMove) != 0; }
-
 // Rights and control.
 
-void GateCamera::Check(const Client& client, const std::string& what, Role role, bool needsControl) {
-  const auto refuse = [&](Refusal::Why why, const std::string& text) {
+/// Does what may be refused, and audits that.
+template <typename Work>
+auto GateCamera::Audited(const Client& client, const std::string& what, const Work& work) {
+  try {
+    return work();
+  } catch (const Refusal& refusal) {
     ++Gate_.Metrics().Refusals;
-    Gate_.Journal().Audit(client, Name(), what, why == Refusal::Why::Held ? "held" : "not allowed", text);
-    throw Refusal(why, text);
-  };
-  if (Gate_.IsEnding() || !Control_) refuse(Refusal::Why::Ending, "the gateway is ending");
+    Gate_.Journal().Audit(client, Name(), what,
+                          refusal.Reason() == Refusal::Why::Held         ? "held"
+                          : refusal.Reason() == Refusal::Why::NotAllowed ? "not allowed"
+                                                                         : "refused",
+                          refusal.what());
+    throw;
+  }
+}
+
+void GateCamera::Check(const Client& client, const std::string& what, Role role) const {
+  if (Gate_.IsEnding() || !Control_) throw Refusal(Refusal::Why::Ending, "the gateway is ending");
   const auto has = Gate_.Users().RoleOf(client.User, Name());
   if (Gate_.Users().AreThere() && has < role)
-    refuse(Refusal::Why::NotAllowed, client.User + " is " + std::string(ptzgate::Name(has)) + " of camera " +
-                                         Name() + "; to " + what + " is for its " +
-                                         std::string(ptzgate::Name(role)) + "s");
-  if (!needsControl) return;
+    throw Refusal(Refusal::Why::NotAllowed, client.User + " is " + std::string(ptzgate::Name(has)) +
+                                                " of camera " + Name() + "; to " + what + " is for its " +
+                                                std::string(ptzgate::Name(role)) + "s");
+}
+
+/// Has the camera for a client, who takes it from somebody of less priority, or, where he does so on purpose,
+/// of the same. What that one set going does not go on under the new one's hands.
+void GateCamera::Gain(const Client& client, bool onPurpose) {
   const auto* holder = HeldBy();
   if (holder == nullptr || holder->Client.Session == client.Session) return;
-  if (client.Priority > holder->Client.Priority) return;
-  refuse(Refusal::Why::Held, "camera " + Name() + " is held by " + holder->Client.Text());
+  if (client.Priority < holder->Client.Priority || (client.Priority == holder->Client.Priority && !onPurpose))
+    throw Refusal(Refusal::Why::Held, "camera " + Name() + " is held by " + holder->Client.Text());
+  if (Gate_.Marks().IsSet(Name())) Control_->Stop(Telling(client, "stop", {}, Kind::Stop));
 }
 
 void GateCamera::Hold(const Client& client, Milliseconds beyond) {
@@ -197,20 +213,16 @@ const GateCamera::Holder* GateCamera::HeldBy() const {
 }
 
 void GateCamera::DemandAdministrator(const Client& client, const std::string& what) {
-  Check(client, what, Role::Administrator, false);
+  Audited(client, what, [&] { Check(client, what, Role::Administrator); });
 }
 
 void GateCamera::Take(const Client& client) {
-  Check(client, "take control", Role::Operator, false);
-  if (const auto* holder = HeldBy(); holder != nullptr && holder->Client.Session != client.Session &&
-                                     holder->Client.Priority > client.Priority)
-    throw Refusal(Refusal::Why::Held, "camera " + Name() + " is held by " + holder->Client.Text() +
-                                          ", whose priority is greater");
-  // What the other one drives must not go on under the new one's hands.
-  if (HeldBy() != nullptr && Holder_->Client.Session != client.Session &&
-      State().Motion == CameraMotion::Driven)
-    Control_->Stop(Telling(client, "stop", {}, Kind::Stop));
-  Gate_.Journal().Audit(client, Name(), "take control", "done", "");
+  const std::string what = "take control";
+  Audited(client, what, [&] {
+    Check(client, what, Role::Operator);
+    Gain(client, true);
+  });
+  Gate_.Journal().Audit(client, Name(), what, "done", "");
   Hold(client);
 }
 
@@ -272,8 +284,11 @@ std::optional<ptzgate::MoveTo> GateCamera::PlaceOf(const Order& order) const {
 Told GateCamera::Telling(const Client& client, std::string what, Told told, Kind kind,
                          std::optional<ptzgate::MoveTo> to) {
   ++Gate_.Metrics().Wishes;
+  // Let go of with the wish, also where that was refused in the end.
+  const auto underWay = std::make_shared<std::shared_ptr<int>>();
+  if (kind == Kind::Drive || kind == Kind::Move) *underWay = UnderWay_;
   const auto finish = [weak = weak_from_this(), &gate = Gate_, name = Name(), client, what = std::move(what),
-                       told = std::move(told), kind](const WishOutcome& outcome) {
+                       told = std::move(told), kind, underWay](const WishOutcome& outcome) {
     gate.Journal().Audit(client, name, what, ptzd::Name(outcome.Result), TextOf(outcome));
     auto& metrics = gate.Metrics();
     if (kind == Kind::Stop) {
@@ -285,11 +300,10 @@ Told GateCamera::Telling(const Client& client, std::string what, Told told, Kind
     if (kind == Kind::Drive && outcome.Result == WishResult::Stopped &&
         outcome.Text.starts_with("its lease ended"))
       ++metrics.EndedLeases;
-    // A move that is over is none any more; what was driven is when the camera took its stop.
-    if (const auto camera = weak.lock(); camera && kind == Kind::Move &&
-                                         outcome.Result != WishResult::StillMoving && camera->Control_ &&
-                                         camera->State().Motion != CameraMotion::Driven)
-      gate.Marks().Clear(name);
+    if (std::exchange(*underWay, nullptr))
+      // A move to a place that is over is none any more; what is driven is when the camera took its stop.
+      if (const auto camera = weak.lock())
+        camera->ClearMark(kind == Kind::Move && outcome.Result != WishResult::StillMoving);
     if (told) told(outcome);
   };
   return [weak = weak_from_this(), &context = Gate_.Context(), finish, to](const WishOutcome& outcome) {
@@ -300,6 +314,15 @@ Told GateCamera::Telling(const Client& client, std::string what, Told told, Kind
         finish(outcome);
     });
   };
+}
+
+/// It rests, as far as anybody set it going here. `isOver`: so does a move that nobody sees the end of.
+void GateCamera::ClearMark(bool isOver) {
+  if (!Control_ || UnderWay_.use_count() != 1 || Tour_) return;
+  const auto state = State();
+  if (state.Queued == 0 &&
+      (state.Motion == CameraMotion::AtRest || (isOver && state.Motion != CameraMotion::Driven)))
+    Gate_.Marks().Clear(Name());
 }
 
 void GateCamera::Mark() {
@@ -313,22 +336,15 @@ void GateCamera::Mark() {
 
 void GateCamera::Do(const Client& client, const Order& order, Told told, Told sent) {
   const auto what = ptzgate::Describe(order);
-  Check(client, what, RoleFor(order), NeedsControl(order));
-  const bool isStop = std::holds_alternative<Stop>(order);
+  const auto kind = std::holds_alternative<Stop>(order) ? Kind::Stop
+                    : Moves(order)                      ? Kind::Move
+                                                        : Kind::Other;
   const auto to = PlaceOf(order);
-  Wish wish;
-  try {
-    wish = Carry(client, order,
-                 Telling(client, what, std::move(told),
-                         isStop         ? Kind::Stop
-                         : Moves(order) ? Kind::Move
-                                        : Kind::Other,
-                         to));
-  } catch (const Refusal& refusal) {
-    ++Gate_.Metrics().Refusals;
-    Gate_.Journal().Audit(client, Name(), what, "refused", refusal.what());
-    throw;
-  }
+  const auto wish = Audited(client, what, [&] {
+    Check(client, what, RoleFor(order));
+    if (NeedsControl(order)) Gain(client, false);
+    return Carry(client, order, Telling(client, what, std::move(told), kind, to));
+  });
   if (NeedsControl(order)) Hold(client);
   if (sent)
     TellSent(wish.Sent,
@@ -475,23 +491,29 @@ std::unique_ptr<HeldDrive> GateCamera::Drive(const Client& client, const DriveSp
   const auto& settings = Gate_.Settings();
   const auto time = lease.value_or(settings.Lease);
   const auto what = ptzgate::Describe(speeds) + " for " + std::to_string(time.count()) + " ms";
-  Check(client, what, Role::Operator, true);
-  if (speeds.PanTilt) {
-    CheckNumber("pan", speeds.PanTilt->Pan);
-    CheckNumber("tilt", speeds.PanTilt->Tilt);
-  }
-  CheckNumber("zoom", speeds.Zoom);
-  if (!speeds.PanTilt && !speeds.Zoom)
-    throw Refusal(Refusal::Why::Invalid, "there is no speed: pan and tilt, zoom, or all of them are wanted");
-  if (time <= 0ms || time > settings.LongestLease)
-    throw Refusal(Refusal::Why::Invalid, "a lease is more than 0 and at most " +
-                                             std::to_string(settings.LongestLease.count()) + " ms");
+  Audited(client, what, [&] {
+    Check(client, what, Role::Operator);
+    if (speeds.PanTilt) {
+      CheckNumber("pan", speeds.PanTilt->Pan);
+      CheckNumber("tilt", speeds.PanTilt->Tilt);
+    }
+    CheckNumber("zoom", speeds.Zoom);
+    if (!speeds.PanTilt && !speeds.Zoom)
+      throw Refusal(Refusal::Why::Invalid,
+                    "there is no speed: pan and tilt, zoom, or all of them are wanted");
+    if (time <= 0ms || time > settings.LongestLease)
+      throw Refusal(Refusal::Why::Invalid, "a lease is more than 0 and at most " +
+                                               std::to_string(settings.LongestLease.count()) + " ms");
+    Gain(client, false);
+  });
   EndTourRun();
   Mark();
   Hold(client, time);
   auto drive = Control_->DriveAt(speeds, time, Telling(client, what, std::move(told), Kind::Drive));
   if (sent) TellSent(drive.Wish.Sent, std::move(sent));
-  return std::make_unique<HeldDrive>(std::move(drive), weak_from_this(), client, time);
+  auto held = std::make_unique<HeldDrive>(std::move(drive), weak_from_this(), client, time);
+  LatestDrive_ = held.get();
+  return held;
 }
 
 // Presets.
@@ -647,7 +669,7 @@ void GateCamera::StateChanged() {
   const auto state = State();
   if (state.Connected && !std::exchange(WasConnected_, state.Connected)) AskPresets();
   WasConnected_ = state.Connected;
-  if (state.Motion == CameraMotion::AtRest && state.Queued == 0) Gate_.Marks().Clear(Name());
+  ClearMark(false);
   const auto& position = state.Position;
   if (position.Kind == PositionKind::Read || position.Kind == PositionKind::Estimated) {
     if (Track_.empty() || Track_.back().When < position.When)

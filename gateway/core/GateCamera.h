@@ -41,7 +41,6 @@ class HeldDrive {
 
   /// For as long again as its lease is, from now; the client holds the camera for longer, too.
   void Renew();
-  std::chrono::milliseconds Lease() const { return Lease_; }
 
  private:
   ptzd::CameraControl::Drive Drive_;
@@ -73,7 +72,7 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
     ptzgate::Client Client;
     std::chrono::steady_clock::time_point Until;
   };
-  using Told = std::function<void(const ptzd::WishOutcome&)>;
+  using Told = ptzd::Told;
 
   /// Does nothing before `Begin`.
   GateCamera(Gate& gate, ptzd::NamedCamera camera, ptzd::CameraSettings settings);
@@ -95,8 +94,6 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   ptzd::CameraState State() const { return Control_->State(); }
   /// Of the connected camera, and else what its driver claims.
   ptzd::Capabilities CapabilitiesNow() const;
-  /// Whether it moves continuously.
-  bool Drives() const;
 
   /// Has something done. Raises `Refusal`. `told` is called once it is done: for a move, when the camera
   /// rests or cannot be watched. `sent` is called once when the camera took it, or it came to nothing.
@@ -115,7 +112,7 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// Gives it back; nothing where the client does not hold it. What he drives goes on to the end of its
   /// lease.
   void Release(const Client& client);
-  /// Somebody's connection went: his control ends, and so does a tour that he began.
+  /// Somebody's connection went: his control ends. A tour that he began goes on.
   void Forget(std::uint64_t session);
   /// Who holds it now; null for nobody.
   const Holder* HeldBy() const;
@@ -144,7 +141,11 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
 
   enum class Kind { Drive, Move, Stop, Other };
 
-  void Check(const Client& client, const std::string& what, Role role, bool needsControl);
+  template <typename Work>
+  auto Audited(const Client& client, const std::string& what, const Work& work);
+  /// Raises `Refusal` for whoever may not do that.
+  void Check(const Client& client, const std::string& what, Role role) const;
+  void Gain(const Client& client, bool onPurpose);
   /// Has somebody hold it until `GateSettings::Hold` after a time.
   void Hold(const Client& client, std::chrono::milliseconds beyond = {});
   /// What carries a wish's outcome to the audit, and to `told`, on the gateway's thread.
@@ -158,6 +159,7 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   void LookAtSent();
   /// It may be moving from here on, whatever becomes of the gateway.
   void Mark();
+  void ClearMark(bool isOver);
   ptzd::Wish Save(const SavePreset& wish, const ptzd::Told& told);
   ptzd::Wish SavePlace(const SavePreset& wish, const ptzd::Told& told);
   std::int32_t FreePreset() const;
@@ -175,6 +177,9 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   std::vector<ptzd::PTZNamedPreset> Named_;  ///< the camera's own
   bool WasConnected_ = false;
   std::optional<Holder> Holder_;
+  const HeldDrive* LatestDrive_ = nullptr;
+  /// Shared by whatever may set it in motion and is not over.
+  const std::shared_ptr<int> UnderWay_ = std::make_shared<int>();
   std::deque<Seen> Exchanges_;
   std::deque<TrackPoint> Track_;
   std::uint64_t Version_ = 0;

@@ -3,6 +3,7 @@
 
 Usage: api_test.py PTZGATE PTZSIM PTZCTL"""
 
+import base64
 import json
 import os
 import re
@@ -10,7 +11,7 @@ import signal
 import socket
 import subprocess
 import sys
-import time
+import tempfile
 import unittest
 
 import jsonschema
@@ -111,6 +112,8 @@ class Moves(GateTest):
         gate = self.site("axis", "pelco")
         for end in (signal.SIGTERM, signal.SIGKILL):
             with self.subTest(end.name):
+                for make in self.cameras:  # it was seen at rest before
+                    self.assertEqual(gate.ask("POST", f"{API}/cameras/{make}/stop")[0], 200)
                 consoles = [self.socket(gate) for _ in self.cameras]
                 for number, make in enumerate(self.cameras):
                     consoles[number].send(json.dumps({"id": 1, "camera": make, "do": "drive", "part": {"pan": 1},
@@ -139,6 +142,35 @@ class Moves(GateTest):
         self.cameras["axis"].say("clear")
         self.assertTrue(self.told(console, 2)["outcome"]["done"])
         self.assertTrue(self.rests("axis"))
+
+
+    def test_a_tour(self):
+        with tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
+            file.write("""
+[[stop]]
+pan = 5
+tilt = 5
+pause = "10ms"
+[[stop]]
+pan = -5
+tilt = 0
+speed = 40
+pause = "10ms"
+""")
+            file.flush()
+            gate = self.site("axis", settings=f'[tour.round]\ncamera = "axis"\nfile = "{file.name}"')
+            at = API + "/cameras/axis"
+            self.assertEqual(gate.ask("POST", at + "/tour", {"name": "round"})[0], 200)
+            for pan in (5, -5, 5, -5):
+                wait_for(lambda: abs(self.cameras["axis"].ask("state")["heads"][0]["pan"] - pan) < 1, f"at {pan}")
+            self.assertEqual(gate.camera("axis")["tour"], "round")
+            # Whoever moves the camera ends it.
+            self.assertEqual(gate.ask("POST", at + "/move", {"to": {"pan": 30, "tilt": 0}})[2]["result"], "arrived")
+            self.assertIsNone(gate.camera("axis")["tour"])
+            gate.ask("POST", at + "/tour", {"name": "round"})
+            self.assertEqual(gate.ask("DELETE", at + "/tour")[0], 200)
+            wait_for(lambda: self.rests("axis"), "at rest")
+            self.assertNotIn("failed", [line["outcome"] for line in gate.audits()])
 
 
 class Rights(GateTest):
@@ -181,6 +213,15 @@ role = "viewer"
         at = API + "/cameras/axis"
         self.assertEqual(self.gate.ask("POST", at + "/move", {"by": {"pan": 1}}, self.bert)[0], 200)
         self.assertEqual(self.gate.ask("GET", at, user=self.vera)[2]["holder"]["user"], "bert")
+        # What the one drives does not go on under the hands of another.
+        bert = self.socket(self.gate, header={"Authorization": "Basic " + base64.b64encode(b"bert:secret").decode()})
+        self.assertEqual(self.gate.ask("DELETE", at + "/control", user=self.bert)[0], 200)
+        bert.send(json.dumps({"id": 1, "camera": "axis", "do": "drive", "part": {"pan": 0.04}, "lease_ms": 60000}))
+        wait_for(lambda: not self.rests("axis"), "moving")
+        self.assertEqual(self.gate.ask("PUT", at + "/control", user=self.anna)[0], 200)
+        wait_for(lambda: self.rests("axis"), "at rest")
+        self.assertEqual(self.gate.ask("DELETE", at + "/control", user=self.anna)[0], 200)
+        self.assertEqual(self.gate.ask("POST", at + "/move", {"by": {"pan": 1}}, self.bert)[0], 200)
         # The greater priority takes it over; the lesser is told by whom it is held.
         self.assertEqual(self.gate.ask("POST", at + "/move", {"by": {"pan": 1}}, self.anna)[0], 200)
         status, _, problem = self.gate.ask("POST", at + "/move", {"by": {"pan": 1}}, self.bert)
