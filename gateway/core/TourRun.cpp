@@ -9,7 +9,6 @@
 namespace ptzgate {
 
 using namespace ptzd;
-using std::chrono::steady_clock;
 
 namespace {
 
@@ -95,7 +94,6 @@ void TourRun::Located(const WishOutcome& outcome) {
     return Fail("this camera cannot tell where it is, so it cannot be driven to a place");
   const auto& stop = Tour_.Stops[At_];
   Glide_.emplace(*stop.To.Pan, *stop.To.Tilt, *stop.Speed);
-  Until_ = steady_clock::now() + Tour_.Arrive;
   Glide();
 }
 
@@ -111,11 +109,14 @@ void TourRun::Glide() {
   Await(Milliseconds(std::max(Control_.Driver().Data->PositionPace, 50)), &TourRun::FollowGlide);
 }
 
-void TourRun::FollowGlide() {
-  const auto state = Control_.State();
-  if (state.Link == LinkHealth::Lost || state.Position.Kind != PositionKind::Read) {
+/// Nobody knows where a head is that is driven, but the camera.
+void TourRun::FollowGlide() { Control_.ReadPosition(Then(&TourRun::Followed)); }
+
+void TourRun::Followed(const WishOutcome& outcome) {
+  const bool isTold = IsDone(outcome.Result) && Control_.State().Position.Kind == PositionKind::Read;
+  if (!isTold) {
     Drive_ = {};
-    return Fail("the camera does not tell any more where it is");
+    return Fail("the camera does not tell any more where it is: " + Why(outcome));
   }
   Drive_.Renew();
   Glide();

@@ -41,6 +41,7 @@ class TourRun {
   ptzd::Told Then(void (TourRun::*then)(const ptzd::WishOutcome&));
   void Arrived(const ptzd::WishOutcome& outcome);
   void Located(const ptzd::WishOutcome& outcome);
+  void Followed(const ptzd::WishOutcome& outcome);
   void Glided(const ptzd::WishOutcome& outcome);
   void TooLong();
   void Fail(const std::string& why);
@@ -58,7 +59,6 @@ class TourRun {
   std::int32_t Round_ = 0;
   Milliseconds FailurePause_;
   std::optional<ptzd::Glide> Glide_;
-  std::chrono::steady_clock::time_point Until_;
   ptzd::CameraControl::Drive Drive_;
   boost::asio::steady_timer Timer_, Longest_;
 };
