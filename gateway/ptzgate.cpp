@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include <ptzd/Version.h>
 #include "cameras/CameraList.h"
@@ -100,7 +101,12 @@ int Main(int argc, char** argv) {
   }
   if (checks) return Check(arguments.File);
 
-  if (!arguments.StateFolder.empty()) std::filesystem::create_directories(arguments.StateFolder);
+  if (!arguments.StateFolder.empty()) {
+    std::error_code error;
+    std::filesystem::create_directories(arguments.StateFolder, error);
+    if (error)
+      throw ptzd::InputError("the folder " + arguments.StateFolder + " cannot be made: " + error.message());
+  }
   Journal journal(isVerbose ? Journal::Level::Debug : Journal::Level::Info);
   auto program = std::make_unique<Program>(std::move(arguments), journal);
   const auto unstopped = program->Run();

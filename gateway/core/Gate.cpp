@@ -86,6 +86,7 @@ void Gate::Reload(GateSettings settings) {
     camera->Begin();
     Tell(*camera, Change::Added);
   }
+  if (Cameras_.empty()) Journal_.Warn("there are no cameras: `ptzctl add` makes one, or a file of cameras");
   Journal_.Info(std::to_string(Cameras_.size()) + " cameras, " + std::to_string(come.size()) +
                 " of them new; " + std::to_string(gone.size()) + " have gone or were made anew");
 }

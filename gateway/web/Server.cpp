@@ -5,8 +5,11 @@
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/v6_only.hpp>
+#include <cerrno>
+#include <fstream>
 #include <iostream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "gateway/web/ServerState.h"
@@ -46,6 +49,8 @@ std::shared_ptr<asio::ssl::context> MakeTLS(const CertificateFiles& files) {
   tls->set_password_callback([](std::size_t, asio::ssl::context::password_purpose) { return std::string(); });
   const auto use = [](const std::string& file, const auto& load) {
     error_code error;
+    // What the system has to say of a file is lost on the way through OpenSSL.
+    if (!std::ifstream(file)) throw std::runtime_error(file + ": " + std::generic_category().message(errno));
     load(error);
     if (error) throw std::runtime_error(file + ": " + error.message());
   };
