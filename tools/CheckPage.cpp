@@ -55,31 +55,10 @@ figcaption{color:var(--soft);font-size:.87em;margin-top:6px}figcaption ol{column
 @media (max-width:560px){.finds,.no{display:none}figcaption ol{columns:1}.state{width:auto}}
 )css";
 
-std::string Escaped(const std::string& text) {
-  std::string escaped;
-  for (const char c : Printable(text)) switch (c) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      default:
-        escaped += c;
-    }
-  return escaped;
-}
-
 /// With a capital at its beginning.
 std::string Sentence(std::string text) {
   if (!text.empty() && text.front() >= 'a' && text.front() <= 'z') text.front() -= 'a' - 'A';
-  return Escaped(text);
+  return MarkupText(text);
 }
 
 const char* Sign(Verdict verdict) {
@@ -232,26 +211,27 @@ void WriteTrack(std::ostream& out, const CheckProtocol& protocol) {
               : "This camera does not tell where it is: the line is what its driver works out.");
   if (!protocol.Motions.empty()) {
     out << " A shaded band is a motion, from its sending until rest:<ol>";
-    for (const auto& motion : protocol.Motions) out << "<li>" << Escaped(motion.What) << "</li>";
+    for (const auto& motion : protocol.Motions) out << "<li>" << MarkupText(motion.What) << "</li>";
     out << "</ol>";
   }
   out << "</figcaption></figure></section>";
 }
 
 void WriteResult(std::ostream& out, const CheckResult& result, int number) {
-  out << "<tr><td class=\"no\">" << number << "</td><td class=\"name\">" << Escaped(result.Name)
+  out << "<tr><td class=\"no\">" << number << "</td><td class=\"name\">" << MarkupText(result.Name)
       << "</td><td class=\"state\"><span class=\"badge " << Identifier(Name(result.Verdict)) << "\">"
       << Sign(result.Verdict) << ' ' << Name(result.Verdict) << "</span></td><td><div class=\"text\">"
-      << Sentence(result.Text) << "</div><p class=\"finds\">Finds " << Escaped(result.Finds) << ".</p>";
+      << Sentence(result.Text) << "</div><p class=\"finds\">Finds " << MarkupText(result.Finds) << ".</p>";
   if (!result.Figures.empty()) {
     out << "<ul class=\"figures\">";
     for (const auto& figure : result.Figures)
-      out << "<li><span>" << Escaped(figure.Name) << "</span> " << Escaped(FigureText(figure)) << "</li>";
+      out << "<li><span>" << MarkupText(figure.Name) << "</span> " << MarkupText(FigureText(figure))
+          << "</li>";
     out << "</ul>";
   }
   if (!result.Exchanges.empty() || result.Looks > 1) {
     out << "<ul class=\"wire\">";
-    for (const auto& text : WireTexts(result.Exchanges)) out << "<li>" << Escaped(text) << "</li>";
+    for (const auto& text : WireTexts(result.Exchanges)) out << "<li>" << MarkupText(text) << "</li>";
     if (result.Looks > 1) out << "<li>\u2026 and the position read " << result.Looks << " times</li>";
     out << "</ul>";
   }
@@ -259,7 +239,7 @@ void WriteResult(std::ostream& out, const CheckResult& result, int number) {
 }
 
 void WriteRow(std::ostream& out, const char* name, const std::string& value) {
-  if (!value.empty()) out << "<dt>" << name << "</dt><dd>" << Escaped(value) << "</dd>";
+  if (!value.empty()) out << "<dt>" << name << "</dt><dd>" << MarkupText(value) << "</dd>";
 }
 
 std::string Joined(const std::vector<std::string>& words) {
@@ -321,9 +301,9 @@ std::string CheckPage(const CheckProtocol& protocol) {
   out << "<!DOCTYPE html><html lang=\"en\"><head><meta charset=\"utf-8\"><meta name=\"viewport\" "
          "content=\"width=device-width,initial-scale=1\"><meta name=\"color-scheme\" content=\"light "
          "dark\"><title>"
-      << Escaped(title) << "</title><style>" << Style << "</style></head><body><header><div><h1>Camera "
-      << "commissioning report</h1><p>" << Escaped(camera) << " \u00B7 " << Escaped(DateText(protocol.When))
-      << "</p></div><div class=\"verdict "
+      << MarkupText(title) << "</title><style>" << Style << "</style></head><body><header><div><h1>Camera "
+      << "commissioning report</h1><p>" << MarkupText(camera) << " \u00B7 "
+      << MarkupText(DateText(protocol.When)) << "</p></div><div class=\"verdict "
       << (failed != 0
               ? "failed\">" + std::to_string(failed) + (failed == 1 ? " check failed" : " checks failed")
           : !protocol.Ending.empty() ? std::string("not_provable\">Not complete")

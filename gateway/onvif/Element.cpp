@@ -7,6 +7,8 @@
 #include <climits>
 #include <memory>
 
+#include "common/Printable.h"
+
 namespace ptzgate {
 
 namespace {
@@ -66,35 +68,18 @@ Element Read(xmlNode& node, int depth) {
   return element;
 }
 
-/// As text or an attribute's value. Characters that XML has no way to say are left out.
-std::string Escaped(std::string_view text) {
-  std::string escaped;
-  for (const char c : text) {
-    if (c == '&')
-      escaped += "&amp;";
-    else if (c == '<')
-      escaped += "&lt;";
-    else if (c == '>')
-      escaped += "&gt;";
-    else if (c == '"')
-      escaped += "&quot;";
-    else if (static_cast<unsigned char>(c) >= ' ' || c == '\t' || c == '\n')
-      escaped += c;
-  }
-  return escaped;
-}
-
 void Write(const Element& element, bool isRoot, std::string& text) {
   text += "<" + element.Name;
   if (isRoot)
     for (const auto& [prefix, uri] : Namespaces)
       text.append(" xmlns:").append(prefix).append("=\"").append(uri).append("\"");
-  for (const auto& [name, value] : element.Attributes) text += " " + name + "=\"" + Escaped(value) + "\"";
+  for (const auto& [name, value] : element.Attributes)
+    text += " " + name + "=\"" + ptzd::MarkupText(value) + "\"";
   if (element.Text.empty() && element.Children.empty()) {
     text += "/>";
     return;
   }
-  text += ">" + Escaped(element.Text);
+  text += ">" + ptzd::MarkupText(element.Text);
   for (const auto& child : element.Children) Write(child, false, text);
   text += "</" + element.Name + ">";
 }

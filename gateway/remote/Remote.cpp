@@ -9,6 +9,7 @@
 
 #include "cameras/InputWords.h"
 #include "common/ASCII.h"
+#include "common/Printable.h"
 #include "gateway/core/Order.h"
 #include "gateway/core/Refusal.h"
 
@@ -18,30 +19,9 @@ namespace {
 
 constexpr double FullJoystick = 100;
 
-/// A text in an attribute.
-std::string Escaped(std::string_view text) {
-  std::string escaped;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      default:
-        // What no document may have, even escaped.
-        escaped += static_cast<unsigned char>(c) < ' ' ? '?' : c;
-    }
-  }
-  return escaped;
-}
-
 std::string Element(const char* name, const std::string& id, const std::string& text) {
-  return std::string("<") + name + " id=\"" + Escaped(id) + "\" name=\"" + Escaped(text) + "\"/>\r\n";
+  return std::string("<") + name + " id=\"" + ptzd::MarkupText(id) + "\" name=\"" + ptzd::MarkupText(text) +
+         "\"/>\r\n";
 }
 
 Response Document(const std::string& root, const std::string& content) {

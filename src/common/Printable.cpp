@@ -31,4 +31,25 @@ std::string Printable(std::string_view text) {
   return printable;
 }
 
+std::string MarkupText(std::string_view text) {
+  std::string markup;
+  for (const char c : Printable(text)) switch (c) {
+      case '&':
+        markup += "&amp;";
+        break;
+      case '<':
+        markup += "&lt;";
+        break;
+      case '>':
+        markup += "&gt;";
+        break;
+      case '"':
+        markup += "&quot;";
+        break;
+      default:
+        markup += c;
+    }
+  return markup;
+}
+
 }  // namespace ptzd

@@ -9,4 +9,7 @@ namespace ptzd {
 /// sends, a terminal is not to obey it.
 std::string Printable(std::string_view text);
 
+/// The same where it stands in HTML or XML, as text or as a quoted attribute.
+std::string MarkupText(std::string_view text);
+
 }  // namespace ptzd
