@@ -47,7 +47,7 @@ Gate::~Gate() {
   for (const auto& leaving : Leaving_) leaving.wait();
 }
 
-void Gate::Reload(GateSettings settings) {
+void Gate::Reload(GateSettings settings, const std::function<void(const GateSettings&)>& last) {
   const auto cameras = CamerasOf(settings);
   for (const auto& odd : CheckGate(settings, cameras)) Journal_.Warn(odd);
   // All that can fail comes first, so that nothing is half new.
@@ -61,6 +61,12 @@ void Gate::Reload(GateSettings settings) {
     Journal_.AuditTo(settings.AuditFile);
   } catch (const std::runtime_error& error) {
     throw InputError(error.what());
+  }
+  try {
+    if (last) last(settings);
+  } catch (...) {
+    Journal_.AuditTo(Settings_.AuditFile);
+    throw;
   }
 
   Settings_ = std::move(settings);

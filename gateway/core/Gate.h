@@ -43,8 +43,8 @@ class Gate {
   Gate& operator=(const Gate&) = delete;
 
   /// Takes over what changed; cameras that did not change are not touched. Raises `ptzd::InputError` with
-  /// everything as before.
-  void Reload(GateSettings settings);
+  /// everything as before, and what `last` raises, which is done when nothing else can fail any more.
+  void Reload(GateSettings settings, const std::function<void(const GateSettings&)>& last = {});
   /// Stops what may be moving, ends all cameras and refuses what comes from then on. Blocks until each took
   /// its stop, for as long as said at most; how many did not is answered.
   std::size_t End(std::chrono::milliseconds longest);

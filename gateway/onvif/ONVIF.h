@@ -24,11 +24,14 @@ class ONVIF {
   static bool Has(const std::string& path) { return path.starts_with("/onvif/"); }
   /// `camera`: whose own port it came by; empty: its path says which.
   void Handle(const std::shared_ptr<Call>& call, const std::string& camera = {});
-  /// Tells those who look for cameras on the network where these are. Raises `std::runtime_error` where the
-  /// system does not let it.
+  /// Tells those who look for cameras on the network where these are, from now on there. Raises
+  /// `std::runtime_error` where the system does not let it.
   void Announce(Discovery::WhereIs whereIs) {
+    EndAnnouncing();  // the goodbye of the old comes before the greeting of the new
     Discovery_ = std::make_unique<Discovery>(Gate_, std::move(whereIs));
   }
+  void EndAnnouncing() { Discovery_.reset(); }
+  bool IsAnnouncing() const { return Discovery_ != nullptr; }
 
  private:
   void Serve(const std::shared_ptr<Call>& call, const std::string& camera, const std::string& base);

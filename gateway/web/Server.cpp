@@ -2,6 +2,7 @@
 
 #include <openssl/ssl.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/v6_only.hpp>
@@ -36,7 +37,13 @@ tcp::acceptor Adopted(asio::io_context& context, int socket) {
   return tcp::acceptor(context, address.ss_family == AF_INET ? tcp::v4() : tcp::v6(), socket);
 }
 
-std::shared_ptr<asio::ssl::context> MakeTLS(const CertificateFiles& files) {
+bool IsSame(const Endpoint& one, const Endpoint& other) {
+  return one.Host == other.Host && one.Port == other.Port;
+}
+
+}  // namespace
+
+Certificate ReadCertificate(const CertificateFiles& files) {
   auto tls = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_server);
   auto* native = tls->native_handle();
   SSL_CTX_set_min_proto_version(native, TLS1_2_VERSION);
@@ -63,15 +70,13 @@ std::shared_ptr<asio::ssl::context> MakeTLS(const CertificateFiles& files) {
   return tls;
 }
 
-}  // namespace
-
 ServerState::ServerState(asio::io_context& context, ServerSettings settings, Server::Handler handler)
     : Context(context), Settings(std::move(settings)), Handle(std::move(handler)) {}
 
 void ServerState::Listen(const Endpoint& endpoint) {
-  const auto begin = [this](tcp::acceptor acceptor) {
-    Acceptors.push_back(std::make_unique<tcp::acceptor>(std::move(acceptor)));
-    Accept(*Acceptors.back());
+  const auto begin = [&](tcp::acceptor acceptor) {
+    Acceptors.emplace_back(endpoint, std::make_shared<tcp::acceptor>(std::move(acceptor)));
+    Accept(Acceptors.back().second);
   };
   if (endpoint.Socket >= 0) return begin(Adopted(Context, endpoint.Socket));
 
@@ -87,7 +92,7 @@ void ServerState::Listen(const Endpoint& endpoint) {
     if (endpoint.Host == "*") {
       listen({tcp::v4(), endpoint.Port});
       try {
-        listen({tcp::v6(), Acceptors.back()->local_endpoint().port()});
+        listen({tcp::v6(), Acceptors.back().second->local_endpoint().port()});
       } catch (const boost::system::system_error& error) {
         if (error.code() != asio::error::address_family_not_supported) throw;
       }
@@ -104,19 +109,17 @@ void ServerState::Listen(const Endpoint& endpoint) {
   }
 }
 
-void ServerState::UseCertificate(const CertificateFiles& files) { TLS = MakeTLS(files); }
-
-void ServerState::Accept(tcp::acceptor& acceptor) {
-  acceptor.async_accept([self = shared_from_this(), &acceptor](const error_code& error, tcp::socket socket) {
-    if (self->IsStopped) return;
+void ServerState::Accept(const Acceptor& acceptor) {
+  acceptor->async_accept([self = shared_from_this(), acceptor](const error_code& error, tcp::socket socket) {
+    if (self->IsStopped || !acceptor->is_open()) return;
     if (!error) {
       self->Welcome(std::move(socket));
     } else if (error != asio::error::connection_aborted) {
       // No handles are left, most likely; trying again at once would only keep the processor busy.
       self->Log("cannot accept a connection: " + error.message());
       const auto pause = std::make_shared<asio::steady_timer>(self->Context, std::chrono::milliseconds(200));
-      return pause->async_wait([self, &acceptor, pause](const error_code&) {
-        if (!self->IsStopped) self->Accept(acceptor);
+      return pause->async_wait([self, acceptor, pause](const error_code&) {
+        if (!self->IsStopped && acceptor->is_open()) self->Accept(acceptor);
       });
     }
     self->Accept(acceptor);
@@ -147,9 +150,26 @@ void ServerState::Welcome(tcp::socket socket) {
       std::make_shared<Session>(shared_from_this(), connection, verdict == Admission::Verdict::Welcome));
 }
 
+void ServerState::ListenOnlyAt(const std::vector<Endpoint>& endpoints) {
+  std::erase_if(Acceptors, [&](const auto& acceptor) {
+    const auto isHere = [&](const Endpoint& endpoint) { return IsSame(endpoint, acceptor.first); };
+    if (std::ranges::any_of(endpoints, isHere)) return false;
+    error_code gone;
+    acceptor.second->close(gone);
+    return true;
+  });
+}
+
+void ServerState::ListenAt(const std::vector<Endpoint>& endpoints) {
+  for (const auto& endpoint : endpoints) {
+    const auto isHere = [&](const auto& acceptor) { return IsSame(endpoint, acceptor.first); };
+    if (endpoint.Socket >= 0 || std::ranges::none_of(Acceptors, isHere)) Listen(endpoint);
+  }
+}
+
 void ServerState::Stop() {
   IsStopped = true;
-  Acceptors.clear();
+  ListenOnlyAt({});
   // Those that are told of an end may stop the server, too.
   for (const auto& [number, connection] : std::exchange(Connections, {})) connection->Close();
 }
@@ -190,7 +210,7 @@ std::string GuestOf(const asio::ip::address& address) {
 Server::Server(asio::io_context& context, ServerSettings settings, Handler handler)
     : State_(std::make_shared<ServerState>(context, std::move(settings), std::move(handler))) {
   try {
-    if (State_->Settings.Certificate) State_->UseCertificate(*State_->Settings.Certificate);
+    if (State_->Settings.Certificate) State_->TLS = ReadCertificate(*State_->Settings.Certificate);
     for (const auto& endpoint : State_->Settings.Listen) State_->Listen(endpoint);
   } catch (...) {
     State_->Stop();
@@ -202,21 +222,24 @@ Server::~Server() { Stop(); }
 
 std::vector<Endpoint> Server::Endpoints() const {
   std::vector<Endpoint> endpoints;
-  for (const auto& acceptor : State_->Acceptors) {
+  for (const auto& [told, acceptor] : State_->Acceptors) {
     const auto where = acceptor->local_endpoint();
     endpoints.push_back({where.address().to_string(), where.port()});
   }
   return endpoints;
 }
 
+std::size_t Server::Connections() const { return State_->Connections.size(); }
+
 void Server::WhenConnectionGone(std::function<void(std::uint64_t)> gone) {
   State_->WhenConnectionGone.push_back(std::move(gone));
 }
 
-void Server::UseCertificate(const CertificateFiles& files) {
-  if (!State_->TLS) throw std::runtime_error("the server does not speak HTTPS");
-  State_->UseCertificate(files);
-}
+void Server::ListenOnlyAt(const std::vector<Endpoint>& endpoints) { State_->ListenOnlyAt(endpoints); }
+
+void Server::ListenAt(const std::vector<Endpoint>& endpoints) { State_->ListenAt(endpoints); }
+
+void Server::UseCertificate(Certificate certificate) { State_->TLS = std::move(certificate); }
 
 void Server::UseLimits(const ServerLimits& limits) { State_->Settings.Limits = limits; }
 

@@ -14,7 +14,10 @@
 
 namespace boost::asio {
 class io_context;
+namespace ssl {
+class context;
 }
+}  // namespace boost::asio
 
 namespace ptzgate {
 
@@ -33,6 +36,11 @@ struct CertificateFiles {
   std::string Chain;  ///< the server's certificate and those up to the root
   std::string Key;    ///< its private key, not encrypted
 };
+
+/// A certificate with its key, read and fit for each other; null: plain HTTP.
+using Certificate = std::shared_ptr<boost::asio::ssl::context>;
+/// Throws std::runtime_error, which names the file, when they are not in order.
+Certificate ReadCertificate(const CertificateFiles& files);
 
 /// What clients may ask of a server. An address is one of IPv4 or a /64 of IPv6. None may be 0 but where
 /// told.
@@ -85,12 +93,19 @@ class Server {
   /// Where it listens: addresses, not names, and ports as chosen.
   std::vector<Endpoint> Endpoints() const;
 
+  /// How many there are now.
+  std::size_t Connections() const;
+
   /// Adds what is told the number of each connection that has ended, by whichever side, upgraded ones too.
   void WhenConnectionGone(std::function<void(std::uint64_t)> gone);
 
-  /// For connections to come. Throws std::runtime_error and keeps the old one when the files are not in
-  /// order, or when the server does not speak HTTPS.
-  void UseCertificate(const CertificateFiles& files);
+  /// No longer listens but at these; connections stay. Endpoints are the same by host and port, as they were
+  /// told.
+  void ListenOnlyAt(const std::vector<Endpoint>& endpoints);
+  /// Listens there, too, where it does not yet. Throws std::runtime_error at the first where it cannot.
+  void ListenAt(const std::vector<Endpoint>& endpoints);
+  /// For connections to come.
+  void UseCertificate(Certificate certificate);
   /// From now on; for connections to come and, but for time-outs that run already, those that are.
   void UseLimits(const ServerLimits& limits);
 

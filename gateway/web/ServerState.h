@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "gateway/web/Admission.h"
@@ -27,7 +28,8 @@ struct ServerState : std::enable_shared_from_this<ServerState> {
   ServerState(boost::asio::io_context& context, ServerSettings settings, Server::Handler handler);
 
   void Listen(const Endpoint& endpoint);
-  void UseCertificate(const CertificateFiles& files);
+  void ListenOnlyAt(const std::vector<Endpoint>& endpoints);
+  void ListenAt(const std::vector<Endpoint>& endpoints);
   void Stop();
 
   void Log(const std::string& line) const;
@@ -48,13 +50,15 @@ struct ServerState : std::enable_shared_from_this<ServerState> {
   Server::Handler Handle;
   Admission Guests;
   std::vector<std::function<void(std::uint64_t)>> WhenConnectionGone;
-  std::shared_ptr<boost::asio::ssl::context> TLS;
-  std::vector<std::unique_ptr<boost::asio::ip::tcp::acceptor>> Acceptors;
+  Certificate TLS;
+  using Acceptor = std::shared_ptr<boost::asio::ip::tcp::acceptor>;
+  /// Each with where it was told to listen, of which there may be several, for a name or "*".
+  std::vector<std::pair<Endpoint, Acceptor>> Acceptors;
   std::map<std::uint64_t, std::shared_ptr<Connection>> Connections;
   bool IsStopped = false;
 
  private:
-  void Accept(boost::asio::ip::tcp::acceptor& acceptor);
+  void Accept(const Acceptor& acceptor);
   void Welcome(boost::asio::ip::tcp::socket socket);
 };
 

@@ -550,11 +550,11 @@ TEST_F(WebTest, SpeaksTLSWithACertificateThatMayChange) {
 
   OnGate([&, this] {
     try {
-      Server_->UseCertificate({second.Chain, first.Key});
+      Server_->UseCertificate(ReadCertificate({second.Chain, first.Key}));
     } catch (const std::runtime_error& error) {
       Told.Tell(std::string(error.what()).substr(0, first.Key.size() + 2));
     }
-    Server_->UseCertificate(second);
+    Server_->UseCertificate(ReadCertificate(second));
     Told.Tell("changed");
   });
   EXPECT_TRUE(Told.Await(first.Key + ": "));

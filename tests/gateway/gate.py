@@ -60,10 +60,13 @@ class Simulator:
 
 
 class Gate:
-    """ptzgate over cameras {name: TOML lines}, with the lines of a gate.toml. Ends with what it runs."""
+    """ptzgate over cameras {name: TOML lines}, with the lines of a gate.toml. Ends with what it runs. `before`: the
+    words of a command that starts it; `descriptors`: those that it inherits."""
 
-    def __init__(self, ptzgate, cameras, settings="", listen='["127.0.0.1:0"]', state=None):
-        self.program = ptzgate
+    def __init__(self, ptzgate, cameras, settings="", listen='["127.0.0.1:0"]', state=None, before=(), environment=None,
+                 descriptors=()):
+        self.command = [*before, ptzgate]
+        self.popen = {"env": os.environ | (environment or {}), "pass_fds": descriptors}
         self.folder = tempfile.TemporaryDirectory()
         self.state = state or os.path.join(self.folder.name, "state")
         self.write(cameras, settings, listen)
@@ -81,8 +84,8 @@ class Gate:
 
     def start(self):
         self.lines = []
-        self.process = subprocess.Popen([self.program, "--config", self.path("gate.toml"), "--state", self.state],
-                                        stderr=subprocess.PIPE, text=True)
+        self.process = subprocess.Popen([*self.command, "--config", self.path("gate.toml"), "--state", self.state],
+                                        stderr=subprocess.PIPE, text=True, **self.popen)
         self.reader = threading.Thread(target=self._read, args=(self.process.stderr,), daemon=True)
         self.reader.start()
         self.url = wait_for(lambda: self.process.poll() is not None or self.said("address"), "ptzgate listens")
