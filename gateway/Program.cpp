@@ -62,9 +62,9 @@ std::string TextOf(const Endpoint& endpoint, bool isSecure) {
 
 /// Who answers which request.
 struct Program::Faces {
-  explicit Faces(Gate& gate)
+  Faces(Gate& gate, std::function<std::size_t()> connections)
       : Access(gate),
-        Status_(gate, Access),
+        Status_(gate, Access, std::move(connections)),
         API_(gate, Access),
         Remote_(gate, Access),
         Pictures_(gate, Access),
@@ -102,7 +102,11 @@ Program::Program(Arguments arguments, Journal& journal)
       Signals_(Context_, SIGINT, SIGTERM, SIGHUP),
       Watchdog_(Context_),
       Gate_(std::make_unique<Gate>(Context_, ReadSettings(), Arguments_.StateFolder, journal)),
-      Faces_(std::make_unique<Faces>(*Gate_)) {
+      Faces_(std::make_unique<Faces>(*Gate_, [this] {
+        std::size_t connections = 0;
+        for (const auto& [camera, server] : Servers_) connections += server->Connections();
+        return connections;
+      })) {
   Listen(Gate_->Settings());
   Announce(true);
 }

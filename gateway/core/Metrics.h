@@ -42,6 +42,7 @@ class Metrics {
   std::atomic<std::uint64_t> EndedLeases = 0;  ///< drives that stopped because nobody renewed them
   std::atomic<std::uint64_t> Wishes = 0, Refusals = 0;
   std::atomic<std::uint64_t> FailedLogins = 0;
+  std::atomic<bool> IsBrokerThere = false;  ///< connected, and wishes from there are obeyed
 
   /// Calls `visit` for each driver that had exchanges.
   template <typename Visit>

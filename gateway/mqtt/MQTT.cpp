@@ -178,6 +178,7 @@ void MQTT::Part() {
   Broker_.reset();
   ReadyTimer_.cancel();
   IsConnected_ = IsReady_ = false;
+  Gate_.Metrics().IsBrokerThere = false;
   Asked_ = 0;
   StopDrives();
   for (auto& [name, offered] : Offered_) offered = Offered();
@@ -272,6 +273,7 @@ void MQTT::Ask() {
 
 /// All that stood at the broker has come.
 void MQTT::Settle() {
+  Gate_.Metrics().IsBrokerThere = true;
   if (!std::exchange(IsReady_, true)) {
     ReadyTimer_.cancel();
     WhenReady_ = steady_clock::now();

@@ -55,24 +55,32 @@ void TellDurations(std::ostream& out, std::string_view name, const Durations& du
 
 void Status::Handle(const std::shared_ptr<Call>& call) {
   if (call->Asked().Method != "GET") return call->Answer(Problem(405, "only GET"));
-  if (call->Asked().Path == "/healthz")
-    return call->Answer({.Status = Gate_.IsEnding() ? 503 : 200,
-                         .Headers = {{"Content-Type", "text/plain"}, {"Cache-Control", "no-store"}},
-                         .Body = Gate_.IsEnding() ? "ending\n" : "ok\n"});
+  if (call->Asked().Path == "/healthz") return call->Answer(Health());
   Access_.Identify(call, "metrics", [this, call](const Client&) {
     call->Answer(
         {.Headers = {{"Content-Type", "text/plain; version=0.0.4; charset=utf-8"}}, .Body = MetricsText()});
   });
 }
 
+/// Well as long as it answers. What is away besides is told, and no reason to start the gateway anew, which
+/// would not bring it back.
+Response Status::Health() const {
+  std::string text = "ok\n";
+  if (!Gate_.Settings().MQTT.Host.empty())
+    text += Gate_.Metrics().IsBrokerThere ? "broker connected\n" : "broker away\n";
+  return {.Headers = {{"Content-Type", "text/plain"}, {"Cache-Control", "no-store"}},
+          .Body = std::move(text)};
+}
+
 std::string Status::MetricsText() const {
   std::ostringstream out;
+  out.precision(12);  // sums of seconds grow for as long as it runs
   const auto cameras = Gate_.Cameras();
   Begin(out, "ptzgate_build_info", "gauge", "The version that runs.");
   out << "ptzgate_build_info{version=\"" PTZD_VERSION "\"} 1\n";
 
   Begin(out, "ptzgate_camera_up", "gauge", "Whether the last exchange with a camera went well.");
-  std::size_t queued = 0, stopping = 0;
+  std::size_t queued = 0, stopping = 0, held = 0;
   std::map<std::string_view, std::size_t> moving;
   for (const auto& camera : cameras) {
     const auto state = camera->State();
@@ -81,6 +89,7 @@ std::string Status::MetricsText() const {
         << (state.Link == ptzd::LinkHealth::Up ? 1 : 0) << '\n';
     queued += state.Queued;
     stopping += state.StopTries > 0 ? 1 : 0;
+    held += camera->HeldBy() != nullptr ? 1 : 0;
     ++moving[ptzd::Name(state.Motion)];
   }
   Begin(out, "ptzgate_cameras", "gauge", "Cameras by what they do.");
@@ -89,7 +98,13 @@ std::string Status::MetricsText() const {
   Tell(out, "ptzgate_queued_wishes", "gauge", "Wishes that were not sent yet, of all cameras.", queued);
   Tell(out, "ptzgate_stops_pending", "gauge", "Cameras that have not taken a stop yet.", stopping);
 
+  Tell(out, "ptzgate_cameras_held", "gauge", "Cameras that a client has control of.", held);
+  Tell(out, "ptzgate_connections", "gauge", "Connections of clients by HTTP.", Connections_());
+
   const Metrics& metrics = Gate_.Metrics();
+  if (!Gate_.Settings().MQTT.Host.empty())
+    Tell(out, "ptzgate_broker_connected", "gauge", "Whether wishes at the MQTT broker are heard.",
+         metrics.IsBrokerThere ? 1 : 0);
   Begin(out, "ptzgate_exchange_seconds", "histogram", "How long exchanges with cameras took.");
   metrics.ForEachDriver([&](const std::string& driver, const Durations& durations) {
     TellDurations(out, "ptzgate_exchange_seconds", durations, "driver=" + Quoted(driver));

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "gateway/access/HTTPAccess.h"
 #include "gateway/core/Gate.h"
@@ -13,16 +16,20 @@ namespace ptzgate {
 /// Prometheus reads it, for users.
 class Status {
  public:
-  Status(Gate& gate, HTTPAccess& access) : Gate_(gate), Access_(access) {}
+  /// `connections`: how many clients have by HTTP now.
+  Status(Gate& gate, HTTPAccess& access, std::function<std::size_t()> connections)
+      : Gate_(gate), Access_(access), Connections_(std::move(connections)) {}
 
   static bool Has(const std::string& path) { return path == "/healthz" || path == "/metrics"; }
   void Handle(const std::shared_ptr<Call>& call);
 
  private:
+  Response Health() const;
   std::string MetricsText() const;
 
   Gate& Gate_;
   HTTPAccess& Access_;
+  std::function<std::size_t()> Connections_;
 };
 
 }  // namespace ptzgate

@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
-"""The gateway as a service: what it tells its supervisor, sockets from it, and listening elsewhere after a
-reload.
+"""The gateway as a service: what it tells its supervisor, sockets from it, listening elsewhere after a reload, and
+what monitoring reads, with the board of docs/grafana.json.
 
 Usage: service_test.py PTZGATE PTZSIM PTZCTL"""
 
 import http.client
+import json
 import os
+import re
 import signal
 import socket
 import ssl
@@ -14,9 +16,12 @@ import sys
 import tempfile
 import unittest
 
-from gate import DEADLINE, Gate, wait_for
+from prometheus_client.parser import text_string_to_metric_families
+
+from gate import DEADLINE, Gate, Simulator, wait_for
 
 PTZGATE, PTZSIM, _ = [sys.argv.pop(1) for _ in range(3)]
+BOARD = os.path.join(os.path.dirname(__file__), "../../docs/grafana.json")
 
 
 def free_port():
@@ -150,6 +155,44 @@ class Service(unittest.TestCase):
         gate.process.send_signal(signal.SIGTERM)
         told("STOPPING=1")
         self.assertEqual(gate.process.wait(DEADLINE), 0)
+
+    def test_monitoring(self):
+        simulator = Simulator(PTZSIM, "axis")
+        self.addCleanup(simulator.end)
+        gate = self.gate({"axis": f'driver = "Axis"\naddress = "{simulator.address}"'},
+                         f'[mqtt]\nbroker = "127.0.0.1:{free_port()}"')
+        gate.ask("POST", "/api/v1/cameras/axis/stop")
+        self.assertEqual(gate.ask("GET", "/healthz")[::2], (200, b"ok\nbroker away\n"))
+        text = gate.ask("GET", "/metrics")[2].decode()
+        labels, values = {}, {}
+        for family in text_string_to_metric_families(text):
+            self.assertTrue(family.documentation, family.name)
+            self.assertNotEqual(family.type, "unknown", family.name)
+            for sample in family.samples:
+                labels[sample.name] = set(sample.labels)
+                values[sample.name, *sample.labels.values()] = sample.value
+        self.assertEqual(values["ptzgate_camera_up", "axis", "QVPTZ.Axis"], 1)
+        self.assertEqual(values["ptzgate_stop_seconds_count",], 1)
+        self.assertEqual(values["ptzgate_broker_connected",], 0)
+        self.assertGreaterEqual(values["ptzgate_connections",], 1)
+
+        # The board asks for nothing else than there is.
+        with open(BOARD, encoding="utf-8") as file:
+            board = json.load(file)
+        queries = [target["expr"] for panel in board["panels"] for target in panel.get("targets", [])]
+        queries += [variable["query"] for variable in board["templating"]["list"] if variable["type"] == "query"]
+        asked = set()
+        for query in queries:
+            metrics = re.findall(r"(ptzgate_\w+)(?:\{([^}]*)\})?", query)
+            self.assertTrue(metrics, query)
+            for metric, matchers in metrics:
+                self.assertIn(metric, labels, query)
+                asked.add(metric)
+                wanted = set(re.findall(r"(\w+)\s*[=!]", matchers))
+                for group in re.findall(r"by \(([^)]*)\)", query):
+                    wanted |= {label.strip() for label in group.split(",")}
+                self.assertLessEqual(wanted - {"job", "instance"}, labels[metric], query)
+        self.assertEqual({name for name in labels if not name.endswith(("_count", "_sum"))} - asked, set())
 
 
 if __name__ == "__main__":
