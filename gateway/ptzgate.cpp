@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -29,15 +28,36 @@ constexpr char Footer[] =
     "Examples:\n"
     "  ptzgate\n"
     "      the cameras of `ptzctl cameras`, for this machine alone: http://127.0.0.1:8480/\n"
-    "  ptzgate --config /etc/ptzd/gate.toml --check\n"
+    "  ptzgate --config /etc/ptzgate/gate.toml --check\n"
     "      says what is wrong with the files, with line and column, and ends\n"
     "  ptzgate password\n"
     "      makes the password_hash of a user from a password that it asks for\n"
     "\n"
-    "Signals: SIGHUP reads the files again, and keeps what it has where they are faulty; SIGTERM and SIGINT "
-    "stop\n"
-    "all cameras and end.\n"
-    "Exit code: 0; 1 when a camera did not take its stop at the end; 2 when it could not start.\n";
+    "Files:\n"
+    "  /etc/ptzgate/gate.toml       the settings of the service; docs/ptzgate.md has all of them\n"
+    "  /var/lib/ptzgate/            of the service: cameras.toml, names of presets, what may be moving\n"
+    "  ~/.local/state/ptzgate/      the same, but for the cameras, of whoever runs it by hand\n"
+    "  ~/.config/ptzd/cameras.toml  the cameras where the settings name no file, with those of\n"
+    "                               /etc/ptzd/cameras.toml\n"
+    "\n"
+    "Signals:\n"
+    "  SIGHUP    reads settings, cameras and certificates again, and listens where they say now; where one\n"
+    "            is faulty, or an address is taken, all stays as it was and the log says why\n"
+    "  SIGTERM   stops all cameras, for 10 s at most, and ends; SIGINT does the same\n"
+    "\n"
+    "Environment:\n"
+    "  STATE_DIRECTORY    where it keeps what it must know after its end, instead of in ptzgate below\n"
+    "                     XDG_STATE_HOME or ~/.local/state\n"
+    "  LISTEN_FDS         with LISTEN_PID: sockets that are listened on instead of those of the settings, "
+    "as\n"
+    "                     systemd passes them\n"
+    "  NOTIFY_SOCKET      is told when it listens, reads its files again and ends, and in a line how it is\n"
+    "  WATCHDOG_USEC      how often that is told at least while it is not stuck\n"
+    "\n"
+    "Exit codes:\n"
+    "  0    it was ended, and all cameras are at rest; or what was asked for was done\n"
+    "  1    a camera did not take its stop at the end\n"
+    "  2    it could not start, and said why\n";
 
 /// Where names of presets and what was in motion are kept.
 std::string UsualStateFolder() {
@@ -69,8 +89,7 @@ int Check(const std::string& file) {
   // Whether there is a password for each shows only when it is looked for.
   ptzd::SerialLines lines;
   for (const auto& camera : cameras.All()) ptzd::SettingsOf(camera, {}, lines);
-  for (const auto& part : {settings.Web.Certificate, settings.Web.Key})
-    if (!part.empty() && !std::ifstream(part)) throw ptzd::InputError(part + " cannot be read");
+  if (!settings.Web.Certificate.empty()) ReadCertificate({settings.Web.Certificate, settings.Web.Key});
   std::cout << cameras.All().size() << " cameras, " << settings.Users.size() << " users\n";
   return 0;
 }
@@ -81,10 +100,12 @@ int Main(int argc, char** argv) {
   app.set_version_flag("--version", "ptzgate " PTZD_VERSION);
   Program::Arguments arguments{.StateFolder = UsualStateFolder()};
   bool checks = false, isVerbose = false;
-  app.add_option("--config", arguments.File, "The settings, as docs/ptzgate.md has them")->type_name("FILE");
-  app.add_option("--state", arguments.StateFolder, "Where it keeps what it must know after its end")
+  app.add_option("--config", arguments.File, "The settings, in TOML; without it those of an empty file")
+      ->type_name("FILE");
+  app.add_option("--state", arguments.StateFolder,
+                 "Where it keeps what it must know after its end; \"\" for nowhere")
       ->type_name("FOLDER");
-  app.add_flag("--check", checks, "Say whether the files are in order, and end");
+  app.add_flag("--check", checks, "Say whether settings, cameras and certificate are in order, and end");
   app.add_flag("--verbose", isVerbose, "Tell more");
   auto& password = *app.add_subcommand("password", "Make the password_hash of a user");
   auto& man = *app.add_subcommand("man", "Print the manual page")->group("");
@@ -92,7 +113,7 @@ int Main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
 
   if (man.parsed()) {
-    std::cout << manual::Page(app, PTZD_VERSION, "ptzctl(1), ptzsim(1)");
+    std::cout << manual::Page(app, PTZD_VERSION, "ptzctl(1), ptzsim(1), systemctl(1), journalctl(1)");
     return 0;
   }
   if (password.parsed()) {

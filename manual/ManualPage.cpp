@@ -212,7 +212,9 @@ std::string Page(const CLI::App& program, const std::string& version, const std:
 
   auto page = ".TH " + Upper(name) + " 1 \"\" \"ptzd " + version + "\" \"User Commands\"\n";
   page += ".SH NAME\n" + Plain(name) + " \\- " + Plain(summary) + "\n";
-  page += ".SH SYNOPSIS\n" + Bold(name) + " [" + Italic("OPTIONS") + "] " + Italic("COMMAND") + " ...\n";
+  const bool hasToCommand = program.get_require_subcommand_min() > 0;
+  page += ".SH SYNOPSIS\n" + Bold(name) + " [" + Italic("OPTIONS") + "] " + (hasToCommand ? "" : "[") +
+          Italic("COMMAND") + " ..." + (hasToCommand ? "" : "]") + "\n";
   page += ".SH DESCRIPTION\n" + Lines(about) + ".SH OPTIONS\n";
   for (const auto* option : OptionsOf(program, false)) page += Told(*option);
 

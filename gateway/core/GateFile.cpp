@@ -257,7 +257,8 @@ void Reader::CheckLogin(const toml::node& table, const std::string& whose, const
 void Reader::ReadWeb(const toml::node& node, const std::string& what, WebSettings& web) const {
   const auto listen = [&](const toml::node& list, const std::string& whose) {
     web.Listen.clear();
-    TextsAt(list, whose, "a list of addresses such as [\"127.0.0.1:8480\"]");
+    constexpr char Expected[] = "a list of addresses such as [\"127.0.0.1:8480\"]";
+    if (TextsAt(list, whose, Expected).empty()) Fail(list.source(), whose + ": expected " + Expected);
     for (const auto& each : *list.as_array()) {
       const auto add = Checked(web.Listen.emplace_back(), ListenAddressOf);
       add(each, whose);

@@ -118,6 +118,8 @@ TEST(GateFile, TellsWhereItIsWrong) {
       {"user = 3", "1:8: user: expected a table, not a whole number"},
       {"[http]\nlisten = \"127.0.0.1:80\"",
        "2:10: http, listen: expected a list of addresses such as [\"127.0.0.1:8480\"], not a text"},
+      {"[http]\nlisten = []",
+       "2:10: http, listen: expected a list of addresses such as [\"127.0.0.1:8480\"]"},
       {"[http]\nlisten = [\"gate.site:80\"]", "2:11: http, listen: \"gate.site:80\"" + listen},
       {"[http]\nlisten = [\"[127.0.0.1]:80\"]", "2:11: http, listen: \"[127.0.0.1]:80\"" + listen},
       {"[http]\nlisten = [\"::1:80\"]",
