@@ -1,4 +1,4 @@
-# The packages, from the components `library`, `development` and `tools` of the install rules; cpack makes them from a
+# The packages, from the components `library`, `development`, `tools` and `gateway` of the install rules; cpack makes them from a
 # build folder, scripts/packages from all. On Linux Debian packages and a tar.gz, for Windows one zip of both builds.
 set(PTZD_MAINTAINER "PTZD developers <maintainers@ptzd.invalid>" CACHE STRING "Whom packages name to write to")
 
@@ -39,6 +39,14 @@ set(CPACK_GENERATOR TGZ)
 set(CPACK_PACKAGE_FILE_NAME ptzd-${PROJECT_VERSION}-linux-${CMAKE_SYSTEM_PROCESSOR})
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/ptzd-tools COMPONENT tools)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/ptzd-tools COMPONENT tools)
+if(TARGET ptzgate)
+  set(GATEWAY_DOC ${CMAKE_INSTALL_DATADIR}/doc/ptzd-gateway)
+  install(FILES docs/ptzgate.md docs/onvif.md docs/scaling.md docs/grafana.json docs/console-light.png
+                docs/console-narrow.png DESTINATION ${GATEWAY_DOC} COMPONENT gateway)
+  install(FILES packages/gateway/gate.toml DESTINATION ${GATEWAY_DOC}/examples COMPONENT gateway)
+  install(FILES packages/gateway/ptzgate.service packages/gateway/ptzgate.socket DESTINATION lib/systemd/system
+          COMPONENT gateway)
+endif()
 
 if(BUILD_SHARED_LIBS AND EXISTS /etc/debian_version)
   list(APPEND CPACK_GENERATOR DEB)
@@ -78,6 +86,27 @@ This package has ptzctl, which does every operation from a shell and shows the
 requests that it took, and ptzsim, which simulates cameras of every make for
 those who have none at hand.")
 
+  set(packaged LIBRARY DEVELOPMENT TOOLS)
+  if(TARGET ptzgate)
+    list(APPEND packaged GATEWAY)
+    list(APPEND CPACK_COMPONENTS_ALL gateway)
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_NAME ptzd-gateway)
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_SECTION net)
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_DEPENDS "adduser, init-system-helpers (>= 1.52)")
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_RECOMMENDS ptzd-tools)
+    set(CPACK_DEBIAN_GATEWAY_DESCRIPTION "${SUBJECT}
+
+This package has ptzgate, a service that offers the cameras of a site to
+others: in a browser, as ONVIF devices, as JSON over HTTP and WebSocket, and
+at an MQTT broker with Home Assistant's discovery.")
+    file(WRITE ${DEBIAN}/conffiles "/etc/ptzgate/gate.toml\n")
+    set(CPACK_DEBIAN_GATEWAY_PACKAGE_CONTROL_EXTRA
+        ${CMAKE_CURRENT_LIST_DIR}/../packages/gateway/postinst ${CMAKE_CURRENT_LIST_DIR}/../packages/gateway/prerm
+        ${CMAKE_CURRENT_LIST_DIR}/../packages/gateway/postrm ${DEBIAN}/conffiles)
+    # Beside the folder that all else goes below.
+    install(FILES packages/gateway/gate.toml DESTINATION ../etc/ptzgate COMPONENT gateway EXCLUDE_FROM_ALL)
+  endif()
+
   configure_file(CHANGELOG.md ${DEBIAN}/changelog COPYONLY)
   execute_process(COMMAND date -R -u -d ${RELEASE_DATE} OUTPUT_VARIABLE RELEASE_DATE_IN_WORDS
                   OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
@@ -91,7 +120,7 @@ those who have none at hand.")
   # The version is a part of the library's name, so what is built with one runs with every repair of it.
   file(WRITE ${DEBIAN}/shlibs "libptzd ${PROJECT_VERSION} ${LIBRARY_PACKAGE} (>= ${PROJECT_VERSION})\n")
   file(WRITE ${DEBIAN}/triggers "activate-noawait ldconfig\n")
-  foreach(component LIBRARY DEVELOPMENT TOOLS)
+  foreach(component ${packaged})
     string(TOLOWER ${component} name)
     set(package ${CPACK_DEBIAN_${component}_PACKAGE_NAME})
     set(overrides "# It is not uploaded to Debian.\n${package}: initial-upload-closes-no-bugs *\n")
