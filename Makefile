@@ -1,11 +1,17 @@
 # The front door. Each command does all its own set-up.
-.PHONY: demo test packages sanitize fuzz bench lint format clean
+.PHONY: demo gateway test packages sanitize fuzz bench lint format clean
 
 demo:
 	scripts/setup demo
 	cmake --preset linux -DPTZD_TESTS=OFF -DPTZD_GATEWAY=OFF
 	cmake --build --preset linux --target ptzctl ptzsim
 	scripts/demo build/linux
+
+# ptzgate, with what gives it cameras, into build/linux.
+gateway:
+	scripts/setup gateway
+	cmake --preset linux -DPTZD_TESTS=OFF -DPTZD_GATEWAY=ON
+	cmake --build --preset linux --target ptzctl ptzsim ptzgate
 
 # WITHIN=SECONDS leaves what is not done by then, and names it.
 test:
