@@ -10,6 +10,8 @@ template <class... Cases>
 struct Overloaded : Cases... {
   using Cases::operator()...;
 };
+template <class... Cases>
+Overloaded(Cases...) -> Overloaded<Cases...>;
 
 std::string ZoomText(const std::optional<float>& zoom) { return zoom ? ", zoom " + ptzd::Text(*zoom) : ""; }
 
