@@ -9,7 +9,8 @@
 #include "cameras/CameraFile.h"
 #include "cameras/InputWords.h"
 #include "cameras/TourFile.h"
-#include "platform/posix/AnnouncementFiles.h"
+#include "platform/ConfigurationFolders.h"
+#include "platform/DriverAnnouncements.h"
 #include "tools/Announcements.h"
 
 namespace ptzd::fuzz {
@@ -61,8 +62,9 @@ void Tours(std::string_view input) {
 /// The first part is a file of announced drivers, the others are datagrams that come to `ptzctl discover`.
 void Announcements(std::string_view input) {
   const auto parts = PartsOf(input);
-  const auto file = Scratch::Write("drivers", parts.front());
-  for (const auto& driver : AnnouncementFiles(file, Scratch::Folder() / "none").Machine())
+  std::filesystem::create_directories(UserConfigurationFolder());
+  std::ofstream(UserConfigurationFolder() / "drivers", std::ios::binary) << parts.front();
+  for (const auto& driver : SystemDriverAnnouncements().User())
     Demand(!driver.ProgID.empty() && driver.ProgID.find('\n') == std::string::npos, "a ProgID is a word");
 
   ptzctl::Announcements heard;
