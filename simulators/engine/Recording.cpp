@@ -150,6 +150,8 @@ class Reader {
     } catch (const Json::parse_error& error) {
       throw Wrong("column " + std::to_string(error.byte) +
                   ": this is no JSON; each line should be one object");
+    } catch (const Json::out_of_range&) {
+      throw Wrong("a number in it is beyond all that a number can be");
     }
     if (!json.is_object()) throw Wrong("each line should be one JSON object");
     HasHeader_ ? ReadExchange(Members(json), at) : ReadHeader(Members(json));
