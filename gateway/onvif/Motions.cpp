@@ -62,7 +62,7 @@ struct Motions::Waiting {
   boost::asio::steady_timer Timer;
 };
 
-Motions::Motions(Gate& gate) : Gate_(gate) {
+Motions::Motions(Gate& gate) {
   Watch_ = gate.Watch([this](GateCamera& camera, Gate::Change change) {
     if (change == Gate::Change::Removed) Forget(camera);
   });

@@ -55,7 +55,6 @@ class Motions {
   /// What a client drives now, or drove last; null for nothing.
   const Driven* DrivenBy(const Asked& asked) const;
 
-  Gate& Gate_;
   std::list<std::shared_ptr<Waiting>> Waiting_;
   /// By their number. One that was replaced stays until that is told, since to let it go stops the camera.
   std::map<std::uint64_t, Driven> Drives_;

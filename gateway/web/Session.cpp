@@ -303,7 +303,8 @@ std::string Session::Head(const Response& response, bool isStream) {
   constexpr std::array own{"Content-Length", "Transfer-Encoding", "Connection", "Keep-Alive", "Date",
                            "Server"};
   for (const auto& [name, value] : response.Headers) {
-    if (std::ranges::none_of(own, [&](const char* mine) { return EqualIgnoringCase(name, mine); }))
+    if (std::ranges::none_of(own,
+                             [&known = name](const char* mine) { return EqualIgnoringCase(known, mine); }))
       add(name, value);
   }
   for (const auto& [name, value] : SecurityHeaders(Connection_->IsSecure())) {
