@@ -62,8 +62,7 @@ void Live::Tell(GateCamera& camera, Gate::Change change) {
 void Live::Read(const std::string& text) {
   json message, id;
   try {
-    message = json::parse(text, nullptr, false);
-    if (!message.is_object()) throw Refusal(Refusal::Why::Invalid, "the message is no JSON object");
+    message = ReadObject(text);
     id = message.value("id", json());
     if (auto answer = Obey(message); !answer.is_null()) {
       answer["id"] = id;
