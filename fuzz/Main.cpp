@@ -14,18 +14,24 @@ namespace {
 using namespace ptzd::fuzz;
 
 constexpr Target Targets[] = {
+    {"access", Access},                // Gateway.cpp
     {"announcements", Announcements},  // Files.cpp
+    {"api", Api},                      // Gateway.cpp
     {"arguments", Arguments},          // Words.cpp
     {"cameras", Cameras},              // Files.cpp
     {"codepages", CodePages},          // Values.cpp
     {"drivers", Drivers},              // Drivers.cpp
+    {"gate", GateFile},                // Gateway.cpp
     {"headers", Headers},              // Values.cpp
     {"http", Http},                    // HTTP.cpp
+    {"mqtt", Mqtt},                    // Gateway.cpp
     {"options", Options},              // Values.cpp
     {"simulators", Simulators},        // Simulators.cpp
+    {"soap", Soap},                    // Gateway.cpp
     {"split", Split},                  // Values.cpp
     {"tours", Tours},                  // Files.cpp
     {"url", Url},                      // Values.cpp
+    {"web", Web},                      // Gateway.cpp
     {"words", Words},                  // Words.cpp
     {"xml", Xml},                      // Values.cpp
 };

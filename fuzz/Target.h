@@ -30,6 +30,12 @@ void Announcements(std::string_view input);
 void Words(std::string_view input);
 void Arguments(std::string_view input);
 void Simulators(std::string_view input);
+void Web(std::string_view input);
+void Api(std::string_view input);
+void Soap(std::string_view input);
+void Access(std::string_view input);
+void Mqtt(std::string_view input);
+void GateFile(std::string_view input);
 
 inline void Demand(bool holds, std::string_view what) {
   if (holds) return;
