@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "gateway/core/Gate.h"
+#include "gateway/core/Overloaded.h"
 #include "gateway/core/TourRun.h"
 
 namespace ptzgate {
@@ -51,13 +52,6 @@ std::string TextOf(const WishOutcome& outcome) {
   if (!outcome.Text.empty()) return outcome.Text;
   return outcome.ErrorText;
 }
-
-template <class... Cases>
-struct Overloaded : Cases... {
-  using Cases::operator()...;
-};
-template <class... Cases>
-Overloaded(Cases...) -> Overloaded<Cases...>;
 
 }  // namespace
 

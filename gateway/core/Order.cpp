@@ -1,17 +1,11 @@
 #include "gateway/core/Order.h"
 
 #include "common/Numbers.h"
+#include "gateway/core/Overloaded.h"
 
 namespace ptzgate {
 
 namespace {
-
-template <class... Cases>
-struct Overloaded : Cases... {
-  using Cases::operator()...;
-};
-template <class... Cases>
-Overloaded(Cases...) -> Overloaded<Cases...>;
 
 std::string ZoomText(const std::optional<float>& zoom) { return zoom ? ", zoom " + ptzd::Text(*zoom) : ""; }
 
