@@ -282,10 +282,13 @@ password_hash = "$argon2id$v=19$m=8,t=1,p=1$c29tZXNhbHQ$pa55w0rdpa55w0rdpa55wA"
 }
 
 /// Each part is a topic, behind which "!" may stand for a retained message, and behind its line the message.
+/// What is told to Home Assistant is much, and only where an input asks for it.
 void Mqtt(std::string_view input) {
   const auto parts = Begin(input);
-  static const auto settings = Site::SettingsOf("[mqtt]\nbroker = \"localhost\"\n");
-  static const auto& mqtt = settings.MQTT;
+  const std::string broker = "[mqtt]\nbroker = \"localhost\"\n";
+  static const auto whole = Site::SettingsOf(broker),
+                    brief = Site::SettingsOf(broker + "home_assistant = false\n");
+  const auto& settings = input.find("homeassistant") == input.npos ? brief : whole;
   Site site(settings);
   BrokerLog::Published.clear();
   {
@@ -313,7 +316,7 @@ void Mqtt(std::string_view input) {
     };
     Demand(BrokerLog::Now != nullptr, "a broker is wanted");
     BrokerLog::Now->Connected();
-    tell({mqtt.HomeAssistant + "/status", "online", false, false});
+    tell({"homeassistant/status", "online", false, false});
     for (const auto part : parts) {
       const auto end = std::min(part.find('\n'), part.size());
       std::string topic(part.substr(0, end));
