@@ -77,14 +77,8 @@ std::shared_ptr<Motions::Waiting> Motions::Wait(const Asked& asked, Element answ
       [this, life = std::weak_ptr(Life_), weak = std::weak_ptr(waiting)](const auto& error) {
         const auto late = weak.lock();
         if (error || !life.lock() || !late) return;
-        // A motor that runs for a time is told of when it has run.
-        const auto state = late->Of.Camera->State();
-        const bool moves = state.Motion == CameraMotion::Moving || state.Motion == CameraMotion::Driven;
-        if (moves && state.Queued == 0 && state.Link != LinkHealth::Lost)
-          late->Of.Answer(late->Answer);
-        else
-          late->Of.Answer(Fault("env:Receiver", {"ter:Action"},
-                                "camera " + late->Of.Name + " has not taken it yet; it is still tried"));
+        late->Of.Answer(Fault("env:Receiver", {"ter:Action"},
+                              "camera " + late->Of.Name + " has not taken it yet; it is still tried"));
         Waiting_.remove(late);
       });
   Waiting_.push_back(waiting);

@@ -592,7 +592,10 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
   Changed();
 
   Sending_ = task->Moves;
+  // Drivers wait for nothing but a motor that they have started.
+  Clock_.WhenSleeping([&] { request.Tickets.Sent({}); });
   auto call = Call(task->Work, lock);
+  Clock_.WhenSleeping({});
   Sending_ = false;
   NoteLink(call.Exchanges);
   const bool lost = IsLinkLost(call.Exchanges) || call.Unanswered, mayMove = MayHaveTaken(call);

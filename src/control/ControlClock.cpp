@@ -13,6 +13,7 @@ constexpr std::chrono::milliseconds ExactEnd{20}, Slice{1};
 }  // namespace
 
 void ControlClock::SleepUntil(TimePoint deadline) {
+  if (Begins_) Begins_();
   std::unique_lock lock(Mutex_);
   Slept_ = true;
   Changed_.wait_until(lock, deadline - ExactEnd, [this] { return Cut_; });

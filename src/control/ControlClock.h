@@ -3,7 +3,9 @@
 #include <ptzd/Clock.h>
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
+#include <utility>
 
 namespace ptzd {
 
@@ -16,6 +18,8 @@ class ControlClock final : public Clock {
   TimePoint Now() override { return Clock_.Now(); }
   /// Returns early when it is cut.
   void SleepUntil(TimePoint deadline) override;
+  /// `begins` is called before each wait, on the thread that waits. Not while one is under way.
+  void WhenSleeping(std::function<void()> begins) { Begins_ = std::move(begins); }
 
   /// Ends the wait under way, and every later one at once until `Restore`.
   void Cut();
@@ -28,6 +32,7 @@ class ControlClock final : public Clock {
 
  private:
   Clock& Clock_;
+  std::function<void()> Begins_;
   mutable std::mutex Mutex_;
   std::condition_variable Changed_;
   bool Cut_ = false, Slept_ = false, WasCut_ = false;
