@@ -222,7 +222,8 @@ std::size_t Program::Run() {
   TellStatus();
   Context_.run();
   sd_notify(0, "STOPPING=1\nSTATUS=Stopping the cameras");
-  // Whoever drives loses his connection, and with it his drive; what still moves then is stopped.
+  // Before anybody is waited for. Whoever drives loses his connection then, and with it his drive.
+  Gate_->StopAll();
   for (const auto& [camera, server] : Servers_) server->Stop();
   Faces_.reset();
   const auto unstopped = Gate_->End(Arguments_.EndTime);

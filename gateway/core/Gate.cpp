@@ -106,24 +106,22 @@ void Gate::Leave(const std::shared_ptr<GateCamera>& camera) {
       std::async(std::launch::async, [control = camera->End()]() mutable { control.reset(); }));
 }
 
+void Gate::StopAll() {
+  if (std::exchange(IsEnding_, true)) return;
+  for (const auto& [name, camera] : Cameras_) {
+    const auto motion = camera->State().Motion;
+    if (Marks_.IsSet(name) || motion == CameraMotion::Driven || motion == CameraMotion::Moving)
+      Stopping_[name] = camera->StopAtEnd();
+  }
+}
+
 std::size_t Gate::End(Milliseconds longest) {
   const auto deadline = steady_clock::now() + longest;
-  IsEnding_ = true;
-  struct Stopping {
-    std::string Name;
-    std::shared_future<WishOutcome> Done;
-  };
-  std::vector<Stopping> stopping;
+  StopAll();
   std::vector<std::unique_ptr<CameraControl>> controls;
-  for (const auto& [name, camera] : Cameras_) {
-    controls.push_back(camera->End());
-    auto& control = *controls.back();
-    const auto motion = control.State().Motion;
-    if (Marks_.IsSet(name) || motion == CameraMotion::Driven || motion == CameraMotion::Moving)
-      stopping.push_back({name, control.Stop().Done});
-  }
+  for (const auto& [name, camera] : Cameras_) controls.push_back(camera->End());
   std::size_t unstopped = 0;
-  for (const auto& [name, done] : stopping) {
+  for (const auto& [name, done] : Stopping_) {
     if (done.wait_until(deadline) == std::future_status::ready && IsDone(done.get().Result)) {
       Marks_.Clear(name);
       continue;

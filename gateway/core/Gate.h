@@ -45,8 +45,10 @@ class Gate {
   /// Takes over what changed; cameras that did not change are not touched. Raises `ptzd::InputError` with
   /// everything as before, and what `last` raises, which is done when nothing else can fail any more.
   void Reload(GateSettings settings, const std::function<void(const GateSettings&)>& last = {});
-  /// Stops what may be moving, ends all cameras and refuses what comes from then on. Blocks until each took
-  /// its stop, for as long as said at most; how many did not is answered.
+  /// Stops what may be moving, without waiting for it, and refuses what comes from then on.
+  void StopAll();
+  /// The same, and ends all cameras. Blocks until each took its stop, for as long as said at most; how many
+  /// did not is answered.
   std::size_t End(std::chrono::milliseconds longest);
   bool IsEnding() const { return IsEnding_; }
 
@@ -94,6 +96,7 @@ class Gate {
   std::map<std::string, std::weak_ptr<GateCamera>> Dirty_;
   boost::asio::steady_timer DirtyTimer_;
   std::vector<std::future<void>> Leaving_;  ///< cameras that stop on threads of their own
+  std::map<std::string, std::shared_future<ptzd::WishOutcome>> Stopping_;  ///< at the end
   bool IsEnding_ = false;
 };
 

@@ -137,6 +137,8 @@ void GateCamera::Begin() {
   }
 }
 
+std::shared_future<WishOutcome> GateCamera::StopAtEnd() { return Control_->Stop().Done; }
+
 std::unique_ptr<CameraControl> GateCamera::End() {
   Tour_.reset();
   Holder_.reset();

@@ -83,6 +83,8 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   /// Connects the camera where that is wished, and stops it where it may be moving since the gateway was
   /// killed.
   void Begin();
+  /// Stops it for nobody's sake; the answer is fulfilled when the camera took that.
+  std::shared_future<ptzd::WishOutcome> StopAtEnd();
   /// Ends all that goes on, and answers what may block when it dies: until the camera took its stop. The
   /// camera can do nothing from then on.
   std::unique_ptr<ptzd::CameraControl> End();
