@@ -98,8 +98,10 @@ HeldDrive::HeldDrive(CameraControl::Drive drive, std::weak_ptr<GateCamera> camer
 
 void HeldDrive::Renew() {
   const auto camera = Camera_.lock();
-  // Whoever lost the camera cannot go on driving it.
+  // Whoever lost the camera, or the right to drive it, cannot go on.
   if (!camera || !camera->HeldBy() || camera->HeldBy()->Client.Session != Client_.Session) return;
+  const auto& users = camera->Gate_.Users();
+  if (users.AreThere() && users.RoleOf(Client_.User, camera->Name()) < Role::Operator) return;
   Drive_.Renew();
   camera->Hold(Client_, Lease_);
 }

@@ -209,6 +209,19 @@ class Commands(MQTTTest):
         self.send("axis", "home", {"id": 1})
         self.assertEqual(self.reader.result("axis", 1)["why"], "not-allowed")
 
+    def test_who_may_drive_no_more_cannot_go_on(self):
+        user = '[user.anna]\nrole = "{}"\nonvif_password = "secret"\n'
+        self.site("axis", settings=user.format("operator"), mqtt='acts_as = "anna"')
+        self.drive("axis", 1, 3000)
+        self.gate.write(self.lines, self.settings.replace("operator", "viewer"))
+        self.gate.process.send_signal(signal.SIGHUP)
+
+        def rests():
+            self.send("axis", "drive", {"part": {"pan": 0.2}, "lease_ms": 3000})
+            return not self.moving("axis")
+
+        wait_for(rests, "axis rests")
+
 
 class Away(MQTTTest):
     def test_a_drive_that_nobody_renews_ends_by_its_lease(self):
