@@ -27,8 +27,11 @@ constexpr int Refused = 0x80;
 constexpr std::size_t MostWaiting = 1000;
 /// Of QoS 1 that the broker has not acknowledged yet: any number.
 constexpr int MostUnacknowledged = 65535;
+/// How long the broker may take for what was published last.
+constexpr std::chrono::seconds TimeToPart(2);
 
 std::string TextOf(int error) {
+  if (error == MOSQ_ERR_KEEPALIVE) return "it does not answer";  // which the library has no text for
   return error == MOSQ_ERR_ERRNO ? std::generic_category().message(errno) : mosquitto_strerror(error);
 }
 
@@ -38,10 +41,11 @@ std::string TextOf(int error) {
 /// connects.
 struct Broker::State : std::enable_shared_from_this<State> {
   State(boost::asio::io_context& context, const MQTTSettings& settings, std::size_t longest,
-        Broker::Callbacks callbacks)
+        std::shared_future<void> after, Broker::Callbacks callbacks)
       : Host(settings.Host),
         Port(settings.Port),
         Longest(longest),
+        After(std::move(after)),
         Context(context),
         Callbacks(std::move(callbacks)) {
     static const int ready = mosquitto_lib_init();
@@ -56,32 +60,51 @@ struct Broker::State : std::enable_shared_from_this<State> {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    if (After.valid()) After.wait_for(TimeToPart);
     if (WhyNot.empty()) {
       auto error = mosquitto_connect(Client, Host.c_str(), Port, KeepAlive);
       // Who left before there was a connection could not end it.
       if (error == MOSQ_ERR_SUCCESS && HasLeft()) mosquitto_disconnect(Client);
-      while (error == MOSQ_ERR_SUCCESS) error = mosquitto_loop(Client, LoopPace, 1);
+      while (error == MOSQ_ERR_SUCCESS) {
+        error = mosquitto_loop(Client, LoopPace, 1);
+        if (error == MOSQ_ERR_SUCCESS && HasLeft()) mosquitto_disconnect(Client);
+      }
       if (WhyNot.empty()) WhyNot = TextOf(error);
     }
     Post([](State& state) {
       const auto gone = std::exchange(state.Callbacks.Gone, {});
       gone(state.WhyNot);
     });
-    const std::lock_guard lock(Mutex);
-    HasEnded = true;
-    Changed.notify_all();
+    Ended.set_value();
   }
 
+  /// Whether all is said, too: the broker may not read what it has not acknowledged when the connection is
+  /// cut.
   bool HasLeft() {
     const std::lock_guard lock(Mutex);
-    return Left;
+    return Left && (Unacknowledged == 0 || std::chrono::steady_clock::now() >= LeftUntil);
   }
 
   /// Nothing is called any more from here on.
   void Leave() {
+    {
+      const std::lock_guard lock(Mutex);
+      if (!std::exchange(Left, true)) LeftUntil = std::chrono::steady_clock::now() + TimeToPart;
+      Changed.notify_all();
+    }
+    if (HasLeft()) mosquitto_disconnect(Client);
+  }
+
+  void Publish(const std::string& topic, const std::string& payload, bool isRetained) {
+    Count(1);
+    if (mosquitto_publish(Client, nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(),
+                          AtLeastOnce, isRetained) != MOSQ_ERR_SUCCESS)
+      Count(-1);
+  }
+
+  void Count(int unacknowledged) {
     const std::lock_guard lock(Mutex);
-    Left = true;
-    Changed.notify_all();
+    Unacknowledged += unacknowledged;
   }
 
   template <typename Work>
@@ -113,6 +136,10 @@ struct Broker::State : std::enable_shared_from_this<State> {
     self.Post([](State& there) { there.Callbacks.Connected(); });
   }
 
+  static void Published(mosquitto* /*client*/, void* state, int /*message*/) {
+    static_cast<State*>(state)->Count(-1);
+  }
+
   static void Came(mosquitto* /*client*/, void* state, const mosquitto_message* message) {
     auto& self = *static_cast<State*>(state);
     const auto size = static_cast<std::size_t>(std::max(message->payloadlen, 0));
@@ -133,6 +160,7 @@ struct Broker::State : std::enable_shared_from_this<State> {
   const std::string Host;
   const std::uint16_t Port;
   const std::size_t Longest;
+  const std::shared_future<void> After;
   boost::asio::io_context& Context;
   Broker::Callbacks Callbacks;  ///< used on the gateway's thread
   mosquitto* Client = nullptr;
@@ -141,17 +169,22 @@ struct Broker::State : std::enable_shared_from_this<State> {
   std::mutex Mutex;
   std::condition_variable Changed;
   std::size_t Waiting = 0;
-  bool Left = false, HasEnded = false;
+  int Unacknowledged = 0;
+  bool Left = false;
+  std::chrono::steady_clock::time_point LeftUntil;
+  std::promise<void> Ended;
 };
 
 Broker::Broker(boost::asio::io_context& context, const MQTTSettings& settings, const ptzd::Login& login,
-               const Will& will, std::size_t longest, Callbacks callbacks)
-    : State_(std::make_shared<State>(context, settings, longest, std::move(callbacks))) {
+               const Will& will, std::size_t longest, std::shared_future<void> after, Callbacks callbacks)
+    : State_(std::make_shared<State>(context, settings, longest, std::move(after), std::move(callbacks))),
+      Ended_(State_->Ended.get_future()) {
   auto* client = State_->Client;
   mosquitto_threaded_set(client, true);
   mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, MostUnacknowledged);
   mosquitto_connect_callback_set(client, State::Connected);
   mosquitto_message_callback_set(client, State::Came);
+  mosquitto_publish_callback_set(client, State::Published);
   mosquitto_subscribe_callback_set(client, State::Subscribed);
   const auto check = [this](const char* what, int error) {
     if (error != MOSQ_ERR_SUCCESS && State_->WhyNot.empty()) State_->WhyNot = what + TextOf(error);
@@ -170,8 +203,7 @@ Broker::Broker(boost::asio::io_context& context, const MQTTSettings& settings, c
 Broker::~Broker() { End(std::chrono::milliseconds(0)); }
 
 void Broker::Publish(const std::string& topic, const std::string& payload, bool isRetained) {
-  mosquitto_publish(State_->Client, nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(),
-                    AtLeastOnce, isRetained);
+  State_->Publish(topic, payload, isRetained);
 }
 
 void Broker::Subscribe(const std::string& filter) {
@@ -184,9 +216,7 @@ void Broker::Unsubscribe(const std::string& filter) {
 
 void Broker::End(std::chrono::milliseconds longest) {
   State_->Leave();
-  mosquitto_disconnect(State_->Client);
-  std::unique_lock lock(State_->Mutex);
-  State_->Changed.wait_for(lock, longest, [this] { return State_->HasEnded; });
+  Ended_.wait_for(longest);
 }
 
 }  // namespace ptzgate

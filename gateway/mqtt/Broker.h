@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string>
 
@@ -32,11 +33,12 @@ class Broker {
     std::string Topic, Payload;  ///< what the broker tells, retained, when this is lost
   };
 
-  /// `longest`: bytes of a message that comes. Nothing of an earlier session is wanted from the broker: what
-  /// was wished while nobody listened must not move a camera later.
+  /// `longest`: bytes of a message that comes. `after`: what it waits for before it connects. Nothing of an
+  /// earlier session is wanted from the broker: what was wished while nobody listened must not move a camera
+  /// later.
   Broker(boost::asio::io_context& context, const MQTTSettings& settings, const ptzd::Login& login,
-         const Will& will, std::size_t longest, Callbacks callbacks);
-  /// Parts without waiting for it.
+         const Will& will, std::size_t longest, std::shared_future<void> after, Callbacks callbacks);
+  /// Parts without waiting for it: what was published last is sent later.
   ~Broker();
   Broker(const Broker&) = delete;
   Broker& operator=(const Broker&) = delete;
@@ -48,10 +50,13 @@ class Broker {
 
   /// Sends what is left, and parts. Blocks until that is done, for as long as said at most.
   void End(std::chrono::milliseconds longest);
+  /// Is fulfilled when nothing is sent any more. Another connection of the same name cuts this one off.
+  std::shared_future<void> Ended() const { return Ended_; }
 
  private:
   struct State;
   std::shared_ptr<State> State_;
+  std::shared_future<void> Ended_;
 };
 
 }  // namespace ptzgate

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <random>
 
+#include "cameras/CameraFile.h"
 #include "cameras/InputWords.h"
 #include "common/Nearest.h"
 #include "common/Printable.h"
@@ -91,7 +92,7 @@ MQTT::MQTT(Gate& gate)
 MQTT::~MQTT() {
   if (Broker_ && IsConnected_) Publish(GatewayTopic(Settings_, "available"), Offline);
   StopDrives();
-  if (Broker_) Broker_->End(TimeToPart);
+  if (Broker_ && IsConnected_) Broker_->End(TimeToPart);
 }
 
 void MQTT::Reload() {
@@ -134,7 +135,7 @@ void MQTT::Begin() {
   if (Settings_.Host.empty()) return;
   Broker_ = std::make_unique<Broker>(
       Gate_.Context(), Settings_, Login_, Broker::Will{GatewayTopic(Settings_, "available"), Offline},
-      Gate_.Settings().Web.Body,
+      Gate_.Settings().Web.Body, std::exchange(Parted_, {}),
       Broker::Callbacks{.Connected = [this] { Connected(); },
                         .Came = [this](const Broker::Message& message) { Came(message); },
                         .Gone = [this](const std::string& why) { Lost(why); }});
@@ -174,7 +175,10 @@ void MQTT::Lost(const std::string& why) {
 
 /// The broker is told where it can be; then all is as if there had never been one.
 void MQTT::Part() {
-  if (Broker_ && IsConnected_) Publish(GatewayTopic(Settings_, "available"), Offline);
+  if (Broker_ && IsConnected_) {
+    Publish(GatewayTopic(Settings_, "available"), Offline);
+    Parted_ = Broker_->Ended();
+  }
   Broker_.reset();
   ReadyTimer_.cancel();
   IsConnected_ = IsReady_ = false;
@@ -205,8 +209,15 @@ void MQTT::Came(const Broker::Message& message) {
   if (topic == GatewayTopic(Settings_, "cameras")) {
     if (IsReady_) return;
     const auto list = json::parse(payload, nullptr, false);
-    for (const auto& name : list.is_array() ? list : json::array())
-      if (name.is_string()) Before_.push_back(name);
+    for (const auto& name : list.is_array() ? list : json::array()) try {
+        if (!name.is_string() || Offered_.contains(name)) continue;
+        ptzd::CheckCameraName(name);
+        if (!Before_.try_emplace(name).second) continue;
+        Broker_->Subscribe(CameraTopic(Settings_, name, "owner"));
+        Ask();
+      } catch (const ptzd::InputError&) {
+        continue;  // nothing of this gateway's
+      }
     return;
   }
   if (!Settings_.HomeAssistant.empty() && topic == Settings_.HomeAssistant + "/status") {
@@ -222,9 +233,13 @@ void MQTT::Came(const Broker::Message& message) {
   const auto base = Settings_.Prefix + "/";
   if (!topic.starts_with(base)) return;
   const auto slash = topic.find('/', base.size());
-  const auto offered = Offered_.find(topic.substr(base.size(), slash - base.size()));
-  if (slash == std::string::npos || offered == Offered_.end()) return;
+  if (slash == std::string::npos) return;
+  const auto name = topic.substr(base.size(), slash - base.size());
   const auto rest = topic.substr(slash + 1);
+  if (const auto before = Before_.find(name); before != Before_.end() && rest == "owner")
+    before->second = payload;
+  const auto offered = Offered_.find(name);
+  if (offered == Offered_.end()) return;
   if (rest == "owner") return OwnerCame(offered->first, payload);
   if (rest.starts_with(Set) && offered->second.IsOurs)
     Obey(offered->first, offered->second, rest.substr(Set.size()), message);
@@ -283,8 +298,12 @@ void MQTT::Settle() {
     // Cameras that left while the gateway was away.
     std::set<std::string> ids;
     for (const auto& [name, offered] : Offered_) ids.insert(DiscoveryID(name));
-    for (const auto& name : Before_)
-      if (!Offered_.contains(name)) Withdraw(name);
+    for (const auto& [name, owner] : std::exchange(Before_, {})) {
+      if (Offered_.contains(name)) continue;
+      Broker_->Unsubscribe(CameraTopic(Settings_, name, "owner"));
+      // Another gateway may have it by now.
+      if (owner == Settings_.Name) Withdraw(name);
+    }
     for (auto& [id, discovery] : Discovery_)
       if (!ids.contains(id))
         for (const auto& [topic, text] : std::exchange(discovery, {})) Publish(topic, "");

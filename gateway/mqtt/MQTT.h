@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <future>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -103,14 +104,16 @@ class MQTT {
   /// One for all: the broker does not tell who wishes.
   const std::uint64_t Session_ = NextSession();
   std::unique_ptr<Broker> Broker_;
+  std::shared_future<void> Parted_;  ///< from the broker that was before
   bool IsConnected_ = false;
   bool IsReady_ = false;   ///< what stood at the broker is known
   std::size_t Asked_ = 0;  ///< what comes back until then
   std::map<std::string, Offered> Offered_;
   std::map<std::string, DiscoveryMessages> Discovery_;  ///< at the broker, by `DiscoveryID` of the camera
-  std::vector<std::string> Before_;                     ///< cameras of this gateway when it ran last
-  std::string List_;                                    ///< of cameras, as published
-  std::uint64_t Drives_ = 0;                            ///< counts them
+  /// Cameras of this gateway when it ran last, which it has no more, and whose they are now.
+  std::map<std::string, std::string> Before_;
+  std::string List_;          ///< of cameras, as published
+  std::uint64_t Drives_ = 0;  ///< counts them
   std::set<std::string> Untold_;
   bool IsTelling_ = false, IsReconciling_ = false;
   boost::asio::steady_timer ReadyTimer_, RetryTimer_, TellTimer_;

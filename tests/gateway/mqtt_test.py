@@ -323,8 +323,18 @@ class Site(MQTTTest):
         wait_for(lambda: not self.configs(), "pelco gone")
         self.reader.wait("ptz/pelco/owner", "")
 
+    def test_another_prefix_leaves_nothing_behind(self):
+        self.site("axis")
+        wait_for(self.configs, "discovery")
+        self.gate.write(self.lines, self.settings + 'prefix = "cctv"\nhome_assistant = false\n')
+        self.gate.process.send_signal(signal.SIGHUP)
+        self.reader.wait("cctv/axis/available", "online")
+        for what in ("state", "about", "available", "owner"):
+            self.reader.wait(f"ptz/axis/{what}", "")
+        self.assertEqual(self.configs(), {})
+
     def test_a_camera_belongs_to_one_gateway(self):
-        self.site("axis", mqtt='name = "east"')
+        self.site("axis", "pelco", mqtt='name = "east"')
         other = Gate(PTZGATE, self.lines, self.settings.replace("east", "west"))
         self.addCleanup(other.end)
         wait_for(lambda: any("belongs to the gateway east" in line["text"] for line in other.lines if "text" in line),
@@ -333,12 +343,23 @@ class Site(MQTTTest):
         self.assertTrue(self.reader.result("axis", 1)["done"])
         self.assertEqual(other.audits(), [])
         # It is the other's when the first one gives it up.
-        self.gate.write({}, self.settings)
+        pelco = self.lines.pop("pelco")
+        self.gate.write(self.lines, self.settings)
         self.gate.process.send_signal(signal.SIGHUP)
+        self.reader.wait("ptz/pelco/owner", "west")
+        self.reader.wait("ptz/pelco/available", "online")
+        self.send("pelco", "move", {"by": {"pan": 5}, "id": 2})
+        self.assertTrue(self.reader.result("pelco", 2)["done"])
+        # It is so, too, where somebody says that the first one has gone, which takes nothing when it is back.
+        self.reader.wait("ptz/gateway/east/cameras", '["axis"]')
+        self.gate.kill()
+        self.broker.publish("ptz/axis/owner", "", "-r")
         self.reader.wait("ptz/axis/owner", "west")
-        self.reader.wait("ptz/axis/available", "online")
-        self.send("axis", "move", {"by": {"pan": 5}, "id": 2})
-        self.assertTrue(self.reader.result("axis", 2)["done"])
+        self.gate.write({"other": pelco}, self.settings)
+        self.gate.start()
+        self.reader.wait("ptz/other/owner", "east")
+        self.assertEqual((self.reader.latest["ptz/axis/owner"], self.reader.latest["ptz/axis/available"]),
+                         ("west", "online"))
 
 
 if __name__ == "__main__":
