@@ -44,7 +44,10 @@ std::string TextOf(const xmlChar* text) { return text == nullptr ? "" : reinterp
 
 std::string NameOf(const xmlNode& node) {
   auto name = TextOf(node.name);
-  if (node.ns == nullptr) return name;
+  if (node.ns == nullptr) {
+    if (name.find(':') != std::string::npos) throw NoXML("the prefix of " + name + " is not declared");
+    return name;
+  }
   const auto* known = std::ranges::find(Namespaces, TextOf(node.ns->href), &Namespace::URI);
   return known == std::end(Namespaces) ? name : std::string(known->Prefix) + ":" + name;
 }

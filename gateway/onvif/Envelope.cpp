@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <set>
 
 namespace ptzgate {
 
@@ -65,7 +66,8 @@ Envelope ReadEnvelope(std::string_view text) {
   if (root.LocalName() != "Envelope") throw Malformed("expected an Envelope, not " + root.Name);
   if (root.Name != "env:Envelope") throw Fault("env:VersionMismatch", {}, "expected an envelope of SOAP 1.2");
   const auto* body = root.Child("Body");
-  if (body == nullptr || body->Children.size() != 1) throw Malformed("expected a Body with one element");
+  if (std::ranges::count(root.Children, "Body", &Element::LocalName) != 1 || body->Children.size() != 1)
+    throw Malformed("expected a Body with one element");
   Envelope envelope{body->Children.front(), std::nullopt};
   if (const auto* header = root.Child("Header")) {
     CheckUnderstood(*header);
@@ -96,6 +98,15 @@ const Element& Required(const Element& parent, std::string_view localName) {
   return *child;
 }
 
+void CheckOnce(const Element& parent) {
+  std::set<std::string_view> names;
+  for (const auto& child : parent.Children) {
+    if (!names.insert(child.LocalName()).second && child.LocalName() != "Category")
+      throw Fault("env:Sender", {"ter:InvalidArgs"}, parent.Name + " has more than one " + child.Name);
+    CheckOnce(child);
+  }
+}
+
 std::string TextOf(const Element& parent, std::string_view localName) {
   const auto* child = parent.Child(localName);
   return child == nullptr ? "" : child->Text;
@@ -114,7 +125,7 @@ double NumberOf(const Element& element, std::string_view attribute) {
   if (text == nullptr)
     throw Fault("env:Sender", {"ter:InvalidArgs"}, element.Name + " has no " + std::string(attribute));
   auto digits = std::string_view(*text);
-  if (digits.starts_with('+')) digits.remove_prefix(1);
+  if (digits.starts_with('+') && !digits.starts_with("+-")) digits.remove_prefix(1);
   double number = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
   if (error != std::errc() || end != digits.data() + digits.size() || !std::isfinite(number))

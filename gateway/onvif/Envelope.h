@@ -46,6 +46,8 @@ Response ResponseOf(const Fault& fault);
 
 // Arguments. Raise `Fault` for what is missing where it must be there, and for what cannot be meant.
 const Element& Required(const Element& parent, std::string_view localName);
+/// Raises `Fault` where one is told twice, in this element or further in.
+void CheckOnce(const Element& parent);
 /// Empty where there is none.
 std::string TextOf(const Element& parent, std::string_view localName);
 bool BooleanOf(const Element& parent, std::string_view localName, bool otherwise);

@@ -82,6 +82,7 @@ void ONVIF::Serve(const std::shared_ptr<Call>& call, const std::string& camera, 
     }
   }
   if (operation == nullptr) throw NotSupported("this device has no operation " + asked.Action.Name);
+  CheckOnce(asked.Action);
   operation->Serve(asked);
 }
 

@@ -37,7 +37,7 @@ class Reader {
     double number = 0;
     const auto [end, error] =
         std::from_chars(Rest_.data(), Rest_.data() + Rest_.size(), number, std::chars_format::fixed);
-    if (error != std::errc()) return std::nullopt;
+    if (error != std::errc() || end[-1] == '.') return std::nullopt;
     Rest_ = Rest_.substr(static_cast<std::size_t>(end - Rest_.data()));
     return number;
   }
