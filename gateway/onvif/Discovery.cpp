@@ -21,6 +21,8 @@ constexpr char Anonymous[] = "http://schemas.xmlsoap.org/ws/2004/08/addressing/r
 constexpr std::string_view Discovering = "http://schemas.xmlsoap.org/ws/2005/04/discovery/";
 /// Whoever asks may be somebody else than he says, who is not to be flooded.
 constexpr int ProbesPerSecond = 20;
+/// No question is answered any more once there were so many answers in a second, one for each camera.
+constexpr int AnswersPerSecond = 1000;
 
 std::vector<std::string> Words(const std::string& text) {
   std::vector<std::string> words;
@@ -61,10 +63,16 @@ std::optional<Probe> ReadProbe(std::string_view text) {
     const auto* id = header == nullptr ? nullptr : header->Child("MessageID");
     if (root.Name != "env:Envelope" || probe == nullptr || probe->Name != "d:Probe" || id == nullptr)
       return std::nullopt;
-    Probe result{id->Text, {}, {}};
+    Probe result{id->Text, {}, {}, false};
     if (const auto* types = probe->Child("Types"))
       for (const auto& type : Words(types->Text)) result.Types.push_back(type.substr(type.find(':') + 1));
-    if (const auto* scopes = probe->Child("Scopes")) result.Scopes = Words(scopes->Text);
+    if (const auto* scopes = probe->Child("Scopes")) {
+      result.Scopes = Words(scopes->Text);
+      const auto* rule = scopes->Attribute("MatchBy");
+      const auto isRule = [&](const char* name) { return *rule == std::string(Discovering) + name; };
+      if (rule != nullptr && !isRule("rfc3986") && !isRule("strcmp0")) return std::nullopt;
+      result.WantsWholeScopes = rule != nullptr && isRule("strcmp0");
+    }
     return result;
   } catch (const NoXML&) {
     return std::nullopt;
@@ -157,9 +165,9 @@ void Discovery::Answer(const Probe& probe, const UDP::endpoint& to) {
   const auto now = std::chrono::steady_clock::now();
   if (now - Second_ >= std::chrono::seconds(1)) {
     Second_ = now;
-    Answered_ = 0;
+    Probes_ = Answers_ = 0;
   }
-  if (++Answered_ > ProbesPerSecond) return;
+  if (++Probes_ > ProbesPerSecond || Answers_ >= AnswersPerSecond) return;
   for (const auto& type : probe.Types)
     if (type != "NetworkVideoTransmitter" && type != "Device") return;
   // The address by which this machine reaches whoever asked.
@@ -172,13 +180,16 @@ void Discovery::Answer(const Probe& probe, const UDP::endpoint& to) {
   for (const auto& camera : Gate_.Cameras()) {
     const auto scopes = ScopesOf(camera->Name(), std::string(camera->Driver().ProgID));
     const bool isMeant = std::ranges::all_of(probe.Scopes, [&](const std::string& wanted) {
-      return std::ranges::any_of(scopes, [&](const std::string& scope) { return IsWithin(scope, wanted); });
+      return std::ranges::any_of(scopes, [&](const std::string& scope) {
+        return probe.WantsWholeScopes ? scope == wanted : IsWithin(scope, wanted);
+      });
     });
+    if (!isMeant) continue;
+    ++Answers_;
     // One for each: there are clients that read the first match of a message only.
-    if (isMeant)
-      Send(MessageText(NewMessage(), "ProbeMatches", Anonymous, probe.MessageID, NextNumber(),
-                       {"d:ProbeMatches", {Match("d:ProbeMatch", *camera, local.address())}}),
-           to);
+    Send(MessageText(NewMessage(), "ProbeMatches", Anonymous, probe.MessageID, NextNumber(),
+                     {"d:ProbeMatches", {Match("d:ProbeMatch", *camera, local.address())}}),
+         to);
   }
 }
 

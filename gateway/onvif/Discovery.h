@@ -22,6 +22,7 @@ struct Probe {
   std::string MessageID;
   std::vector<std::string> Types;   ///< local names; empty: all
   std::vector<std::string> Scopes;  ///< those found have all of these; empty: all
+  bool WantsWholeScopes = false;    ///< or else also those that begin as these
 };
 /// Nothing for what is no probe. Touches nothing but the text.
 std::optional<Probe> ReadProbe(std::string_view text);
@@ -71,7 +72,7 @@ class Discovery {
   const std::uint64_t Begun_;
   std::uint64_t Sent_ = 0;
   std::chrono::steady_clock::time_point Second_;
-  int Answered_ = 0;  ///< probes of this second
+  int Probes_ = 0, Answers_ = 0;  ///< of this second
   std::shared_ptr<void> Watch_;
 };
 
