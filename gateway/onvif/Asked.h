@@ -55,6 +55,9 @@ void AtOnce(const Asked& asked) {
   asked.Answer(Make(asked));
 }
 
+// Of a service, as it tells of itself and as the device tells of all.
+Element MediaCapabilities();
+Element PTZCapabilities();
 /// Raises `Fault` where the action's profile is none that there is.
 void CheckProfile(const Asked& asked);
 /// The camera's PTZ configuration, as `name`.

@@ -96,13 +96,8 @@ Element Services(const Asked& asked) {
   };
   return {"tds:GetServicesResponse",
           {service(DeviceURI, "device_service", DeviceCapabilities()),
-           service(MediaURI, "media_service",
-                   Element("trt:Capabilities",
-                           {Element("trt:ProfileCapabilities").With("MaximumNumberOfProfiles", "1"),
-                            Element("trt:StreamingCapabilities").With("RTP_RTSP_TCP", "true")})
-                       .With("SnapshotUri", "true")),
-           service(PTZURI, "ptz_service",
-                   Element("tptz:Capabilities").With("MoveStatus", "true").With("StatusPosition", "true"))}};
+           service(MediaURI, "media_service", MediaCapabilities()),
+           service(PTZURI, "ptz_service", PTZCapabilities())}};
 }
 
 Element Capabilities(const Asked& asked) {

@@ -68,11 +68,7 @@ void CheckConfiguration(const Asked& asked, const char* token) {
 }
 
 Element ServiceCapabilities(const Asked&) {
-  return {
-      "trt:GetServiceCapabilitiesResponse",
-      {Element("trt:Capabilities", {Element("trt:ProfileCapabilities").With("MaximumNumberOfProfiles", "1"),
-                                    Element("trt:StreamingCapabilities").With("RTP_RTSP_TCP", "true")})
-           .With("SnapshotUri", "true")}};
+  return {"trt:GetServiceCapabilitiesResponse", {MediaCapabilities()}};
 }
 
 Element Profiles(const Asked& asked) { return {"trt:GetProfilesResponse", {Profile(asked, "trt:Profiles")}}; }
@@ -176,6 +172,12 @@ constexpr Operation All[] = {
 };
 
 }  // namespace
+
+Element MediaCapabilities() {
+  return Element("trt:Capabilities", {Element("trt:ProfileCapabilities").With("MaximumNumberOfProfiles", "1"),
+                                      Element("trt:StreamingCapabilities").With("RTP_RTSP_TCP", "true")})
+      .With("SnapshotUri", "true");
+}
 
 std::span<const Operation> MediaOperations() { return All; }
 

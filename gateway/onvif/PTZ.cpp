@@ -53,13 +53,7 @@ void CheckToken(const Asked& asked, const char* argument, const char* token, con
 // What is asked for.
 
 Element ServiceCapabilities(const Asked&) {
-  return {"tptz:GetServiceCapabilitiesResponse",
-          {Element("tptz:Capabilities")
-               .With("EFlip", "false")
-               .With("Reverse", "false")
-               .With("GetCompatibleConfigurations", "true")
-               .With("MoveStatus", "true")
-               .With("StatusPosition", "true")}};
+  return {"tptz:GetServiceCapabilitiesResponse", {PTZCapabilities()}};
 }
 
 Element Nodes(const Asked& asked) { return {"tptz:GetNodesResponse", {Node(asked)}}; }
@@ -96,12 +90,17 @@ Element ConfigurationOptions(const Asked& asked) {
                              Element("tt:Max", DurationText(asked.Site.Settings().LongestLease))})})}};
 }
 
+/// Whether it is known where the camera is, not only where it was sent.
+bool IsKnown(const CameraPosition& at) {
+  return at.Kind == PositionKind::Read || at.Kind == PositionKind::Estimated;
+}
+
 Element Status(const Asked& asked) {
   const auto& camera = *asked.Camera;
   const auto state = camera.State();
   const auto& ranges = camera.RangesNow();
   const auto& at = state.Position;
-  const bool isKnown = at.Kind != PositionKind::Unknown;
+  const bool isKnown = IsKnown(at);
   const Spaces spaces(camera);
   const bool hasZoom = spaces.HasZoom(Kind::Position) || spaces.HasZoom(Kind::Velocity);
 
@@ -130,8 +129,7 @@ void GetStatus(const Asked& asked) {
   const auto& data = *asked.Camera->Driver().Data;
   const auto state = asked.Camera->State();
   const auto age = std::chrono::steady_clock::now() - state.Position.When;
-  const bool isOld =
-      state.Position.Kind == PositionKind::Unknown || age > milliseconds(data.PositionLifetime);
+  const bool isOld = !IsKnown(state.Position) || age > milliseconds(data.PositionLifetime);
   const bool rests = state.Motion == CameraMotion::AtRest || state.Motion == CameraMotion::Unknown;
   if (!isOld || !rests || !state.Connected || state.Link == LinkHealth::Lost ||
       data.Source() != PositionSource::Camera)
@@ -205,7 +203,7 @@ void ContinuousMove(const Asked& asked) {
   auto time = DefaultTimeout(settings);
   if (const auto* timeout = asked.Action.Child("Timeout")) {
     const auto duration = ReadDuration(timeout->Text);
-    if (!duration) throw InvalidArgument("ter:InvalidArgVal", "Timeout: expected a duration as PT10S");
+    if (!duration) throw Fault("env:Sender", {"ter:InvalidArgVal"}, "Timeout: expected a duration as PT10S");
     if (*duration < ShortestTimeout || *duration > settings.LongestLease)
       throw InvalidArgument("ter:TimeoutNotSupported", "Timeout: expected " + DurationText(ShortestTimeout) +
                                                            " to " + DurationText(settings.LongestLease));
@@ -340,6 +338,15 @@ Element PTZConfiguration(const GateCamera& camera, const GateSettings& settings,
   for (auto& space : Spaces(camera).Defaults()) configuration.Children.push_back(std::move(space));
   configuration.Children.emplace_back("tt:DefaultPTZTimeout", DurationText(DefaultTimeout(settings)));
   return std::move(configuration).With("token", PTZToken);
+}
+
+Element PTZCapabilities() {
+  return Element("tptz:Capabilities")
+      .With("EFlip", "false")
+      .With("Reverse", "false")
+      .With("GetCompatibleConfigurations", "true")
+      .With("MoveStatus", "true")
+      .With("StatusPosition", "true");
 }
 
 std::span<const Operation> PTZOperations() { return All; }

@@ -166,6 +166,8 @@ pelco = "127.0.0.1:0"
         services = axis.ask("<tds:GetServices><tds:IncludeCapability>true</tds:IncludeCapability></tds:GetServices>")
         self.assertEqual([text(one, "tds:XAddr") for one in services],
                          [base + name for name in ("device_service", "media_service", "ptz_service")])
+        own = axis.ask("<tptz:GetServiceCapabilities/>")[0].attrib
+        self.assertEqual(services[2].find(".//tptz:Capabilities", NAMESPACES).attrib, own)
         capabilities = axis.ask("<tds:GetCapabilities><tds:Category>PTZ</tds:Category></tds:GetCapabilities>")
         self.assertEqual([one.text for one in capabilities.iter() if "XAddr" in one.tag], [base + "ptz_service"])
         now = datetime.datetime.now(datetime.timezone.utc)
@@ -251,6 +253,21 @@ pelco = "127.0.0.1:0"
         axis.move("Relative", '<tt:PanTilt x="0.1" y="0"/><tt:Zoom x="0"/>')
         wait_for(lambda: axis.status()[0] == "IDLE", "axis arrives")
         self.assertAlmostEqual(axis.status()[1][0] - at[0], 0.1, delta=0.01)
+        # Where it was sent is not where it is.
+        axis.move("Absolute", '<tt:PanTilt x="0.9" y="0"/>')
+        axis.stop()
+        self.assertLess(wait_for(lambda: axis.status()[1], "its place")[0], 0.8)
+
+    def test_what_is_told_of_a_move_is_what_the_camera_took(self):
+        pelco, axis = Device(self.gate, "pelco"), Device(self.gate, "axis")
+        pelco.move("Relative", '<tt:PanTilt x="0.5" y="0"/>')
+        wait_for(lambda: self.is_moving("pelco"), "pelco moves")
+        pelco.stop()
+        self.simulators["axis"].say("fault silent")
+        self.assertEqual(axis.fault(f'<tptz:AbsoluteMove>{PROFILE}<tptz:Position><tt:PanTilt x="0.5" y="0"/>'
+                                    "</tptz:Position></tptz:AbsoluteMove>"), (500, "Receiver", "Action"))
+        self.simulators["axis"].say("clear")
+        wait_for(lambda: self.gate.camera("axis")["link"] == "up", "axis is back")
 
     def test_presets_are_set_listed_gone_to_and_removed(self):
         for make in ("axis", "pelco", "vivotek"):
@@ -279,13 +296,15 @@ pelco = "127.0.0.1:0"
                 (axis, absolute('<tt:PanTilt x="1.1" y="0"/>'), (*sender, "InvalidPosition")),
                 (axis, absolute(f'<tt:PanTilt x="0" y="181" {DEGREES}/>'), (*sender, "InvalidPosition")),
                 (axis, absolute('<tt:PanTilt x="NaN" y="0"/>'), sender),
+                (axis, absolute('<tt:PanTilt x="+-1" y="0"/>'), sender),
                 (axis, absolute('<tt:PanTilt x="1"/>'), (400, "Sender", "InvalidArgs")),
+                (axis, absolute('<tt:PanTilt x="1" y="0"/><tt:PanTilt x="0" y="0"/>'), (400, "Sender", "InvalidArgs")),
                 (axis, absolute('<tt:PanTilt x="0" y="0" space="elsewhere"/>'), (*sender, "SpaceNotSupported")),
                 (axis, absolute(""), (*sender, "InvalidPosition")),
                 (secubest, absolute('<tt:Zoom x="0.5"/>'), (*sender, "SpaceNotSupported")),
                 (axis, continuous("1.5", "PT1S"), (*sender, "InvalidVelocity")),
                 (axis, continuous("1", "PT21S"), (*sender, "TimeoutNotSupported")),
-                (axis, continuous("1", "soon"), (*sender, "InvalidArgVal")),
+                (axis, continuous("1", "soon"), sender),
                 (axis, absolute('<tt:PanTilt x="0" y="0"/>').replace("profile<", "other<"), (*sender, "NoProfile")),
                 (axis, preset("GotoPreset", "x"), (*sender, "NoToken")),
                 (axis, preset("RemovePreset", "7"), (*sender, "NoToken")),
@@ -307,6 +326,8 @@ pelco = "127.0.0.1:0"
         for message, status in ((move[:-9], 400), ("", 400), ("<a/>", 400), (b"\xff\xfe\x00<", 400),
                                 (move.replace("<env:Body>", "<env:Body>" + "<a>" * 500), 400),
                                 (move.replace("?>", '?><!DOCTYPE a [<!ENTITY b SYSTEM "file:///etc/hosts">]>', 1), 400),
+                                (move.replace("</env:Body>", "</env:Body><env:Body/>"), 400),
+                                (re.sub(' xmlns:tptz="[^"]*"', "", move), 400),
                                 (move.replace("2003/05/soap-envelope", "2001/12/soap"), 500),
                                 (move.replace("</env:Header>", '<x env:mustUnderstand="1"/></env:Header>'), 500),
                                 (move + " " * 70000, 413)):
