@@ -1,5 +1,7 @@
 #include "gateway/access/HTTPAccess.h"
 
+#include <boost/asio/ip/address.hpp>
+
 #include <sodium.h>
 
 #include <algorithm>
@@ -80,22 +82,29 @@ void AnswerSlowed(const std::shared_ptr<Call>& call) {
   call->Answer(std::move(response));
 }
 
-/// "example:80" without the port.
-std::string_view HostOnly(std::string_view host) {
-  if (host.starts_with('[')) return host.substr(0, std::min(host.find(']') + 1, host.size()));
-  return host.substr(0, host.find(':'));
+/// Whether "127.0.0.1:8480" or the like means this machine to everybody: an address, or the one name that nobody
+/// can give another meaning. "127.0.0.1.example" is somebody's name.
+bool MeansThisMachine(std::string_view host) {
+  if (const auto colon = host.rfind(':'); colon != std::string_view::npos && host.back() != ']')
+    host = host.substr(0, colon);
+  if (EqualIgnoringCase(host, "localhost")) return true;
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  boost::system::error_code none;
+  const auto address = boost::asio::ip::make_address(std::string(host), none);
+  return !none && address.is_loopback();
 }
 
 }  // namespace
 
 bool HTTPAccess::IsOwnPage(const Request& request) const {
-  if (!Gate_.Users().AreThere()) {
-    const auto host = HostOnly(request.Host);
-    if (host != "localhost" && host != "[::1]" && !host.starts_with("127.")) return false;
-  }
+  if (!Gate_.Users().AreThere() && !MeansThisMachine(request.Host)) return false;
   const auto* origin = request.Header("Origin");
-  return origin == nullptr ||
-         EqualIgnoringCase(*origin, (request.IsSecure ? "https://" : "http://") + request.Host) ||
+  if (origin == nullptr) {
+    // Of a picture or a link that another site's page has, browsers tell no origin, but this.
+    const auto* site = request.Header("Sec-Fetch-Site");
+    return site == nullptr || *site == "same-origin" || *site == "none";
+  }
+  return EqualIgnoringCase(*origin, (request.IsSecure ? "https://" : "http://") + request.Host) ||
          // Behind a proxy that speaks TLS for it.
          EqualIgnoringCase(*origin, "https://" + request.Host);
 }

@@ -280,9 +280,11 @@ class Input(GateTest):
                 self.assertEqual(headers["Content-Type"], "application/problem+json")
                 self.assertIn(text, problem["detail"])
         self.assertEqual(gate.ask("POST", at)[0], 405)
-        self.assertEqual(gate.ask("GET", at, headers={"Host": "evil.example"})[0], 403)
+        for foreign in ({"Host": "evil.example"}, {"Host": "127.0.0.1.evil.example"}, {"Sec-Fetch-Site": "cross-site"}):
+            self.assertEqual(gate.ask("GET", "/ptz/control.htm?feed=axis&move=offset&pan=5", headers=foreign)[0], 403)
         console = self.socket(gate)
-        for number, message in enumerate(["{", "[]", "{}", {"do": "fly", "camera": "axis"}, {"do": "stop"},
+        deep = '{"do": "ping", "id": ' + "[" * 30000 + "]" * 30000 + "}"
+        for number, message in enumerate(["{", "[]", deep, {"do": "fly", "camera": "axis"}, {"do": "stop"},
                                           {"do": "drive", "camera": "axis", "pan": "x"},
                                           {"do": "stop", "camera": "none"}, {"do": "renew", "camera": "axis"}]):
             console.send(message if isinstance(message, str) else json.dumps(message | {"id": number}))
