@@ -179,7 +179,10 @@ API::API(Gate& gate, HTTPAccess& access) : Gate_(gate), Access_(access), KeepTim
 
 API::~API() = default;
 
-bool API::Has(const std::string& path) { return path.starts_with(Base) || path == "/openapi.json"; }
+bool API::Has(const std::string& path) {
+  return path == "/openapi.json" ||
+         (path.starts_with(Base) && (path.size() == Base.size() || path[Base.size()] == '/'));
+}
 
 void API::Handle(const std::shared_ptr<Call>& call) {
   const auto& request = call->Asked();
@@ -213,9 +216,7 @@ void API::Handle(const std::shared_ptr<Call>& call) {
         });
   }
   if (allowed.empty()) return call->Answer(Problem(404, "there is nothing at " + request.Path));
-  auto response = Problem(405, request.Method + " cannot be done to " + request.Path);
-  response.Headers.emplace_back("Allow", allowed);
-  call->Answer(std::move(response));
+  call->Answer(MethodProblem(request, allowed));
 }
 
 void API::Serve(const Route& route, const std::shared_ptr<Call>& call, const Client& client,

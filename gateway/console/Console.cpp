@@ -60,11 +60,7 @@ void Console::Handle(const std::shared_ptr<Call>& call) {
   const auto& request = call->Asked();
   const auto* file = Find(request.Path);
   if (file == nullptr) return call->Answer(Problem(404, "there is nothing at " + request.Path));
-  if (request.Method != "GET") {
-    auto response = Problem(405, request.Method + " cannot be done to " + request.Path);
-    response.Headers.emplace_back("Allow", "GET, HEAD");
-    return call->Answer(std::move(response));
-  }
+  if (request.Method != "GET") return call->Answer(MethodProblem(request, "GET"));
   const auto tag = '"' + std::string(file->Hash) + '"';
   // A newer gateway's page must not run with files of an older one.
   Response response{.Headers = {{"ETag", tag},

@@ -70,7 +70,7 @@ bool Pictures::Has(const std::string& path) {
 }
 
 void Pictures::Handle(const std::shared_ptr<Call>& call) {
-  if (call->Asked().Method != "GET") return call->Answer(Problem(405, "only GET"));
+  if (call->Asked().Method != "GET") return call->Answer(MethodProblem(call->Asked(), "GET"));
   Access_.Identify(call, "api", [this, call](const Client& client) {
     try {
       Serve(call, client);

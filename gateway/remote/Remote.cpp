@@ -85,7 +85,7 @@ bool Remote::Has(const std::string& path) { return path == "/feedlist.xml" || pa
 
 void Remote::Handle(const std::shared_ptr<Call>& call) {
   if (!Gate_.Settings().Remote) return call->Answer(Problem(404, "this gateway is no remote system"));
-  if (call->Asked().Method != "GET") return call->Answer(Problem(405, "only GET"));
+  if (call->Asked().Method != "GET") return call->Answer(MethodProblem(call->Asked(), "GET"));
   Access_.Identify(call, "remote", [this, call](const Client& client) {
     try {
       Serve(call, client);

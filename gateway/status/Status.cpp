@@ -54,7 +54,7 @@ void TellDurations(std::ostream& out, std::string_view name, const Durations& du
 }  // namespace
 
 void Status::Handle(const std::shared_ptr<Call>& call) {
-  if (call->Asked().Method != "GET") return call->Answer(Problem(405, "only GET"));
+  if (call->Asked().Method != "GET") return call->Answer(MethodProblem(call->Asked(), "GET"));
   if (call->Asked().Path == "/healthz") return call->Answer(Health());
   Access_.Identify(call, "metrics", [this, call](const Client&) {
     call->Answer(

@@ -84,6 +84,13 @@ Response Problem(int status, std::string_view detail) {
           problem.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)};
 }
 
+Response MethodProblem(const Request& request, const std::string& methods) {
+  auto problem = Problem(405, request.Method + " cannot be done to " + request.Path);
+  const bool hasGet = methods.find("GET") != std::string::npos;
+  problem.Headers.emplace_back("Allow", methods + (hasGet ? ", HEAD" : ""));
+  return problem;
+}
+
 std::string ReasonOf(int status) {
   namespace http = boost::beast::http;
   return std::string(http::obsolete_reason(http::int_to_status(static_cast<unsigned>(status))));

@@ -44,6 +44,9 @@ struct Response {
 /// An error as RFC 9457 has it, with the status's usual title. `detail` is for people: what was wrong.
 Response Problem(int status, std::string_view detail);
 
+/// The answer to a method that a path does not have: 405, with those it has, "GET, PUT".
+Response MethodProblem(const Request& request, const std::string& methods);
+
 /// The usual words of a status: "Not Found".
 std::string ReasonOf(int status);
 
