@@ -56,9 +56,9 @@ void TellDurations(std::ostream& out, std::string_view name, const Durations& du
 void Status::Handle(const std::shared_ptr<Call>& call) {
   if (call->Asked().Method != "GET") return call->Answer(MethodProblem(call->Asked(), "GET"));
   if (call->Asked().Path == "/healthz") return call->Answer(Health());
-  Access_.Identify(call, "metrics", [this, call](const Client&) {
-    call->Answer(
-        {.Headers = {{"Content-Type", "text/plain; version=0.0.4; charset=utf-8"}}, .Body = MetricsText()});
+  Access_.Identify(call, "metrics", [this, call](const Client& client) {
+    call->Answer({.Headers = {{"Content-Type", "text/plain; version=0.0.4; charset=utf-8"}},
+                  .Body = MetricsText(client.User)});
   });
 }
 
@@ -72,10 +72,10 @@ Response Status::Health() const {
           .Body = std::move(text)};
 }
 
-std::string Status::MetricsText() const {
+std::string Status::MetricsText(const std::string& user) const {
   std::ostringstream out;
   out.precision(12);  // sums of seconds grow for as long as it runs
-  const auto cameras = Gate_.Cameras();
+  const auto cameras = Gate_.CamerasFor(user);
   Begin(out, "ptzgate_build_info", "gauge", "The version that runs.");
   out << "ptzgate_build_info{version=\"" PTZD_VERSION "\"} 1\n";
 

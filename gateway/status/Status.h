@@ -25,7 +25,8 @@ class Status {
 
  private:
   Response Health() const;
-  std::string MetricsText() const;
+  /// Of the cameras that a user may see.
+  std::string MetricsText(const std::string& user) const;
 
   Gate& Gate_;
   HTTPAccess& Access_;
