@@ -262,6 +262,7 @@ void Program::Reload() {
   if (attempt("nothing was taken over: ", [this] {
         Gate_->Reload(ReadSettings(), [this](const GateSettings& settings) { Listen(settings); });
       })) {
+    Faces_->Access.Reload();
     Faces_->MQTT_.Reload();
     attempt("all was taken over but the discovery: ",
             [&] { Announce(before != std::pair(Places_, Gate_->Settings().Web.Certificate.empty())); });

@@ -82,8 +82,8 @@ void AnswerSlowed(const std::shared_ptr<Call>& call) {
   call->Answer(std::move(response));
 }
 
-/// Whether "127.0.0.1:8480" or the like means this machine to everybody: an address, or the one name that nobody
-/// can give another meaning. "127.0.0.1.example" is somebody's name.
+/// Whether "127.0.0.1:8480" or the like means this machine to everybody: an address, or the one name that
+/// nobody can give another meaning. "127.0.0.1.example" is somebody's name.
 bool MeansThisMachine(std::string_view host) {
   if (const auto colon = host.rfind(':'); colon != std::string_view::npos && host.back() != ']')
     host = host.substr(0, colon);
@@ -115,7 +115,25 @@ Client HTTPAccess::ClientOf(const Request& request, const std::string& face, con
           .From = request.From,
           .Face = face,
           .Session = session,
-          .Priority = Gate_.Users().PriorityOf(user)};
+          .Priority = Gate_.Users().PriorityOf(user),
+          .Stamp = Gate_.Users().StampOf(user)};
+}
+
+bool HTTPAccess::IsOver(const Session& session) const {
+  const auto* user = Gate_.Users().Find(session.User);
+  return user == nullptr || user->PasswordHash != session.PasswordHash ||
+         steady_clock::now() - session.LastUsed > SessionLife;
+}
+
+bool HTTPAccess::StillKnows(const Client& client) const {
+  const auto isHis = [&](const auto& session) { return session.second.Number == client.Login; };
+  return client.Stamp == Gate_.Users().StampOf(client.User) &&
+         (client.Login == 0 || std::ranges::any_of(Sessions_, isHis));
+}
+
+void HTTPAccess::Reload() {
+  std::erase_if(Sessions_, [this](const auto& session) { return IsOver(session.second); });
+  for (const auto& changed : Changed_) changed();
 }
 
 HTTPAccess::Session* HTTPAccess::SessionOf(const Request& request) {
@@ -123,8 +141,7 @@ HTTPAccess::Session* HTTPAccess::SessionOf(const Request& request) {
   if (!token) return nullptr;
   const auto session = Sessions_.find(*token);
   if (session == Sessions_.end()) return nullptr;
-  if (steady_clock::now() - session->second.LastUsed > SessionLife ||
-      Gate_.Users().Find(session->second.User) == nullptr) {
+  if (IsOver(session->second)) {
     Sessions_.erase(session);
     return nullptr;
   }
@@ -139,8 +156,11 @@ void HTTPAccess::Identify(const std::shared_ptr<Call>& call, const std::string& 
     return call->Answer(Problem(403, "a page of another site may not use this gateway"));
   if (!Gate_.Users().AreThere())
     return known(ClientOf(request, face, "", ptzgate::SessionOf("open " + request.Address)));
-  if (const auto* session = SessionOf(request))
-    return known(ClientOf(request, face, session->User, session->Number));
+  if (const auto* session = SessionOf(request)) {
+    auto client = ClientOf(request, face, session->User, session->Number);
+    client.Login = session->Number;
+    return known(client);
+  }
   const auto* header = request.Header("Authorization");
   if (header == nullptr) return AnswerUnknown(call, "a user and a password are wanted");
   const auto login = BasicLogin(*header);
@@ -185,7 +205,8 @@ void HTTPAccess::LogIn(const std::shared_ptr<Call>& call, const std::string& use
                            Sessions_.erase(std::ranges::min_element(
                                Sessions_, {}, [](const auto& session) { return session.second.LastUsed; }));
                          const auto token = NewToken();
-                         Sessions_[token] = {user, NextSession(), steady_clock::now()};
+                         const auto& hash = Gate_.Users().Find(user)->PasswordHash;
+                         Sessions_[token] = {user, hash, NextSession(), steady_clock::now()};
                          audit("done", "");
                          response.Headers.emplace_back("Set-Cookie", CookieText(call->Asked(), token));
                          call->Answer(std::move(response));
@@ -193,7 +214,8 @@ void HTTPAccess::LogIn(const std::shared_ptr<Call>& call, const std::string& use
 }
 
 void HTTPAccess::LogOut(const std::shared_ptr<Call>& call, Response response) {
-  if (const auto token = Cookie(call->Asked(), CookieName)) Sessions_.erase(*token);
+  if (const auto token = Cookie(call->Asked(), CookieName); token && Sessions_.erase(*token) > 0)
+    for (const auto& changed : Changed_) changed();
   response.Headers.emplace_back("Set-Cookie", CookieText(call->Asked(), ""));
   call->Answer(std::move(response));
 }

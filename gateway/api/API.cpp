@@ -174,6 +174,7 @@ json API::Description() { return OpenAPI(Routes(), LoginBody, std::string(Base))
 
 API::API(Gate& gate, HTTPAccess& access) : Gate_(gate), Access_(access), KeepTimer_(gate.Context()) {
   Watch_ = Gate_.Watch([this](GateCamera& camera, Gate::Change change) { TellStreams(camera, change); });
+  Access_.WhenKnownChanges([this] { CheckStreams(); });
   KeepStreams();
 }
 
@@ -336,7 +337,8 @@ void API::RenewDrive(const Asked& asked) {
   const auto held = drive == Drives_.end() ? nullptr : drive->second.lock();
   if (!held || !*held)
     throw Refusal(Refusal::Why::Invalid, "camera " + asked.Camera->Name() + " is not driven by you");
-  (*held)->Renew();
+  if (!(*held)->Renew())
+    throw Refusal(Refusal::Why::Held, "camera " + asked.Camera->Name() + " is not yours any more");
   asked.Call->Answer({.Status = 204});
 }
 
@@ -395,6 +397,19 @@ void API::TellStreams(GateCamera& camera, Gate::Change change) {
     else if (reader->To->Backlog() < MuchToSend)
       reader->To->Send(EventText("camera", CameraJSON(Gate_, camera, reader->Who)));
   }
+}
+
+void API::CheckStreams() {
+  std::erase_if(Sockets_, [this](const auto& live) {
+    if (Access_.StillKnows(live->Who())) return false;
+    live->End();
+    return true;
+  });
+  std::erase_if(Readers_, [this](const auto& reader) {
+    if (Access_.StillKnows(reader->Who)) return false;
+    reader->To->End();
+    return true;
+  });
 }
 
 /// A reader that has gone without a word is seen when it is written to.

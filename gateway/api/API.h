@@ -68,6 +68,8 @@ class API {
   void Carry(const Asked& asked, const Order& order);
   void TellStreams(GateCamera& camera, Gate::Change change);
   void KeepStreams();
+  /// Ends those of whoever is not known any more as what he was.
+  void CheckStreams();
 
   struct Reader;
 

@@ -17,6 +17,7 @@ namespace {
 
 /// A peer that reads slowly is told of fewer changes rather than lost.
 constexpr std::size_t MuchToSend = 256 * 1024;
+constexpr std::uint16_t PolicyViolation = 1008;
 
 json ProblemJSON(const Response& problem) { return json::parse(problem.Body); }
 
@@ -43,6 +44,11 @@ void Live::Begin(std::function<void()> gone) {
 void Live::Leave() {
   Drives_.clear();
   for (const auto& camera : Gate_.Cameras()) camera->Forget(Client_.Session);
+}
+
+void Live::End() {
+  Leave();
+  Socket_->Close(PolicyViolation, "who you are has changed");
 }
 
 void Live::Send(const json& message) { Socket_->Send(TextOf(message)); }
@@ -104,7 +110,10 @@ json Live::Obey(const json& message) {
     const auto drive = Drives_.find(camera->Name());
     if (drive == Drives_.end())
       throw Refusal(Refusal::Why::Invalid, "camera " + camera->Name() + " is not driven by you");
-    drive->second->Renew();
+    if (!drive->second->Renew()) {
+      Drives_.erase(drive);
+      throw Refusal(Refusal::Why::Held, "camera " + camera->Name() + " is not yours any more");
+    }
     return {{"renewed", true}};
   }
   if (word == "presets") return {{"presets", PresetsJSON(*camera)}};

@@ -22,6 +22,9 @@ class Live : public std::enable_shared_from_this<Live> {
 
   void Begin(std::function<void()> gone);
   void Tell(GateCamera& camera, Gate::Change change);
+  const Client& Who() const { return Client_; }
+  /// Sends the client away, who is not who he was any more. He may come again.
+  void End();
 
  private:
   void Read(const std::string& text);

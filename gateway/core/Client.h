@@ -14,6 +14,9 @@ struct Client {
   /// Its own for whoever can hold a camera: two windows of one user are two.
   std::uint64_t Session = 0;
   std::int32_t Priority = 0;  ///< the greater takes a camera from the lesser
+  /// `Users::StampOf` of when he was known, and the session he had logged in to; 0 for none. For faces that
+  /// go on telling him things.
+  std::uint64_t Stamp = 0, Login = 0;
 
   /// "anna at 192.168.0.5:51234", for people.
   std::string Text() const;

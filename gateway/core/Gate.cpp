@@ -82,6 +82,7 @@ void Gate::Reload(GateSettings settings, const std::function<void(const GateSett
     Tell(*camera, Change::Removed);
     Leave(camera);
   }
+  for (const auto& [name, camera] : Cameras_) camera->UsersChanged();
   for (const auto& camera : cameras) {
     const auto made = fresh.find(camera.Name);
     if (made == fresh.end()) continue;

@@ -96,14 +96,15 @@ HeldDrive::HeldDrive(CameraControl::Drive drive, std::weak_ptr<GateCamera> camer
                      Milliseconds lease)
     : Drive_(std::move(drive)), Camera_(std::move(camera)), Client_(std::move(client)), Lease_(lease) {}
 
-void HeldDrive::Renew() {
+bool HeldDrive::Renew() {
   const auto camera = Camera_.lock();
   // Whoever lost the camera, or the right to drive it, cannot go on.
-  if (!camera || !camera->HeldBy() || camera->HeldBy()->Client.Session != Client_.Session) return;
+  if (!camera || !camera->HeldBy() || camera->HeldBy()->Client.Session != Client_.Session) return false;
   const auto& users = camera->Gate_.Users();
-  if (users.AreThere() && users.RoleOf(Client_.User, camera->Name()) < Role::Operator) return;
+  if (users.AreThere() && users.RoleOf(Client_.User, camera->Name()) < Role::Operator) return false;
   Drive_.Renew();
   camera->Hold(Client_, Lease_);
+  return true;
 }
 
 HeldDrive::~HeldDrive() {
@@ -239,6 +240,14 @@ void GateCamera::Forget(std::uint64_t session) {
   Holder_.reset();
   HoldTimer_.cancel();
   Changed();
+}
+
+void GateCamera::UsersChanged() {
+  const auto* holder = HeldBy();
+  if (holder == nullptr || Gate_.Users().RoleOf(holder->Client.User, Name()) >= Role::Operator) return;
+  if (Gate_.Marks().IsSet(Name()) && !Tour_)
+    Control_->Stop(Telling(holder->Client, "stop, since the rights ended", {}, Kind::Stop));
+  Forget(holder->Client.Session);
 }
 
 // Wishes.

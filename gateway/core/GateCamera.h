@@ -39,8 +39,9 @@ class HeldDrive {
   HeldDrive(const HeldDrive&) = delete;
   HeldDrive& operator=(const HeldDrive&) = delete;
 
-  /// For as long again as its lease is, from now; the client holds the camera for longer, too.
-  void Renew();
+  /// For as long again as its lease is, from now; the client holds the camera for longer, too. False where
+  /// he does not hold it any more.
+  bool Renew();
 
  private:
   ptzd::CameraControl::Drive Drive_;
@@ -116,6 +117,8 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   void Release(const Client& client);
   /// Somebody's connection went: his control ends. A tour that he began goes on.
   void Forget(std::uint64_t session);
+  /// After the users changed: whoever may not move it any more does not.
+  void UsersChanged();
   /// Who holds it now; null for nobody.
   const Holder* HeldBy() const;
 

@@ -1,6 +1,9 @@
 #include "gateway/core/Users.h"
 
 #include <algorithm>
+#include <sstream>
+
+#include "gateway/core/Client.h"
 
 namespace ptzgate {
 
@@ -46,6 +49,21 @@ bool Users::IsAdministrator(std::string_view name) const {
 std::int32_t Users::PriorityOf(std::string_view name) const {
   const auto* user = Find(name);
   return user == nullptr ? 0 : user->Priority;
+}
+
+std::uint64_t Users::StampOf(std::string_view name) const {
+  const auto* user = Find(name);
+  if (user == nullptr) return AreThere() ? 1 : 0;
+  std::ostringstream text;
+  text << user->Name << '\n' << user->PasswordHash << '\n' << user->Priority;
+  text << '\n' << ptzgate::Name(user->Everywhere);
+  for (const auto& [group, role] : user->Groups) {
+    text << '\n' << group << '\n' << ptzgate::Name(role);
+    const auto patterns = Groups_.find(group);
+    if (patterns == Groups_.end()) continue;
+    for (const auto& pattern : patterns->second) text << '\n' << pattern;
+  }
+  return SessionOf(text.str());
 }
 
 bool Matches(std::string_view pattern, std::string_view text) {

@@ -45,6 +45,8 @@ class Users {
   /// Whether a user is an administrator of everything.
   bool IsAdministrator(std::string_view user) const;
   std::int32_t PriorityOf(std::string_view user) const;
+  /// A number that is another one once a user's password, roles or priority are others, or he is gone.
+  std::uint64_t StampOf(std::string_view user) const;
 
  private:
   std::vector<User> Users_;

@@ -514,7 +514,7 @@ void MQTT::Do(GateCamera& camera, Offered& offered, const std::string& word, con
 }
 
 void MQTT::Drive(GateCamera& camera, Offered& offered, const json& id, const json& body) {
-  if (offered.Drive && offered.Driven == body) return offered.Drive->Renew();
+  if (offered.Drive && offered.Driven == body && offered.Drive->Renew()) return;
   const auto number = ++Drives_;
   auto drive = camera.Drive(Who(), SpeedsOf(body, camera), LeaseOf(body),
                             [this, life = std::weak_ptr(Life_), name = camera.Name(), id,
