@@ -16,7 +16,16 @@ constexpr long MostRedirects = 3;
 
 using Handle = std::unique_ptr<CURL, void (*)(CURL*)>;
 
-Handle Prepare(const PictureRequest& request) {
+/// Redirects lead to the machine that was asked first, or the camera would have this one ask others, which
+/// may take what comes from here for wished. `first`: its address, as a text, empty before it is known.
+int StayThere(void* first, char* peer, char*, int, int) {
+  auto& known = *static_cast<std::string*>(first);
+  if (known.empty()) known = peer;
+  return known == peer ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+}
+
+/// `first` lives as long as what is answered.
+Handle Prepare(const PictureRequest& request, std::string& first) {
   Handle handle(curl_easy_init(), curl_easy_cleanup);
   auto* curl = handle.get();
   curl_easy_setopt(curl, CURLOPT_URL, request.URL.c_str());
@@ -25,6 +34,8 @@ Handle Prepare(const PictureRequest& request) {
   curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
   curl_easy_setopt(curl, CURLOPT_MAXREDIRS, MostRedirects);
+  curl_easy_setopt(curl, CURLOPT_PREREQFUNCTION, StayThere);
+  curl_easy_setopt(curl, CURLOPT_PREREQDATA, &first);
   curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, ConnectTime);
   curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
   if (!request.User.empty()) {
@@ -45,6 +56,8 @@ std::string ProblemOf(CURL* curl, CURLcode code) {
   long status = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
   if (code == CURLE_HTTP_RETURNED_ERROR) return "the camera answers " + std::to_string(status);
+  if (code == CURLE_ABORTED_BY_CALLBACK) return "the camera leads elsewhere";
+  if (code == CURLE_WRITE_ERROR) return "it is larger than any picture";
   return curl_easy_strerror(code);
 }
 
@@ -80,7 +93,8 @@ struct FilmReader {
 }  // namespace
 
 FetchedPicture FetchPicture(const PictureRequest& request) {
-  const auto handle = Prepare(request);
+  std::string first;
+  const auto handle = Prepare(request, first);
   auto* curl = handle.get();
   FetchedPicture fetched;
   curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, WholeTime);
@@ -97,7 +111,8 @@ FetchedPicture FetchPicture(const PictureRequest& request) {
 
 std::string FetchFilm(const PictureRequest& request, const std::atomic<bool>& isOver,
                       const std::function<void(std::string, std::string)>& picture) {
-  const auto handle = Prepare(request);
+  std::string first;
+  const auto handle = Prepare(request, first);
   auto* curl = handle.get();
   FilmReader reader{curl, isOver, picture};
   curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);

@@ -20,7 +20,7 @@ struct FetchedPicture {
   std::string Problem;
 };
 
-/// Blocks for ten seconds at most. Redirects stay within HTTP.
+/// Blocks for ten seconds at most. Redirects stay within HTTP, and with the machine that was asked.
 FetchedPicture FetchPicture(const PictureRequest& request);
 
 /// Reads a film until it ends, fails, or `isOver`; blocks meanwhile, and calls `picture` for each. Answers

@@ -50,23 +50,35 @@ struct Pictures::Snapshot {
 };
 
 struct Pictures::Film {
-  std::shared_ptr<std::atomic<bool>> IsOver = std::make_shared<std::atomic<bool>>(false);
-  std::vector<std::shared_ptr<Call>> Waiting;  ///< for the first picture
-  std::vector<std::shared_ptr<Stream>> Viewers;
+  template <typename To>
+  using Viewers = std::vector<std::pair<Client, std::shared_ptr<To>>>;
 
+  const std::string URL;
+  std::shared_ptr<std::atomic<bool>> IsOver = std::make_shared<std::atomic<bool>>(false);
+  Viewers<Call> Waiting;  ///< for the first picture
+  Viewers<Stream> Watching;
+
+  explicit Film(std::string url) : URL(std::move(url)) {}
+  Film(const Film&) = delete;
+  Film& operator=(const Film&) = delete;
   ~Film() { *IsOver = true; }
 };
 
 Pictures::Pictures(Gate& gate, HTTPAccess& access)
-    : Gate_(gate), Access_(access), Fetching_(FetchingAtOnce) {}
+    : Gate_(gate), Access_(access), Fetching_(std::make_unique<boost::asio::thread_pool>(FetchingAtOnce)) {
+  Access_.WhenKnownChanges([this] { CheckFilms(); });
+}
 
 Pictures::~Pictures() {
   for (const auto& [camera, film] : Films_) *film->IsOver = true;
-  Fetching_.stop();
+  Fetching_->stop();
+  // Cameras are stopped after this, which must not wait for a picture.
+  std::thread([fetching = std::move(Fetching_)] { fetching->join(); }).detach();
 }
 
 bool Pictures::Has(const std::string& path) {
-  return path.starts_with("/api/v1/cameras/") && (path.ends_with("/snapshot") || path.ends_with("/film"));
+  const bool isOfCamera = path.starts_with("/api/v1/cameras/") && std::ranges::count(path, '/') == 5;
+  return isOfCamera && (path.ends_with("/snapshot") || path.ends_with("/film"));
 }
 
 void Pictures::Handle(const std::shared_ptr<Call>& call) {
@@ -93,7 +105,7 @@ void Pictures::Serve(const std::shared_ptr<Call>& call, const Client& client) {
   if (settings == pictures.end() || (isFilm ? settings->second.MJPEG : settings->second.Snapshot).empty())
     throw Refusal(Refusal::Why::Unknown, "camera " + camera->Name() + " has no " + segments[4]);
   if (isFilm)
-    ServeFilm(call, camera->Name(), settings->second);
+    ServeFilm(call, client, camera->Name(), settings->second);
   else
     ServeSnapshot(call, camera->Name(), settings->second);
 }
@@ -108,7 +120,7 @@ void Pictures::ServeSnapshot(const std::shared_ptr<Call>& call, const std::strin
   auto request = RequestOf(camera, settings.Snapshot, settings);
   snapshot->Waiting.push_back(call);
   if (std::exchange(snapshot->IsFetching, true)) return;
-  boost::asio::post(Fetching_, [request = std::move(request), snapshot, &context = Gate_.Context()] {
+  boost::asio::post(*Fetching_, [request = std::move(request), snapshot, &context = Gate_.Context()] {
     auto picture = FetchPicture(request);
     boost::asio::post(context, [picture = std::move(picture), snapshot]() mutable {
       snapshot->Last = std::move(picture);
@@ -120,45 +132,47 @@ void Pictures::ServeSnapshot(const std::shared_ptr<Call>& call, const std::strin
   });
 }
 
-void Pictures::ServeFilm(const std::shared_ptr<Call>& call, const std::string& camera,
+void Pictures::ServeFilm(const std::shared_ptr<Call>& call, const Client& client, const std::string& camera,
                          const PictureSettings& settings) {
   if (const auto known = Films_.find(camera); known != Films_.end()) {
-    known->second->Waiting.push_back(call);
+    known->second->Waiting.emplace_back(client, call);
     return;
   }
   if (Films_.size() >= MostFilms)
     throw Refusal(Refusal::Why::Exhausted, "as many films are shown as may be: " + std::to_string(MostFilms));
   auto request = RequestOf(camera, settings.MJPEG, settings);
-  const auto film = std::make_shared<Film>();
-  film->Waiting.push_back(call);
+  const auto film = std::make_shared<Film>(settings.MJPEG);
+  film->Waiting.emplace_back(client, call);
   Films_[camera] = film;
 
   const auto show = [this, life = std::weak_ptr(Life_), camera, weak = std::weak_ptr(film)](
                         const std::string& type, const std::string& bytes) {
     const auto shown = weak.lock();
     if (!life.lock() || !shown) return;
-    for (const auto& waiting : std::exchange(shown->Waiting, {}))
-      shown->Viewers.push_back(waiting->BeginStream(
-          {.Headers = {{"Content-Type", std::string("multipart/x-mixed-replace; boundary=") + Boundary},
-                       {"Cache-Control", "no-store"}}}));
-    std::erase_if(shown->Viewers, [](const auto& viewer) { return viewer->IsOver(); });
-    if (shown->Viewers.empty()) {
+    for (const auto& [who, waiting] : std::exchange(shown->Waiting, {}))
+      shown->Watching.emplace_back(
+          who,
+          waiting->BeginStream(
+              {.Headers = {{"Content-Type", std::string("multipart/x-mixed-replace; boundary=") + Boundary},
+                           {"Cache-Control", "no-store"}}}));
+    std::erase_if(shown->Watching, [](const auto& viewer) { return viewer.second->IsOver(); });
+    if (shown->Watching.empty()) {
       *shown->IsOver = true;
       Films_.erase(camera);
       return;
     }
     const auto part = std::string("--") + Boundary + "\r\nContent-Type: " + type +
                       "\r\nContent-Length: " + std::to_string(bytes.size()) + "\r\n\r\n" + bytes + "\r\n";
-    for (const auto& viewer : shown->Viewers)
+    for (const auto& [who, viewer] : shown->Watching)
       if (viewer->Backlog() < MuchToSend) viewer->Send(part);
   };
   const auto end = [this, life = std::weak_ptr(Life_), camera,
                     weak = std::weak_ptr(film)](const std::string& why) {
     const auto shown = weak.lock();
     if (!life.lock() || !shown) return;
-    for (const auto& waiting : std::exchange(shown->Waiting, {}))
+    for (const auto& [who, waiting] : shown->Waiting)
       waiting->Answer(Problem(502, "there is no film: " + why));
-    for (const auto& viewer : shown->Viewers) viewer->End();
+    for (const auto& [who, viewer] : shown->Watching) viewer->End();
     if (const auto known = Films_.find(camera); known != Films_.end() && known->second == shown)
       Films_.erase(known);
   };
@@ -170,6 +184,30 @@ void Pictures::ServeFilm(const std::shared_ptr<Call>& call, const std::string& c
     });
     boost::asio::post(context, [end, why] { end(why); });
   }).detach();
+}
+
+void Pictures::CheckFilms() {
+  const auto& pictures = Gate_.Settings().Pictures;
+  std::erase_if(Films_, [&](const auto& film) {
+    const auto& [camera, shown] = film;
+    const auto settings = pictures.find(camera);
+    const bool isSame = settings != pictures.end() && settings->second.MJPEG == shown->URL;
+    const auto mayNot = [&](const auto& viewer) {
+      return !isSame || !Access_.StillKnows(viewer.first) ||
+             Gate_.Users().RoleOf(viewer.first.User, camera) == Role::None;
+    };
+    std::erase_if(shown->Waiting, [&](const auto& viewer) {
+      if (!mayNot(viewer)) return false;
+      viewer.second->Answer(Problem(503, "the film, or who you are, has changed meanwhile"));
+      return true;
+    });
+    std::erase_if(shown->Watching, [&](const auto& viewer) {
+      if (!mayNot(viewer)) return false;
+      viewer.second->End();
+      return true;
+    });
+    return shown->Waiting.empty() && shown->Watching.empty();
+  });
 }
 
 }  // namespace ptzgate

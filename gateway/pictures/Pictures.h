@@ -35,15 +35,17 @@ class Pictures {
   void Serve(const std::shared_ptr<Call>& call, const Client& client);
   void ServeSnapshot(const std::shared_ptr<Call>& call, const std::string& camera,
                      const PictureSettings& settings);
-  void ServeFilm(const std::shared_ptr<Call>& call, const std::string& camera,
+  void ServeFilm(const std::shared_ptr<Call>& call, const Client& client, const std::string& camera,
                  const PictureSettings& settings);
+  /// Ends films that nobody may see any more, or that come from elsewhere now.
+  void CheckFilms();
 
   Gate& Gate_;
   HTTPAccess& Access_;
   std::map<std::string, std::shared_ptr<Snapshot>> Snapshots_;  ///< by camera
   std::map<std::string, std::shared_ptr<Film>> Films_;
   std::shared_ptr<int> Life_ = std::make_shared<int>();
-  boost::asio::thread_pool Fetching_;
+  std::unique_ptr<boost::asio::thread_pool> Fetching_;
 };
 
 }  // namespace ptzgate
