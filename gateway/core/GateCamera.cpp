@@ -30,6 +30,9 @@ constexpr auto KeptTrack = 60s;
 /// Of presets without a name, so many are told of.
 constexpr std::int32_t MostUnnamed = 256;
 constexpr std::size_t LongestName = 64;
+/// Wishes that wait for a camera, which would grow without end where it does not answer, and all be done once
+/// it does.
+constexpr std::size_t MostQueued = 64;
 /// How often it is looked whether a camera took what somebody waits for.
 constexpr auto SendingPace = 10ms;
 
@@ -183,6 +186,12 @@ void GateCamera::Check(const Client& client, const std::string& what, Role role)
     throw Refusal(Refusal::Why::NotAllowed, client.User + " is " + std::string(ptzgate::Name(has)) +
                                                 " of camera " + Name() + "; to " + what + " is for its " +
                                                 std::string(ptzgate::Name(role)) + "s");
+}
+
+void GateCamera::CheckQueue() const {
+  if (State().Queued >= MostQueued)
+    throw Refusal(Refusal::Why::Exhausted,
+                  "camera " + Name() + " has " + std::to_string(MostQueued) + " wishes waiting already");
 }
 
 /// Has the camera for a client, who takes it from somebody of less priority, or, where he does so on purpose,
@@ -351,6 +360,7 @@ void GateCamera::Do(const Client& client, const Order& order, Told told, Told se
   const auto to = PlaceOf(order);
   const auto wish = Audited(client, what, [&] {
     Check(client, what, RoleFor(order));
+    if (kind != Kind::Stop) CheckQueue();
     if (NeedsControl(order)) Gain(client, false);
     return Carry(client, order, Telling(client, what, std::move(told), kind, to));
   });
@@ -513,6 +523,7 @@ std::unique_ptr<HeldDrive> GateCamera::Drive(const Client& client, const DriveSp
     if (time <= 0ms || time > settings.LongestLease)
       throw Refusal(Refusal::Why::Invalid, "a lease is more than 0 and at most " +
                                                std::to_string(settings.LongestLease.count()) + " ms");
+    CheckQueue();
     Gain(client, false);
   });
   EndTourRun();

@@ -150,6 +150,7 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   auto Audited(const Client& client, const std::string& what, const Work& work);
   /// Raises `Refusal` for whoever may not do that.
   void Check(const Client& client, const std::string& what, Role role) const;
+  void CheckQueue() const;
   void Gain(const Client& client, bool onPurpose);
   /// Has somebody hold it until `GateSettings::Hold` after a time.
   void Hold(const Client& client, std::chrono::milliseconds beyond = {});
