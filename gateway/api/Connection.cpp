@@ -130,7 +130,8 @@ NamedCamera Reconnected(const GateCamera& camera, const json& body) try {
   for (const auto& [name, value] : wanted.items()) {
     if (std::ranges::find(known, name, &PTZOption::Name) == known.end() || IsPlace(name)) {
       std::vector<std::string> names;
-      for (const auto& option : known) names.push_back(option.Name());
+      for (const auto& option : known)
+        if (!IsPlace(option.Name())) names.push_back(option.Name());
       Refuse("options." + name + ": the driver " + std::string(camera.Driver().ProgID) +
              " has no such option" + DoYouMean(name, names));
     }
@@ -148,9 +149,9 @@ NamedCamera Reconnected(const GateCamera& camera, const json& body) try {
     }
   }
   changed.Settings.Options = bag.Contents();
-  if (!changed.User.empty() && !changed.Address.empty() &&
-      changed.Password.From == PasswordSource::Kind::Here)
-    AddressFor(changed.Address, {changed.User, changed.Password.Where});
+  // With a user whose password is nowhere the gateway would not start again.
+  if (!changed.User.empty() && !changed.Address.empty())
+    AddressFor(changed.Address, LoginOf(changed.Name, changed.User, changed.Password, {}));
   return changed;
 } catch (const InputError& error) {
   Refuse(error.what());
