@@ -19,9 +19,23 @@ namespace {
 
 constexpr double FullJoystick = 100;
 
+/// In ASCII: the other side takes bytes for those of its own code page.
+std::string ASCIIMarkup(const std::string& text) {
+  const auto markup = ptzd::MarkupText(text);
+  std::string ascii;
+  for (std::size_t at = 0; at < markup.size();) {
+    const auto byte = [&](std::size_t offset) { return static_cast<unsigned char>(markup[at + offset]); };
+    const std::size_t size = byte(0) < 0x80 ? 1 : byte(0) < 0xe0 ? 2 : byte(0) < 0xf0 ? 3 : 4;
+    std::uint32_t character = size == 1 ? byte(0) : byte(0) & (0x7fU >> size);
+    for (std::size_t i = 1; i < size; ++i) character = character << 6 | (byte(i) & 0x3fU);
+    ascii += size == 1 ? std::string(1, markup[at]) : "&#" + std::to_string(character) + ";";
+    at += size;
+  }
+  return ascii;
+}
+
 std::string Element(const char* name, const std::string& id, const std::string& text) {
-  return std::string("<") + name + " id=\"" + ptzd::MarkupText(id) + "\" name=\"" + ptzd::MarkupText(text) +
-         "\"/>\r\n";
+  return std::string("<") + name + " id=\"" + ASCIIMarkup(id) + "\" name=\"" + ASCIIMarkup(text) + "\"/>\r\n";
 }
 
 Response Document(const std::string& root, const std::string& content) {
@@ -186,8 +200,16 @@ void Remote::Drive(const std::shared_ptr<Call>& call, const Client& client, Gate
   const auto* connection = call->Asked().Header("Connection");
   const bool stays = connection == nullptr || !ptzd::EqualsIgnoringCase(*connection, "close");
   const auto& settings = Gate_.Settings();
-  auto held = camera.Drive(client, speeds, stays ? settings.LongestLease : settings.Lease, {}, told);
+  // What somebody has stopped meanwhile does not go on with the next axis.
+  const auto number = ++LastNumber_;
+  const auto over = [this, life = std::weak_ptr(Life_), key, number](const ptzd::WishOutcome&) {
+    if (!life.lock()) return;
+    if (const auto known = Joysticks_.find(key); known != Joysticks_.end() && known->second.Number == number)
+      Joysticks_.erase(known);
+  };
+  auto held = camera.Drive(client, speeds, stays ? settings.LongestLease : settings.Lease, over, told);
   auto& joystick = Joysticks_[key];
+  joystick.Number = number;
   joystick.Speeds = speeds;
   joystick.Drive = std::move(held);
   if (!stays) {

@@ -30,6 +30,7 @@ class Remote {
   struct Joystick {
     ptzd::DriveSpeeds Speeds;
     std::unique_ptr<HeldDrive> Drive;
+    std::uint64_t Number = 0;  ///< of the drive
   };
   using Key = std::pair<std::uint64_t, std::string>;  ///< connection and camera
 
@@ -41,6 +42,8 @@ class Remote {
   Gate& Gate_;
   HTTPAccess& Access_;
   std::map<Key, Joystick> Joysticks_;
+  std::uint64_t LastNumber_ = 0;
+  std::shared_ptr<int> Life_ = std::make_shared<int>();
 };
 
 }  // namespace ptzgate
