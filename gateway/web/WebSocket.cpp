@@ -155,7 +155,7 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   }
 
   bool Send(std::string text) {
-    if (Backlog() + text.size() > Server_->Settings.Limits.Backlog) {
+    if (Backlog() > Server_->Settings.Limits.Backlog) {
       Connection_->CloseSoon();
       return false;
     }

@@ -25,7 +25,7 @@ class WebSocket {
   std::uint64_t Connection() const { return Connection_; }
 
   /// False when it is over, and nothing was sent. `text` is UTF-8. A peer so slow that more than
-  /// `ServerLimits::Backlog` bytes would wait for it is dropped with this.
+  /// `ServerLimits::Backlog` bytes wait for it already is dropped with this, however long the text is.
   bool Send(std::string text);
   /// How many bytes wait for the peer.
   std::size_t Backlog() const;
