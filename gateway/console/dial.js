@@ -32,7 +32,9 @@ class Instrument {
     this.drawing = svg("svg", { role: "img" }, this.range,
       ...marks.map((degrees) => {
         const [x, y] = onCircle(angleOf(degrees), RIM + 8);
-        return svg("text", { x, y, class: "mark" }, `${degrees}°`);
+        // Beside the rim, wide ones too.
+        const side = Math.abs(x) < 1 ? "" : x < 0 ? "left" : "right";
+        return svg("text", { x: side ? 0.94 * x : x, y, class: `mark ${side}` }, `${degrees}°`);
       }),
       this.track, this.needle, svg("circle", { r: 3, class: "hub" }));
     this.figure = element("figure", {}, this.drawing, element("figcaption", {}, title));
