@@ -4,6 +4,8 @@
 Usage: api_test.py PTZGATE PTZSIM PTZCTL"""
 
 import base64
+import http.client
+import http.server
 import json
 import os
 import re
@@ -12,6 +14,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 
 import jsonschema
@@ -47,6 +50,14 @@ class GateTest(unittest.TestCase):
         """Whether the simulated camera itself is at rest."""
         state = self.cameras[make].ask("state")
         return "true" not in re.findall(r'"moving": (\w+)', json.dumps(state))
+
+    def reload(self, gate, settings):
+        def done():
+            return sum("of them new" in line.get("text", "") for line in gate.lines)
+        before = done()
+        gate.write(self.lines, settings)
+        gate.process.send_signal(signal.SIGHUP)
+        wait_for(lambda: done() > before, "it reloads")
 
     def socket(self, gate, **more):
         connection = websocket.create_connection(f"ws://{gate.host}{API}/socket?console", timeout=DEADLINE, **more)
@@ -145,6 +156,16 @@ class Moves(GateTest):
         self.assertTrue(self.rests("axis"))
 
 
+    def test_a_silent_camera_gathers_no_wishes(self):
+        gate = self.site("axis")
+        console = self.socket(gate)
+        self.cameras["axis"].say("fault silent")
+        self.cameras["axis"].ask("state")
+        for number in range(80):  # wishes of one kind would be one
+            wish = {"do": "move", "by": {"pan": 1}} if number % 2 else {"do": "position"}
+            console.send(json.dumps(wish | {"id": number, "camera": "axis"}))
+        self.assertEqual(self.told(console, 79)["problem"]["type"], "/problems/exhausted")
+
     def test_a_tour(self):
         with tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
             file.write("""
@@ -191,7 +212,8 @@ role = "viewer"
 """
 
     def setUp(self):
-        self.gate = self.site("axis", "secubest", settings=self.USERS.format(hash_of("secret")))
+        self.users = self.USERS.format(hash_of("secret"))
+        self.gate = self.site("axis", "secubest", settings=self.users)
         self.anna, self.bert, self.vera = [(name, "secret") for name in ("anna", "bert", "vera")]
 
     def test_who_may_do_what(self):
@@ -207,6 +229,7 @@ role = "viewer"
             status, _, problem = self.gate.ask("POST", API + path, body, user)
             self.assertEqual(status, expected, (path, user, problem))
         self.assertNotIn("pan=", self.cameras["axis"].requests())
+        self.assertNotIn(b"secubest", self.gate.ask("GET", "/metrics", user=self.bert)[2])
         refused = [line for line in self.gate.audits() if line["outcome"] == "not allowed"]
         self.assertEqual({line["user"] for line in refused}, {"vera", "anna"})
 
@@ -247,6 +270,25 @@ role = "viewer"
         self.assertEqual(self.gate.ask("DELETE", API + "/login", headers=cookie)[0], 204)
         self.assertEqual(self.gate.ask("GET", API + "/me", headers=cookie)[0], 401)
 
+    def test_a_reload_takes_rights_away_at_once(self):
+        anna = self.users[self.users.index("[user.anna]"):self.users.index("[user.bert]")]
+        for what, becomes, status in [
+                ("demoted", anna.replace("operator", "viewer"), 200), ("removed", "", 401),
+                ("password", anna.replace(re.findall('"(.argon.*)"', anna)[0], hash_of("new")), 401)]:
+            with self.subTest(what):
+                headers = self.gate.ask("POST", API + "/login", {"user": "anna", "password": "secret"})[1]
+                cookie = {"Cookie": headers["Set-Cookie"].split(";")[0]}
+                console = self.socket(self.gate, header=cookie)
+                console.send(json.dumps({"id": 1, "camera": "axis", "do": "drive", "part": {"pan": 0.04},
+                                         "lease_ms": 60000}))
+                wait_for(lambda: not self.rests("axis"), "moving")
+                self.reload(self.gate, self.users.replace(anna, becomes))
+                wait_for(lambda: self.rests("axis"), "at rest")
+                while console.connected:
+                    console.recv()
+                self.assertEqual(self.gate.ask("GET", API + "/me", headers=cookie)[0], status)
+                self.reload(self.gate, self.users)
+
     def test_guessing_is_slowed(self):
         answers = [self.gate.ask("GET", API + "/me", user=("anna", f"guess {n}"))[0] for n in range(8)]
         self.assertEqual(answers[0], 401)
@@ -279,7 +321,9 @@ class Input(GateTest):
                 self.assertEqual(status, expected, problem)
                 self.assertEqual(headers["Content-Type"], "application/problem+json")
                 self.assertIn(text, problem["detail"])
-        self.assertEqual(gate.ask("POST", at)[0], 405)
+        for path in (at, "/metrics", "/feedlist.xml", "/"):
+            status, headers, _ = gate.ask("POST", path)
+            self.assertEqual((status, headers["Allow"]), (405, "GET, HEAD"), path)
         for foreign in ({"Host": "evil.example"}, {"Host": "127.0.0.1.evil.example"}, {"Sec-Fetch-Site": "cross-site"}):
             self.assertEqual(gate.ask("GET", "/ptz/control.htm?feed=axis&move=offset&pan=5", headers=foreign)[0], 403)
         console = self.socket(gate)
@@ -316,6 +360,49 @@ class Input(GateTest):
         jsonschema.Draft202012Validator(schemas["Problem"], resolver=resolver).validate(problem)
 
 
+class Pictures(GateTest):
+    def test_what_a_camera_s_web_server_may_do(self):
+        asked, over = [], threading.Event()
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                asked.append(self.path)
+                is_film = self.path == "/film"
+                self.send_response(302 if self.path == "/leads" else 200)
+                self.send_header("Location", f"http://127.0.0.2:{elsewhere.server_port}/elsewhere")
+                self.send_header("Content-Type", "multipart/x-mixed-replace; boundary=b" if is_film else "image/png")
+                self.end_headers()
+                if is_film:  # with a picture larger than what may wait for a slow viewer
+                    self.wfile.write(b"--b\r\nContent-Type: image/png\r\n\r\n" + b"x" * 2000000 + b"\r\n--b\r\n")
+                    over.wait(DEADLINE)
+
+            def log_message(self, *_):
+                pass
+
+        camera, elsewhere = [http.server.ThreadingHTTPServer((host, 0), Handler) for host in ("127.0.0.1", "127.0.0.2")]
+        for server in (camera, elsewhere):
+            self.addCleanup(server.server_close)
+            threading.Thread(target=server.serve_forever, daemon=True).start()
+            self.addCleanup(server.shutdown)
+        self.addCleanup(over.set)
+        picture = f'[picture.axis]\nsnapshot = "http://127.0.0.1:{camera.server_port}/leads"\n'
+        gate = self.site("axis", settings=picture + f'mjpeg = "http://127.0.0.1:{camera.server_port}/film"')
+        at = API + "/cameras/axis"
+        self.assertEqual(gate.ask("GET", at + "/snapshot")[0], 502)
+        self.assertEqual(asked, ["/leads"])
+        self.assertEqual(gate.ask("DELETE", at + "/presets/film")[2]["type"], "/problems/unknown")  # a preset's name
+        film = socket.create_connection(gate.host.split(":"), timeout=DEADLINE)
+        self.addCleanup(film.close)
+        film.sendall(f"GET {at}/film HTTP/1.1\r\nHost: {gate.host}\r\n\r\n".encode())
+        seen = b""
+        while len(seen) < 2000000:
+            seen += film.recv(1 << 20) or self.fail(f"it ends after {len(seen)} bytes")
+        # A reload without the film ends it.
+        self.reload(gate, picture)
+        while not seen.endswith(b"\r\n0\r\n\r\n"):
+            seen += film.recv(1 << 20) or self.fail("it was cut")
+
+
 class Running(GateTest):
     def test_reload(self):
         gate = self.site("axis", "secubest")
@@ -349,6 +436,10 @@ class Running(GateTest):
         status, _, problem = gate.ask("PUT", at, {"options": {"Rest": True}})
         self.assertEqual(status, 422)
         self.assertIn("do you mean Reset", problem["detail"])
+        # One whose password is nowhere would keep the gateway from starting again.
+        status, _, problem = gate.ask("PUT", at, {"user": "root"})
+        self.assertEqual((status, gate.ask("GET", at)[2]["user"]), (422, ""))
+        self.assertEqual(subprocess.run([PTZGATE, "--config", gate.path("gate.toml"), "--check"]).returncode, 0)
         status, _, changed = gate.ask("PUT", at, {"user": "root", "password": "pass", "options": {"Reset": True}})
         self.assertEqual(status, 200, changed)
         self.assertNotIn("pass\"", json.dumps(changed))
@@ -359,7 +450,7 @@ class Running(GateTest):
 
     def test_gateways_chain(self):
         gate = self.site("axis")
-        gate.ask("POST", API + "/cameras/axis/presets", {"name": "The door"})
+        gate.ask("POST", API + "/cameras/axis/presets", {"name": "Die Tür"})
         camera = "--driver", "quorvane", "--address", gate.host, "-o", "Feed=axis"
 
         def ptzctl(*words):
@@ -367,10 +458,20 @@ class Running(GateTest):
             self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
             return done.stdout
 
+        # What somebody stopped does not go on with the next axis.
+        link, turns = http.client.HTTPConnection(gate.host, timeout=DEADLINE), []
+        for joystick in ("move=joystick&x=1&y=0", "zoom=joystick&level=1"):
+            link.request("GET", "/ptz/control.htm?feed=axis&" + joystick)
+            self.assertEqual(link.getresponse().read(), b"OK")
+            turns.append(self.cameras["axis"].requests().count("continuouspantiltmove=1"))
+            self.assertEqual(gate.ask("POST", API + "/cameras/axis/stop")[0], 200)
+        link.close()
+        self.assertEqual(turns[0], turns[1])
+        wait_for(lambda: self.rests("axis"), "at rest")
         before = self.cameras["axis"].ask("state")["heads"][0]["pan"]
         ptzctl("move", "right", "7")
         wait_for(lambda: abs(self.cameras["axis"].ask("state")["heads"][0]["pan"] - before - 7) < 1, "there")
-        self.assertIn("The door", ptzctl("preset", "list"))
+        self.assertIn("Die Tür", ptzctl("preset", "list"))
         ptzctl("continuous", "50", "0", "--for", "200ms")
         wait_for(lambda: self.rests("axis"), "at rest")
         far = Gate(PTZGATE, {"there": f'driver = "Quorvane"\naddress = "{gate.host}"\noptions = {{ Feed = "axis" }}'})
