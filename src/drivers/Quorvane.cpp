@@ -36,6 +36,9 @@ constexpr Evidence Signs[] = {
 };
 constexpr std::string_view MakeNames[] = {"Quorvane"};
 
+// What a remote system, `ptzgate` among them, takes as a joystick at its end. Values go out as they are.
+constexpr ValueRange Joystick{-100, 100, "percent of a remote joystick"};
+
 }  // namespace
 
 const DriverData Quorvane::Data = {
@@ -51,9 +54,9 @@ const DriverData Quorvane::Data = {
     .PanRange = ValueRange{.Unit = "the remote system's units"},
     .TiltRange = ValueRange{.Unit = "the remote system's units"},
     .ZoomRange = ValueRange{.Unit = "the remote system's units"},
-    .PanSpeed = ValueRange{.Unit = "the remote system's joystick range"},
-    .TiltSpeed = ValueRange{.Unit = "the remote system's joystick range"},
-    .ZoomSpeed = ValueRange{.Unit = "the remote system's joystick range"},
+    .PanSpeed = Joystick,
+    .TiltSpeed = Joystick,
+    .ZoomSpeed = Joystick,
     .NeedsOptions = true,
     .NoAddress = DriverData::Failure{PTZErrorNoAddressSpecified, "No address specified"},
     .Options = Options,
