@@ -14,7 +14,8 @@ Response Answer(int status, const json& body, const char* type) {
   return {.Status = status, .Headers = {{"Content-Type", type}}, .Body = TextOf(body)};
 }
 
-Response Telling(int status, std::string_view type, const std::string& detail, json more = json::object()) {
+Response Telling(int status, std::string_view type, const std::string& detail,
+                 const json& more = json::object()) {
   json problem{{"type", "/problems/" + std::string(type)},
                {"title", ReasonOf(status)},
                {"status", status},
@@ -92,8 +93,7 @@ Response AnswerOf(const ptzd::WishOutcome& outcome, bool wasDrive) {
       wasDrive && (outcome.Result == WishResult::Stopped || outcome.Result == WishResult::Replaced);
   const auto [status, type] = KindOf(outcome.Result);
   const auto told = OutcomeJSON(outcome);
-  if (status < 300 || status == 0 || isOver || ptzd::IsDone(outcome.Result))
-    return Answer(200, told, "application/json");
+  if (status < 300 || isOver || ptzd::IsDone(outcome.Result)) return Answer(200, told, "application/json");
   auto detail = std::string(ptzd::Name(outcome.Result));
   if (!outcome.Text.empty())
     detail += ": " + outcome.Text;

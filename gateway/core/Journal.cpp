@@ -18,7 +18,7 @@ namespace {
 constexpr const char* LevelNames[] = {"debug", "info", "warning", "error"};
 
 /// Its members in the order that people read them.
-std::string Line(nlohmann::ordered_json line) {
+std::string Line(const nlohmann::ordered_json& line) {
   return line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
 }
 

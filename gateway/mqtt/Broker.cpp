@@ -28,7 +28,7 @@ constexpr std::size_t MostWaiting = 1000;
 /// Of QoS 1 that the broker has not acknowledged yet: any number.
 constexpr int MostUnacknowledged = 65535;
 /// How long the broker may take for what was published last.
-constexpr std::chrono::seconds TimeToPart(2);
+constexpr std::chrono::seconds TimeToLeave(2);
 
 std::string TextOf(int error) {
   if (error == MOSQ_ERR_KEEPALIVE) return "it does not answer";  // which the library has no text for
@@ -60,7 +60,7 @@ struct Broker::State : std::enable_shared_from_this<State> {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
-    if (After.valid()) After.wait_for(TimeToPart);
+    if (After.valid()) After.wait_for(TimeToLeave);
     if (WhyNot.empty()) {
       auto error = mosquitto_connect(Client, Host.c_str(), Port, KeepAlive);
       // Who left before there was a connection could not end it.
@@ -89,7 +89,7 @@ struct Broker::State : std::enable_shared_from_this<State> {
   void Leave() {
     {
       const std::lock_guard lock(Mutex);
-      if (!std::exchange(Left, true)) LeftUntil = std::chrono::steady_clock::now() + TimeToPart;
+      if (!std::exchange(Left, true)) LeftUntil = std::chrono::steady_clock::now() + TimeToLeave;
       Changed.notify_all();
     }
     if (HasLeft()) mosquitto_disconnect(Client);

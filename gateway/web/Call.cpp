@@ -40,7 +40,7 @@ void Call::Answer(Response response) {
 }
 
 std::shared_ptr<Stream> Call::BeginStream(Response head) {
-  const auto stream = std::make_shared<Stream>(Session_);
+  auto stream = std::make_shared<Stream>(Session_);
   const auto session = std::exchange(IsAnswered_, true) ? nullptr : Session_.lock();
   Gone_ = nullptr;
   if (!session || !session->BeginStream(std::move(head), stream)) stream->TellGone();

@@ -394,7 +394,7 @@ void Session::EndStream() {
 std::shared_ptr<WebSocket> Session::AcceptWebSocket(const Request& request, const std::string& protocol) {
   if (State_ != State::Answering) return nullptr;
   State_ = State::Upgraded;
-  const auto socket = std::make_shared<WebSocket>(Connection_->Number());
+  auto socket = std::make_shared<WebSocket>(Connection_->Number());
   Connection_->ChangeProtocol(MakeWebSocketSession(Server_, Connection_, socket, request, protocol));
   return socket;
 }

@@ -71,9 +71,6 @@ class Channel {
     Pipe_->Fail();
   }
 
-  friend void teardown(boost::beast::role_type, Channel& channel, error_code&) {
-    channel.Pipe_->Bytes->Finish();
-  }
   template <typename Handler>
   friend void async_teardown(boost::beast::role_type, Channel& channel, Handler&& handler) {
     channel.Pipe_->Bytes->Finish();
