@@ -1,5 +1,6 @@
 #include "gateway/web/WebSocket.h"
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -47,10 +48,11 @@ class Channel {
     error_code error;
     if (Pipe_->Error) {
       error = Pipe_->Error;
-    } else if (Pipe_->Bytes->Backlog() > Pipe_->Limits.Backlog) {
-      // Answers to pings may come to this; `Session::Send` looks ahead.
+    } else if (Pipe_->Bytes->Backlog() > Pipe_->Limits.Backlog + Pipe_->Longest) {
+      // Answers to pings may come to this; `WebSocketSession::Send` looks ahead.
       error = asio::error::no_buffer_space;
     } else {
+      Pipe_->Longest = std::max(Pipe_->Longest, count);
       for (auto at = asio::buffer_sequence_begin(buffers); at != asio::buffer_sequence_end(buffers); ++at) {
         const asio::const_buffer part(*at);
         Pipe_->Bytes->Write({static_cast<const char*>(part.data()), part.size()});
@@ -85,6 +87,7 @@ class Channel {
     const ServerLimits& Limits;
     error_code Error{};
     bool IsAtEnd = false;
+    std::size_t Longest = 0;  ///< of all writes
     std::function<std::pair<std::size_t, std::function<void()>>(const error_code&, std::string_view)>
         Reader{};
 

@@ -456,6 +456,18 @@ TEST_F(WebTest, WebSocketsCarryMessagesWithinLimits) {
             400);
 }
 
+TEST_F(WebTest, OneMessageMayBeLongerThanWhatMayWait) {
+  ServerSettings settings;
+  settings.Limits.Backlog = 1000;
+  Begin(settings);
+  Client reader(Where);
+  reader.Say(Get("/flood", ""));
+  EXPECT_GT(reader.Until("\r\n\r\n10000\r\n" + std::string(65536, 'x')).size(), 65536U);
+  Client live(Where);
+  live.Say(Get("/socket", Upgrade) + Frame(Text, std::string(5000, 'x')));
+  EXPECT_GT(live.Until("echo " + std::string(5000, 'x')).size(), 5000U);
+}
+
 TEST_F(WebTest, AWebSocketThatIsSilentOrSlowIsDropped) {
   ServerSettings settings;
   settings.Limits.WebSocketIdle = milliseconds(200);
