@@ -182,6 +182,8 @@ Broker::Broker(boost::asio::io_context& context, const MQTTSettings& settings, c
   auto* client = State_->Client;
   mosquitto_threaded_set(client, true);
   mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, MostUnacknowledged);
+  // Else what follows an acknowledgement waits for the broker's, 40 ms later.
+  mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
   mosquitto_connect_callback_set(client, State::Connected);
   mosquitto_message_callback_set(client, State::Came);
   mosquitto_publish_callback_set(client, State::Published);
