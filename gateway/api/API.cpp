@@ -6,12 +6,14 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cameras/CameraFile.h"
 #include "cameras/InputWords.h"
 #include "gateway/api/Connection.h"
 #include "gateway/api/Description.h"
+#include "gateway/api/Listener.h"
 #include "gateway/api/Live.h"
 #include "gateway/api/Route.h"
 #include "gateway/wishes/Body.h"
@@ -26,7 +28,7 @@ namespace {
 
 constexpr std::string_view Base = "/api/v1";
 constexpr std::chrono::seconds StreamPace(15);
-constexpr std::size_t MuchToSend = 256 * 1024;
+constexpr std::chrono::milliseconds CatchUpPace(100);
 
 constexpr Member LoginMembers[] = {
     {"user", Member::Types::Text, "", true},
@@ -45,8 +47,8 @@ Response JSONResponse(const json& body, int status = 200) {
           .Body = TextOf(body)};
 }
 
-std::string EventText(const char* event, const json& data) {
-  return std::string("event: ") + event + "\ndata: " + TextOf(data) + "\n\n";
+std::string EventText(const char* event, const std::string& data) {
+  return std::string("event: ") + event + "\ndata: " + data + "\n\n";
 }
 
 /// What stands for the parts of a path in a pattern such as "/cameras/{camera}"; nothing where it is another
@@ -82,8 +84,15 @@ struct API::Asked {
 };
 
 /// A client that reads events.
-struct API::Reader {
-  Client Who;
+struct API::Reader final : Listener {
+  using Listener::Listener;
+
+  std::size_t Backlog() const override { return To->Backlog(); }
+  void TellCamera(GateCamera&, const std::string& text) override { To->Send(EventText("camera", text)); }
+  void TellGone(const std::string& camera) override {
+    To->Send(EventText("gone", TextOf(json{{"name", camera}})));
+  }
+
   std::shared_ptr<Stream> To;
 };
 
@@ -172,7 +181,8 @@ std::span<const Route> API::Routes() {
 
 json API::Description() { return OpenAPI(Routes(), LoginBody, std::string(Base)); }
 
-API::API(Gate& gate, HTTPAccess& access) : Gate_(gate), Access_(access), KeepTimer_(gate.Context()) {
+API::API(Gate& gate, HTTPAccess& access)
+    : Gate_(gate), Access_(access), KeepTimer_(gate.Context()), CatchUpTimer_(gate.Context()) {
   Watch_ = Gate_.Watch([this](GateCamera& camera, Gate::Change change) { TellStreams(camera, change); });
   Access_.WhenKnownChanges([this] { CheckStreams(); });
   KeepStreams();
@@ -357,11 +367,10 @@ void API::LogOut(const Asked& asked) { Access_.LogOut(asked.Call, {.Status = 204
 // What is told.
 
 void API::BeginEvents(const Asked& asked) {
-  auto reader = std::make_shared<Reader>();
-  reader->Who = asked.Who;
+  auto reader = std::make_shared<Reader>(asked.Who);
   std::string first;
   for (const auto& camera : Gate_.CamerasFor(asked.Who.User))
-    first += EventText("camera", CameraJSON(Gate_, *camera, asked.Who));
+    first += EventText("camera", TextOf(CameraJSON(Gate_, *camera, asked.Who)));
   reader->To = asked.Call->BeginStream(
       {.Headers = {{"Content-Type", "text/event-stream"}, {"Cache-Control", "no-store"}}, .Body = first});
   Readers_.insert(reader);
@@ -387,16 +396,38 @@ void API::BeginSocket(const Asked& asked) {
   });
 }
 
+template <typename Work>
+void API::ForEachListener(const Work& work) {
+  // One of them may go meanwhile.
+  std::vector<std::shared_ptr<Listener>> all(Sockets_.begin(), Sockets_.end());
+  all.insert(all.end(), Readers_.begin(), Readers_.end());
+  for (const auto& listener : all) work(*listener);
+}
+
 void API::TellStreams(GateCamera& camera, Gate::Change change) {
-  for (const auto& live : std::vector(Sockets_.begin(), Sockets_.end())) live->Tell(camera, change);
-  for (const auto& reader : std::vector(Readers_.begin(), Readers_.end())) {
-    if (Gate_.Users().AreThere() && Gate_.Users().RoleOf(reader->Who.User, camera.Name()) == Role::None)
-      continue;
-    if (change == Gate::Change::Removed)
-      reader->To->Send(EventText("gone", {{"name", camera.Name()}}));
-    else if (reader->To->Backlog() < MuchToSend)
-      reader->To->Send(EventText("camera", CameraJSON(Gate_, camera, reader->Who)));
-  }
+  CameraTexts texts(Gate_, camera);
+  bool isBehind = false;
+  ForEachListener([&](Listener& listener) {
+    listener.Tell(Gate_, camera, change, texts);
+    isBehind = isBehind || listener.IsBehind();
+  });
+  if (isBehind) CatchUpSoon();
+}
+
+/// Who was behind may be told of all that he missed when nothing changes any more.
+void API::CatchUpSoon() {
+  if (std::exchange(IsCatchingUp_, true)) return;
+  CatchUpTimer_.expires_after(CatchUpPace);
+  CatchUpTimer_.async_wait([this](const boost::system::error_code& error) {
+    if (error) return;
+    IsCatchingUp_ = false;
+    bool isBehind = false;
+    ForEachListener([&](Listener& listener) {
+      listener.CatchUp(Gate_);
+      isBehind = isBehind || listener.IsBehind();
+    });
+    if (isBehind) CatchUpSoon();
+  });
 }
 
 void API::CheckStreams() {
@@ -406,7 +437,7 @@ void API::CheckStreams() {
     return true;
   });
   std::erase_if(Readers_, [this](const auto& reader) {
-    if (Access_.StillKnows(reader->Who)) return false;
+    if (Access_.StillKnows(reader->Who())) return false;
     reader->To->End();
     return true;
   });

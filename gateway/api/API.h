@@ -66,7 +66,10 @@ class API {
   void BeginSocket(const Asked& asked);
 
   void Carry(const Asked& asked, const Order& order);
+  template <typename Work>
+  void ForEachListener(const Work& work);
   void TellStreams(GateCamera& camera, Gate::Change change);
+  void CatchUpSoon();
   void KeepStreams();
   /// Ends those of whoever is not known any more as what he was.
   void CheckStreams();
@@ -79,7 +82,8 @@ class API {
   std::map<std::pair<std::uint64_t, std::string>, std::weak_ptr<std::unique_ptr<HeldDrive>>> Drives_;
   std::set<std::shared_ptr<Reader>> Readers_;  ///< of events
   std::set<std::shared_ptr<Live>> Sockets_;
-  boost::asio::steady_timer KeepTimer_;
+  boost::asio::steady_timer KeepTimer_, CatchUpTimer_;
+  bool IsCatchingUp_ = false;
   std::shared_ptr<void> Watch_;
   std::shared_ptr<int> Life_ = std::make_shared<int>();
 };

@@ -15,8 +15,6 @@ using nlohmann::json;
 
 namespace {
 
-/// A peer that reads slowly is told of fewer changes rather than lost.
-constexpr std::size_t MuchToSend = 256 * 1024;
 constexpr std::uint16_t PolicyViolation = 1008;
 
 json ProblemJSON(const Response& problem) { return json::parse(problem.Body); }
@@ -24,7 +22,7 @@ json ProblemJSON(const Response& problem) { return json::parse(problem.Body); }
 }  // namespace
 
 Live::Live(Gate& gate, Client client, std::shared_ptr<WebSocket> socket)
-    : Gate_(gate), Client_(std::move(client)), Socket_(std::move(socket)) {}
+    : Listener(std::move(client)), Gate_(gate), Socket_(std::move(socket)) {}
 
 Live::~Live() { Leave(); }
 
@@ -53,16 +51,14 @@ void Live::End() {
 
 void Live::Send(const json& message) { Socket_->Send(TextOf(message)); }
 
-void Live::Tell(GateCamera& camera, Gate::Change change) {
-  if (Gate_.Users().AreThere() && Gate_.Users().RoleOf(Client_.User, camera.Name()) == Role::None) return;
-  if (change == Gate::Change::Removed) {
-    Drives_.erase(camera.Name());
-    Send({{"gone", camera.Name()}});
-    return;
-  }
-  if (Socket_->Backlog() > MuchToSend) return;
-  Send({{"camera", CameraJSON(Gate_, camera, Client_)}});
+void Live::TellCamera(GateCamera& camera, const std::string& text) {
+  Socket_->Send("{\"camera\":" + text + "}");
   if (camera.Name() == Followed_) Send({{"seen", SeenJSON(camera)}});
+}
+
+void Live::TellGone(const std::string& camera) {
+  Drives_.erase(camera);
+  Send({{"gone", camera}});
 }
 
 void Live::Read(const std::string& text) {

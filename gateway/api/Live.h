@@ -6,25 +6,26 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "gateway/core/Gate.h"
+#include "gateway/api/Listener.h"
 #include "gateway/web/WebSocket.h"
 
 namespace ptzgate {
 
 /// A client on a WebSocket: is told of the cameras, and has them moved. What it drives stops when it goes.
-class Live : public std::enable_shared_from_this<Live> {
+class Live final : public Listener, public std::enable_shared_from_this<Live> {
  public:
   /// `gone` is called when the client has gone, and may let this die.
   Live(Gate& gate, Client client, std::shared_ptr<WebSocket> socket);
-  ~Live();
-  Live(const Live&) = delete;
-  Live& operator=(const Live&) = delete;
+  ~Live() override;
 
   void Begin(std::function<void()> gone);
-  void Tell(GateCamera& camera, Gate::Change change);
-  const Client& Who() const { return Client_; }
   /// Sends the client away, who is not who he was any more. He may come again.
   void End();
+
+ protected:
+  std::size_t Backlog() const override { return Socket_->Backlog(); }
+  void TellCamera(GateCamera& camera, const std::string& text) override;
+  void TellGone(const std::string& camera) override;
 
  private:
   void Read(const std::string& text);
@@ -34,7 +35,6 @@ class Live : public std::enable_shared_from_this<Live> {
   void Leave();
 
   Gate& Gate_;
-  const Client Client_;
   const std::shared_ptr<WebSocket> Socket_;
   std::map<std::string, std::unique_ptr<HeldDrive>> Drives_;  ///< by camera
   std::string Followed_;                                      ///< whose exchanges are told, too

@@ -111,6 +111,14 @@ json CameraJSON(Gate& gate, const GateCamera& camera, const Client& client) {
   return result;
 }
 
+const std::string& CameraTexts::For(const Client& client) {
+  const auto* holder = Camera_.HeldBy();
+  const bool isHolder = holder != nullptr && holder->Client.Session == client.Session;
+  auto& text = Texts_[{Gate_.Users().RoleOf(client.User, Camera_.Name()), isHolder}];
+  if (text.empty()) text = TextOf(CameraJSON(Gate_, Camera_, client));
+  return text;
+}
+
 json PresetsJSON(const GateCamera& camera) {
   auto presets = json::array();
   for (const auto& preset : camera.Presets()) {

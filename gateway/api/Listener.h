@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "gateway/core/Gate.h"
+#include "gateway/wishes/CameraJSON.h"
+
+namespace ptzgate {
+
+/// A client who is told of cameras as they change. One who reads slowly is told of each of them later, once,
+/// as it is by then.
+class Listener {
+ public:
+  explicit Listener(Client client) : Client_(std::move(client)) {}
+  virtual ~Listener() = default;
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+
+  const Client& Who() const { return Client_; }
+  /// Nothing of a camera that he may not see. `texts` are those of the camera.
+  void Tell(Gate& gate, GateCamera& camera, Gate::Change change, CameraTexts& texts);
+  /// Tells what he could not take before, as far as he can now.
+  void CatchUp(Gate& gate);
+  bool IsBehind() const { return !Untold_.empty(); }
+
+ protected:
+  /// What he has not read yet, in bytes.
+  virtual std::size_t Backlog() const = 0;
+  /// `text` is the camera as JSON.
+  virtual void TellCamera(GateCamera& camera, const std::string& text) = 0;
+  virtual void TellGone(const std::string& camera) = 0;
+
+  const Client Client_;
+
+ private:
+  std::set<std::string> Untold_;  ///< cameras
+};
+
+}  // namespace ptzgate
