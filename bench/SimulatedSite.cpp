@@ -12,6 +12,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -109,8 +110,9 @@ std::vector<std::string> LinesOfLog(ptzsim::Simulator& camera) {
   std::vector<std::string> lines;
   for (const auto& request : log.TakeRequests()) {
     const bool isHTTP = !request.Method.empty();
-    lines.push_back(isHTTP ? SimulatedSite::KeyOf(request.Target, request.Body)
-                           : SimulatedSite::KeyOf("", request.Raw));
+    lines.push_back(std::to_string(request.Time.count()) + " " +
+                    (isHTTP ? SimulatedSite::KeyOf(request.Target, request.Body)
+                            : SimulatedSite::KeyOf("", request.Raw)));
   }
   for (auto violation : log.Violations()) {
     std::ranges::replace(violation, '\n', ' ');
@@ -132,7 +134,9 @@ void SimulatedSite::Serve(std::size_t count, const Wire& wire) {
   for (std::size_t i = 0; i < count; ++i) {
     const auto& make = makes[i % makes.size()];
     cameras.push_back(make.Camera());
-    addresses.push_back(std::string(make.Driver) + " " + cameras.back()->Addresses().front());
+    const auto began = std::chrono::steady_clock::now().time_since_epoch().count();
+    addresses.push_back(std::string(make.Driver) + " " + cameras.back()->Addresses().front() + " " +
+                        std::to_string(began));
   }
   WriteLines(wire.Out, addresses);
   while (const auto line = TakeLine(wire.In)) {
@@ -143,7 +147,9 @@ void SimulatedSite::Serve(std::size_t count, const Wire& wire) {
     auto& camera = *cameras.at(number);
     if (verb == "break") camera.Faults().Set(fault);
     if (verb == "mend") camera.Faults().Clear();
-    WriteLines(wire.Out, verb == "take" ? LinesOfLog(camera) : std::vector<std::string>());
+    WriteLines(wire.Out, verb == "take"    ? LinesOfLog(camera)
+                         : verb == "state" ? std::vector{camera.State().dump()}
+                                           : std::vector<std::string>());
   }
 }
 
@@ -169,8 +175,12 @@ SimulatedSite::SimulatedSite(std::size_t cameras) {
     std::_Exit(code);
   }
   for (const auto& line : ReadLines(Wire_.In)) {
-    const auto blank = line.find(' ');
-    Cameras_.push_back({line.substr(0, blank), line.substr(blank + 1)});
+    std::istringstream words(line);
+    Camera camera;
+    std::chrono::steady_clock::rep began = 0;
+    words >> camera.Driver >> camera.Address >> began;
+    camera.Began += std::chrono::steady_clock::duration(began);
+    Cameras_.push_back(std::move(camera));
   }
 }
 
@@ -195,8 +205,19 @@ void SimulatedSite::Mend(std::size_t camera) { Ask("mend " + std::to_string(came
 
 SimulatedSite::Log SimulatedSite::Take(std::size_t camera) {
   Log log;
-  for (auto& line : Ask("take " + std::to_string(camera)))
-    line.starts_with(ViolationMark) ? log.Violations.push_back(line.substr(1))
-                                    : log.Requests.push_back(std::move(line));
+  for (const auto& line : Ask("take " + std::to_string(camera))) {
+    if (line.starts_with(ViolationMark)) {
+      log.Violations.push_back(line.substr(1));
+      continue;
+    }
+    std::size_t digits = 0;
+    // As the log counts them, in whole milliseconds: none of these moments is too early.
+    log.When.push_back(Cameras_[camera].Began + std::chrono::milliseconds(std::stoll(line, &digits) + 1));
+    log.Requests.push_back(line.substr(digits + 1));
+  }
   return log;
+}
+
+bool SimulatedSite::IsMoving(std::size_t camera) {
+  return Ask("state " + std::to_string(camera)).front().find("\"moving\":true") != std::string::npos;
 }

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <mutex>
@@ -15,11 +16,13 @@ class SimulatedSite {
   static constexpr std::size_t Makes = 20;  ///< one after the other, and again
 
   struct Camera {
-    std::string Driver;   ///< ProgID
-    std::string Address;  ///< "127.0.0.1:40123", or the path of a terminal
+    std::string Driver;                             ///< ProgID
+    std::string Address;                            ///< "127.0.0.1:40123", or the path of a terminal
+    std::chrono::steady_clock::time_point Began{};  ///< when it was made
   };
   struct Log {
     std::vector<std::string> Requests;  ///< target and body, or the bytes of a message, each as `KeyOf`
+    std::vector<std::chrono::steady_clock::time_point> When;  ///< each of these came, within two milliseconds
     std::vector<std::string> Violations;
   };
 
@@ -34,6 +37,8 @@ class SimulatedSite {
   void Mend(std::size_t camera);
   /// What came in since the last call.
   Log Take(std::size_t camera);
+  /// Whether its head, or one of its heads, turns or zooms.
+  bool IsMoving(std::size_t camera);
 
   /// A line of text for a target and the body that came with it; without a target, for a message.
   static std::string KeyOf(const std::string& target, const std::string& body);
