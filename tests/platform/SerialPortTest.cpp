@@ -75,14 +75,19 @@ class SerialPortTest : public testing::Test {
 };
 
 TEST_F(SerialPortTest, CarriesEveryByteAsItIs) {
-  EXPECT_EQ(NumberOf([&] { Port->Output(Bytes{1}); }), SerialErrorNotOpen);
+  EXPECT_EQ(ErrorOf([&] { Port->Output(Bytes{1}); }),
+            std::to_string(SerialErrorNotOpen) + " Serial port 3 (" + Far.Path + "): the port is not open");
+  termios line{};
+  ASSERT_EQ(tcgetattr(Far.FarEnd, &line), 0);
+  line.c_cflag |= CSTOPB | CRTSCTS;  // as another program may leave it
+  ASSERT_EQ(tcsetattr(Far.FarEnd, TCSANOW, &line), 0);
   Open();
   Port->PortOpen(true);
   EXPECT_TRUE(Port->PortOpen());
   EXPECT_EQ(Port->CommPort(), 3);
   EXPECT_EQ(DefaultSerialDevice(3), "/dev/ttyS2");
-  termios line{};
   ASSERT_EQ(tcgetattr(Far.FarEnd, &line), 0);
+  EXPECT_EQ(line.c_cflag & (CSTOPB | CRTSCTS | HUPCL), 0U);
   EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B4800));
   Port->Settings("9600,N,8,1");
   ASSERT_EQ(tcgetattr(Far.FarEnd, &line), 0);
@@ -98,6 +103,8 @@ TEST_F(SerialPortTest, CarriesEveryByteAsItIs) {
 TEST_F(SerialPortTest, RefusesWhatItCannotUse) {
   for (const auto* settings : {"", "2400", "2400,n,8,1 ", "2400,e,7,1", "-5,n,8,1", "0,n,8,1", "fast,n,8,1"})
     EXPECT_EQ(NumberOf([&] { Port->Settings(settings); }), SerialErrorSettings) << settings;
+  EXPECT_EQ(ErrorOf([&] { Port->Settings("fast"); }),
+            "380 Invalid settings of a serial port: \"fast\" is not of the form \"2400,n,8,1\"");
   Port->Settings("1234,n,8,1");
   EXPECT_EQ(ErrorOf([&] { Port->PortOpen(true); }),
             "380 Serial port 3 (" + Far.Path + "): the speed 1234 is not supported");

@@ -124,7 +124,7 @@ TEST(XmlDocument, RefusesWhatIsHostile) {
       {Repeat("<a b='/>'>", 800000), XmlErrorTooDeep, "all the way down"},
       {"<a>" + std::string(XmlDocument::MaxSize - 6, 'x') + "</a>", XmlErrorTooLarge, "one byte too many"},
       {"<a>" + std::string(std::size_t{50} << 20, 'x') + "</a>", XmlErrorTooLarge, "50 MB"},
-      {"<a>" + Repeat("<b/>", 1000000) + "</a>", XmlErrorTooMany, "a million elements"},
+      {"<a>" + Repeat("<b/>", 1000000) + "</a>", -10005, "a million elements"},
       {"<a " + Repeat("b='' ", 1000000) + "/>", XmlErrorTooMany, "a million attributes"},
       {std::string("<a/>\0<b/>", 9), XmlErrorNul, "a document behind another's end"},
   };

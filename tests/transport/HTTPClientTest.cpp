@@ -202,9 +202,9 @@ TEST_F(HTTPClientTest, BytesOnTheWire) {
             "POST " + target + "Accept: text/plain\r\n" + always + "Content-Length: 3\r\n" + host + agent +
                 "X-One: 1\r\n\r\n\xE4=1");
   if (!test::UnderWine()) {  // which adds its own all the same
-    EXPECT_EQ(sent("cache-control: no-store\r\nUser-Agent: Other\r\n", ""),
+    EXPECT_EQ(sent("cache-control: no-store\r\nUser-Agent: Other\r\nX-None: \r\n", ""),
               "GET " + target + "Connection: Keep-Alive\r\n" + host +
-                  "User-Agent: Other\r\ncache-control: no-store\r\n\r\n");
+                  "User-Agent: Other\r\nX-None:\r\ncache-control: no-store\r\n\r\n");
   }
   // Nothing of the request before is left over.
   EXPECT_EQ(sent("", ""), "GET " + target + always + host + agent + "\r\n");
@@ -438,7 +438,9 @@ TEST_F(HTTPClientTest, Proxies) {
            {"all_proxy", {"no_proxy", nullptr}, itself, true},
            {"ALL_PROXY", {"no_proxy", nullptr}, itself, true},
            {"http_proxy", {"no_proxy", nullptr}, "127.0.0.1" + port, false},
+           {"http_proxy", {"no_proxy", nullptr}, "localhost" + port, false},
            {"http_proxy", {"no_proxy", "a.invalid"}, "127.0.0.1" + port, false},
+           {"http_proxy", {"no_proxy", "a.invalid"}, "localhost" + port, false},
            {"http_proxy", {"no_proxy", "a.invalid,0.0.0.0"}, itself, false},
            {"http_proxy", {"NO_PROXY", "a.invalid,0.0.0.0"}, itself, false},
            {"http_proxy", {"NO_PROXY", "*"}, itself, false},
