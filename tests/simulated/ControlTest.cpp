@@ -374,12 +374,15 @@ TEST_F(AxisControl, SendsOnlyTheLatestOfWhatWaited) {
   for (int i = 0; i < 1000; ++i) wishes.push_back(control.MoveTo(static_cast<float>(i % 90), 0));
   const auto last = control.MoveTo(33, -7);
   const auto step = control.MoveBy(2, 0), another = control.MoveBy(2, 1);  // to where that goes
-  EXPECT_TRUE(IsDone(Await(another.Done).Result));
-  EXPECT_TRUE(IsDone(Await(last.Done).Result));
-  EXPECT_TRUE(IsDone(Await(first.Done).Result));
-  for (const auto& wish : wishes) EXPECT_EQ(Await(wish.Done).Result, WishResult::Replaced);
-  ASSERT_EQ(Commands().size(), 2U);
-  EXPECT_NE(Commands()[1].find("pan=37&tilt=-6"), std::string::npos) << Commands()[1];
+  const auto focus = control.Focus(FocusFar), turn = control.MoveBy(1, 0), zoom = control.Zoom(ZoomIn, 2);
+  for (const auto& wish : {first, last, step, another, focus, turn, zoom})
+    EXPECT_TRUE(IsDone(Await(wish.Done).Result));
+  for (const auto& wish : wishes) EXPECT_EQ(Await(wish.Done).Text, "not sent: a later wish took its place");
+  const auto commands = Commands();
+  ASSERT_EQ(commands.size(), 5U);
+  EXPECT_NE(commands[1].find("pan=37&tilt=-6"), std::string::npos) << commands[1];
+  EXPECT_NE(commands[3].find("pan=38"), std::string::npos) << commands[3];
+  EXPECT_NE(commands[4].find("zoom=2970"), std::string::npos) << commands[4];
 }
 
 TEST_F(AxisControl, HearsTheHolderOfADriveThatIsBeingSent) {
@@ -423,9 +426,46 @@ TEST_F(AxisControl, EndsWithEveryWishToldOnce) {
   for (const auto& command : Commands()) EXPECT_EQ(command.find("pan="), std::string::npos) << command;
 }
 
-TEST_F(AxisControl, StopsBeforeAllThatWaits) {
+TEST_F(AxisControl, TellsWhatEndedADrive) {
   CameraControl control(SettingsFor("Axis"));
   ASSERT_TRUE(IsDone(Await(control.Connect().Done).Result));
+  const auto questions = [&] { return Camera->Log().Requests().size() - Commands().size(); };
+  using Later = std::function<void(CameraControl&)>;
+  const auto drive = [](float pan) -> Later {
+    return [pan](CameraControl& camera) {
+      camera.DriveAt({.PanTilt = DriveSpeeds::Head{pan, 0}}, 0ms).Leave();
+    };
+  };
+  const struct {
+    Later What;
+    const char *Fault, *Told;
+  } rows[] = {
+      {drive(5), "", "goes on at the same speed"},
+      {drive(6), "", "a later wish took its place"},
+      {drive(0), "", "a drive of speed 0"},
+      {drive(6), "next=1,status=500", "a later drive failed: the camera refused: 500 Internal Server Error"},
+      {[](CameraControl& camera) { camera.MoveTo(1, 1); }, "", "a later wish took its place"},
+      {[](CameraControl& camera) { camera.Disconnect(); }, "", "the camera was disconnected"},
+  };
+  for (const auto& [what, fault, told] : rows) {
+    const auto asked = questions();
+    auto driven = control.DriveAt({.PanTilt = DriveSpeeds::Head{5, 0}}, 0ms);
+    EXPECT_TRUE(IsDone(Await(driven.Wish.Sent).Result));
+    EXPECT_EQ(questions(), asked) << "no limit depends on where it is";
+    if (*fault != 0) Camera->Faults().Set(fault);
+    what(control);
+    EXPECT_EQ(Await(driven.Wish.Done).Text, told);
+    EXPECT_TRUE(IsDone(Await(control.Stop().Done).Result));
+  }
+}
+
+TEST_F(AxisControl, StopsBeforeAllThatWaits) {
+  CameraControl control(SettingsFor("Axis"));
+  Camera->Faults().Set("next=1,delay=300");
+  const auto early = control.MoveTo(1, 1);
+  ASSERT_TRUE(Camera->Log().WaitForRequests(1)) << "it is being connected";
+  EXPECT_EQ(Await(control.Stop().Done).Result, WishResult::Sent);
+  EXPECT_EQ(Await(early.Done).Text, "stopped before it was sent");
   Camera->Log().Clear();
   Camera->Faults().Set("next=1,delay=300");
   const auto first = control.Focus(FocusFar);
@@ -443,6 +483,8 @@ TEST_F(AxisControl, SaysWhereItCameToRest) {
   auto settings = SettingsFor("Axis");
   settings.WatchesMoves = true;
   CameraControl control(settings);
+  EXPECT_TRUE(IsDone(Await(control.Connect().Done).Result));
+  EXPECT_EQ(control.State().Position.Kind, PositionKind::Read);
   const auto move = control.MoveTo(40, -10);
   EXPECT_EQ(Await(move.Sent).Result, WishResult::Sent);
   EXPECT_EQ(control.State().Position.Kind, PositionKind::Target);
@@ -453,6 +495,7 @@ TEST_F(AxisControl, SaysWhereItCameToRest) {
   EXPECT_EQ(control.State().Position.Kind, PositionKind::Read);
   EXPECT_EQ(control.State().Position.Pan, 40);
   EXPECT_EQ(Await(control.MoveTo(40, -10).Done).Result, WishResult::NotSent) << "it is there";
+  EXPECT_EQ(Await(control.MoveTo(41, -11).Done).Result, WishResult::Arrived) << "as near as it tells";
   EXPECT_EQ(control.State().Motion, CameraMotion::AtRest);
 
   const auto stuck = Await(control.MoveTo(90, -10).Done);  // its time stands still
@@ -466,12 +509,22 @@ TEST_F(AxisControl, SaysWhereItCameToRest) {
   EXPECT_EQ(Await(replaced.Done).Result, WishResult::Replaced);
   control.Stop();
   EXPECT_EQ(Await(stopped.Done).Result, WishResult::Stopped);
+
+  const auto anywhere = control.Perform(
+      {.Work = [](PTZDevice& device) { return std::optional(device.MoveBoth(5, 5)); }, .Moves = true});
+  Await(anywhere.Sent);
+  Camera->Time().Advance(60s);
+  EXPECT_EQ(Await(anywhere.Done).Result, WishResult::Arrived);
+  settings.RestTime = 1ms;
+  CameraControl hasty(settings);
+  EXPECT_EQ(Await(hasty.MoveTo(90, -10).Done).Text, "not at rest after 0.001 s");
 }
 
 TEST_F(AxisControl, SeesACameraAsItsSiteHasIt) {
   auto settings = SettingsFor("Axis");
   settings.InvertPan = settings.InvertTilt = true;
-  settings.PanLimits = CameraLimits{-50, 50};
+  settings.PanLimits = settings.TiltLimits = CameraLimits{-50, 50};
+  settings.ZoomLimits = CameraLimits{0, 5000};
   settings.Presets = {{"gate", 2}};
   CameraControl control(settings);
   EXPECT_TRUE(IsDone(Await(control.MoveTo(40, -10).Done).Result));
@@ -492,6 +545,13 @@ TEST_F(AxisControl, SeesACameraAsItsSiteHasIt) {
   EXPECT_EQ(Await(control.MoveBy(1, 0).Done).Result, WishResult::OutOfRange);
   const auto drive = control.DriveAt({.PanTilt = DriveSpeeds::Head{1, 0}});
   EXPECT_EQ(Await(drive.Wish.Done).Result, WishResult::OutOfRange);
+  for (const auto& by : {CameraPlace{.Pan = 200}, CameraPlace{.Tilt = 200}, CameraPlace{.Zoom = 20000}}) {
+    const auto work = [](PTZDevice& device) { return std::optional(device.MoveBoth(1, 1)); };
+    EXPECT_TRUE(IsDone(Await(control.Perform({.Work = work, .Moves = true}).Done).Result));
+    EXPECT_EQ(control.State().Position.Kind, PositionKind::Unknown) << "to be asked for";
+    const auto step = control.Perform({.Work = work, .Moves = true, .By = by});
+    EXPECT_EQ(Await(step.Done).Result, WishResult::OutOfRange);
+  }
   Start(ptzsim::AxisHead::Relative);  // which has presets
   settings.Options = SettingsFor("Axis").Options;
   CameraControl relative(settings);
