@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include <ptzd/PropertyBag.h>
+#include "cameras/Glide.h"
 #include "cameras/InputWords.h"
 #include "common/Nearest.h"
 #include "platform/ConfigurationFolders.h"
@@ -105,6 +106,8 @@ TEST(CameraFile, TellsWhereItIsWrong) {
       {"[camera.gate]\ndriver = \"Axis\"\naddress = \"a:hunter2@10.0.0.5\"\n",
        "c.toml:3:11: camera gate, address: expected HOST or HOST:PORT; a user"},
       {Gate("password_env = \"X\""), "c.toml:4:1: camera gate: expected a user beside password_env"},
+      {Gate("user = \"a\"\npassword = 5"),
+       "c.toml:5:12: camera gate, password: expected a text in quotes, not a whole number"},
       {Gate("user = \"a\"\npassword_env = \"X\"\npassword_prompt = true"),
        "expected one source of the password"},
   };
@@ -113,9 +116,50 @@ TEST(CameraFile, TellsWhereItIsWrong) {
     EXPECT_NE(told.find(row.Told), std::string::npos) << row.Text << "was told: " << told;
     EXPECT_EQ(told.find("hunter2"), std::string::npos) << told;
   }
+  for (const std::string key : {"driver", "address", "line", "options", "user", "password", "password_env",
+                                "password_file", "password_keyring", "password_prompt", "invert_pan",
+                                "invert_tilt", "pan_limits", "tilt_limits", "zoom_limits", "presets"})
+    EXPECT_NE(Told(Gate(key + "x = 1")).find("do you mean " + key + "?"), std::string::npos) << key;
   EXPECT_EQ(Told(Gate("user = \"a\"\npassword = \"hunter2\"")), "accepted");
   EXPECT_EQ(Told(Gate("user = \"a\"\npassword = \"hunter2\""), "others may"),
             "c.toml:5:12: camera gate, password: no password may stand in this file: others may");
+}
+
+TEST(CameraFile, TakesWhatItIsGivenWhole) {
+  const std::string gate =
+      "[camera.\"front.gate\"]\ndriver = \"Axis\"\naddress = \"10.0.0.5\"\nuser = \"me\"\n"
+      "password = \"a\\\"b\\\\\"\noptions = { Port = 2, Reset = true }\ninvert_pan = true\ninvert_tilt = "
+      "true\n"
+      "pan_limits = [-90, 45.5]\ntilt_limits = [0, 1]\nzoom_limits = [1, 2]\n"
+      "presets = { \"door\" = 1, \"far yard\" = 20 }\n";
+  const auto line = "[camera.dome]\ndriver = \"Pelco\"\nline = \"/dev/ttyUSB0\"\n";
+  const fs::path file = testing::TempDir() + "camera-file-test.toml";
+  fs::remove(file);
+  for (const auto& text : {gate, std::string(line)})
+    StoreCamera(TextOf(file), ReadCameras(text, "c.toml").at(0), false);
+  EXPECT_EQ(ReadWholeFile(file, 1000).Text, gate + "\n" + line);
+  RemoveCamera(TextOf(file), "front.gate");
+  EXPECT_EQ(ReadWholeFile(file, 1000).Text, std::string("\n") + line);
+  fs::remove(file);
+}
+
+TEST(Glide, ComesNearOnBothAxesTogether) {
+  Glide glide(10, -20, 5);
+  const struct {
+    float Pan, Tilt;
+    bool IsTurned;
+    float PanSpeed, TiltSpeed;
+  } rows[] = {{0, 0, true, 2.5, -5},
+              {8.5, -5, false, 0.5, -5},
+              {9, -10, true, 0, -5},
+              {7, -17, false, 0, -5},  // what is near stays so
+              {7, -22, true, 0, 0}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(glide.Aim({.Pan = row.Pan, .Tilt = row.Tilt}), row.IsTurned);
+    EXPECT_EQ(glide.Speeds().Pan, row.PanSpeed);
+    EXPECT_EQ(glide.Speeds().Tilt, row.TiltSpeed);
+    EXPECT_EQ(glide.IsOver(), row.TiltSpeed == 0);
+  }
 }
 
 TEST(PrivateFile, IsReplacedWholeAndLeavesNothingOpen) {
@@ -165,9 +209,56 @@ TEST(SerialLines, AreSharedWhateverTheyAreCalled) {
   EXPECT_NE(use("/dev/zero").second, first.second);
 }
 
+TEST(InputWords, MeanWhatTheySay) {
+  for (const auto* word : {"true", "yes", "ON", "1"}) EXPECT_TRUE(ReadBoolean("it", word)) << word;
+  for (const auto* word : {"False", "no", "off", "0"}) EXPECT_FALSE(ReadBoolean("it", word)) << word;
+  for (const auto& [word, milliseconds] : {std::pair("2s", 2000),
+                                           {"500ms", 500},
+                                           {"1.5", 1500},
+                                           {"+2m", 120000},
+                                           {"1ms", 1},
+                                           {"86400", 86400000}})
+    EXPECT_EQ(ReadDuration("it", word).count(), milliseconds) << word;
+  for (const auto& [word, number] :
+       {std::pair("2147483647", 2147483647), {"-2147483648", INT32_MIN}, {"+1e3", 1000}})
+    EXPECT_EQ(ReadWholeNumber("it", word), number) << word;
+  EXPECT_EQ(ReadNumber("it", "-3.4e38"), -3.4e38F);
+
+  const auto boolean = [](const char* word) { ReadBoolean("it", word); };
+  const auto duration = [](const char* word) { ReadDuration("it", word); };
+  const auto whole = [](const char* word) { ReadWholeNumber("it", word); };
+  const auto number = [](const char* word) { ReadNumber("it", word); };
+  const struct {
+    void (*Read)(const char*);
+    const char *Word, *Told;
+  } rows[] = {
+      {boolean, "2", "is none of true, false, yes, no, on, off, 1, 0"},
+      {duration, "0.4ms", "is not between 1ms and a day"},
+      {duration, "86401", "is not between 1ms and a day"},
+      {duration, "2h", "is not a time such as 2s, 500ms or 1.5"},
+      {whole, "2147483648", "is too large a number"},
+      {whole, "-2147483649", "is too large a number"},
+      {whole, "1e999", "is too large a number"},
+      {whole, "nan", "is not a whole number"},
+      {whole, "1.5", "is not a whole number"},
+      {whole, "+-1", "is not a whole number"},
+      {number, "1e39", "is too large a number"},
+      {number, "nan", "is not a number"},
+      {number, "1x", "is not a number"},
+  };
+  for (const auto& [read, word, told] : rows) {
+    try {
+      read(word);
+      ADD_FAILURE() << word;
+    } catch (const InputError& error) {
+      EXPECT_EQ(error.what(), "it: \"" + std::string(word) + "\" " + told);
+    }
+  }
+}
+
 TEST(Address, HoldsAnyLogin) {
-  EXPECT_EQ(AddressFor("10.0.0.5:80", {"a@b", "p:/?#%&+ \"é"}),
-            "a%40b:p%3A%2F%3F%23%25%26%2B%20%22é@10.0.0.5:80");
+  EXPECT_EQ(AddressFor("10.0.0.5:80", {"azAZ09@-._~", "p:/?#%&+ \"é"}),
+            "azAZ09%40-._~:p%3A%2F%3F%23%25%26%2B%20%22é@10.0.0.5:80");
   EXPECT_NO_THROW(AddressFor("10.0.0.5", {"a", std::string(127, 'p')}));
   for (const auto& password : {std::string("日本"), std::string("a\0b", 3), std::string("a\nb"),
                                std::string(128, 'p'), std::string(43, '%')})

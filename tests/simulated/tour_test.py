@@ -28,7 +28,7 @@ class Tours(unittest.TestCase):
 
     def test_places_a_glide_and_a_stretch(self):
         tour = ("rounds = 2\npause = 0\n[[stop]]\npan = 10\ntilt = -20\nzoom = 1.5\n"
-                "[[stop]]\npan = -10\ntilt = 5\nspeed = 20\n[[stop]]\npan_speed = 10\nfor = \"300ms\"\n")
+                "[[stop]]\npan = -10\ntilt = 5\nspeed = 20\n[[stop]]\ntilt_speed = 10\nfor = \"300ms\"\n")
         with Camera() as camera:
             code, told = self.run_tour(camera.address, tour)
             self.assertEqual(code, 0)
@@ -40,7 +40,8 @@ class Tours(unittest.TestCase):
             self.assertIn("continuouspantiltmove=-", sent[0])
             self.assertTrue(sent[-2].endswith("pan=-10&tilt=5"), sent)
             self.assertFalse(camera.is_moving())
-            self.assertGreater(camera.ask("state")["heads"][0]["pan"], -10)  # beyond the last place
+            self.assertIn("continuouspantiltmove=0,20", told[6]["exchanges"][0]["url"])
+            self.assertGreater(camera.ask("state")["heads"][0]["tilt"], 5)  # beyond the last place
 
     def test_what_cannot_tell_where_it_is_is_given_time(self):
         with Camera(make="pelco") as camera:
@@ -51,8 +52,10 @@ class Tours(unittest.TestCase):
 
     def test_an_interrupted_tour_leaves_the_camera_at_rest(self):
         with Camera() as camera:
-            tour = subprocess.Popen(self.command(camera.address, "[[stop]]\npan_speed = 5\nfor = \"60m\"\n"),
+            tour = subprocess.Popen(self.command(camera.address, "[[stop]]\npan_speed = 5\nfor = \"200ms\"\n"),
                                     stdout=subprocess.PIPE, text=True)
+            for operation in ("connect", "continuous", "continuous"):  # without end
+                self.assertEqual(json.loads(tour.stdout.readline())["operation"], operation)
             camera.wait_for(camera.is_moving, "moved")
             tour.send_signal(signal.SIGINT)
             tour.communicate(timeout=DEADLINE)
