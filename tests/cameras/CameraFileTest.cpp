@@ -132,14 +132,13 @@ TEST(CameraFile, TakesWhatItIsGivenWhole) {
       "true\n"
       "pan_limits = [-90, 45.5]\ntilt_limits = [0, 1]\nzoom_limits = [1, 2]\n"
       "presets = { \"door\" = 1, \"far yard\" = 20 }\n";
-  const auto line = "[camera.dome]\ndriver = \"Pelco\"\nline = \"/dev/ttyUSB0\"\n";
+  const std::string line = "[camera.dome]\ndriver = \"Pelco\"\nline = \"/dev/ttyUSB0\"\n";
   const fs::path file = testing::TempDir() + "camera-file-test.toml";
   fs::remove(file);
-  for (const auto& text : {gate, std::string(line)})
-    StoreCamera(TextOf(file), ReadCameras(text, "c.toml").at(0), false);
-  EXPECT_EQ(ReadWholeFile(file, 1000).Text, gate + "\n" + line);
+  for (const auto& text : {line, gate}) StoreCamera(TextOf(file), ReadCameras(text, "c.toml").at(0), false);
+  EXPECT_EQ(ReadWholeFile(file, 1000).Text, line + "\n" + gate);
   RemoveCamera(TextOf(file), "front.gate");
-  EXPECT_EQ(ReadWholeFile(file, 1000).Text, std::string("\n") + line);
+  EXPECT_EQ(ReadWholeFile(file, 1000).Text, line + "\n");
   fs::remove(file);
 }
 
@@ -194,6 +193,7 @@ TEST(NamedCamera, IsAlikeInEverySetting) {
                             "invert_tilt = true", "zoom_limits = [0, 1]", "presets = { door = 1 }"})
     EXPECT_FALSE(AreAlike(before, read(lines))) << lines;
   EXPECT_FALSE(AreAlike(read("password = \"a\""), read("password = \"b\"")));
+  EXPECT_FALSE(AreAlike(read("tilt_limits = [0, 1]"), read("tilt_limits = [0, 2]")));
 }
 
 TEST(SerialLines, AreSharedWhateverTheyAreCalled) {
