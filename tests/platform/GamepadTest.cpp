@@ -54,12 +54,15 @@ constexpr char KeyboardKeys[] = "1 2 fffffffffffffffe", NoAxes[] = "0";
 
 TEST_F(GamepadTest, IsFoundAmongOtherDevicesAndReadByReports) {
   Describe("event0", KeyboardKeys, NoAxes);
+  Describe("event3", "70000 0 0 0 0", PadAxes);  // a mouse
   Describe("event7", PadKeys, PadAxes);
   Plug("event0");
+  Plug("event3");
   Plug("event7");
   Gamepad pad(Places());
   pad.Poll();
   ASSERT_TRUE(pad.IsThere()) << pad.Problem();
+  EXPECT_EQ(pad.Sticks().CrossX, 0);
 
   Write(EV_ABS, ABS_X, 32767);
   Write(EV_ABS, ABS_Y, 32767);
