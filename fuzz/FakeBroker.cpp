@@ -2,6 +2,7 @@
 
 #include "FakeBroker.h"
 
+#include <future>
 #include <utility>
 
 namespace ptzgate {
@@ -13,8 +14,11 @@ struct Broker::State {
 };
 
 Broker::Broker(boost::asio::io_context&, const MQTTSettings&, const ptzd::Login&, const Will&, std::size_t,
-               Callbacks callbacks)
+               std::shared_future<void>, Callbacks callbacks)
     : State_(std::make_shared<State>(State{std::move(callbacks)})) {
+  std::promise<void> ended;
+  ended.set_value();
+  Ended_ = ended.get_future();
   BrokerLog::Now = &State_->Callbacks;
   BrokerLog::Subscribed.clear();
 }
