@@ -69,7 +69,7 @@ class Stream {
   Stream& operator=(const Stream&) = delete;
 
   /// False when it is over, and nothing was sent. A peer so slow that more than `ServerLimits::Backlog` bytes
-  /// wait for it already is dropped with this, however long the text is.
+  /// and as much as the longest text so far wait for it already is dropped with this.
   bool Send(std::string_view text);
   /// How many bytes wait for the peer; for those who leave out a picture rather than lose the peer.
   std::size_t Backlog() const;

@@ -155,10 +155,11 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   }
 
   bool Send(std::string text) {
-    if (Backlog() > Server_->Settings.Limits.Backlog) {
+    if (Backlog() > Server_->Settings.Limits.Backlog + Longest_) {
       Connection_->CloseSoon();
       return false;
     }
+    Longest_ = std::max(Longest_, text.size());
     QueuedBytes_ += text.size();
     Queue_.push_back(std::move(text));
     WriteNext();
@@ -204,10 +205,10 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
     if (!IsOpen_ || IsWriting_) return;
     if (!Queue_.empty()) {
       IsWriting_ = true;
+      QueuedBytes_ -= Queue_.front().size();  // the connection has it from here on
       Stream_.async_write(asio::buffer(Queue_.front()),
                           [self = shared_from_this()](const error_code& error, std::size_t) {
                             self->IsWriting_ = false;
-                            self->QueuedBytes_ -= self->Queue_.front().size();
                             self->Queue_.pop_front();
                             if (!error) self->WriteNext();
                           });
@@ -244,6 +245,8 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   TokenBucket Messages_;
   std::deque<std::string> Queue_;
   std::size_t QueuedBytes_ = 0;
+  std::size_t Longest_ =
+      0;  ///< of the texts; all cameras of a site, told first, are no sign of a slow reader
   std::optional<websocket::close_reason> Reason_;
   bool IsOpen_ = false, IsWriting_ = false, IsClosing_ = false;
 };

@@ -25,7 +25,8 @@ class WebSocket {
   std::uint64_t Connection() const { return Connection_; }
 
   /// False when it is over, and nothing was sent. `text` is UTF-8. A peer so slow that more than
-  /// `ServerLimits::Backlog` bytes wait for it already is dropped with this, however long the text is.
+  /// `ServerLimits::Backlog` bytes and as much as the longest text so far wait for it already is dropped with
+  /// this.
   bool Send(std::string text);
   /// How many bytes wait for the peer.
   std::size_t Backlog() const;

@@ -210,6 +210,7 @@ class WebTest : public testing::Test {
         while (socket->Send(std::string(60000, 'x'))) continue;
         return Told.Tell("dropped");
       }
+      if (text == "much") socket->Send(std::string(2 << 20, 'x'));
       socket->Send("echo " + text);
     });
   }
@@ -466,6 +467,9 @@ TEST_F(WebTest, OneMessageMayBeLongerThanWhatMayWait) {
   Client live(Where);
   live.Say(Get("/socket", Upgrade) + Frame(Text, std::string(5000, 'x')));
   EXPECT_GT(live.Until("echo " + std::string(5000, 'x')).size(), 5000U);
+  Client told(Where);
+  told.Say(Get("/socket", Upgrade) + Frame(Text, "much"));
+  EXPECT_GT(told.Until("echo much").size(), 2U << 20);
 }
 
 TEST_F(WebTest, AWebSocketThatIsSilentOrSlowIsDropped) {
