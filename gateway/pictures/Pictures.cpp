@@ -189,7 +189,8 @@ void Pictures::ServeFilm(const std::shared_ptr<Call>& call, const Client& client
 void Pictures::CheckFilms() {
   const auto& pictures = Gate_.Settings().Pictures;
   std::erase_if(Films_, [&](const auto& film) {
-    const auto& [camera, shown] = film;
+    const auto& camera = film.first;
+    const auto& shown = film.second;
     const auto settings = pictures.find(camera);
     const bool isSame = settings != pictures.end() && settings->second.MJPEG == shown->URL;
     const auto mayNot = [&](const auto& viewer) {

@@ -90,7 +90,7 @@ class Client {
     auto buffer = asio::dynamic_buffer(Inbox_);
     const auto size = Secure_ ? asio::read_until(*Secure_, buffer, mark, end)
                               : asio::read_until(Socket_, buffer, mark, end);
-    const auto text = Inbox_.substr(0, size);
+    auto text = Inbox_.substr(0, size);
     Inbox_.erase(0, size);
     return text;
   }
@@ -98,7 +98,7 @@ class Client {
     error_code end;
     if (Inbox_.size() < count)
       asio::read(Socket_, asio::dynamic_buffer(Inbox_), asio::transfer_exactly(count - Inbox_.size()), end);
-    const auto text = Inbox_.substr(0, count);
+    auto text = Inbox_.substr(0, count);
     Inbox_.erase(0, text.size());
     return text;
   }
@@ -138,9 +138,10 @@ std::string Get(const std::string& path, const std::string& headers = "Connectio
 }
 
 class WebTest : public testing::Test {
- protected:
+ public:
   ~WebTest() override { Stop(); }
 
+ protected:
   void Begin(ServerSettings settings = {}) {
     settings.Log = [this](const std::string& line) { Told.Tell("log " + line); };
     Server_ =
@@ -523,7 +524,7 @@ TEST_F(WebTest, SpeaksTLSWithACertificateThatMayChange) {
   const auto folder = std::filesystem::path(testing::TempDir()) / ("web" + std::to_string(getpid()));
   std::filesystem::create_directories(folder);
   const auto make = [&folder](const std::string& name) {
-    const CertificateFiles files{folder / (name + ".crt"), folder / (name + ".key")};
+    CertificateFiles files{folder / (name + ".crt"), folder / (name + ".key")};
     const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(EVP_EC_gen("P-256"), EVP_PKEY_free);
     const std::unique_ptr<X509, void (*)(X509*)> certificate(X509_new(), X509_free);
     X509_set_version(certificate.get(), X509_VERSION_3);
