@@ -9,7 +9,9 @@ using namespace std::chrono_literals;
 
 constexpr auto KeptLog = 120s;
 /// What was handed to a line that says nothing may be on its way.
-constexpr auto TimeOnTheWay = 10s;
+/// What a machine that does other things may be late.
+constexpr auto Stall = 1s;
+constexpr std::chrono::milliseconds TimeOnTheWay = 2s;
 
 double Milliseconds(SteadyClock::duration time) {
   return std::chrono::duration<double, std::milli>(time).count();
@@ -73,25 +75,32 @@ void GateBook::Judge(const GateTicket& ticket, const GateAnswer& answer) {
   auto& [camera, wish, began] = ticket;
   const bool isStop = wish.Word == "stop";
   const bool wasEnded = answer.Result == "stopped" || answer.Result == "replaced";
-  const bool isNeedless =
-      answer.Result == "not sent" || answer.Result == "out of range" || answer.Text == "it is there already";
+  const bool isNeedless = answer.Result == "not sent" || answer.Result == "out of range" ||
+                          answer.Text == "it is there already" || answer.Text.ends_with("Overflow");
   std::optional<SteadyClock::time_point> got;
   // Where a move ended is the camera's affair, as long as it got it.
-  const bool isTaken = answer.IsDone || answer.Result == "stalled" || answer.Result == "still moving";
-  if (isTaken) got = camera.Got(wish, began, TimeOnTheWay);
+  const bool isTaken = answer.IsDone || answer.Result == "stalled" || answer.Result == "still moving" ||
+                       (wish.IsDrive() && wasEnded);
+  if (isTaken) got = camera.Got(wish, began, camera.Replies() ? 0ms : TimeOnTheWay);
+  // A driver asks a camera whether it is there already, and sends nothing then.
+  const bool wasAsked = isTaken && wish.Body.contains("to") &&
+                        !camera.GotBetween(began, SteadyClock::time_point::max()).empty();
   const bool wasAway = camera.WasAway(began);
-  // A drive is over when it was stopped.
-  const auto fate = got || (wish.IsDrive() && wasEnded) ? &Counts::Done
-                    : wasAway                           ? &Counts::Absent
-                    : !isStop && wasEnded               ? &Counts::Superseded
-                    : !isStop && isNeedless             ? &Counts::Needless
-                                                        : &Counts::Lost;
+  const auto fate = got                                   ? &Counts::Done
+                    : answer.Result == GateAnswer::CutOff ? &Counts::CutOff
+                    : wasAway                             ? &Counts::Absent
+                    : !isStop && wasEnded                 ? &Counts::Superseded
+                    : !isStop && (isNeedless || wasAsked) ? &Counts::Needless
+                                                          : &Counts::Lost;
   Change([&](Counts& counts) {
     ++(counts.*fate);
     if (isStop) ++counts.Stops;
     if (wish.IsDrive() && answer.Text.starts_with("its lease ended")) ++counts.Leases;
     if (answer.Result == "refused") ++counts.Refused;
-    if (isStop && got && !wasAway) Stops_.push_back(Milliseconds(*got - began));
+    if (isStop && got && !wasAway) {
+      Stops_.push_back(Milliseconds(*got - began));
+      if (Stops_.back() > Longest_.first) Longest_ = {Stops_.back(), camera.Driver()};
+    }
   });
   const auto what = camera.Driver() + ", " + wish.Word + ": ";
   if (answer.Result.empty())
@@ -104,14 +113,20 @@ void GateBook::Judge(const GateTicket& ticket, const GateAnswer& answer) {
 void GateBook::JudgeKilled(const GateTicket& drive, const GateWish& stop, SteadyClock::time_point killed,
                            std::chrono::milliseconds lease) {
   auto& camera = drive.Camera;
-  const auto got = camera.Got(stop, killed, lease + TimeOnTheWay);
+  std::optional<SteadyClock::time_point> got;
+  for (const auto limit = killed + lease + TimeOnTheWay; !got && SteadyClock::now() < limit;) {
+    if (camera.WasAway(drive.Began)) break;
+    got = camera.Got(stop, killed, 100ms);
+  }
   const bool wasAway = camera.WasAway(drive.Began);
   Change([&](Counts& counts) {
     ++counts.Killed;
     if (got && !wasAway) KilledStops_.push_back(Milliseconds(*got - killed));
   });
-  if (wasAway || (got && *got - killed <= lease)) return;
-  Complain(camera.Driver() + " went on beyond its lease when its client was killed");
+  // Its lease may have ended just before.
+  if (wasAway || (got ? *got - killed <= lease + Stall : !camera.IsMoving())) return;
+  Complain(camera.Driver() + " went on beyond its lease when its client was killed, " +
+           (got ? std::to_string(Milliseconds(*got - killed)) + " ms" : "for ever"));
 }
 
 void GateBook::Complain(const std::string& what) {
@@ -135,6 +150,11 @@ GateBook::Counts GateBook::Now() const {
 std::vector<double> GateBook::TakeStops() {
   const std::lock_guard lock(Mutex_);
   return std::exchange(Stops_, {});
+}
+
+std::string GateBook::DriverOfLongestStop() const {
+  const std::lock_guard lock(Mutex_);
+  return Longest_.second;
 }
 
 std::vector<double> GateBook::KilledStops() const {

@@ -57,6 +57,7 @@ class Station {
   /// All that came from a time until another.
   std::set<std::string> GotBetween(SteadyClock::time_point since, SteadyClock::time_point until);
 
+  bool IsMoving() { return Site_.IsMoving(Index_); }
   void Leave(const std::string& fault);
   void Return();
   /// It is there again, as the gateway says.
@@ -82,6 +83,9 @@ class Station {
 
 /// What a client was told of a wish.
 struct GateAnswer {
+  /// The gateway closed the connection.
+  static constexpr char CutOff[] = "cut off";
+
   bool IsDone = false;
   std::string Result;  ///< "arrived", or why it was refused; empty: nothing came in all the time
   std::string Text;
@@ -98,7 +102,8 @@ struct GateTicket {
 class GateBook {
  public:
   struct Counts {
-    std::size_t Wished = 0, Done = 0, Superseded = 0, Needless = 0, Absent = 0, Lost = 0, Killed = 0;
+    std::size_t Wished = 0, Done = 0, Superseded = 0, Needless = 0, Absent = 0, Lost = 0, Killed = 0,
+                CutOff = 0;
     std::size_t Stops = 0, Leases = 0, Refused = 0;  ///< of these, as the gateway should have counted them
     std::size_t UnseenLeases = 0;  ///< drives that may have ended with their lease unseen, at most
   };
@@ -120,6 +125,7 @@ class GateBook {
   Counts Now() const;
   /// Milliseconds from the wish until the camera had it, since the last call.
   std::vector<double> TakeStops();
+  std::string DriverOfLongestStop() const;
   /// Milliseconds from a client's end until its camera had its stop.
   std::vector<double> KilledStops() const;
 
@@ -133,5 +139,6 @@ class GateBook {
   mutable std::mutex Mutex_;
   Counts Counts_;
   std::vector<double> Stops_, KilledStops_;
+  std::pair<double, std::string> Longest_{};
   std::map<std::string, std::size_t> Complaints_;  ///< how often
 };

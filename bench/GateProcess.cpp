@@ -110,7 +110,7 @@ OwnFolder::~OwnFolder() {
 }
 
 std::string GateProcess::NameOf(std::size_t camera) {
-  char text[16];
+  char text[32];
   std::snprintf(text, sizeof text, "c%04zu", camera);
   return text;
 }
