@@ -227,7 +227,7 @@ std::size_t Program::Run() {
   for (const auto& [camera, server] : Servers_) server->Stop();
   Faces_.reset();
   const auto unstopped = Gate_->End(Arguments_.EndTime);
-  Journal_.Info(unstopped == 0 ? "ended; all cameras are at rest"
+  Journal_.Info(unstopped == 0 ? "ended; whatever may have been moving took its stop"
                                : "ended; cameras that did not take their stop: " + std::to_string(unstopped));
   return unstopped;
 }

@@ -55,7 +55,7 @@ constexpr char Footer[] =
     "  WATCHDOG_USEC      how often that is told at least while it is not stuck\n"
     "\n"
     "Exit codes:\n"
-    "  0    it was ended, and all cameras are at rest; or what was asked for was done\n"
+    "  0    it was ended, and whatever may have been moving took its stop; or what was asked for was done\n"
     "  1    a camera did not take its stop at the end\n"
     "  2    it could not start, and said why\n";
 

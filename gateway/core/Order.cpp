@@ -18,8 +18,9 @@ std::string Describe(const Order& order) {
                         [](const Disconnect&) -> std::string { return "disconnect"; },
                         [](const Stop&) -> std::string { return "stop"; },
                         [](const MoveTo& to) {
-                          if (!to.Pan || !to.Tilt) return "zoom to " + (to.Zoom ? Text(*to.Zoom) : "nothing");
-                          return "move to " + Text(*to.Pan) + ", " + Text(*to.Tilt) + ZoomText(to.Zoom);
+                          if (!to.Pan && !to.Tilt && to.Zoom) return "zoom to " + Text(*to.Zoom);
+                          const auto told = [](const auto& axis) { return axis ? Text(*axis) : "-"; };
+                          return "move to " + told(to.Pan) + ", " + told(to.Tilt) + ZoomText(to.Zoom);
                         },
                         [](const MoveBy& by) { return "move by " + Text(by.Pan) + ", " + Text(by.Tilt); },
                         [](const ZoomBy& by) {
