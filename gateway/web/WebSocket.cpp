@@ -245,8 +245,8 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   TokenBucket Messages_;
   std::deque<std::string> Queue_;
   std::size_t QueuedBytes_ = 0;
-  std::size_t Longest_ =
-      0;  ///< of the texts; all cameras of a site, told first, are no sign of a slow reader
+  /// Of the texts: all cameras of a site, told first, are no sign of a slow reader.
+  std::size_t Longest_ = 0;
   std::optional<websocket::close_reason> Reason_;
   bool IsOpen_ = false, IsWriting_ = false, IsClosing_ = false;
 };
