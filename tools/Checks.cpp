@@ -826,10 +826,10 @@ void Checks::Refusals() {
       {"PresetGoto", &DriverData::PresetGoto, [](PTZDevice& d) { return d.PresetGoto(0); }},
       {"Home", &DriverData::Home, [](PTZDevice& d) { return d.Home(); }},
   };
-  for (const auto& [name, rule, member] : members) {
-    if (data.*rule != MemberRule::Nothing) continue;
-    const auto became = sendsNothing(name, [&] { return std::optional(member(Device())); });
-    if (became.Answer == true) Fail(std::string(name) + " answers True, and does nothing");
+  for (const auto& member : members) {
+    if (data.*member.Rule != MemberRule::Nothing) continue;
+    const auto became = sendsNothing(member.Name, [&] { return std::optional(member.Member(Device())); });
+    if (became.Answer == true) Fail(std::string(member.Name) + " answers True, and does nothing");
   }
   if (kept.empty()) Skip("this driver's data promise no refusals");
   std::string text;

@@ -101,7 +101,7 @@ std::string Label(std::string name) {
 
 /// "integer 0 to 10000", "one of 2400, 4800"
 std::string KindText(const Json& option) {
-  const auto kind = option["kind"].get<std::string>();
+  auto kind = option["kind"].get<std::string>();
   const auto& values = option["values"];
   if (kind.starts_with("choice")) return "one of " + Plain(values);
   if (kind == "integer" && values.size() == 2)
