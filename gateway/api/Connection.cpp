@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "cameras/CameraFile.h"
 #include "cameras/ConnectionOptions.h"
 #include "cameras/InputWords.h"
 #include "common/Nearest.h"
@@ -152,6 +153,7 @@ NamedCamera Reconnected(const GateCamera& camera, const json& body) try {
   // With a user whose password is nowhere the gateway would not start again.
   if (!changed.User.empty() && !changed.Address.empty())
     AddressFor(changed.Address, LoginOf(changed.Name, changed.User, changed.Password, {}));
+  CheckCamera(changed);
   return changed;
 } catch (const InputError& error) {
   Refuse(error.what());

@@ -368,6 +368,13 @@ std::vector<NamedCamera> ReadCameras(const std::string& text, const std::string&
   return Reader(file, openness).Cameras(ParseTOML(text, file));
 }
 
+void CheckCamera(const NamedCamera& camera) try {
+  ReadCameras(TableOf(camera), "");
+} catch (const InputError& error) {
+  const std::string text = error.what();
+  throw InputError(text.substr(text.find(": ") + 2));  // without its place, which is in no file
+}
+
 std::vector<NamedCamera> ReadCameraFile(const std::string& file, bool mustBeThere) {
   const auto contents = ContentsOf(file, mustBeThere);
   return ReadCameras(contents.Text, file, contents.Openness);

@@ -11,6 +11,10 @@ namespace ptzd {
 /// first is a letter or a digit.
 void CheckCameraName(const std::string& name);
 
+/// Raises `InputError` for a camera that no file can have: an address where its driver reads a line, a user
+/// on a line, options that the driver does not know.
+void CheckCamera(const NamedCamera& camera);
+
 /// The cameras of a text in TOML. `file` is its name, in texts and as where secret files are looked for;
 /// passwords may stand in it unless `openness` tells why others may read it. Raises `InputError` with file,
 /// line, column, and what was expected there.

@@ -439,6 +439,8 @@ class Running(GateTest):
         # One whose password is nowhere would keep the gateway from starting again.
         status, _, problem = gate.ask("PUT", at, {"user": "root"})
         self.assertEqual((status, gate.ask("GET", at)[2]["user"]), (422, ""))
+        status, _, problem = gate.ask("PUT", at, {"address": "root@127.0.0.1"})  # as no file can have it
+        self.assertEqual((status, problem["detail"].split(":")[0]), (422, "camera axis, address"))
         self.assertEqual(subprocess.run([PTZGATE, "--config", gate.path("gate.toml"), "--check"]).returncode, 0)
         status, _, changed = gate.ask("PUT", at, {"user": "root", "password": "pass", "options": {"Reset": True}})
         self.assertEqual(status, 200, changed)
