@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <limits>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -169,10 +170,6 @@ struct Logins::State : std::enable_shared_from_this<State> {
 
   State(boost::asio::io_context& context, std::function<const Users&()> users)
       : Context(context), UsersNow(std::move(users)) {}
-  ~State() {
-    Worker.stop();  // what has not begun never does
-    Worker.join();
-  }
 
   Try TryOf(const std::string& user, const std::string& address) const {
     const auto network = NetworkOf(address);
@@ -224,7 +221,8 @@ struct Logins::State : std::enable_shared_from_this<State> {
   std::map<Digest, Waiting> Queue;  ///< by the digest of all of a try
   std::size_t Generation = 0;       ///< counts changes of users
   bool IsOver = false;
-  boost::asio::thread_pool Worker{1};
+  /// Of one thread, once there is something to check. At its end what has not begun never does.
+  std::optional<boost::asio::thread_pool> Worker;
 };
 
 void Logins::State::Check(const std::string& user, const std::string& password, const std::string& address,
@@ -256,8 +254,9 @@ void Logins::State::Check(const std::string& user, const std::string& password, 
   auto& waiting = Queue[digest];
   waiting.Told_.push_back(std::move(told));
   waiting.Generation = Generation;
-  boost::asio::post(Worker, [weak = weak_from_this(), context = boost::asio::make_work_guard(Context), hash,
-                             mayLogIn, password, of, digest] {
+  if (!Worker) Worker.emplace(1);
+  boost::asio::post(*Worker, [weak = weak_from_this(), context = boost::asio::make_work_guard(Context), hash,
+                              mayLogIn, password, of, digest] {
     errno = 0;
     const bool isAlike = crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
     // It says so of a wrong password; there may also have been no memory to find out.
