@@ -21,6 +21,7 @@
 #include "Site.h"
 #include "Target.h"
 #include "cameras/InputWords.h"
+#include "common/Printable.h"
 #include "gateway/mqtt/MQTT.h"
 #include "gateway/onvif/Discovery.h"
 #include "gateway/onvif/Envelope.h"
@@ -101,18 +102,19 @@ bool AreSame(const Element& left, const Element& right) {
          std::ranges::equal(left.Children, right.Children, AreSame);
 }
 
-/// Two of other namespaces may have one name here.
-bool HasTwins(const Element& element) {
+/// What is written otherwise than it was read: attributes of one name here and other namespaces, and control
+/// characters.
+bool IsChanged(const Element& element) {
   std::set<std::string> names;
   for (const auto& [name, value] : element.Attributes)
-    if (!names.insert(name).second || name.starts_with("xmlns")) return true;
-  return std::ranges::any_of(element.Children, HasTwins);
+    if (!names.insert(name).second || name.starts_with("xmlns") || Printable(value) != value) return true;
+  return Printable(element.Text) != element.Text || std::ranges::any_of(element.Children, IsChanged);
 }
 
 void ReadAgain(std::string_view text) {
   try {
     const auto read = ReadXML(text);
-    if (!HasTwins(read))
+    if (!IsChanged(read))
       Demand(AreSame(ReadXML(XMLText(read)), read), "what was read can be written and read");
   } catch (const NoXML&) {
     return;
