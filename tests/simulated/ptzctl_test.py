@@ -369,8 +369,8 @@ class Motion(unittest.TestCase):
                 process.send_signal(signal.SIGTERM)
                 self.assertEqual(process.wait(DEADLINE), 143)
                 last = json.loads(process.communicate()[0].splitlines()[-1])
-                self.assertEqual((last["result"], last["exit"], last["stop"]),
-                                 ("interrupted", 143, {"outcome": "sent", "tries": 1}))
+                # How often it was sent is not told ahead: what ends wishes for a stop, too.
+                self.assertEqual((last["result"], last["exit"], last["stop"]["outcome"]), ("interrupted", 143, "sent"))
                 self.check_at_rest(camera, DRIVES["axis"][1])
 
     def test_it_ends_with_the_program_and_its_time_unless_left(self):
