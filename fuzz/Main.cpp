@@ -1,5 +1,6 @@
 // libFuzzer's side of the targets: ptzd_fuzz TARGET [OPTIONS OF LIBFUZZER] [CORPUS].
 
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -45,6 +46,14 @@ const Target* Find(std::string_view name) {
   return nullptr;
 }
 
+/// libFuzzer's timer, which it sets up late, ends no call of a target: a connect would fail of it.
+bool ResumeAfterItsTimer() {
+  struct sigaction timer {};
+  sigaction(SIGALRM, nullptr, &timer);
+  timer.sa_flags |= SA_RESTART;
+  return sigaction(SIGALRM, &timer, nullptr) == 0;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
@@ -76,6 +85,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  [[maybe_unused]] static const bool resumes = ResumeAfterItsTimer();
   Chosen->Run({reinterpret_cast<const char*>(data), size});
   return 0;
 }
