@@ -123,6 +123,7 @@ void Connection::HandleRead(const error_code& error, std::size_t count) {
 void Connection::Write(std::string_view text) {
   if (IsClosed_ || IsFinishing_ || text.empty()) return;
   Waiting_ += text;
+  Longest_ = std::max(Longest_, text.size());
   Send();
 }
 

@@ -63,6 +63,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void Write(std::string_view text);
   /// What was written and is not on its way.
   std::size_t Backlog() const { return Sending_.size() - Sent_ + Waiting_.size(); }
+  /// Of all that was written at once: what is told first is long, and those who read it are not slow.
+  std::size_t Longest() const { return Longest_; }
 
   /// Calls the protocol's `Expired` then, unless it is put off by another call.
   void SetDeadline(std::chrono::milliseconds left);
@@ -98,7 +100,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   boost::asio::steady_timer Deadline_, WriteTimer_;
   std::array<char, 8192> Buffer_;
   std::string Inbox_, Sending_, Waiting_;
-  std::size_t Consumed_ = 0, Sent_ = 0;
+  std::size_t Consumed_ = 0, Sent_ = 0, Longest_ = 0;
   bool IsReading_ = false, IsAtEnd_ = false, IsSending_ = false, IsFinishing_ = false, HasLeft_ = false,
        IsClosed_ = false;
 };

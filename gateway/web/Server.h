@@ -48,8 +48,9 @@ struct ServerLimits {
   std::size_t HeaderBytes = 16 * 1024;   ///< request line and headers; beyond it 414 or 431
   std::size_t BodyBytes = 1024 * 1024;   ///< beyond it 413
   std::size_t MessageBytes = 64 * 1024;  ///< of one WebSocket message; beyond it close code 1009
-  std::size_t Backlog = 1024 * 1024;  ///< waiting for the reader of a stream or WebSocket, when more is sent
-  std::size_t Connections = 1000;     ///< in total; beyond it 503
+  std::size_t Backlog =
+      1024 * 1024;  ///< waiting for the reader of a stream or WebSocket, beyond the longest message
+  std::size_t Connections = 1000;           ///< in total; beyond it 503
   std::size_t ConnectionsPerAddress = 100;  ///< beyond it 503
   double RequestsPerSecond = 100;  ///< by address, on average; beyond it 429. 0: as many as they like
   double RequestBurst = 200;       ///< as many at once

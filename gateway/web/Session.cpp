@@ -366,11 +366,10 @@ bool Session::BeginStream(Response head, const std::shared_ptr<Stream>& stream) 
 bool Session::Send(std::string_view text) {
   if (State_ != State::Streaming) return false;
   if (text.empty()) return true;  // a chunk of nothing would be the end
-  if (Connection_->Backlog() > Server_->Settings.Limits.Backlog + Longest_) {
+  if (Connection_->Backlog() > Server_->Settings.Limits.Backlog + Connection_->Longest()) {
     Connection_->CloseSoon();
     return false;
   }
-  Longest_ = std::max(Longest_, text.size());
   if (!IsChunked_) {
     Connection_->Write(text);
     return true;

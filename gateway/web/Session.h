@@ -55,11 +55,10 @@ class Session final : public Protocol, public std::enable_shared_from_this<Sessi
   std::weak_ptr<Call> Call_;
   std::shared_ptr<Call> Answered_;  ///< until its answer is written
   std::weak_ptr<Stream> Stream_;
-  bool IsKept_ = false;      ///< the connection, after this answer
-  bool IsHead_ = false;      ///< the request is one of HEAD
-  bool IsChunked_ = false;   ///< the client understands it
-  std::size_t Longest_ = 0;  ///< of the texts of a stream
-  bool IsAtEnd_ = false;     ///< the peer sends nothing more
+  bool IsKept_ = false;     ///< the connection, after this answer
+  bool IsHead_ = false;     ///< the request is one of HEAD
+  bool IsChunked_ = false;  ///< the client understands it
+  bool IsAtEnd_ = false;    ///< the peer sends nothing more
 };
 
 }  // namespace ptzgate

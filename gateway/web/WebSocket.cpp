@@ -42,26 +42,22 @@ class Channel {
     asio::post(get_executor(), [pipe = Pipe_] { pipe->Feed(); });
   }
 
+  /// A long message comes in pieces; the next one is wanted when the peer has taken what is too much to wait.
   template <typename Buffers, typename Handler>
   void async_write_some(const Buffers& buffers, Handler&& handler) {
-    const auto count = boost::beast::buffer_bytes(buffers);
-    error_code error;
-    if (Pipe_->Error) {
-      error = Pipe_->Error;
-    } else if (Pipe_->Bytes->Backlog() > Pipe_->Limits.Backlog + Pipe_->Longest) {
-      // Answers to pings may come to this; `WebSocketSession::Send` looks ahead.
-      error = asio::error::no_buffer_space;
-    } else {
-      Pipe_->Longest = std::max(Pipe_->Longest, count);
+    if (!Pipe_->Error)
       for (auto at = asio::buffer_sequence_begin(buffers); at != asio::buffer_sequence_end(buffers); ++at) {
         const asio::const_buffer part(*at);
         Pipe_->Bytes->Write({static_cast<const char*>(part.data()), part.size()});
       }
-    }
-    asio::post(get_executor(),
-               boost::beast::bind_handler(std::forward<Handler>(handler), error, error ? 0 : count));
+    auto done = std::make_shared<std::decay_t<Handler>>(std::forward<Handler>(handler));
+    Pipe_->Writer = [done, count = boost::beast::buffer_bytes(buffers)](const error_code& error) {
+      (*done)(error, error ? 0 : count);
+    };
+    if (Pipe_->Error || Pipe_->Bytes->Backlog() <= Pipe_->Limits.Backlog) Pipe_->EndWrite();
   }
 
+  void Drained() { Pipe_->EndWrite(); }
   void Feed() { Pipe_->Feed(); }
   /// What has come is still read.
   void End() {
@@ -87,10 +83,15 @@ class Channel {
     const ServerLimits& Limits;
     error_code Error{};
     bool IsAtEnd = false;
-    std::size_t Longest = 0;  ///< of all writes
     std::function<std::pair<std::size_t, std::function<void()>>(const error_code&, std::string_view)>
         Reader{};
+    std::function<void(const error_code&)> Writer{};
 
+    void EndWrite() {
+      if (!Writer) return;
+      asio::post(Bytes->Executor(),
+                 [writer = std::exchange(Writer, nullptr), error = Error] { writer(error); });
+    }
     void Feed() {
       if (!Reader || Error) return;
       const auto inbox = Bytes->Inbox();
@@ -100,8 +101,9 @@ class Channel {
       Bytes->Consume(count);
       done();
     }
-    // The reader goes with the loop, if that does not run any more.
+    // They go with the loop, if that does not run any more.
     void Fail() {
+      EndWrite();
       if (!Reader) return;
       asio::post(Bytes->Executor(),
                  [reader = std::exchange(Reader, nullptr), error = Error] { reader(error, {}).second(); });
@@ -148,6 +150,7 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   }
 
   void Received() override { Stream_.next_layer().Feed(); }
+  void Drained() override { Stream_.next_layer().Drained(); }
   void Ended() override { Stream_.next_layer().End(); }
   void Closed() override {
     Stream_.next_layer().Fail(asio::error::connection_reset);
@@ -155,11 +158,11 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   }
 
   bool Send(std::string text) {
-    if (Backlog() > Server_->Settings.Limits.Backlog + Longest_) {
+    Longest_ = std::max(Longest_, text.size());
+    if (QueuedBytes_ > Server_->Settings.Limits.Backlog + Longest_) {
       Connection_->CloseSoon();
       return false;
     }
-    Longest_ = std::max(Longest_, text.size());
     QueuedBytes_ += text.size();
     Queue_.push_back(std::move(text));
     WriteNext();
@@ -205,10 +208,10 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
     if (!IsOpen_ || IsWriting_) return;
     if (!Queue_.empty()) {
       IsWriting_ = true;
-      QueuedBytes_ -= Queue_.front().size();  // the connection has it from here on
       Stream_.async_write(asio::buffer(Queue_.front()),
                           [self = shared_from_this()](const error_code& error, std::size_t) {
                             self->IsWriting_ = false;
+                            self->QueuedBytes_ -= self->Queue_.front().size();
                             self->Queue_.pop_front();
                             if (!error) self->WriteNext();
                           });
@@ -244,9 +247,7 @@ class WebSocketSession final : public Protocol, public std::enable_shared_from_t
   boost::beast::flat_buffer Buffer_;
   TokenBucket Messages_;
   std::deque<std::string> Queue_;
-  std::size_t QueuedBytes_ = 0;
-  /// Of the texts: all cameras of a site, told first, are no sign of a slow reader.
-  std::size_t Longest_ = 0;
+  std::size_t QueuedBytes_ = 0, Longest_ = 0;
   std::optional<websocket::close_reason> Reason_;
   bool IsOpen_ = false, IsWriting_ = false, IsClosing_ = false;
 };
