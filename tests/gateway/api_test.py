@@ -91,7 +91,7 @@ class Moves(GateTest):
                     self.assertEqual(status, 501, saved)
                 status, _, outcome = gate.ask("POST", at + "/drive", {"part": {"pan": 0.5}, "lease_ms": 300})
                 self.assertEqual((status, outcome["result"], outcome["text"]), (200, "stopped", "its lease ended"))
-                self.assertTrue(self.rests(make))
+                wait_for(lambda: self.rests(make), "its stop comes")  # by a line that may be slow
         axis = self.cameras["axis"].ask("state")["heads"][0]
         status, _, moved = gate.ask("POST", API + "/cameras/axis/move", {"to": {"pan": 11, "tilt": -7}})
         self.assertEqual((status, moved["result"]), (200, "arrived"))
