@@ -35,7 +35,7 @@ class CameraControl::Worker {
     State.Capabilities = Class.Data->Capabilities;
   }
 
-  Wish Do(WishResult usual, bool moves, const Told& told) {
+  Wish Do(WishResult usual, bool moves, const WishTold& told) {
     if (moves) ++ControlLog::Moves;
     WishOutcome outcome{.Result = usual};
     constexpr auto last = WishResult::Abandoned;
@@ -53,7 +53,8 @@ class CameraControl::Worker {
     std::promise<WishOutcome> promise;
     promise.set_value(outcome);
     const auto future = promise.get_future().share();
-    if (told) told(outcome);
+    if (told.Sent) told.Sent(outcome);
+    if (told.Done) told.Done(outcome);
     if (Changed) Changed(State);
     return {future, future};
   }
@@ -83,47 +84,51 @@ void CameraControl::Drive::Renew() {}
 void CameraControl::Drive::Leave() {}
 
 CameraControl::Drive CameraControl::DriveAt(const DriveSpeeds&, std::optional<std::chrono::milliseconds>,
-                                            Told told) {
+                                            WishTold told) {
   Drive drive;
-  drive.Wish = Worker_->Do(WishResult::Sent, true, {});
-  drive.Ties_ = std::make_shared<Drive::Ties>(std::move(told));
+  drive.Wish = Worker_->Do(WishResult::Sent, true, {{}, std::move(told.Sent)});
+  drive.Ties_ = std::make_shared<Drive::Ties>(std::move(told.Done));
   return drive;
 }
 
-Wish CameraControl::Connect(Told told) { return Worker_->Do(WishResult::Sent, false, told); }
-Wish CameraControl::Disconnect(Told told) { return Worker_->Do(WishResult::Sent, false, told); }
-Wish CameraControl::Stop(Told told) { return Worker_->Do(WishResult::Sent, true, told); }
-Wish CameraControl::MoveTo(float pan, float tilt, std::optional<float> zoom, Told told) {
+Wish CameraControl::Connect(WishTold told) { return Worker_->Do(WishResult::Sent, false, told); }
+Wish CameraControl::Disconnect(WishTold told) { return Worker_->Do(WishResult::Sent, false, told); }
+Wish CameraControl::Stop(WishTold told) { return Worker_->Do(WishResult::Sent, true, told); }
+Wish CameraControl::MoveTo(float pan, float tilt, std::optional<float> zoom, WishTold told) {
   auto& position = Worker_->State.Position;
   position.Pan = pan;
   position.Tilt = tilt;
   if (zoom) position.Zoom = zoom;
   return Worker_->Do(WishResult::Arrived, true, told);
 }
-Wish CameraControl::MoveBy(float, float, Told told) { return Worker_->Do(WishResult::Arrived, true, told); }
-Wish CameraControl::Zoom(Zooms, float, Told told) { return Worker_->Do(WishResult::Arrived, true, told); }
-Wish CameraControl::ZoomTo(float zoom, Told told) {
+Wish CameraControl::MoveBy(float, float, WishTold told) {
+  return Worker_->Do(WishResult::Arrived, true, told);
+}
+Wish CameraControl::Zoom(Zooms, float, WishTold told) { return Worker_->Do(WishResult::Arrived, true, told); }
+Wish CameraControl::ZoomTo(float zoom, WishTold told) {
   Worker_->State.Position.Zoom = zoom;
   return Worker_->Do(WishResult::Arrived, true, told);
 }
-Wish CameraControl::Iris(ptzd::Iris, Told told) { return Worker_->Do(WishResult::Sent, true, told); }
-Wish CameraControl::Focus(ptzd::Focus, Told told) { return Worker_->Do(WishResult::Sent, true, told); }
-Wish CameraControl::GotoPreset(std::int32_t, Told told) {
+Wish CameraControl::Iris(ptzd::Iris, WishTold told) { return Worker_->Do(WishResult::Sent, true, told); }
+Wish CameraControl::Focus(ptzd::Focus, WishTold told) { return Worker_->Do(WishResult::Sent, true, told); }
+Wish CameraControl::GotoPreset(std::int32_t, WishTold told) {
   return Worker_->Do(WishResult::Arrived, true, told);
 }
-Wish CameraControl::GotoPreset(const std::string&, Told told) {
+Wish CameraControl::GotoPreset(const std::string&, WishTold told) {
   return Worker_->Do(WishResult::Arrived, true, told);
 }
-Wish CameraControl::SavePreset(std::int32_t, Told told) { return Worker_->Do(WishResult::Sent, true, told); }
-Wish CameraControl::SavePreset(const std::string&, Told told) {
+Wish CameraControl::SavePreset(std::int32_t, WishTold told) {
   return Worker_->Do(WishResult::Sent, true, told);
 }
-Wish CameraControl::Home(Told told) { return Worker_->Do(WishResult::Arrived, true, told); }
-Wish CameraControl::SetPosition(float, float, Told told) {
+Wish CameraControl::SavePreset(const std::string&, WishTold told) {
+  return Worker_->Do(WishResult::Sent, true, told);
+}
+Wish CameraControl::Home(WishTold told) { return Worker_->Do(WishResult::Arrived, true, told); }
+Wish CameraControl::SetPosition(float, float, WishTold told) {
   return Worker_->Do(WishResult::Sent, false, told);
 }
-Wish CameraControl::ReadPosition(Told told) { return Worker_->Do(WishResult::Sent, false, told); }
-Wish CameraControl::Perform(CameraTask task, Told told) {
+Wish CameraControl::ReadPosition(WishTold told) { return Worker_->Do(WishResult::Sent, false, told); }
+Wish CameraControl::Perform(CameraTask task, WishTold told) {
   return Worker_->Do(WishResult::Sent, task.Moves, told);
 }
 

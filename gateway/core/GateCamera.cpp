@@ -33,8 +33,6 @@ constexpr std::size_t LongestName = 64;
 /// Wishes that wait for a camera, which would grow without end where it does not answer, and all be done once
 /// it does.
 constexpr std::size_t MostQueued = 64;
-/// How often it is looked whether a camera took what somebody waits for.
-constexpr auto SendingPace = 10ms;
 
 /// The same for the same id, in letters that any interface takes.
 std::string TokenOf(const std::string& id) {
@@ -48,6 +46,12 @@ std::string TokenOf(const std::string& id) {
 void CheckNumber(const char* what, std::optional<float> number) {
   if (number && !std::isfinite(*number))
     throw Refusal(Refusal::Why::Invalid, std::string(what) + " is no number");
+}
+
+/// Of what is over as soon as it is sent.
+void TellBoth(const WishTold& told, const WishOutcome& outcome) {
+  if (told.Sent) told.Sent(outcome);
+  told.Done(outcome);
 }
 
 /// What is said of a wish that failed, for people.
@@ -123,8 +127,7 @@ GateCamera::GateCamera(Gate& gate, NamedCamera camera, CameraSettings settings)
       Camera_(std::move(camera)),
       Ranges_(RangesOf(settings, *FindDriverClass(settings.Driver)->Data)),
       Sink_(std::make_shared<Sink>(gate, settings.Driver)),
-      HoldTimer_(gate.Context()),
-      SendingTimer_(gate.Context()) {
+      HoldTimer_(gate.Context()) {
   settings.Platform.Exchanges = Sink_;
   Control_ = std::make_unique<CameraControl>(std::move(settings));
 }
@@ -150,9 +153,6 @@ std::unique_ptr<CameraControl> GateCamera::End() {
   Holder_.reset();
   HoldTimer_.cancel();
   Subscription_.reset();
-  SendingTimer_.cancel();
-  for (const auto& [future, told] : std::exchange(Sending_, {}))
-    told({.Result = WishResult::Abandoned, .Text = "the camera left the site"});
   return std::move(Control_);
 }
 
@@ -358,67 +358,48 @@ void GateCamera::Do(const Client& client, const Order& order, Told told, Told se
                     : Moves(order)                      ? Kind::Move
                                                         : Kind::Other;
   const auto to = PlaceOf(order);
-  const auto wish = Audited(client, what, [&] {
+  Audited(client, what, [&] {
     Check(client, what, RoleFor(order));
     if (kind != Kind::Stop) CheckQueue();
     if (NeedsControl(order)) Gain(client, false);
-    return Carry(client, order, Telling(client, what, std::move(told), kind, to));
+    Carry(client, order,
+          {Telling(client, what, std::move(told), kind, to), TellingSent(std::move(sent), to)});
   });
   if (NeedsControl(order)) Hold(client);
-  if (sent)
-    TellSent(wish.Sent,
-             [this, to, sent = std::move(sent)](const WishOutcome& outcome) { Judge(outcome, to, sent); });
 }
 
-/// A wish's two ends are futures, of which only the second one calls somebody.
-void GateCamera::TellSent(std::shared_future<WishOutcome> future, Told sent) {
-  Sending_.emplace_back(std::move(future), std::move(sent));
-  if (Sending_.size() == 1) LookAtSent();
-}
-
-void GateCamera::LookAtSent() {
-  std::vector<std::pair<std::shared_future<WishOutcome>, Told>> ready;
-  std::erase_if(Sending_, [&](const auto& sending) {
-    const bool isReady = sending.first.wait_for(0s) == std::future_status::ready;
-    if (isReady) ready.push_back(sending);
-    return isReady;
-  });
-  if (!Sending_.empty()) {
-    SendingTimer_.expires_after(SendingPace);
-    SendingTimer_.async_wait([weak = weak_from_this()](const auto& error) {
-      const auto camera = weak.lock();
-      if (!error && camera) camera->LookAtSent();
+Told GateCamera::TellingSent(Told sent, std::optional<ptzgate::MoveTo> to) {
+  if (!sent) return {};
+  return [weak = weak_from_this(), &context = Gate_.Context(), sent = std::move(sent),
+          to](const WishOutcome& outcome) {
+    boost::asio::post(context, [weak, sent, to, outcome] {
+      if (const auto camera = weak.lock())
+        camera->Judge(outcome, to, sent);
+      else
+        sent(outcome);
     });
-  }
-  for (const auto& [future, told] : ready) told(future.get());
+  };
 }
 
-Wish GateCamera::Carry(const Client& client, const Order& order, const Told& told) {
+void GateCamera::Carry(const Client& client, const Order& order, const WishTold& told) {
   const auto begin = [&] {
     EndTourRun();
     Mark();
   };
   // Of what is over at once, for whoever waits.
-  const auto done = [&] {
-    const WishOutcome outcome{.Result = WishResult::Sent};
-    std::promise<WishOutcome> promise;
-    promise.set_value(outcome);
-    told(outcome);
-    const auto future = promise.get_future().share();
-    return Wish{future, future};
-  };
+  const auto done = [&] { TellBoth(told, {.Result = WishResult::Sent}); };
   return std::visit(
       Overloaded{
-          [&](const ptzgate::Connect&) -> Wish { return Control_->Connect(told); },
-          [&](const ptzgate::Disconnect&) -> Wish {
+          [&](const ptzgate::Connect&) { Control_->Connect(told); },
+          [&](const ptzgate::Disconnect&) {
             EndTourRun();
-            return Control_->Disconnect(told);
+            Control_->Disconnect(told);
           },
-          [&](const ptzgate::Stop&) -> Wish {
+          [&](const ptzgate::Stop&) {
             EndTourRun();
-            return Control_->Stop(told);
+            Control_->Stop(told);
           },
-          [&](const ptzgate::MoveTo& to) -> Wish {
+          [&](const ptzgate::MoveTo& to) {
             CheckNumber("pan", to.Pan);
             CheckNumber("tilt", to.Tilt);
             CheckNumber("zoom", to.Zoom);
@@ -429,45 +410,45 @@ Wish GateCamera::Carry(const Client& client, const Order& order, const Told& tol
                             "there is no place: pan and tilt, zoom, or all of them are wanted");
             begin();
             if (to.Pan)
-              return Control_->MoveTo(*to.Pan, *to.Tilt, to.Zoom, told);
+              Control_->MoveTo(*to.Pan, *to.Tilt, to.Zoom, told);
             else
-              return Control_->ZoomTo(*to.Zoom, told);
+              Control_->ZoomTo(*to.Zoom, told);
           },
-          [&](const ptzgate::MoveBy& by) -> Wish {
+          [&](const ptzgate::MoveBy& by) {
             CheckNumber("pan", by.Pan);
             CheckNumber("tilt", by.Tilt);
             begin();
-            return Control_->MoveBy(by.Pan, by.Tilt, told);
+            Control_->MoveBy(by.Pan, by.Tilt, told);
           },
-          [&](const ptzgate::ZoomBy& by) -> Wish {
+          [&](const ptzgate::ZoomBy& by) {
             CheckNumber("amount", by.Amount);
             if (by.Amount <= 0)
               throw Refusal(Refusal::Why::Invalid, "the amount of a zoom is greater than 0");
             begin();
-            return Control_->Zoom(by.Direction, by.Amount, told);
+            Control_->Zoom(by.Direction, by.Amount, told);
           },
-          [&](const ptzgate::SetIris& iris) -> Wish {
+          [&](const ptzgate::SetIris& iris) {
             begin();
-            return Control_->Iris(iris.Level, told);
+            Control_->Iris(iris.Level, told);
           },
-          [&](const ptzgate::SetFocus& focus) -> Wish {
+          [&](const ptzgate::SetFocus& focus) {
             begin();
-            return Control_->Focus(focus.Level, told);
+            Control_->Focus(focus.Level, told);
           },
-          [&](const ptzgate::GoToPreset& wish) -> Wish {
+          [&](const ptzgate::GoToPreset& wish) {
             const auto preset = FindPreset(wish.Preset);
             begin();
             if (preset.IsPlace) {
               const auto& place = Gate_.Places().Of(Name()).at(preset.Token);
-              return Control_->MoveTo(place.Pan, place.Tilt, place.Zoom, told);
+              Control_->MoveTo(place.Pan, place.Tilt, place.Zoom, told);
+            } else if (preset.Number) {
+              Control_->GotoPreset(*preset.Number, told);
+            } else {
+              Control_->GotoPreset(preset.ID, told);
             }
-            if (preset.Number)
-              return Control_->GotoPreset(*preset.Number, told);
-            else
-              return Control_->GotoPreset(preset.ID, told);
           },
-          [&](const ptzgate::SavePreset& wish) -> Wish { return Save(wish, told); },
-          [&](const ptzgate::ForgetPreset& wish) -> Wish {
+          [&](const ptzgate::SavePreset& wish) { Save(wish, told); },
+          [&](const ptzgate::ForgetPreset& wish) {
             const auto preset = FindPreset(wish.Preset);
             if (preset.IsPlace) {
               Gate_.Places().Remove(Name(), preset.Token);
@@ -480,26 +461,26 @@ Wish GateCamera::Carry(const Client& client, const Order& order, const Told& tol
                   "preset " + wish.Preset + " was not named here: its name is the camera's, or its file's");
             Gate_.Names().TakeAway(Name(), *preset.Number);
             Changed();
-            return done();
+            done();
           },
-          [&](const ptzgate::GoHome&) -> Wish {
+          [&](const ptzgate::GoHome&) {
             begin();
-            return Control_->Home(told);
+            Control_->Home(told);
           },
-          [&](const ptzgate::ReadPosition&) -> Wish { return Control_->ReadPosition(told); },
-          [&](const ptzgate::StartTour& wish) -> Wish {
+          [&](const ptzgate::ReadPosition&) { Control_->ReadPosition(told); },
+          [&](const ptzgate::StartTour& wish) {
             const auto& tours = Gate_.Settings().Tours;
             const auto tour = tours.find(wish.Name);
             if (tour == tours.end() || tour->second.Camera != Name())
               throw Refusal(Refusal::Why::Unknown, "camera " + Name() + " has no tour " + wish.Name);
             begin();
             StartTourRun(client, wish.Name, tour->second.Stops);
-            return done();
+            done();
           },
-          [&](const ptzgate::EndTour&) -> Wish {
+          [&](const ptzgate::EndTour&) {
             if (!Tour_) throw Refusal(Refusal::Why::Invalid, "camera " + Name() + " is on no tour");
             EndTourRun();
-            return Control_->Stop(told);
+            Control_->Stop(told);
           },
       },
       order);
@@ -529,8 +510,8 @@ std::unique_ptr<HeldDrive> GateCamera::Drive(const Client& client, const DriveSp
   EndTourRun();
   Mark();
   Hold(client, time);
-  auto drive = Control_->DriveAt(speeds, time, Telling(client, what, std::move(told), Kind::Drive));
-  if (sent) TellSent(drive.Wish.Sent, std::move(sent));
+  auto drive = Control_->DriveAt(
+      speeds, time, {Telling(client, what, std::move(told), Kind::Drive), TellingSent(std::move(sent))});
   auto held = std::make_unique<HeldDrive>(std::move(drive), weak_from_this(), client, time);
   LatestDrive_ = held.get();
   return held;
@@ -567,7 +548,7 @@ Preset GateCamera::FindPreset(const std::string& word) const {
   throw Refusal(Refusal::Why::Unknown, "camera " + Name() + " has no preset " + word);
 }
 
-Wish GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
+void GateCamera::Save(const ptzgate::SavePreset& wish, const WishTold& told) {
   if (wish.Name.size() > LongestName)
     throw Refusal(Refusal::Why::Invalid,
                   "a preset's name has " + std::to_string(LongestName) + " bytes at most");
@@ -587,8 +568,8 @@ Wish GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
       if (other.HasName && other.Name == wish.Name && other.Number != number)
         throw Refusal(Refusal::Why::Invalid,
                       "preset " + other.Token + " has the name \"" + wish.Name + "\" already");
-  return Control_->SavePreset(number, [weak = weak_from_this(), told, number, name = wish.Name,
-                                       &context = Gate_.Context()](const WishOutcome& outcome) {
+  const auto saved = [weak = weak_from_this(), done = told.Done, number, name = wish.Name,
+                      &context = Gate_.Context()](const WishOutcome& outcome) {
     boost::asio::post(context, [weak, number, name, outcome] {
       const auto camera = weak.lock();
       if (!camera || !IsDone(outcome.Result) || name.empty()) return;
@@ -599,8 +580,9 @@ Wish GateCamera::Save(const ptzgate::SavePreset& wish, const Told& told) {
       }
       camera->Changed();
     });
-    told(outcome);
-  });
+    done(outcome);
+  };
+  Control_->SavePreset(number, {saved, told.Sent});
 }
 
 bool GateCamera::KeepsPlaces() const {
@@ -612,7 +594,7 @@ bool GateCamera::KeepsPlaces() const {
 }
 
 /// Where it is now, as it tells itself.
-Wish GateCamera::SavePlace(const ptzgate::SavePreset& wish, const Told& told) {
+void GateCamera::SavePlace(const ptzgate::SavePreset& wish, const WishTold& told) {
   std::string token = wish.Preset, name = wish.Name;
   const bool isNew = token.empty();
   if (isNew) {
@@ -630,8 +612,8 @@ Wish GateCamera::SavePlace(const ptzgate::SavePreset& wish, const Told& told) {
     if (other.Name == name && other.Token != token)
       throw Refusal(Refusal::Why::Invalid,
                     "preset " + other.Token + " has the name \"" + name + "\" already");
-  return Control_->ReadPosition([weak = weak_from_this(), told, token, name, isNew,
-                                 &context = Gate_.Context()](const WishOutcome& outcome) {
+  Control_->ReadPosition([weak = weak_from_this(), told, token, name, isNew,
+                          &context = Gate_.Context()](const WishOutcome& outcome) {
     boost::asio::post(context, [weak, told, token, name, isNew, outcome] {
       auto result = outcome;
       if (const auto camera = weak.lock(); camera && camera->Control_ && IsDone(outcome.Result)) try {
@@ -647,7 +629,7 @@ Wish GateCamera::SavePlace(const ptzgate::SavePreset& wish, const Told& told) {
           result.Result = WishResult::Failed;
           result.Text = error.what();
         }
-      told(result);
+      TellBoth(told, result);
     });
   });
 }

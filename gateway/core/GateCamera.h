@@ -51,8 +51,8 @@ class HeldDrive {
 };
 
 /// A camera of the site, with who holds it and what was seen of it. All members are for the gateway's thread,
-/// and answer at once; what they are given to call is called on that thread, and not any more once the camera
-/// has left the site.
+/// and answer at once; what they are given to call is called on that thread, also where the camera leaves the
+/// site meanwhile.
 ///
 /// Control: whoever moves a camera holds it from then on, until `GateSettings::Hold` after his last wish, his
 /// drive's end, or `Release`. Others are refused meanwhile, but those of a greater priority, who take it
@@ -160,14 +160,14 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   void Judge(const ptzd::WishOutcome& outcome, const std::optional<MoveTo>& to, Told then);
   bool IsAt(const MoveTo& place) const;
   std::optional<MoveTo> PlaceOf(const Order& order) const;
-  ptzd::Wish Carry(const Client& client, const Order& order, const ptzd::Told& told);
-  void TellSent(std::shared_future<ptzd::WishOutcome> future, Told sent);
-  void LookAtSent();
+  /// What carries what came of sending a wish to `sent`, on the gateway's thread.
+  ptzd::Told TellingSent(Told sent, std::optional<MoveTo> to = {});
+  void Carry(const Client& client, const Order& order, const ptzd::WishTold& told);
   /// It may be moving from here on, whatever becomes of the gateway.
   void Mark();
   void ClearMark(bool isOver);
-  ptzd::Wish Save(const SavePreset& wish, const ptzd::Told& told);
-  ptzd::Wish SavePlace(const SavePreset& wish, const ptzd::Told& told);
+  void Save(const SavePreset& wish, const ptzd::WishTold& told);
+  void SavePlace(const SavePreset& wish, const ptzd::WishTold& told);
   std::int32_t FreePreset() const;
   void AskPresets();
   void StateChanged();
@@ -190,8 +190,6 @@ class GateCamera : public std::enable_shared_from_this<GateCamera> {
   std::deque<TrackPoint> Track_;
   std::uint64_t Version_ = 0;
   boost::asio::steady_timer HoldTimer_;
-  std::vector<std::pair<std::shared_future<ptzd::WishOutcome>, Told>> Sending_;
-  boost::asio::steady_timer SendingTimer_;
   std::unique_ptr<ptzd::CameraControl> Control_;
   std::shared_ptr<void> Subscription_;
   std::unique_ptr<TourRun> Tour_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <ptzd/DriverFactory.h>
@@ -80,9 +82,21 @@ struct Wish {
   std::shared_future<WishOutcome> Sent;  ///< what came of sending it
   std::shared_future<WishOutcome> Done;  ///< what became of it in the end; of what is no move the same
 };
-/// Is called once, when a wish is done, on the camera's own thread; must not block and must not end the
+/// Is told what became of a wish, once, on the camera's own thread: what it does there keeps the camera
+/// waiting, a stop and the time of a timed move too. It must not block, must not raise and must not end the
 /// control. May wish for more; what it wishes while the control ends is abandoned, and not told.
 using Told = std::function<void(const WishOutcome&)>;
+
+/// Who is told of a wish, each where there is one.
+struct WishTold {
+  WishTold() = default;
+  template <std::invocable<const WishOutcome&> Callable>
+  WishTold(Callable done) : Done(std::move(done)) {}
+  WishTold(Told done, Told sent) : Done(std::move(done)), Sent(std::move(sent)) {}
+
+  Told Done;  ///< with `Wish::Done`
+  Told Sent;  ///< with `Wish::Sent` and before `Done`: what moves the camera went out, or it came to nothing
+};
 
 enum class LinkHealth {
   NotConnected,  ///< nobody asked yet, or it was disconnected
@@ -195,8 +209,8 @@ class PTZD_API CameraControl {
   CameraControl& operator=(const CameraControl&) = delete;
 
   /// Where the first wish would do it; again where it is connected.
-  Wish Connect(Told told = {});
-  Wish Disconnect(Told told = {});
+  Wish Connect(WishTold told = {});
+  Wish Disconnect(WishTold told = {});
 
   /// A drive that is under way, and its lease. The camera stops when this dies before the drive is over.
   class PTZD_API Drive {
@@ -222,28 +236,28 @@ class PTZD_API CameraControl {
   /// replaced, or its lease is over: as long as said, `CameraSettings::Lease` for nothing, without end for 0.
   /// Its wish is done when the drive is over: `Stopped` or `Replaced`.
   [[nodiscard]] Drive DriveAt(const DriveSpeeds& speeds, std::optional<std::chrono::milliseconds> lease = {},
-                              Told told = {});
+                              WishTold told = {});
 
   /// Done when the camera took it. Also connects a camera that is not connected, to stop what others began.
-  Wish Stop(Told told = {});
+  Wish Stop(WishTold told = {});
 
-  Wish MoveTo(float pan, float tilt, std::optional<float> zoom = {}, Told told = {});
-  Wish MoveBy(float pan, float tilt, Told told = {});
-  Wish Zoom(Zooms direction, float amount = ZoomStepAmount, Told told = {});
-  Wish ZoomTo(float zoom, Told told = {});
-  Wish Iris(ptzd::Iris level, Told told = {});
-  Wish Focus(ptzd::Focus level, Told told = {});
-  Wish GotoPreset(std::int32_t preset, Told told = {});
-  Wish SavePreset(std::int32_t preset, Told told = {});
+  Wish MoveTo(float pan, float tilt, std::optional<float> zoom = {}, WishTold told = {});
+  Wish MoveBy(float pan, float tilt, WishTold told = {});
+  Wish Zoom(Zooms direction, float amount = ZoomStepAmount, WishTold told = {});
+  Wish ZoomTo(float zoom, WishTold told = {});
+  Wish Iris(ptzd::Iris level, WishTold told = {});
+  Wish Focus(ptzd::Focus level, WishTold told = {});
+  Wish GotoPreset(std::int32_t preset, WishTold told = {});
+  Wish SavePreset(std::int32_t preset, WishTold told = {});
   /// A name of the settings, or the id of one of the camera's own named presets.
-  Wish GotoPreset(const std::string& name, Told told = {});
-  Wish SavePreset(const std::string& name, Told told = {});
-  Wish Home(Told told = {});
+  Wish GotoPreset(const std::string& name, WishTold told = {});
+  Wish SavePreset(const std::string& name, WishTold told = {});
+  Wish Home(WishTold told = {});
   /// Tells the driver where the camera is, without moving it.
-  Wish SetPosition(float pan, float tilt, Told told = {});
+  Wish SetPosition(float pan, float tilt, WishTold told = {});
   /// Asks the camera, where it can be asked; `State` has the answer.
-  Wish ReadPosition(Told told = {});
-  Wish Perform(CameraTask task, Told told = {});
+  Wish ReadPosition(WishTold told = {});
+  Wish Perform(CameraTask task, WishTold told = {});
 
   CameraState State() const;
   const DriverClass& Driver() const;

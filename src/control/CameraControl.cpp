@@ -21,9 +21,11 @@ CameraControl::CameraControl(CameraSettings settings)
 // A drive that outlives this finds nothing left to stop.
 CameraControl::~CameraControl() { Worker_->End(); }
 
-Wish CameraControl::Connect(Told told) { return Worker_->Submit({.What = Kind::Connect}, std::move(told)); }
+Wish CameraControl::Connect(WishTold told) {
+  return Worker_->Submit({.What = Kind::Connect}, std::move(told));
+}
 
-Wish CameraControl::Disconnect(Told told) {
+Wish CameraControl::Disconnect(WishTold told) {
   return Worker_->Submit({.What = Kind::Disconnect}, std::move(told));
 }
 
@@ -53,7 +55,7 @@ void CameraControl::Drive::Leave() {
 }
 
 CameraControl::Drive CameraControl::DriveAt(const DriveSpeeds& speeds,
-                                            std::optional<std::chrono::milliseconds> lease, Told told) {
+                                            std::optional<std::chrono::milliseconds> lease, WishTold told) {
   const auto terms = std::make_shared<DriveTerms>();
   terms->Lease = lease.value_or(Worker_->Settings().Lease);
   Drive drive;
@@ -62,51 +64,51 @@ CameraControl::Drive CameraControl::DriveAt(const DriveSpeeds& speeds,
   return drive;
 }
 
-Wish CameraControl::Stop(Told told) { return Worker_->Stop(std::move(told)); }
+Wish CameraControl::Stop(WishTold told) { return Worker_->Stop(std::move(told)); }
 
-Wish CameraControl::MoveTo(float pan, float tilt, std::optional<float> zoom, Told told) {
+Wish CameraControl::MoveTo(float pan, float tilt, std::optional<float> zoom, WishTold told) {
   return Worker_->Submit({.What = Kind::Place, .Target = {pan, tilt, zoom}}, std::move(told));
 }
 
-Wish CameraControl::MoveBy(float pan, float tilt, Told told) {
+Wish CameraControl::MoveBy(float pan, float tilt, WishTold told) {
   return Worker_->Submit({.What = Kind::Step, .Target = {pan, tilt, std::nullopt}}, std::move(told));
 }
 
-Wish CameraControl::Zoom(Zooms direction, float amount, Told told) {
+Wish CameraControl::Zoom(Zooms direction, float amount, WishTold told) {
   const auto signedAmount = direction == ZoomOut ? -amount : amount;
   return Worker_->Submit({.What = Kind::Step, .Target = {0, 0, signedAmount}}, std::move(told));
 }
 
-Wish CameraControl::ZoomTo(float zoom, Told told) {
+Wish CameraControl::ZoomTo(float zoom, WishTold told) {
   return Worker_->Submit({.What = Kind::Zoom, .Target = {0, 0, zoom}}, std::move(told));
 }
 
-Wish CameraControl::Iris(ptzd::Iris level, Told told) {
+Wish CameraControl::Iris(ptzd::Iris level, WishTold told) {
   return Perform({.Work = [level](PTZDevice& device) { return std::optional(device.Iris(level)); },
                   .Rule = Driver().Data->Iris},
                  std::move(told));
 }
 
-Wish CameraControl::Focus(ptzd::Focus level, Told told) {
+Wish CameraControl::Focus(ptzd::Focus level, WishTold told) {
   return Perform({.Work = [level](PTZDevice& device) { return std::optional(device.Focus(level)); },
                   .Rule = Driver().Data->Focus},
                  std::move(told));
 }
 
-Wish CameraControl::GotoPreset(std::int32_t preset, Told told) {
+Wish CameraControl::GotoPreset(std::int32_t preset, WishTold told) {
   return Perform({.Work = [preset](PTZDevice& device) { return std::optional(device.PresetGoto(preset)); },
                   .Rule = Driver().Data->PresetGoto,
                   .Moves = true},
                  std::move(told));
 }
 
-Wish CameraControl::SavePreset(std::int32_t preset, Told told) {
+Wish CameraControl::SavePreset(std::int32_t preset, WishTold told) {
   return Perform({.Work = [preset](PTZDevice& device) { return std::optional(device.PresetSave(preset)); },
                   .Rule = Driver().Data->PresetSave},
                  std::move(told));
 }
 
-Wish CameraControl::GotoPreset(const std::string& name, Told told) {
+Wish CameraControl::GotoPreset(const std::string& name, WishTold told) {
   const auto& presets = Worker_->Settings().Presets;
   if (const auto found = presets.find(name); found != presets.end())
     return GotoPreset(found->second, std::move(told));
@@ -119,29 +121,29 @@ Wish CameraControl::GotoPreset(const std::string& name, Told told) {
                  std::move(told));
 }
 
-Wish CameraControl::SavePreset(const std::string& name, Told told) {
+Wish CameraControl::SavePreset(const std::string& name, WishTold told) {
   const auto& presets = Worker_->Settings().Presets;
   if (const auto found = presets.find(name); found != presets.end())
     return SavePreset(found->second, std::move(told));
   return Worker_->Refuse("there is no preset " + name, std::move(told));
 }
 
-Wish CameraControl::Home(Told told) {
+Wish CameraControl::Home(WishTold told) {
   return Perform({.Work = [](PTZDevice& device) { return std::optional(device.Home()); },
                   .Rule = Driver().Data->Home,
                   .Moves = true},
                  std::move(told));
 }
 
-Wish CameraControl::SetPosition(float pan, float tilt, Told told) {
+Wish CameraControl::SetPosition(float pan, float tilt, WishTold told) {
   return Worker_->Submit({.What = Kind::Position, .Target = {pan, tilt, std::nullopt}}, std::move(told));
 }
 
-Wish CameraControl::ReadPosition(Told told) {
+Wish CameraControl::ReadPosition(WishTold told) {
   return Worker_->Submit({.What = Kind::Reading}, std::move(told));
 }
 
-Wish CameraControl::Perform(CameraTask task, Told told) {
+Wish CameraControl::Perform(CameraTask task, WishTold told) {
   return Worker_->Submit(TaskRequest(std::move(task)), std::move(told));
 }
 

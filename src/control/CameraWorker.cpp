@@ -285,7 +285,7 @@ CameraState CameraControl::Worker::State() const {
 
 // Wishes.
 
-Wish CameraControl::Worker::Submit(CameraRequest request, Told told) {
+Wish CameraControl::Worker::Submit(CameraRequest request, WishTold told) {
   const std::lock_guard lock(Mutex_);
   // Else one who wishes again whenever he is told would keep the control from its end.
   if (Ending_) told = {};
@@ -309,7 +309,7 @@ Wish CameraControl::Worker::Submit(CameraRequest request, Told told) {
   return wish;
 }
 
-Wish CameraControl::Worker::Refuse(std::string why, Told told) {
+Wish CameraControl::Worker::Refuse(std::string why, WishTold told) {
   const std::lock_guard lock(Mutex_);
   Ticket ticket(std::move(told), Later_);
   auto wish = ticket.Wish();
@@ -593,7 +593,11 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
 
   Sending_ = task->Moves;
   // Drivers wait for nothing but a motor that they have started.
-  Clock_.WhenSleeping([&] { request.Tickets.Sent({}); });
+  Clock_.WhenSleeping([&] {
+    Lock telling(Mutex_);
+    request.Tickets.Sent({});
+    Tell(telling);
+  });
   auto call = Call(task->Work, lock);
   Clock_.WhenSleeping({});
   Sending_ = false;
@@ -749,7 +753,7 @@ void CameraControl::Worker::EndWatch(const WishOutcome& outcome) {
 
 // Stopping.
 
-Wish CameraControl::Worker::Stop(Told told) {
+Wish CameraControl::Worker::Stop(WishTold told) {
   const auto ticket = std::make_shared<Ticket>(std::move(told), Later_);
   auto wish = ticket->Wish();
   ptzd::Tickets tickets;

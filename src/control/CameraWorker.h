@@ -60,12 +60,12 @@ class CameraControl::Worker {
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
 
-  Wish Submit(CameraRequest request, Told told);
+  Wish Submit(CameraRequest request, WishTold told);
   /// A wish that cannot be.
-  Wish Refuse(std::string why, Told told);
+  Wish Refuse(std::string why, WishTold told);
   /// The last thing that is done to it.
   void End();
-  Wish Stop(Told told);
+  Wish Stop(WishTold told);
   /// Stops a drive that is still the latest, or becomes it again.
   void EndDrive(DriveTerms& drive);
   void RenewDrive(DriveTerms& drive);

@@ -18,7 +18,7 @@ using Calls = std::vector<std::function<void()>>;
 class Ticket {
  public:
   /// Who is to be told goes to `later`, which must outlive this.
-  Ticket(Told told, Calls& later) : Told_(std::move(told)), Later_(later) {}
+  Ticket(WishTold told, Calls& later) : Told_(std::move(told)), Later_(later) {}
   /// No future is left without an answer.
   ~Ticket() { Done({.Result = WishResult::Abandoned, .Text = "the camera's control ended first"}); }
   Ticket(const Ticket&) = delete;
@@ -29,7 +29,8 @@ class Ticket {
   void Sent(WishOutcome outcome) {
     if (std::exchange(IsSent_, true)) return;
     Finish(outcome);
-    Sent_.set_value(std::move(outcome));
+    Sent_.set_value(outcome);
+    Tell(Told_.Sent, std::move(outcome));
   }
   /// Counts as sent where nothing was told of that yet.
   void Done(WishOutcome outcome) {
@@ -37,7 +38,7 @@ class Ticket {
     Finish(outcome);
     Sent(outcome);
     Done_.set_value(outcome);
-    if (Told_) Later_.push_back([told = Told_, outcome = std::move(outcome)] { told(outcome); });
+    Tell(Told_.Done, std::move(outcome));
   }
 
  private:
@@ -46,7 +47,11 @@ class Ticket {
     outcome.Took = std::chrono::duration_cast<milliseconds>(steady_clock::now() - Began_);
   }
 
-  const Told Told_;
+  void Tell(const Told& told, WishOutcome outcome) {
+    if (told) Later_.push_back([told, outcome = std::move(outcome)] { told(outcome); });
+  }
+
+  const WishTold Told_;
   Calls& Later_;
   const std::chrono::steady_clock::time_point Began_ = std::chrono::steady_clock::now();
   std::promise<WishOutcome> Sent_, Done_;

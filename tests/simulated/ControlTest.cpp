@@ -255,8 +255,10 @@ TEST_P(TimedMover, EndsAMoveUnderWay) {
   auto settings = SettingsFor(GetParam().Class, {{GetParam().Interval, 10000}});
   settings.FirstPause = 1s;  // a stop that had to be repeated would show
   CameraControl control(settings);
-  auto move = control.MoveBy(90, 0);
+  std::promise<WishOutcome> sent;
+  auto move = control.MoveBy(90, 0, {{}, [&](const WishOutcome& outcome) { sent.set_value(outcome); }});
   ASSERT_TRUE(Comes(true));
+  EXPECT_EQ(Await(sent.get_future()).Result, WishResult::Sent) << "told before it is done";
   const auto stopped = Await(control.Stop().Done);
   EXPECT_TRUE(IsDone(stopped.Result)) << stopped.Text;
   EXPECT_TRUE(Comes(false));
