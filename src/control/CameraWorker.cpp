@@ -602,8 +602,9 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
   Clock_.WhenSleeping({});
   Sending_ = false;
   NoteLink(call.Exchanges);
-  const bool lost = IsLinkLost(call.Exchanges) || call.Unanswered, mayMove = MayHaveTaken(call);
-  const bool sentAny = !call.Exchanges.empty() || call.Unanswered;
+  const bool onlyAsked = task->Moves && task->Sends && call.OnlyAsked;
+  const bool lost = IsLinkLost(call.Exchanges) || call.Unanswered, mayMove = !onlyAsked && MayHaveTaken(call);
+  const bool sentAny = !onlyAsked && (!call.Exchanges.empty() || call.Unanswered);
   if (task->Moves && sentAny)
     EndWatch({.Result = WishResult::Replaced, .Text = "a later wish took its place"});
   auto outcome = JudgeCall(std::move(call), task->Rule);
@@ -617,8 +618,14 @@ void CameraControl::Worker::DoTask(CameraRequest request, Lock& lock) {
     return request.Tickets.Done(outcome);
   }
 
+  if (onlyAsked && IsDone(outcome.Result)) {  // what the driver heard left nothing to send
+    TakePosition(PositionKind::Read, lock);
+    const bool isThere = to && Position_.Kind == PositionKind::Read && IsNear(Position_, *to, Data_);
+    outcome.Result = isThere ? WishResult::Arrived : WishResult::NotSent;
+    outcome.Text = isThere ? "it is there already" : "nothing was sent";
+  }
   const bool isTimed = Clock_.Slept(), wasCut = Clock_.WasCut();
-  if (!IsDone(outcome.Result)) {
+  if (!IsDone(outcome.Result) || onlyAsked) {
     request.Tickets.Done(outcome);
     Motion_ = sentAny ? CameraMotion::Unknown : motion;
     if (isTimed || lost) ForgetPosition();

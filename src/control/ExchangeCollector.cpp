@@ -2,12 +2,15 @@
 
 #include <utility>
 
+#include "drivers/kit/ReadingScope.h"
+
 namespace ptzd {
 
 void ExchangeCollector::Begun(const Exchange& exchange) {
   {
     const std::lock_guard lock(Mutex_);
     UnderWay_.insert(exchange.Number);
+    Commanded_ = true;  // nobody asks without waiting for the answer
   }
   if (Next_) Next_->Begun(exchange);
 }
@@ -18,6 +21,7 @@ void ExchangeCollector::Ended(const Exchange& exchange) {
     // One that was cleared away says nothing of what is judged now.
     const bool counts = exchange.Awaited || UnderWay_.erase(exchange.Number) != 0;
     if (counts) Ended_.push_back(exchange);
+    if (exchange.Awaited) (ReadingScope::IsOpen() ? Asked_ : Commanded_) = true;
     Changed_.notify_all();
   }
   if (Next_) Next_->Ended(exchange);
@@ -27,12 +31,17 @@ void ExchangeCollector::Clear() {
   const std::lock_guard lock(Mutex_);
   Ended_.clear();
   UnderWay_.clear();
-  Interrupted_ = false;
+  Asked_ = Commanded_ = Interrupted_ = false;
 }
 
 std::vector<Exchange> ExchangeCollector::Take() {
   const std::lock_guard lock(Mutex_);
   return std::exchange(Ended_, {});
+}
+
+bool ExchangeCollector::OnlyAsked() const {
+  const std::lock_guard lock(Mutex_);
+  return Asked_ && !Commanded_;
 }
 
 bool ExchangeCollector::Wait(std::chrono::steady_clock::time_point deadline) {
@@ -63,6 +72,7 @@ MemberCall CallMember(const std::function<std::optional<bool>()>& member, Exchan
     call.Raised = Error(ErrorInvalidCall, error.what());
   }
   call.Unanswered = !collector.Wait(std::chrono::steady_clock::now() + answerTime);
+  call.OnlyAsked = collector.OnlyAsked();
   call.Exchanges = collector.Take();
   call.Interrupted = call.Unanswered && collector.WasInterrupted();
   return call;

@@ -29,6 +29,9 @@ class ExchangeCollector final : public ExchangeSink {
   void Clear();
   /// Those that ended since `Clear`, in the order of their ends.
   std::vector<Exchange> Take();
+  /// Whether some ended since `Clear`, and none of them, nor of those under way, is more than a question
+  /// where the camera is.
+  bool OnlyAsked() const;
   /// Blocks until none is under way that nobody else waits for, the time is over, or `Interrupt` ends it.
   /// Whether none is.
   bool Wait(std::chrono::steady_clock::time_point deadline);
@@ -42,6 +45,7 @@ class ExchangeCollector final : public ExchangeSink {
   std::condition_variable Changed_;
   std::vector<Exchange> Ended_;
   std::set<std::uint64_t> UnderWay_;
+  bool Asked_ = false, Commanded_ = false;
   bool Interrupted_ = false;
 };
 

@@ -14,6 +14,7 @@ struct MemberCall {
   std::optional<bool> Answer;
   std::optional<Error> Raised;
   std::vector<Exchange> Exchanges;
+  bool OnlyAsked = false;    ///< these only ask where the camera is, and there are some
   bool Unanswered = false;   ///< a request that nobody waited for is still under way
   bool Interrupted = false;  ///< its answer was not waited for, since a stop came
 };

@@ -21,6 +21,7 @@
 #include "simulators/Axis.h"
 #include "simulators/Bosch.h"
 #include "simulators/Foscam.h"
+#include "simulators/Grandeye.h"
 #include "simulators/MeritLilin.h"
 #include "simulators/Pelco.h"
 #include "simulators/Quorvane.h"
@@ -29,6 +30,7 @@
 #include "simulators/Sony.h"
 #include "simulators/Toshiba.h"
 #include "simulators/Vivotek.h"
+#include "support/FakeClock.h"
 
 namespace ptzd {
 
@@ -332,6 +334,36 @@ TEST_F(Control, DoesNotSayOfAZoomThatIsNotToldThatItArrived) {
 }
 
 /// Which goes to the nearest of a few points only.
+TEST_F(Control, TellsAQuestionFromAMove) {
+  class Clock : public test::FakeClock {
+   public:
+    /// What drivers know of the position is too old each time.
+    std::int32_t TickCount() override {
+      Advance(60'000);
+      return FakeClock::TickCount();
+    }
+  } clock;
+  for (const auto* driver : {"Axis", "Grandeye"}) {
+    SCOPED_TRACE(driver);
+    Camera = (driver == std::string("Axis") ? Still<ptzsim::Axis>() : Still<ptzsim::Grandeye>())();
+    auto settings = SettingsFor(driver);
+    settings.Platform.Clock = &clock;
+    CameraControl control(settings);
+    ASSERT_TRUE(IsDone(Await(control.MoveTo(10, 5).Done).Result));
+    Camera->Time().Advance(60s);
+    Camera->Log().Clear();
+    std::vector<WishResult> told;
+    const auto note = [&told](const WishOutcome& outcome) { told.push_back(outcome.Result); };
+    const auto there = Await(control.MoveTo(10, 5, {}, {note, note}).Done);
+    EXPECT_EQ(there.Text, "it is there already");
+    EXPECT_GT(Camera->Log().Requests().size(), 0U) << "it was asked";
+    EXPECT_EQ(Await(control.MoveTo(10, 6, {}, {note, note}).Done).Text, "");
+    Await(control.Disconnect().Done);  // all was told before
+    using Results = std::vector<WishResult>;
+    EXPECT_EQ(told, (Results{WishResult::Arrived, WishResult::Arrived, WishResult::Sent, WishResult::Sent}));
+  }
+}
+
 TEST_F(Control, ArrivesAtThePointOfAGrid) {
   Camera = Still<ptzsim::Toshiba>()();
   auto settings = SettingsFor("Toshiba");

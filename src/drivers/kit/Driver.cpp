@@ -9,6 +9,7 @@
 #include "drivers/kit/AddressLogins.h"
 #include "drivers/kit/DriverErrors.h"
 #include "drivers/kit/Options.h"
+#include "drivers/kit/ReadingScope.h"
 
 namespace ptzd {
 
@@ -193,6 +194,7 @@ Driver::TellingAxes Driver::AskPosition() {
 
 void Driver::ReadPosition() {
   const LogScope scope(Subject_);
+  const ReadingScope reading;
   PositionAge_.Asked();
   // From the end of the wait: a camera that is away is not waited for again at once.
   try {
