@@ -8,9 +8,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto KeptLog = 120s;
-/// What was handed to a line that says nothing may be on its way.
 /// What a machine that does other things may be late.
 constexpr auto Stall = 1s;
+/// What was handed to a line that says nothing may be on its way.
 constexpr std::chrono::milliseconds TimeOnTheWay = 2s;
 
 double Milliseconds(SteadyClock::duration time) {
@@ -82,15 +82,12 @@ void GateBook::Judge(const GateTicket& ticket, const GateAnswer& answer) {
   const bool isTaken = answer.IsDone || answer.Result == "stalled" || answer.Result == "still moving" ||
                        (wish.IsDrive() && wasEnded);
   if (isTaken) got = camera.Got(wish, began, camera.Replies() ? 0ms : TimeOnTheWay);
-  // A driver asks a camera whether it is there already, and sends nothing then.
-  const bool wasAsked = isTaken && wish.Body.contains("to") &&
-                        !camera.GotBetween(began, SteadyClock::time_point::max()).empty();
   const bool wasAway = camera.WasAway(began);
   const auto fate = got                                   ? &Counts::Done
                     : answer.Result == GateAnswer::CutOff ? &Counts::CutOff
                     : wasAway                             ? &Counts::Absent
                     : !isStop && wasEnded                 ? &Counts::Superseded
-                    : !isStop && (isNeedless || wasAsked) ? &Counts::Needless
+                    : !isStop && isNeedless               ? &Counts::Needless
                                                           : &Counts::Lost;
   Change([&](Counts& counts) {
     ++(counts.*fate);
