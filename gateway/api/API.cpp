@@ -249,10 +249,11 @@ void API::Serve(const Route& route, const std::shared_ptr<Call>& call, const Cli
 // What is asked for.
 
 void API::GetCameras(const Asked& asked) {
-  auto cameras = json::array();
-  for (const auto& camera : Gate_.CamerasFor(asked.Who.User))
-    cameras.push_back(CameraJSON(Gate_, *camera, asked.Who));
-  asked.Call->Answer(JSONResponse({{"cameras", std::move(cameras)}}));
+  Listing_.Make(asked.Who, asked.Call, [call = asked.Call](const auto& cameras) {
+    auto response = JSONResponse({});
+    response.Body = "{\"cameras\":[" + Joined(cameras, ",") + "]}";
+    call->Answer(std::move(response));
+  });
 }
 
 void API::GetCamera(const Asked& asked) {
@@ -368,14 +369,17 @@ void API::LogOut(const Asked& asked) { Access_.LogOut(asked.Call, {.Status = 204
 
 void API::BeginEvents(const Asked& asked) {
   auto reader = std::make_shared<Reader>(asked.Who);
-  std::string first;
-  for (const auto& camera : Gate_.CamerasFor(asked.Who.User))
-    first += EventText("camera", TextOf(CameraJSON(Gate_, *camera, asked.Who)));
   reader->To = asked.Call->BeginStream(
-      {.Headers = {{"Content-Type", "text/event-stream"}, {"Cache-Control", "no-store"}}, .Body = first});
+      {.Headers = {{"Content-Type", "text/event-stream"}, {"Cache-Control", "no-store"}}});
   Readers_.insert(reader);
   reader->To->WhenGone([this, life = std::weak_ptr(Life_), weak = std::weak_ptr(reader)] {
     if (life.lock()) Readers_.erase(weak.lock());
+  });
+  Listing_.Make(asked.Who, reader, [&reader = *reader](const auto& cameras) {
+    std::string first;
+    for (const auto& camera : cameras) first += EventText("camera", camera);
+    reader.To->Send(first);
+    reader.Greeted();
   });
 }
 
@@ -391,7 +395,7 @@ void API::BeginSocket(const Asked& asked) {
   if (!socket) return;
   const auto live = std::make_shared<Live>(Gate_, std::move(client), socket);
   Sockets_.insert(live);
-  live->Begin([this, life = std::weak_ptr(Life_), weak = std::weak_ptr(live)] {
+  live->Begin(Listing_, [this, life = std::weak_ptr(Life_), weak = std::weak_ptr(live)] {
     if (life.lock()) Sockets_.erase(weak.lock());
   });
 }

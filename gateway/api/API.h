@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "gateway/access/HTTPAccess.h"
+#include "gateway/api/CameraListing.h"
 #include "gateway/core/Gate.h"
 #include "gateway/web/Call.h"
 
@@ -78,6 +79,7 @@ class API {
 
   Gate& Gate_;
   HTTPAccess& Access_;
+  CameraListing Listing_{Gate_};
   /// Drives of requests that are open, by session and camera.
   std::map<std::pair<std::uint64_t, std::string>, std::weak_ptr<std::unique_ptr<HeldDrive>>> Drives_;
   std::set<std::shared_ptr<Reader>> Readers_;  ///< of events

@@ -10,7 +10,9 @@ constexpr std::size_t MuchToRead = 256 * 1024;
 
 void Listener::Tell(Gate& gate, GateCamera& camera, Gate::Change change, CameraTexts& texts) {
   if (gate.Users().AreThere() && gate.Users().RoleOf(Client_.User, camera.Name()) == Role::None) return;
-  if (change == Gate::Change::Removed) {
+  if (!IsGreeted_) {
+    Untold_.insert(camera.Name());
+  } else if (change == Gate::Change::Removed) {
     Untold_.erase(camera.Name());
     TellGone(camera.Name());
   } else if (Backlog() > MuchToRead) {
@@ -22,13 +24,14 @@ void Listener::Tell(Gate& gate, GateCamera& camera, Gate::Change change, CameraT
 }
 
 void Listener::CatchUp(Gate& gate) {
+  if (!IsGreeted_) return;
   for (auto name = Untold_.begin(); name != Untold_.end() && Backlog() <= MuchToRead;
        name = Untold_.erase(name))
     try {
       const auto camera = gate.Find(*name, Client_.User);
       TellCamera(*camera, CameraTexts(gate, *camera).For(Client_));
     } catch (const Refusal&) {
-      // He was told that it is gone, or may not see it any more.
+      TellGone(*name);  // from the site, or for him
     }
 }
 

@@ -24,6 +24,8 @@ class Listener {
   void Tell(Gate& gate, GateCamera& camera, Gate::Change change, CameraTexts& texts);
   /// Tells what he could not take before, as far as he can now.
   void CatchUp(Gate& gate);
+  /// He was told of all cameras; what changed meanwhile comes from here on.
+  void Greeted() { IsGreeted_ = true; }
   bool IsBehind() const { return !Untold_.empty(); }
 
  protected:
@@ -36,6 +38,7 @@ class Listener {
   const Client Client_;
 
  private:
+  bool IsGreeted_ = false;
   std::set<std::string> Untold_;  ///< cameras
 };
 

@@ -26,16 +26,17 @@ Live::Live(Gate& gate, Client client, std::shared_ptr<WebSocket> socket)
 
 Live::~Live() { Leave(); }
 
-void Live::Begin(std::function<void()> gone) {
+void Live::Begin(CameraListing& listing, std::function<void()> gone) {
   Socket_->WhenMessage([this](const std::string& text) { Read(text); });
   Socket_->WhenGone([self = shared_from_this(), gone = std::move(gone)] {
     self->Leave();
     gone();
   });
-  auto cameras = json::array();
-  for (const auto& camera : Gate_.CamerasFor(Client_.User))
-    cameras.push_back(CameraJSON(Gate_, *camera, Client_));
-  Send({{"hello", {{"me", ClientJSON(Gate_, Client_)}, {"cameras", std::move(cameras)}}}});
+  listing.Make(Client_, weak_from_this(), [this](const auto& cameras) {
+    Socket_->Send("{\"hello\":{\"cameras\":[" + Joined(cameras, ",") +
+                  "],\"me\":" + TextOf(ClientJSON(Gate_, Client_)) + "}}");
+    Greeted();
+  });
 }
 
 /// Its cameras stop, and are free for others.

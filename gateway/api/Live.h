@@ -6,6 +6,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "gateway/api/CameraListing.h"
 #include "gateway/api/Listener.h"
 #include "gateway/web/WebSocket.h"
 
@@ -18,7 +19,7 @@ class Live final : public Listener, public std::enable_shared_from_this<Live> {
   Live(Gate& gate, Client client, std::shared_ptr<WebSocket> socket);
   ~Live() override;
 
-  void Begin(std::function<void()> gone);
+  void Begin(CameraListing& listing, std::function<void()> gone);
   /// Sends the client away, who is not who he was any more. He may come again.
   void End();
 

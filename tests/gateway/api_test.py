@@ -6,6 +6,7 @@ Usage: api_test.py PTZGATE PTZSIM PTZCTL"""
 import base64
 import http.client
 import http.server
+import itertools
 import json
 import os
 import re
@@ -358,6 +359,27 @@ class Input(GateTest):
             jsonschema.Draft202012Validator(schema, resolver=resolver).validate(answer)
         status, _, problem = gate.ask("POST", API + "/cameras/axis/move")
         jsonschema.Draft202012Validator(schemas["Problem"], resolver=resolver).validate(problem)
+
+
+class Sites(GateTest):
+    def test_many_cameras_are_listed_in_turns(self):
+        names = [f"c{number:03}" for number in range(100)]
+        gate = Gate(PTZGATE, {name: 'driver = "Elmo"\naddress = "127.0.0.1:1"' for name in names}, "connect = false")
+        self.addCleanup(gate.end)
+        url = f"ws://{gate.host}{API}/socket"
+        sockets = [websocket.create_connection(url, timeout=DEADLINE) for _ in range(3)]
+        events = http.client.HTTPConnection(gate.host, timeout=DEADLINE)
+        events.request("GET", API + "/events")
+        told = [json.loads(line[6:])["name"] for line in itertools.islice(
+            (line for line in events.getresponse() if line.startswith(b"data: ")), len(names))]
+        self.assertEqual(told, names)
+        events.close()
+        self.assertEqual([camera["name"] for camera in gate.ask("GET", API + "/cameras")[2]["cameras"]], names)
+        for connection in sockets:
+            hello = json.loads(connection.recv())["hello"]
+            self.assertEqual([camera["name"] for camera in hello["cameras"]], names)
+            self.assertIn("user", hello["me"])
+            connection.close()
 
 
 class Pictures(GateTest):
