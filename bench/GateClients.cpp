@@ -327,7 +327,7 @@ class MessageClient : public GateClient {
   unsigned LastID_, DriveID_ = 0, OldestID_ = 0;
 };
 
-/// On a WebSocket, as the page in a browser. It is told of all cameras meanwhile.
+/// On a WebSocket, as the page in a browser. It is told of the health of all cameras meanwhile.
 class LiveClient final : public MessageClient {
  public:
   LiveClient(const Place& place, std::vector<Station*> stations, unsigned seed)
@@ -380,6 +380,8 @@ class LiveClient final : public MessageClient {
     beast::get_lowest_layer(*Socket_).set_option(asio::ip::tcp::no_delay(true));
     Socket_->read_message_max(64 << 20);
     Socket_->handshake("127.0.0.1", "/api/v1/socket");
+    // Of all but one camera the page shows no more than its list does; which one is another question.
+    Socket_->write(asio::buffer(std::string(R"({"do":"follow","others":"health"})")));
     Read();
   }
   void Read() {

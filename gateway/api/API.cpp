@@ -51,6 +51,14 @@ std::string EventText(const char* event, const std::string& data) {
   return std::string("event: ") + event + "\ndata: " + data + "\n\n";
 }
 
+/// The same as long as a list of cameras shows the same of it.
+std::string HealthOf(const GateCamera& camera) {
+  const auto state = camera.State();
+  const auto* holder = camera.HeldBy();
+  return TextOf({Name(state.Link), state.Connected, Name(state.Motion), state.ErrorNumber, state.ErrorText,
+                 holder == nullptr ? 0 : holder->Client.Session, camera.Tour()});
+}
+
 /// What stands for the parts of a path in a pattern such as "/cameras/{camera}"; nothing where it is another
 /// path.
 std::optional<std::map<std::string, std::string>> Match(std::string_view pattern,
@@ -91,6 +99,11 @@ struct API::Reader final : Listener {
   void TellCamera(GateCamera&, const std::string& text) override { To->Send(EventText("camera", text)); }
   void TellGone(const std::string& camera) override {
     To->Send(EventText("gone", TextOf(json{{"name", camera}})));
+  }
+
+  /// Nothing of the others; of all where none is named.
+  void FollowOnly(const std::set<std::string>& cameras) {
+    Follow(cameras, cameras.empty() ? Others::All : Others::Nothing);
   }
 
   std::shared_ptr<Stream> To;
@@ -369,18 +382,25 @@ void API::LogOut(const Asked& asked) { Access_.LogOut(asked.Call, {.Status = 204
 
 void API::BeginEvents(const Asked& asked) {
   auto reader = std::make_shared<Reader>(asked.Who);
+  std::set<std::string> only;
+  for (const auto& [name, value] : asked.Call->Asked().Query)
+    if (name == "camera") only.insert(Gate_.Find(value, asked.Who.User)->Name());
+  reader->FollowOnly(only);
   reader->To = asked.Call->BeginStream(
       {.Headers = {{"Content-Type", "text/event-stream"}, {"Cache-Control", "no-store"}}});
   Readers_.insert(reader);
   reader->To->WhenGone([this, life = std::weak_ptr(Life_), weak = std::weak_ptr(reader)] {
     if (life.lock()) Readers_.erase(weak.lock());
   });
-  Listing_.Make(asked.Who, reader, [&reader = *reader](const auto& cameras) {
-    std::string first;
-    for (const auto& camera : cameras) first += EventText("camera", camera);
-    reader.To->Send(first);
-    reader.Greeted();
-  });
+  Listing_.Make(
+      asked.Who, reader,
+      [&reader = *reader](const auto& cameras) {
+        std::string first;
+        for (const auto& camera : cameras) first += EventText("camera", camera);
+        reader.To->Send(first);
+        reader.Greeted();
+      },
+      only);
 }
 
 void API::BeginSocket(const Asked& asked) {
@@ -410,9 +430,17 @@ void API::ForEachListener(const Work& work) {
 
 void API::TellStreams(GateCamera& camera, Gate::Change change) {
   CameraTexts texts(Gate_, camera);
-  bool isBehind = false;
+  bool isBehind = false, isHealth = true;
+  if (change == Gate::Change::Removed) {
+    Healths_.erase(camera.Name());
+  } else {
+    auto health = HealthOf(camera);
+    auto& known = Healths_[camera.Name()];
+    isHealth = known != health;
+    known = std::move(health);
+  }
   ForEachListener([&](Listener& listener) {
-    listener.Tell(Gate_, camera, change, texts);
+    listener.Tell(Gate_, camera, change, isHealth, texts);
     isBehind = isBehind || listener.IsBehind();
   });
   if (isBehind) CatchUpSoon();

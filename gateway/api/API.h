@@ -86,6 +86,7 @@ class API {
   std::set<std::shared_ptr<Live>> Sockets_;
   boost::asio::steady_timer KeepTimer_, CatchUpTimer_;
   bool IsCatchingUp_ = false;
+  std::map<std::string, std::string> Healths_;  ///< of cameras, as they were told last
   std::shared_ptr<void> Watch_;
   std::shared_ptr<int> Life_ = std::make_shared<int>();
 };

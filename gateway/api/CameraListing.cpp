@@ -14,9 +14,11 @@ constexpr std::size_t AtOnce = 16;
 
 }  // namespace
 
-void CameraListing::Make(const Client& client, std::weak_ptr<const void> whom, Done done) {
+void CameraListing::Make(const Client& client, std::weak_ptr<const void> whom, Done done,
+                         const std::set<std::string>& only) {
   Job job{client, std::move(whom), std::move(done)};
-  for (const auto& camera : Gate_.CamerasFor(client.User)) job.Names.push_back(camera->Name());
+  for (const auto& camera : Gate_.CamerasFor(client.User))
+    if (only.empty() || only.contains(camera->Name())) job.Names.push_back(camera->Name());
   Jobs_.push_back(std::move(job));
   if (Jobs_.size() == 1) Turn();
 }

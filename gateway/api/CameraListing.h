@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,8 +23,9 @@ class CameraListing {
   explicit CameraListing(Gate& gate) : Gate_(gate) {}
 
   /// Calls `done` once, as long as `whom` lives until then: at once where there are few cameras, and nobody
-  /// came before.
-  void Make(const Client& client, std::weak_ptr<const void> whom, Done done);
+  /// came before. `only`: no others are listed; empty: all are.
+  void Make(const Client& client, std::weak_ptr<const void> whom, Done done,
+            const std::set<std::string>& only = {});
 
  private:
   struct Job {

@@ -98,6 +98,12 @@ json Operation(std::string_view method, std::string_view path, std::string_view 
                                        {"in", "path"},
                                        {"required", true},
                                        {"schema", {{"type", "string"}}}});
+  if (answers == "Events")
+    operation["parameters"].push_back(
+        {{"name", "camera"},
+         {"in", "query"},
+         {"description", "no others are told of; may come several times. Without it all are"},
+         {"schema", {{"type", "array"}, {"items", {{"type", "string"}}}}}});
   if (takes != nullptr) {
     const std::string name(takes->Name);
     schemas[name] = SchemaOf(takes->Members);
@@ -108,7 +114,11 @@ json Operation(std::string_view method, std::string_view path, std::string_view 
   if (answers == "Nothing")
     responses["204"] = {{"description", "done"}};
   else if (answers == "Socket")
-    responses["101"] = {{"description", "messages of JSON from here on"}};
+    responses["101"] = {
+        {"description",
+         "messages of JSON from here on: hello with all cameras, then each as it changes. "
+         "{\"do\": \"follow\", \"camera\": NAME} has its exchanges told, too; with \"others\": "
+         "\"health\" of all others no more than what a list shows"}};
   else if (answers == "Events")
     responses["200"] = {{"description", "events without end"},
                         {"content", {{"text/event-stream", {{"schema", {{"type", "string"}}}}}}}};

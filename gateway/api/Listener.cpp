@@ -8,8 +8,10 @@ constexpr std::size_t MuchToRead = 256 * 1024;
 
 }  // namespace
 
-void Listener::Tell(Gate& gate, GateCamera& camera, Gate::Change change, CameraTexts& texts) {
+void Listener::Tell(Gate& gate, GateCamera& camera, Gate::Change change, bool isHealth, CameraTexts& texts) {
   if (gate.Users().AreThere() && gate.Users().RoleOf(Client_.User, camera.Name()) == Role::None) return;
+  if (!Follows(camera.Name()) && (Others_ == Others::Nothing || (Others_ == Others::Health && !isHealth)))
+    return;
   if (!IsGreeted_) {
     Untold_.insert(camera.Name());
   } else if (change == Gate::Change::Removed) {

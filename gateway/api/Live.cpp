@@ -54,7 +54,7 @@ void Live::Send(const json& message) { Socket_->Send(TextOf(message)); }
 
 void Live::TellCamera(GateCamera& camera, const std::string& text) {
   Socket_->Send("{\"camera\":" + text + "}");
-  if (camera.Name() == Followed_) Send({{"seen", SeenJSON(camera)}});
+  if (Follows(camera.Name())) Send({{"seen", SeenJSON(camera)}});
 }
 
 void Live::TellGone(const std::string& camera) {
@@ -88,9 +88,7 @@ json Live::Obey(const json& message) {
   // A page cannot see the server's pings; by this it finds out whether it is heard.
   if (word == "ping") return {{"done", true}};
   if (word == "follow") {
-    const auto name = message.value("camera", json());
-    Followed_ = name.is_string() ? name.get<std::string>() : "";
-    if (!Followed_.empty()) Send({{"seen", SeenJSON(*Gate_.Find(Followed_, Client_.User))}});
+    ReadFollow(message);
     return {{"done", true}};
   }
   const auto camera = Gate_.Find(text("camera"), Client_.User);
@@ -128,6 +126,26 @@ json Live::Obey(const json& message) {
   // From here on the wish is under way; a drive that goes on with it would be renewed against it.
   if (NeedsControl(order) || std::holds_alternative<Stop>(order)) Drives_.erase(camera->Name());
   return nullptr;
+}
+
+void Live::ReadFollow(const json& message) {
+  const auto others = message.value("others", json("all"));
+  if (others != "all" && others != "health")
+    throw Refusal(Refusal::Why::Invalid, "others: expected \"all\" or \"health\"");
+  const auto name = message.value("camera", json());
+  const auto camera = name.is_string() ? Gate_.Find(name, Client_.User) : nullptr;
+  const bool hasMissed = OfOthers() == Others::Health;
+  std::set<std::string> followed;
+  if (camera) followed.insert(camera->Name());
+  Follow(std::move(followed), others == "all" ? Others::All : Others::Health);
+  if (hasMissed && others == "all") {
+    for (const auto& each : Gate_.CamerasFor(Client_.User)) TellLater(each->Name());
+    CatchUp(Gate_);
+  }
+  if (camera && hasMissed)
+    TellCamera(*camera, CameraTexts(Gate_, *camera).For(Client_));
+  else if (camera)
+    Send({{"seen", SeenJSON(*camera)}});
 }
 
 void Live::Drive(const std::shared_ptr<GateCamera>& camera, const json& id, const json& body) {

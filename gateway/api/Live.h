@@ -33,12 +33,13 @@ class Live final : public Listener, public std::enable_shared_from_this<Live> {
   nlohmann::json Obey(const nlohmann::json& message);
   void Send(const nlohmann::json& message);
   void Drive(const std::shared_ptr<GateCamera>& camera, const nlohmann::json& id, const nlohmann::json& body);
+  /// Whose exchanges are told, too, and what of the others.
+  void ReadFollow(const nlohmann::json& message);
   void Leave();
 
   Gate& Gate_;
   const std::shared_ptr<WebSocket> Socket_;
   std::map<std::string, std::unique_ptr<HeldDrive>> Drives_;  ///< by camera
-  std::string Followed_;                                      ///< whose exchanges are told, too
 };
 
 }  // namespace ptzgate

@@ -187,7 +187,7 @@ function choose(name) {
     list.mark(name);
     if (matchMedia("(max-width: 700px)").matches && camera) byId("list-fold").open = false;
   }
-  if (live.isOpen) live.ask(chosen ?? undefined, "follow").catch(() => {});
+  if (live.isOpen) live.ask(chosen ?? undefined, "follow", { others: "health" }).catch(() => {});
   told = performance.now();
   showCamera();
 }

@@ -381,6 +381,36 @@ class Sites(GateTest):
             self.assertIn("user", hello["me"])
             connection.close()
 
+    def test_a_follower_is_told_what_he_shows(self):
+        gate = self.site("axis", "pelco")
+        self.assertEqual(gate.ask("GET", API + "/events?camera=axis&camera=gone")[0], 404)
+        events = http.client.HTTPConnection(gate.host, timeout=DEADLINE)
+        events.request("GET", API + "/events?camera=pelco")
+        stream = (json.loads(line[6:])["name"] for line in events.getresponse() if line.startswith(b"data: "))
+        live = self.socket(gate)
+
+        def ask(number, **message):
+            """What is told until the answer."""
+            live.send(json.dumps(message | {"id": number}))
+            told = []
+            while (message := json.loads(live.recv())).get("id") != number:
+                told.append(message)
+            self.assertNotIn("problem", message)
+            return told
+        ask(1, do="follow", camera="axis", others="health")
+        live.send(json.dumps({"id": 2, "do": "follow", "others": "none"}))
+        self.assertEqual(self.told(live, 2)["problem"]["status"], 422)
+        told = []
+        for number in range(10, 20):
+            told += ask(number, camera="axis", do="position") + ask(number + 10, camera="pelco", do="move", by={"pan": 1})
+        others = [m["camera"] for m in told if "camera" in m and m["camera"]["name"] == "pelco"]
+        shown = [[m[key] for key in ("link", "connected", "motion", "error", "tour")] + [bool(m["holder"])] for m in others]
+        self.assertEqual([a for a, b in itertools.pairwise(shown) if a == b], [])
+        self.assertIn("axis", [m["seen"]["camera"] for m in told if "seen" in m])
+        self.assertIn("pelco", [m["camera"]["name"] for m in ask(40, do="follow") if "camera" in m])
+        self.assertEqual(list(itertools.islice(stream, 2)), ["pelco", "pelco"])
+        events.close()
+
 
 class Pictures(GateTest):
     def test_what_a_camera_s_web_server_may_do(self):
