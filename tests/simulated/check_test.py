@@ -197,5 +197,4 @@ class Page(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGINT, signal.default_int_handler)
     unittest.main()

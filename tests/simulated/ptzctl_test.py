@@ -22,6 +22,10 @@ if WINDOWS:
     RUNNER = [sys.argv.pop(1)]
     PTZCTL, PTZSIM = RUNNER + PTZCTL, RUNNER + PTZSIM
 DEADLINE = 60  # seconds; far more than anything here takes
+# Whoever started the test may have these ignored, as a shell has in the background and nohup does, and then its
+# children would ignore them too.
+for ending in (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTSTP):
+    signal.signal(ending, signal.default_int_handler if ending == signal.SIGINT else signal.SIG_DFL)
 # Makes with continuous motion: what arrives for "continuous 20 0" and for the stop, and whether a step is a motor
 # that runs for a time.
 DRIVES = {"axis": ("continuouspantiltmove=40,0", "continuouspantiltmove=0,0", False),
@@ -571,8 +575,6 @@ class Credentials(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    # A parent may have it ignored, and then the children would ignore it too.
-    signal.signal(signal.SIGINT, signal.default_int_handler)
     if WINDOWS and (code := subprocess.run([*PTZCTL, "drivers"], stdout=subprocess.DEVNULL).returncode):
         sys.exit(code)
     unittest.main()
