@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <string>
+
 #include "platform/LetterCase.h"
 
 namespace ptzd {
@@ -128,11 +131,19 @@ TEST(XmlDocument, RefusesWhatIsHostile) {
       {"<a " + Repeat("b='' ", 1000000) + "/>", XmlErrorTooMany, "a million attributes"},
       {std::string("<a/>\0<b/>", 9), XmlErrorNul, "a document behind another's end"},
   };
+  const std::map<std::int32_t, std::string> ends = {
+      {XmlErrorDocumentType, "The document has a document type declaration, which is not allowed."},
+      {XmlErrorTooDeep, "The document nests its elements more than 256 deep."},
+      {XmlErrorTooLarge, " bytes; 8388608 are allowed."},
+      {XmlErrorTooMany, "The document has more than 20000 elements and attributes."},
+      {XmlErrorNul, "The document holds a NUL character."},
+  };
   for (const auto& row : rows) {
     XmlDocument document;
     EXPECT_FALSE(document.LoadXml(row.text)) << row.fault;
-    EXPECT_EQ(document.ParseError().ErrorCode, row.error)
-        << row.fault << ": " << document.ParseError().Reason;
+    const auto& [error, reason] = document.ParseError();
+    EXPECT_EQ(error, row.error) << row.fault << ": " << reason;
+    EXPECT_TRUE(reason.ends_with(ends.at(row.error))) << reason;
     EXPECT_EQ(document.DocumentElement(), nullptr) << row.fault;
   }
 }

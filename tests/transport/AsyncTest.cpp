@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #ifndef _WIN32
+#include <sys/epoll.h>
 #include <sys/resource.h>
 #endif
 
@@ -23,6 +25,15 @@
 #include "tests/transport/ForwardingInternet.h"
 #include "transport/HTTPClient.h"
 #include "transport/HTTPClientHelper.h"
+
+static std::atomic<int> Waits = 0;
+#ifndef _WIN32
+/// In the place of the system's: a thread that comes here again and again keeps a processor busy.
+extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int time) {
+  ++Waits;
+  return epoll_pwait(epoll, events, most, time, nullptr);
+}
+#endif
 
 namespace ptzd {
 namespace {
@@ -223,8 +234,10 @@ TEST_F(AsyncTest, ASilentCameraIsNotWaitedForForEver) {
   test::ForwardingInternet internet;
   internet.AsyncReceiveTimeout = 250;
   HTTPClient client(internet);
+  const int waits = Waits;
   client.GetResourceAsync(Camera_.URL(), "", "");
   EXPECT_TRUE(Completions_.WaitFor(1));
+  EXPECT_LT(Waits - waits, 100);
 }
 
 TEST_F(AsyncTest, LoginIsAgreedOnBeforeTheNextCommand) {
@@ -242,22 +255,21 @@ TEST_F(AsyncTest, LoginIsAgreedOnBeforeTheNextCommand) {
 TEST_F(AsyncTest, StopWithALoginDoesNotWaitForASilentCamera) {
   if (test::UnderWine()) GTEST_SKIP() << "logins are the process's";
   int completed = 0;
-  for (const auto* fault : {"basic=us:p", "digest=us:p"}) {
-    SCOPED_TRACE(fault);
-    Camera_.Log().Clear();
-    Camera_.Faults().Set(fault);
-    Client_->GetResourceAsync(Camera_.URL("/", "us:p"), "", "");
-    ASSERT_TRUE(Completions_.WaitFor(++completed));
-    Camera_.Faults().Set("silent");
-    for (const auto* target : {"/move", "/stop"})
-      Client_->GetResourceAsync(Camera_.URL(target, "us:p"), "", "");
-    ASSERT_TRUE(Camera_.Log().WaitForRequests(4)) << "the first was asked for its login";
-    EXPECT_EQ(Camera_.Log().Requests().back().Target, "/stop");
-    EXPECT_EQ(Camera_.Log().Requests().back().Status, 200);
-    Client_ = std::make_unique<HTTPClient>();
-    ASSERT_TRUE(Completions_.WaitFor(completed += 2));
-    Camera_.Faults().Clear();
-  }
+  for (const auto* login : {"basic=us:p", "digest=us:p"})
+    for (const auto* silence : {"after=2,silent", "after=1,silent"}) {  // once it is agreed on, or asked for
+      SCOPED_TRACE(std::string(login) + " " + silence);
+      Camera_.Log().Clear();
+      Camera_.Faults().Set(login);
+      Camera_.Faults().Set(silence);
+      for (const auto* target : {"/", "/move", "/stop"})
+        Client_->GetResourceAsync(Camera_.URL(target, "us:p"), "", "");
+      ASSERT_TRUE(Camera_.Log().WaitForRequests(4)) << "the first was asked for its login";
+      EXPECT_EQ(Camera_.Requests(), "GET /\nGET /\nGET /move\nGET /stop\n");
+      EXPECT_EQ(Camera_.Log().Requests().back().Status, 200);
+      Client_ = std::make_unique<HTTPClient>();
+      ASSERT_TRUE(Completions_.WaitFor(completed += 3));
+      Camera_.Faults().Clear();
+    }
 }
 
 TEST_F(AsyncTest, ClientsSendingAtOnceLoseNothing) {

@@ -386,19 +386,19 @@ TEST_F(HTTPClientTest, Logins) {
     const char* fault;
     const char* login;
     const char* code;
-    std::size_t requestsOfFirst, requestsOfSecond;
+    std::size_t requests;  // of the first; all later ones need one
     const char* notUnderWine = nullptr;
   };
   constexpr auto noDigest = "answers no Digest challenge";
-  for (const auto& [fault, login, code, requestsOfFirst, requestsOfSecond, notUnderWine] : {
-           Row{"basic=us:p:w@d", "us:p%3Aw%40d", "200 OK\r", 2, 1},
-           {"basic=us:p:w@d", "us:p:w@d", "200 OK\r", 2, 1, "ends the login at the first @"},
-           {"basic=us:p", "", "401 Unauthorized\r", 1, 1},
-           {"basic=us:p", "us:wrong", "401 Unauthorized\r", 2, 1},
-           {"basic=us:", "us", "200 OK\r", 2, 1},
-           {"digest=us:p:w@d", "us:p%3Aw%40d", "200 OK\r", 2, 1, noDigest},
-           {"digest=us:p", "", "401 Unauthorized\r", 1, 1},
-           {"digest-stale=us:p", "us:p", "200 OK\r", 3, 1, noDigest},
+  for (const auto& [fault, login, code, requests, notUnderWine] : {
+           Row{"basic=us:p:w@d", "us:p%3Aw%40d", "200 OK\r", 2},
+           {"basic=us:p:w@d", "us:p:w@d", "200 OK\r", 2, "ends the login at the first @"},
+           {"basic=us:p", "", "401 Unauthorized\r", 1},
+           {"basic=us:p", "us:wrong", "401 Unauthorized\r", 2},
+           {"basic=us:", "us", "200 OK\r", 2},
+           {"digest=us:p:w@d", "us:p%3Aw%40d", "200 OK\r", 2, noDigest},
+           {"digest=us:p", "", "401 Unauthorized\r", 1},
+           {"digest-stale=us:p", "us:p", "200 OK\r", 3, noDigest},
        }) {
     SCOPED_TRACE(std::string(fault) + " as " + login);
     if (test::LeftOutUnderWine(fault, notUnderWine)) continue;
@@ -409,12 +409,14 @@ TEST_F(HTTPClientTest, Logins) {
     EXPECT_EQ(CodeOf(*Client_), code);
     EXPECT_EQ(Error_, "");
     EXPECT_EQ(Body_ == Camera::Body, code == std::string("200 OK\r"));
-    EXPECT_EQ(Camera_.Log().Requests().size(), requestsOfFirst);
-    Camera_.Log().Clear();
-    Get(Camera_.URL("/f", login), "", "g=h");
-    EXPECT_EQ(CodeOf(*Client_), code);
-    if (code == std::string("200 OK\r") && !test::UnderWine()) {  // which is asked again at another path
-      EXPECT_EQ(Camera_.Log().Requests().size(), requestsOfSecond);
+    EXPECT_EQ(Camera_.Log().Requests().size(), requests);
+    for (int later = 0; later < 2; ++later) {
+      Camera_.Log().Clear();
+      Get(Camera_.URL("/f", login), "", "g=h");
+      EXPECT_EQ(CodeOf(*Client_), code);
+      if (!test::UnderWine()) {  // which is asked again at another path
+        EXPECT_EQ(Camera_.Log().Requests().size(), 1U);
+      }
     }
     EXPECT_EQ(Camera_.Log().Violations(), std::vector<std::string>{});
     Camera_.Faults().Clear();

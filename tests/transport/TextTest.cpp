@@ -52,6 +52,7 @@ TEST(DecodeBytes, CodePages) {
   EXPECT_EQ(decode(Bytes(3000, 0xE4), 65001).substr(0, 6), "\xEF\xBF\xBD\xEF\xBF\xBD");
   EXPECT_EQ(decode({'a'}, 12345), "");
   EXPECT_EQ(EncodeText("\xE2\x82\xAC\xC3\xA4\xE4\xB8\xAD", 1252), (Bytes{0x80, 0xE4, '?'}));
+  EXPECT_EQ(EncodeText("\x80\xC3\xA4", 1252), (Bytes{'?', 0xE4})) << "half a character is none";
   EXPECT_EQ(EncodeText("\xC3\xA4\xE4\xB8\xAD!", 28591), (Bytes{0xE4, '?', '!'}));
   Bytes all, high;
   for (int byte = 0; byte < 256; ++byte) all.push_back(static_cast<std::uint8_t>(byte));
