@@ -64,11 +64,12 @@ TEST_F(GamepadTest, IsFoundAmongOtherDevicesAndReadByReports) {
   ASSERT_TRUE(pad.IsThere()) << pad.Problem();
   EXPECT_EQ(pad.Sticks().CrossX, 0);
 
-  Write(EV_ABS, ABS_X, 32767);
   Write(EV_ABS, ABS_Y, 32767);
+  Write(EV_ABS, ABS_X, 32767);
   Write(EV_KEY, BTN_B, 1);
   pad.Poll();
   EXPECT_EQ(pad.Sticks().LeftX, 0);  // the report is not over
+  EXPECT_EQ(pad.Sticks().LeftY, 0);
   Report();
   Write(EV_ABS, ABS_X, 3000);  // a stick at rest is never quite in the middle
   Write(EV_ABS, ABS_Y, -18841);

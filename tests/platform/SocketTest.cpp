@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include <ptzd/Variant.h>
 
@@ -84,14 +85,15 @@ TEST_F(SocketTest, ConnectsToDottedDecimalOnly) {
 }
 
 TEST_F(SocketTest, ABrokenConnectionOnlyLosesMessages) {
-  Connect();
-  const linger reset{1, 0};
-  setsockopt(Peer, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-  close(Peer);
-  Peer = -1;
-  // A write to a reset connection would raise a signal that ends the process.
-  EXPECT_NE(Client->Send(Message, 1000), 0);
-  EXPECT_EQ(Client->Send(Message, 1000), ENOTCONN);
+  for (const bool resets : {true, false}) {
+    Connect();
+    const linger reset{1, 0};
+    if (resets) setsockopt(Peer, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    close(std::exchange(Peer, -1));
+    // A write to a reset connection would raise a signal that ends the process.
+    EXPECT_NE(Client->Send(Message, 1000), 0) << resets;
+    EXPECT_EQ(Client->Send(Message, 1000), ENOTCONN) << resets;
+  }
 }
 
 TEST_F(SocketTest, AUnitThatTakesNothingHoldsOneCallOnly) {

@@ -475,6 +475,7 @@ TEST_F(HTTPClientTest, DigestAfterTheCameraForgot) {
   Camera_.Restart();
   Get(Camera_.URL("/", "us:p"));
   EXPECT_EQ(CodeOf(*Client_), "200 OK\r");
+  EXPECT_TRUE(Body_ == Camera::Body) << "alone, without the refusal's";
 }
 
 TEST_F(HTTPClientTest, LargeBody) {
