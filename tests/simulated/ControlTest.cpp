@@ -554,6 +554,26 @@ TEST_F(AxisControl, SaysWhereItCameToRest) {
   EXPECT_EQ(Await(hasty.MoveTo(90, -10).Done).Text, "not at rest after 0.001 s");
 }
 
+/// Cameras that are lost together, with their network, are not all tried again at once.
+TEST_F(AxisControl, ScattersItsTriesToComeBack) {
+  auto settings = SettingsFor("Axis");
+  settings.FirstPause = settings.LongestPause = 1000s;
+  Camera->Faults().Set("refuse");
+  int early = 0;
+  constexpr int Cameras = 20;
+  for (int i = 0; i < Cameras; ++i) {
+    CameraControl control(settings);
+    Await(control.Connect().Done);
+    const auto told = Await(control.MoveBy(5, 5).Done).Text;
+    const std::string before = "the next try is in ";
+    ASSERT_NE(told.find(before), std::string::npos) << told;
+    const double pause = std::stod(told.substr(told.find(before) + before.size()));
+    EXPECT_TRUE(pause > 600 && pause <= 1250) << told;
+    if (pause < 1000) ++early;
+  }
+  EXPECT_TRUE(early > 0 && early < Cameras) << early;
+}
+
 TEST_F(AxisControl, SeesACameraAsItsSiteHasIt) {
   auto settings = SettingsFor("Axis");
   settings.InvertPan = settings.InvertTilt = true;
