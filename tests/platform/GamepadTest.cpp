@@ -74,16 +74,19 @@ TEST_F(GamepadTest, IsFoundAmongOtherDevicesAndReadByReports) {
   Write(EV_ABS, ABS_X, 3000);  // a stick at rest is never quite in the middle
   Write(EV_ABS, ABS_Y, -18841);
   Write(EV_ABS, ABS_HAT0X, -1);
+  Write(EV_ABS, ABS_HAT0Y, -7);  // some count further than one
   Write(EV_KEY, BTN_B, 2);
   Report();
   pad.Poll();
   EXPECT_EQ(pad.Sticks().LeftX, 0);
   EXPECT_NEAR(pad.Sticks().LeftY, 0.5F, 0.001F);  // counted from the dead zone on
   EXPECT_EQ(pad.Sticks().CrossX, -1);
+  EXPECT_EQ(pad.Sticks().CrossY, 1);
   EXPECT_EQ(pad.TakePressed(), std::vector{GamepadButton::B});
   EXPECT_TRUE(pad.TakePressed().empty());
 
   Write(EV_ABS, ABS_HAT0X, 0);
+  Write(EV_ABS, ABS_HAT0Y, 0);
   for (const auto& [button, x, y] : {std::tuple{BTN_DPAD_LEFT, -1, 0},
                                      {BTN_DPAD_RIGHT, 1, 0},
                                      {BTN_DPAD_DOWN, 0, -1},
