@@ -88,7 +88,7 @@ std::optional<Authentication::Refusal> Authentication::CheckDigest(const Request
   if (field["username"] != user || field["response"] != expected) return NewDigest(false);
 
   const auto nonce = Nonces_.find(field["nonce"]);
-  if (nonce == Nonces_.end()) return NewDigest(true);
+  if (nonce == Nonces_.end()) return NewDigest(staleOnce);  // from before a restart; few cameras say so
   unsigned long count = 0;
   const std::string& digits = field["nc"];
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), count, 16);

@@ -246,10 +246,13 @@ TEST_F(AsyncTest, LoginIsAgreedOnBeforeTheNextCommand) {
   for (const auto* target : {"/1", "/2", "/3"})
     Client_->GetResourceAsync(Camera_.URL(target, "us:p"), "", "");
   EXPECT_TRUE(Completions_.WaitFor(3));
+  Camera_.Restart();  // and it knows nothing of that any more
+  Client_->GetResourceAsync(Camera_.URL("/4", "us:p"), "", "");
+  EXPECT_TRUE(Completions_.WaitFor(4));
   std::string accepted;
   for (const auto& request : Camera_.Log().Requests())
     if (request.Status == 200) accepted += request.Target;
-  EXPECT_EQ(accepted, "/1/2/3");
+  EXPECT_EQ(accepted, "/1/2/3/4");
 }
 
 TEST_F(AsyncTest, StopWithALoginDoesNotWaitForASilentCamera) {
