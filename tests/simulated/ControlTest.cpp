@@ -506,7 +506,9 @@ TEST_F(AxisControl, StopsBeforeAllThatWaits) {
   ASSERT_TRUE(Camera->Log().WaitForRequests(1));
   std::vector<Wish> wishes;
   for (int i = 0; i < 1000; ++i) wishes.push_back(control.Iris(IrisOpen));
+  const auto end = control.Disconnect();
   EXPECT_EQ(Await(control.Stop().Done).Result, WishResult::Sent);
+  EXPECT_TRUE(IsDone(Await(end.Done).Result)) << "which is no motion";
   for (const auto& wish : wishes) EXPECT_EQ(Await(wish.Done).Result, WishResult::Stopped);
   const auto commands = Commands();
   ASSERT_EQ(commands.size(), 3U);
