@@ -70,7 +70,7 @@ std::optional<std::map<std::string, std::string>> Match(std::string_view pattern
     const auto word = pattern.substr(0, pattern.find('/'));
     pattern.remove_prefix(word.size());
     if (at == segments.size()) return std::nullopt;
-    if (word.starts_with('{'))
+    if (word.starts_with('{') && !segments[at].empty())
       parts[std::string(word.substr(1, word.size() - 2))] = segments[at];
     else if (word != segments[at])
       return std::nullopt;
@@ -213,7 +213,8 @@ void API::Handle(const std::shared_ptr<Call>& call) {
   if (request.Path == "/openapi.json") return call->Answer(JSONResponse(Description()));
   auto segments = request.Segments();
   segments.erase(segments.begin(), segments.begin() + std::min<std::ptrdiff_t>(2, std::ssize(segments)));
-  if (request.Method == "POST" && segments == std::vector<std::string>{"login"}) {
+  const bool isLogin = segments == std::vector<std::string>{"login"};
+  if (request.Method == "POST" && isLogin) {
     try {
       const auto body = ReadBody(LoginBody, request.Body);
       return Access_.LogIn(call, body["user"], body["password"], {.Status = 204});
@@ -221,7 +222,7 @@ void API::Handle(const std::shared_ptr<Call>& call) {
       return call->Answer(ProblemOf(refusal));
     }
   }
-  std::string allowed;
+  std::string allowed = isLogin ? "POST" : "";
   for (const auto& route : Routes()) {
     auto parts = Match(route.Path, segments);
     if (!parts) continue;

@@ -315,7 +315,7 @@ class Input(GateTest):
                 ("/drive", {"pan": 1, "lease_ms": 60001}, 422, "a lease is"),
                 ("/drive", {"pan": 1, "lease_ms": 1.5}, 422, "lease_ms: expected a whole number"),
                 ("/presets/none/go", None, 404, "has no preset none"), ("/tour", {"name": "x"}, 404, "has no tour x"),
-                ("/presets", {"name": "x" * 65}, 422, "64 bytes"), ("/nothing", None, 404, "there is nothing at"),
+                ("/presets/", {}, 404, "nothing at"), ("/presets", {"name": "x" * 65}, 422, "64 bytes"), ("/nothing", None, 404, "there is nothing at"),
                 ("/presets", "x" * 100000, 413, "")]:
             with self.subTest(path=path, body=str(body)[:60]):
                 status, headers, problem = gate.ask("POST", at + path, body)
@@ -325,6 +325,7 @@ class Input(GateTest):
         for path in (at, "/metrics", "/feedlist.xml", "/"):
             status, headers, _ = gate.ask("POST", path)
             self.assertEqual((status, headers["Allow"]), (405, "GET, HEAD"), path)
+        self.assertEqual(gate.ask("GET", API + "/login")[1]["Allow"], "POST, DELETE")
         for foreign in ({"Host": "evil.example"}, {"Host": "127.0.0.1.evil.example"}, {"Sec-Fetch-Site": "cross-site"}):
             self.assertEqual(gate.ask("GET", "/ptz/control.htm?feed=axis&move=offset&pan=5", headers=foreign)[0], 403)
         console = self.socket(gate)
