@@ -51,8 +51,11 @@ constexpr char Answers[] = R"json({
   "Control": {"type": "object", "required": ["holder"], "properties": {
     "holder": {"$ref": "#/components/schemas/Holder"}}},
   "Seen": {"type": "object", "required": ["camera", "exchanges", "track"], "properties": {
-    "camera": {"type": "string"}, "exchanges": {"type": "array", "items": {"type": "object"}},
-    "track": {"type": "array", "items": {"type": "object"}}}},
+    "camera": {"type": "string"},
+    "exchanges": {"type": "array", "items": {"type": "object", "required": ["when", "text", "failed"], "properties": {
+      "when": {"type": "string", "format": "date-time"}, "text": {"type": "string"}, "failed": {"type": "boolean"}}}},
+    "track": {"type": "array", "items": {"type": "object", "required": ["age_ms", "pan", "tilt"], "properties": {
+      "age_ms": {"type": "integer"}, "pan": {"type": "number"}, "tilt": {"type": "number"}}}}}},
   "ConnectionOptions": {"type": "object", "required": ["driver", "address", "line", "user", "password", "options"],
     "properties": {
       "driver": {"type": "string"}, "address": {"type": "string"}, "line": {"type": "string"},
@@ -104,6 +107,13 @@ json Operation(std::string_view method, std::string_view path, std::string_view 
          {"in", "query"},
          {"description", "no others are told of; may come several times. Without it all are"},
          {"schema", {{"type", "array"}, {"items", {{"type", "string"}}}}}});
+  // A drive is answered when it is over, however long that takes.
+  if (answers == "Outcome" && !path.ends_with("/drive"))
+    operation["parameters"].push_back(
+        {{"name", "wait"},
+         {"in", "query"},
+         {"description", "sent: answered once the camera took it; done: when it is over as well"},
+         {"schema", {{"enum", {"sent", "done"}}, {"default", "done"}}}});
   if (takes != nullptr) {
     const std::string name(takes->Name);
     schemas[name] = SchemaOf(takes->Members);

@@ -349,7 +349,9 @@ class Input(GateTest):
         schemas = description["components"]["schemas"]
         for schema in schemas.values():
             jsonschema.Draft202012Validator.check_schema(schema)
-        gate.ask("POST", API + "/cameras/axis/move", {"by": {"pan": 1}})
+        move = description["paths"]["/cameras/{camera}/move"]["post"]["parameters"]
+        self.assertEqual([each["name"] for each in move], ["camera", "wait"])
+        gate.ask("POST", API + "/cameras/axis/move?wait=done", {"by": {"pan": 1}})
         resolver = jsonschema.RefResolver.from_schema(description)
         for path, operations in description["paths"].items():
             if "get" not in operations or path in ("/events", "/socket"):
