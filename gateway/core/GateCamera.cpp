@@ -54,6 +54,14 @@ void TellBoth(const WishTold& told, const WishOutcome& outcome) {
   told.Done(outcome);
 }
 
+/// No head turns further. A make that turns for a time, not to a place, would turn for hours.
+void CheckTurn(const char* what, std::optional<float> degrees) {
+  constexpr float whole = 360;
+  CheckNumber(what, degrees);
+  if (degrees && std::abs(*degrees) > whole)
+    throw Refusal(Refusal::Why::Invalid, std::string(what) + ": expected -360 to 360 degrees");
+}
+
 /// What is said of a wish that failed, for people.
 std::string TextOf(const WishOutcome& outcome) {
   if (!outcome.Text.empty()) return outcome.Text;
@@ -400,8 +408,8 @@ void GateCamera::Carry(const Client& client, const Order& order, const WishTold&
             Control_->Stop(told);
           },
           [&](const ptzgate::MoveTo& to) {
-            CheckNumber("pan", to.Pan);
-            CheckNumber("tilt", to.Tilt);
+            CheckTurn("pan", to.Pan);
+            CheckTurn("tilt", to.Tilt);
             CheckNumber("zoom", to.Zoom);
             if (to.Pan.has_value() != to.Tilt.has_value())
               throw Refusal(Refusal::Why::Invalid, "pan and tilt go together");
@@ -415,8 +423,8 @@ void GateCamera::Carry(const Client& client, const Order& order, const WishTold&
               Control_->ZoomTo(*to.Zoom, told);
           },
           [&](const ptzgate::MoveBy& by) {
-            CheckNumber("pan", by.Pan);
-            CheckNumber("tilt", by.Tilt);
+            CheckTurn("pan", by.Pan);
+            CheckTurn("tilt", by.Tilt);
             begin();
             Control_->MoveBy(by.Pan, by.Tilt, told);
           },

@@ -315,7 +315,9 @@ class Input(GateTest):
                 ("/drive", {"pan": 1, "lease_ms": 60001}, 422, "a lease is"),
                 ("/drive", {"pan": 1, "lease_ms": 1.5}, 422, "lease_ms: expected a whole number"),
                 ("/presets/none/go", None, 404, "has no preset none"), ("/tour", {"name": "x"}, 404, "has no tour x"),
-                ("/presets/", {}, 404, "nothing at"), ("/presets", {"name": "x" * 65}, 422, "64 bytes"), ("/nothing", None, 404, "there is nothing at"),
+                ("/move", {"to": {"pan": 0, "tilt": -361}}, 422, "tilt: expected -360 to 360"),
+                ("/move", {"by": {"pan": 1e6}}, 422, "pan: expected -360 to 360"), ("/presets/", {}, 404, "nothing at"),
+                ("/presets", {"name": "x" * 65}, 422, "64 bytes"), ("/nothing", None, 404, "there is nothing at"),
                 ("/presets", "x" * 100000, 413, "")]:
             with self.subTest(path=path, body=str(body)[:60]):
                 status, headers, problem = gate.ask("POST", at + path, body)
