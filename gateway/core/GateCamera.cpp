@@ -11,6 +11,7 @@
 #include <map>
 #include <utility>
 
+#include "common/Printable.h"
 #include "gateway/core/Gate.h"
 #include "gateway/core/Overloaded.h"
 #include "gateway/core/TourRun.h"
@@ -60,6 +61,12 @@ void CheckTurn(const char* what, std::optional<float> degrees) {
   CheckNumber(what, degrees);
   if (degrees && std::abs(*degrees) > whole)
     throw Refusal(Refusal::Why::Invalid, std::string(what) + ": expected -360 to 360 degrees");
+}
+
+/// Lists in XML, lines of logs and topics have to hold it.
+bool IsLine(const std::string& text) {
+  return Printable(text) == text && text.find("\xEF\xBF\xBE") == text.npos &&
+         text.find("\xEF\xBF\xBF") == text.npos;
 }
 
 /// What is said of a wish that failed, for people.
@@ -560,6 +567,7 @@ void GateCamera::Save(const ptzgate::SavePreset& wish, const WishTold& told) {
   if (wish.Name.size() > LongestName)
     throw Refusal(Refusal::Why::Invalid,
                   "a preset's name has " + std::to_string(LongestName) + " bytes at most");
+  if (!IsLine(wish.Name)) throw Refusal(Refusal::Why::Invalid, "a preset's name is one line of text");
   if (KeepsPlaces()) return SavePlace(wish, told);
   std::int32_t number = 0;
   if (wish.Preset.empty()) {

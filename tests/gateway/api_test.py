@@ -317,6 +317,7 @@ class Input(GateTest):
                 ("/presets/none/go", None, 404, "has no preset none"), ("/tour", {"name": "x"}, 404, "has no tour x"),
                 ("/move", {"to": {"pan": 0, "tilt": -361}}, 422, "tilt: expected -360 to 360"),
                 ("/move", {"by": {"pan": 1e6}}, 422, "pan: expected -360 to 360"), ("/presets/", {}, 404, "nothing at"),
+                ("/presets", {"name": "a\nb"}, 422, "one line"), ("/presets", {"name": "\uffff"}, 422, "one line"),
                 ("/presets", {"name": "x" * 65}, 422, "64 bytes"), ("/nothing", None, 404, "there is nothing at"),
                 ("/presets", "x" * 100000, 413, "")]:
             with self.subTest(path=path, body=str(body)[:60]):
