@@ -368,6 +368,14 @@ class ConsoleTest(unittest.TestCase):
             page.size(*size)
             page.colours(scheme)
             self.photograph(page, name)
+        for width in (820, 1040, 1280, 1920):
+            page.size(width, 760)
+            self.assertTrue(page.run("['#zoom-hold', '.zoom-figure'].every((each) => {"
+                                     "const inner = document.querySelector(each); return inner.getBoundingClientRect()"
+                                     ".right < inner.closest('section').getBoundingClientRect().right - 8; })"), width)
+            self.assertTrue(page.run("(() => { const [one, two] = ['#steering', '#where'].map((each) =>"
+                                     "document.querySelector(each).getBoundingClientRect());"
+                                     "return one.right <= two.left || one.bottom <= two.top; })()"), width)
         page.mouse("Released", page.place("#pad"))
         page.size(360, 740, True)
         page.click("#list-fold summary")
