@@ -143,6 +143,7 @@ class Reader : private TOMLReader {
         const std::string name(key.str());
         const auto whose = what + " " + Printable(name);
         if (name.empty() || Printable(name) != name) Fail(key.source(), whose + ": expected a name");
+        Places_[whose] = PlaceOf(key.source());
         take(key, name, table, whose);
       }
     };
@@ -202,6 +203,8 @@ class Reader : private TOMLReader {
               const GateSettings& settings) const;
   PictureSettings PictureAt(const toml::node& table, const std::string& whose) const;
   TourSettings TourAt(const toml::node& table, const std::string& whose) const;
+
+  mutable std::map<std::string, std::string> Places_;
 };
 
 void Reader::TakeAll(const toml::node& node, const std::string& whose, const Keys& keys) const {
@@ -212,7 +215,11 @@ void Reader::TakeAll(const toml::node& node, const std::string& whose, const Key
     if (std::ranges::find(known, key.str()) == known.end())
       FailUnknown(key, (whose.empty() ? "" : whose + ": ") + "the key", known);
   for (const auto& [key, take] : keys)
-    if (const auto* value = table.get(key)) take(*value, (whose.empty() ? "" : whose + ", ") + key);
+    if (const auto* value = table.get(key)) {
+      const auto what = (whose.empty() ? "" : whose + ", ") + key;
+      Places_[what] = PlaceOf(value->source());
+      take(*value, what);
+    }
 }
 
 Reader::Take Reader::Time(std::chrono::milliseconds& to, bool mayBeNone) const {
@@ -432,6 +439,7 @@ GateSettings Reader::Read(const toml::table& document) const {
            {"mqtt", [&](const auto& node, const auto& what) { ReadMQTT(node, what, settings.MQTT); }},
            {"remote", table({{"enabled", Boolean(settings.Remote)}})},
            {"audit", table({{"file", Path(settings.AuditFile)}})}});
+  settings.Places = Places_;
   return settings;
 }
 
@@ -461,9 +469,14 @@ GateSettings ReadGateFile(const std::string& file) {
 std::vector<std::string> CheckGate(const GateSettings& settings, const std::vector<NamedCamera>& cameras) {
   std::vector<std::string> names;
   for (const auto& camera : cameras) names.push_back(camera.Name);
+  // What is said of a setting, behind where it stands.
+  const auto told = [&](const std::string& what, const std::string& text) {
+    const auto place = settings.Places.find(what);
+    return (place == settings.Places.end() ? "" : place->second) + what + ": " + text;
+  };
   const auto checkCamera = [&](const std::string& what, const std::string& name) {
     if (std::ranges::find(names, name) == names.end())
-      throw InputError(what + ": there is no camera \"" + Printable(name) + "\"" + DoYouMean(name, names));
+      throw InputError(told(what, "there is no camera \"" + Printable(name) + "\"" + DoYouMean(name, names)));
   };
   for (const auto& [name, picture] : settings.Pictures) checkCamera("picture " + name, name);
   for (const auto& [name, tour] : settings.Tours) checkCamera("tour " + name + ", camera", tour.Camera);
@@ -471,10 +484,11 @@ std::vector<std::string> CheckGate(const GateSettings& settings, const std::vect
   const auto beyond = [&](const std::string& what, const ListenAddress& address) {
     if (address.IsLoopback()) return false;
     if (settings.Users.empty())
-      throw InputError(what + ": " + address.Text() +
-                       " listens beyond this machine, where there must be users: expected some as "
-                       "[user.NAME], or an address such as 127.0.0.1:" +
-                       std::to_string(address.Port));
+      throw InputError(
+          told(what, address.Text() +
+                         " listens beyond this machine, where there must be users: expected some "
+                         "as [user.NAME], or an address such as 127.0.0.1:" +
+                         std::to_string(address.Port)));
     return true;
   };
   std::vector<std::string> odd;
@@ -484,9 +498,10 @@ std::vector<std::string> CheckGate(const GateSettings& settings, const std::vect
     if (!beyond("http, listen", address)) continue;
     isReached = true;
     if (web.Certificate.empty())
-      odd.push_back("http, listen: " + address.Text() +
-                    " listens beyond this machine without a certificate, so passwords cross the network in "
-                    "the clear; that is well only behind a proxy that encrypts");
+      odd.push_back(told("http, listen",
+                         address.Text() +
+                             " listens beyond this machine without a certificate, so passwords cross the "
+                             "network in the clear; that is well only behind a proxy that encrypts"));
   }
   const auto& onvif = settings.ONVIF;
   for (const auto& [name, address] : onvif.Ports) {
@@ -494,35 +509,34 @@ std::vector<std::string> CheckGate(const GateSettings& settings, const std::vect
     if (beyond("onvif, ports " + name, address)) isReached = true;
   }
   if (onvif.Enabled && onvif.Discovery && !isReached)
-    odd.push_back("onvif, discovery: nobody beyond this machine can reach what is announced");
+    odd.push_back(told("onvif, discovery", "nobody beyond this machine can reach what is announced"));
   const auto& mqtt = settings.MQTT;
   std::vector<std::string> users;
   for (const auto& user : settings.Users) users.push_back(user.Name);
   if (!mqtt.ActsAs.empty() && std::ranges::find(users, mqtt.ActsAs) == users.end())
-    throw InputError("mqtt, acts_as: there is no user \"" + Printable(mqtt.ActsAs) + "\"" +
-                     DoYouMean(mqtt.ActsAs, users));
+    throw InputError(told("mqtt, acts_as", "there is no user \"" + Printable(mqtt.ActsAs) + "\"" +
+                                               DoYouMean(mqtt.ActsAs, users)));
   if (!mqtt.Host.empty() && mqtt.ActsAs.empty() && !users.empty())
-    throw InputError(
-        "mqtt: the broker tells nobody who wishes something: expected the user whose rights they have there, "
-        "such as acts_as = \"" +
-        users[0] + "\"");
+    throw InputError(told("mqtt",
+                          "the broker tells nobody who wishes something: expected the user whose rights they "
+                          "have there, such as acts_as = \"" +
+                              users[0] + "\""));
   boost::system::error_code isName;
   const auto broker = boost::asio::ip::make_address(mqtt.Host, isName);
   const bool isHere = mqtt.Host == "localhost" || (!isName && broker.is_loopback());
   if (!mqtt.User.empty() && mqtt.Authorities.empty() && !isHere)
-    odd.push_back("mqtt: without authorities the password goes to the broker in the clear");
+    odd.push_back(told("mqtt", "without authorities the password goes to the broker in the clear"));
   for (const auto& user : settings.Users) {
     if (user.PasswordHash.empty() && !user.ONVIFSecret && user.Name != mqtt.ActsAs)
-      odd.push_back("user " + user.Name +
-                    ": nobody can log in so, without a password_hash or an "
-                    "onvif_password_file");
+      odd.push_back(told("user " + user.Name,
+                         "nobody can log in so, without a password_hash or an onvif_password_file"));
     if (user.Everywhere == Role::None && user.Groups.empty())
-      odd.push_back("user " + user.Name + ": sees no camera, without a role or roles");
+      odd.push_back(told("user " + user.Name, "sees no camera, without a role or roles"));
   }
   for (const auto& [group, patterns] : settings.Groups)
     for (const auto& pattern : patterns)
       if (std::ranges::none_of(names, [&](const auto& name) { return Matches(pattern, name); }))
-        odd.push_back("groups " + group + ": there is no camera \"" + pattern + "\"");
+        odd.push_back(told("groups " + group, "there is no camera \"" + pattern + "\""));
   return odd;
 }
 

@@ -85,6 +85,8 @@ struct GateSettings {
   std::chrono::milliseconds Hold{10000};  ///< how long a client holds a camera after its last wish
   std::chrono::milliseconds Lease{1000}, LongestLease{60000};  ///< of drives
   bool Connects = true;  ///< cameras that do not move for it are connected without being asked
+  /// Where the values stand, by what they are called in texts: "tour night, camera" to "gate.toml:9:10: ".
+  std::map<std::string, std::string> Places{};
 };
 
 /// The gateway's settings from a text in TOML. `file` is its name, in texts and as where other files are
@@ -96,9 +98,9 @@ GateSettings ReadGateFile(const std::string& file);
 
 /// What of the settings does not fit the cameras there are, or is not safe: cameras of pictures, tours and
 /// ports that are not there, a broker's user who is none, listening beyond loopback without users. Raises
-/// `ptzd::InputError` with the first. Answers what is only odd: passwords that cross the network in the
-/// clear, users who can log in nowhere or see no camera, groups without cameras, a discovery that leads
-/// nowhere.
+/// `ptzd::InputError` with the first and where it stands. Answers what is only odd: passwords that cross the
+/// network in the clear, users who can log in nowhere or see no camera, groups without cameras, a discovery
+/// that leads nowhere.
 std::vector<std::string> CheckGate(const GateSettings& settings,
                                    const std::vector<ptzd::NamedCamera>& cameras);
 

@@ -51,9 +51,12 @@ toml::table ParseTOML(const std::string& text, const std::string& file) {
   }
 }
 
+std::string TOMLReader::PlaceOf(const toml::source_region& at) const {
+  return File_ + ":" + std::to_string(at.begin.line) + ":" + std::to_string(at.begin.column) + ": ";
+}
+
 void TOMLReader::Fail(const toml::source_region& at, const std::string& problem) const {
-  throw InputError(File_ + ":" + std::to_string(at.begin.line) + ":" + std::to_string(at.begin.column) +
-                   ": " + problem);
+  throw InputError(PlaceOf(at) + problem);
 }
 
 void TOMLReader::FailUnknown(const toml::key& key, const std::string& what,

@@ -26,6 +26,8 @@ class TOMLReader {
 
   const std::string& File() const { return File_; }
 
+  /// "cameras.toml:3:9: ", before what is said of it.
+  std::string PlaceOf(const toml::source_region& at) const;
   [[noreturn]] void Fail(const toml::source_region& at, const std::string& problem) const;
   [[noreturn]] void FailUnknown(const toml::key& key, const std::string& what,
                                 const std::vector<std::string>& known) const;
