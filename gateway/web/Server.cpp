@@ -210,7 +210,6 @@ std::string GuestOf(const asio::ip::address& address) {
 Server::Server(asio::io_context& context, ServerSettings settings, Handler handler)
     : State_(std::make_shared<ServerState>(context, std::move(settings), std::move(handler))) {
   try {
-    if (State_->Settings.Certificate) State_->TLS = ReadCertificate(*State_->Settings.Certificate);
     for (const auto& endpoint : State_->Settings.Listen) State_->Listen(endpoint);
   } catch (...) {
     State_->Stop();

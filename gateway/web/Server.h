@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,7 +67,6 @@ struct ServerLimits {
 
 struct ServerSettings {
   std::vector<Endpoint> Listen{{}};
-  std::optional<CertificateFiles> Certificate{};  ///< with one it speaks HTTPS only, TLS 1.2 and 1.3
   ServerLimits Limits{};
   /// Requests that are not counted and never refused with 429; for what must not wait, such as a stop.
   std::function<bool(const Request&)> IsUrgent{};
@@ -84,7 +82,7 @@ class Server {
   /// Called with each request. What it throws is answered 500, and the log says so.
   using Handler = std::function<void(std::shared_ptr<Call>)>;
 
-  /// Listens at once. Throws std::runtime_error, saying of which address or file, when it cannot.
+  /// Listens at once. Throws std::runtime_error, saying of which address, when it cannot.
   Server(boost::asio::io_context& context, ServerSettings settings, Handler handler);
   /// As `Stop`.
   ~Server();
@@ -105,7 +103,7 @@ class Server {
   void ListenOnlyAt(const std::vector<Endpoint>& endpoints);
   /// Listens there, too, where it does not yet. Throws std::runtime_error at the first where it cannot.
   void ListenAt(const std::vector<Endpoint>& endpoints);
-  /// For connections to come.
+  /// For connections to come: with one they speak HTTPS only, TLS 1.2 and 1.3.
   void UseCertificate(Certificate certificate);
   /// From now on; for connections to come and, but for time-outs that run already, those that are.
   void UseLimits(const ServerLimits& limits);
