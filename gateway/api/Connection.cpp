@@ -151,6 +151,8 @@ NamedCamera Reconnected(const GateCamera& camera, const json& body) try {
   }
   changed.Settings.Options = bag.Contents();
   // With a user whose password is nowhere the gateway would not start again.
+  if (!changed.User.empty() && changed.Password.From == PasswordSource::Kind::Unsaid)
+    Refuse("password: expected one beside the user");
   if (!changed.User.empty() && !changed.Address.empty())
     AddressFor(changed.Address, LoginOf(changed.Name, changed.User, changed.Password, {}));
   CheckCamera(changed);

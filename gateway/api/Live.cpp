@@ -17,6 +17,10 @@ namespace {
 
 constexpr std::uint16_t PolicyViolation = 1008;
 
+constexpr std::string_view OfOthersWords[] = {"all", "health"};
+constexpr Member FollowMembers[] = {{"camera", Member::Types::TextOrNull},
+                                    {"others", Member::Types::Text, {}, false, OfOthersWords}};
+
 json ProblemJSON(const Response& problem) { return json::parse(problem.Body); }
 
 }  // namespace
@@ -85,22 +89,29 @@ json Live::Obey(const json& message) {
     return value->get<std::string>();
   };
   const auto word = text("do");
+  auto body = message;
+  const auto id = message.value("id", json());
+  for (const auto* name : {"id", "do"}) body.erase(name);
   // A page cannot see the server's pings; by this it finds out whether it is heard.
-  if (word == "ping") return {{"done", true}};
+  if (word == "ping") {
+    CheckMembers({}, body, "");
+    return {{"done", true}};
+  }
   if (word == "follow") {
-    ReadFollow(message);
+    CheckMembers(FollowMembers, body, "");
+    ReadFollow(body);
     return {{"done", true}};
   }
   const auto camera = Gate_.Find(text("camera"), Client_.User);
-  auto body = message;
-  const auto id = message.value("id", json());
-  for (const auto* name : {"id", "camera", "do"}) body.erase(name);
+  body.erase("camera");
 
   if (word == "drive") {
     CheckMembers(DriveBody.Members, body, "");
     Drive(camera, id, body);
     return {{"taken", true}};
   }
+  const bool isBare = word == "renew" || word == "presets" || word == "take" || word == "release";
+  if (isBare) CheckMembers({}, body, "");
   if (word == "renew") {
     const auto drive = Drives_.find(camera->Name());
     if (drive == Drives_.end())
@@ -129,9 +140,7 @@ json Live::Obey(const json& message) {
 }
 
 void Live::ReadFollow(const json& message) {
-  const auto others = message.value("others", json("all"));
-  if (others != "all" && others != "health")
-    throw Refusal(Refusal::Why::Invalid, "others: expected \"all\" or \"health\"");
+  const auto others = message.value("others", "all");
   const auto name = message.value("camera", json());
   const auto camera = name.is_string() ? Gate_.Find(name, Client_.User) : nullptr;
   const bool hasMissed = OfOthers() == Others::Health;

@@ -335,7 +335,8 @@ class Input(GateTest):
         deep = '{"do": "ping", "id": ' + "[" * 30000 + "]" * 30000 + "}"
         for number, message in enumerate(["{", "[]", deep, {"do": "fly", "camera": "axis"}, {"do": "stop"},
                                           {"do": "drive", "camera": "axis", "pan": "x"},
-                                          {"do": "stop", "camera": "none"}, {"do": "renew", "camera": "axis"}]):
+                                          {"do": "stop", "camera": "none"}, {"do": "renew", "camera": "axis"},
+                                          {"do": "follow", "camera": 5}, {"do": "ping", "lease_ms": 5}]):
             console.send(message if isinstance(message, str) else json.dumps(message | {"id": number}))
             answer = json.loads(console.recv())
             while "problem" not in answer:
@@ -497,6 +498,7 @@ class Running(GateTest):
         # One whose password is nowhere would keep the gateway from starting again.
         status, _, problem = gate.ask("PUT", at, {"user": "root"})
         self.assertEqual((status, gate.ask("GET", at)[2]["user"]), (422, ""))
+        self.assertEqual(problem["detail"], "password: expected one beside the user")
         status, _, problem = gate.ask("PUT", at, {"address": "root@127.0.0.1"})  # as no file can have it
         self.assertEqual((status, problem["detail"].split(":")[0]), (422, "camera axis, address"))
         self.assertEqual(subprocess.run([PTZGATE, "--config", gate.path("gate.toml"), "--check"]).returncode, 0)
