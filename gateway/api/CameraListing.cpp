@@ -2,6 +2,7 @@
 
 #include <boost/asio/post.hpp>
 
+#include <optional>
 #include <utility>
 
 #include "gateway/wishes/CameraJSON.h"
@@ -24,7 +25,6 @@ void CameraListing::Make(const Client& client, std::weak_ptr<const void> whom, D
 }
 
 void CameraListing::Turn() {
-  if (Jobs_.empty()) return;
   auto& job = Jobs_.front();
   const auto whom = job.Whom.lock();
   for (std::size_t i = 0; whom && i < AtOnce && job.Next < job.Names.size(); ++i) {
@@ -35,15 +35,17 @@ void CameraListing::Turn() {
       // It left the site meanwhile, or is not for him any more.
     }
   }
+  std::optional<Job> over;
   if (!whom || job.Next == job.Names.size()) {
-    const auto over = std::move(job);
+    over = std::move(job);
     Jobs_.pop_front();
-    if (whom) over.Then(over.Texts);
   }
-  if (Jobs_.empty()) return;
-  boost::asio::post(Gate_.Context(), [this, life = std::weak_ptr(Life_)] {
-    if (life.lock()) Turn();
-  });
+  // Before he is told, who may come for another list at once: there is one turn to come where there are jobs.
+  if (!Jobs_.empty())
+    boost::asio::post(Gate_.Context(), [this, life = std::weak_ptr(Life_)] {
+      if (life.lock()) Turn();
+    });
+  if (over && whom) over->Then(over->Texts);
 }
 
 std::string Joined(const std::vector<std::string>& texts, std::string_view between) {

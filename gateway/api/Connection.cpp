@@ -113,13 +113,8 @@ json ConnectionJSON(const GateCamera& camera) {
 
 NamedCamera Reconnected(const GateCamera& camera, const json& body) try {
   auto changed = camera.Description();
-  if (body.contains("address")) {
-    changed.Address = body["address"];
-    if (changed.Address.empty()) Refuse("address: expected one");
-    CheckedAddress("address", changed.Address);
-  }
+  if (body.contains("address")) changed.Address = body["address"];
   if (body.contains("line")) changed.Line = body["line"];
-  if (changed.Line.empty() == changed.Address.empty()) Refuse("expected an address or a line");
   if (body.contains("user")) changed.User = body["user"];
   if (body.contains("password")) changed.Password = {PasswordSource::Kind::Here, body["password"]};
   if (changed.User.empty()) changed.Password = {};
@@ -150,12 +145,12 @@ NamedCamera Reconnected(const GateCamera& camera, const json& body) try {
     }
   }
   changed.Settings.Options = bag.Contents();
+  CheckCamera(changed);
   // With a user whose password is nowhere the gateway would not start again.
   if (!changed.User.empty() && changed.Password.From == PasswordSource::Kind::Unsaid)
     Refuse("password: expected one beside the user");
   if (!changed.User.empty() && !changed.Address.empty())
     AddressFor(changed.Address, LoginOf(changed.Name, changed.User, changed.Password, {}));
-  CheckCamera(changed);
   return changed;
 } catch (const InputError& error) {
   Refuse(error.what());

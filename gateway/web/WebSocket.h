@@ -25,10 +25,10 @@ class WebSocket {
   std::uint64_t Connection() const { return Connection_; }
 
   /// False when it is over, and nothing was sent. `text` is UTF-8. A peer so slow that more than
-  /// `ServerLimits::Backlog` bytes and as much as the longest text so far wait for it already is dropped with
-  /// this.
+  /// `ServerLimits::Backlog` bytes and as much as the longest text so far wait for it already, beside up to
+  /// as many that are on their way, is dropped with this.
   bool Send(std::string text);
-  /// How many bytes wait for the peer.
+  /// How many bytes wait for the peer; what is on its way of a text that is being sent counts twice.
   std::size_t Backlog() const;
   bool IsOver() const { return IsOver_; }
 
