@@ -49,7 +49,7 @@ bench:
 lint:
 	scripts/setup lint
 	scripts/check
-	cmake --preset linux
+	cmake --preset linux -DPTZD_GATEWAY=ON
 	cmake --preset bench
 	scripts/lint build/linux build/bench
 
